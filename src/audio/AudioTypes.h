@@ -1,0 +1,76 @@
+#pragma once
+
+#include <QString>
+#include <QtGlobal>
+
+#include <optional>
+#include <variant>
+
+// What goes to the model: the meeting, the microphone, or both mixed.
+enum class StreamSource { meetingOnly, micOnly, both };
+
+// What the meeting tap listens to: everything this computer plays, or one application
+// (identified by its application id, or its process binary when it has none).
+struct TapTarget
+{
+    enum class Kind { process, systemOutput };
+
+    Kind kind = Kind::systemOutput;
+    QString appID;   // only for Kind::process
+
+    static TapTarget systemOutput() { return {}; }
+    static TapTarget process(const QString &appID) { return {Kind::process, appID}; }
+
+    friend bool operator==(const TapTarget &, const TapTarget &) = default;
+};
+
+// An application that is playing (or can play) audio.
+struct AudioProcessInfo
+{
+    quint32 objectID = 0;   // a server-side index of one of its streams; 0 when it has none
+    QString bundleID;       // application id, or process binary when it has no id
+    QString name;           // display name
+
+    friend bool operator==(const AudioProcessInfo &, const AudioProcessInfo &) = default;
+};
+
+// Both sides are channels of one input device.
+struct DeviceChannelsSource
+{
+    QString deviceUID;
+    int micChannel = 0;
+    std::optional<int> meetingChannel;
+
+    friend bool operator==(const DeviceChannelsSource &, const DeviceChannelsSource &) = default;
+};
+
+// The meeting comes from the output tap; the microphone is a channel of the given (or the
+// default) input device.
+struct SystemTapSource
+{
+    TapTarget target;
+    std::optional<QString> micDeviceUID;
+    int micChannel = 0;
+
+    friend bool operator==(const SystemTapSource &, const SystemTapSource &) = default;
+};
+
+using CaptureSource = std::variant<DeviceChannelsSource, SystemTapSource>;
+
+enum class MicPermission { notDetermined, granted, denied };
+
+// Errors of the capture engine that the user must act on.
+enum class EngineError { noDevice, badFormat, micDenied };
+
+inline QString describe(EngineError error)
+{
+    switch (error) {
+    case EngineError::noDevice:
+        return QStringLiteral("Selected audio input device is not available.");
+    case EngineError::badFormat:
+        return QStringLiteral("Could not read a valid input format from the device.");
+    case EngineError::micDenied:
+        return QStringLiteral("Microphone access was denied. Enable it in your desktop's Settings ▸ Privacy ▸ Microphone.");
+    }
+    return {};
+}

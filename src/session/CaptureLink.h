@@ -1,0 +1,44 @@
+#pragma once
+
+#include "audio/AudioTypes.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+// What the session controller needs of the audio capture engine.
+class CaptureLink
+{
+public:
+    virtual ~CaptureLink() = default;
+
+    virtual MicPermission micPermission() const = 0;
+    // Asks the user for microphone access; the answer arrives on the GUI thread.
+    virtual void requestMicAccess(std::function<void(bool granted)> completion) = 0;
+
+    // May block for seconds; called off the GUI thread. Returns a user-readable error
+    // description on failure.
+    virtual std::optional<QString> start(const CaptureSource &source, StreamSource streamSource, bool record) = 0;
+    // Idempotent; closes the recording before returning.
+    virtual void stop() = 0;
+    // Safe to read from any thread.
+    virtual bool isRunning() const = 0;
+    // The WAV being written in this session, if any.
+    virtual std::optional<QString> recordingPath() const = 0;
+    // Points the meeting tap at another target while a tap session runs; returns a
+    // user-readable error description on failure.
+    virtual std::optional<QString> retarget(const TapTarget &meeting) = 0;
+
+    // Audio thread: 24 kHz mono PCM16 for the model.
+    std::function<void(const QByteArray &pcm16)> onPCM16;
+    // GUI thread, at most every 0.05 s: peak levels 0...1.
+    std::function<void(float mic, float meeting)> onLevels;
+    // GUI thread: the microphone is lost for this session.
+    std::function<void(const QString &message)> onMicUnavailable;
+    // Audio thread: the selected microphone channel, 48 kHz float mono.
+    std::function<void(const float *samples, int frames)> onMicBuffer;
+    // GUI thread: an asynchronous failure after start.
+    std::function<void(const QString &message)> onError;
+};

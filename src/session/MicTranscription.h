@@ -1,0 +1,31 @@
+#pragma once
+
+#include "speech/SpeechTypes.h"
+
+#include <QString>
+
+#include <functional>
+
+// What the session controller needs of the live transcriber of the user's microphone.
+// begin(), end() and stopTask() are called on the GUI thread; callbacks arrive there too.
+class MicTranscription
+{
+public:
+    virtual ~MicTranscription() = default;
+
+    virtual void requestAuthorization(std::function<void(const SpeechAvailability &)> completion) = 0;
+    // Opens a segment.
+    virtual void begin() = 0;
+    // Closes the running segment and makes sure a final text is delivered.
+    virtual void end() = 0;
+    // Cancels the running segment; `silent` also drops anything still to come from it.
+    virtual void stopTask(bool silent) = 0;
+    // Audio thread: 48 kHz float mono microphone audio. Appended (and its frames counted)
+    // only while a segment runs; dropped otherwise. Never blocks.
+    virtual void appendMicBuffer(const float *samples, int frames) = 0;
+
+    std::function<void(const QString &text)> onPartial;
+    // Never called with empty text.
+    std::function<void(const QString &text)> onFinal;
+    std::function<void(const QString &message)> onFailure;
+};
