@@ -20,6 +20,8 @@ public:
     virtual void end() = 0;
     // Cancels the running segment; `silent` also drops anything still to come from it.
     virtual void stopTask(bool silent) = 0;
+    // A segment is running (opened and not yet ended or cancelled).
+    virtual bool isSegmentRunning() const = 0;
     // Audio thread: 48 kHz float mono microphone audio. Appended (and its frames counted)
     // only while a segment runs; dropped otherwise. Never blocks.
     virtual void appendMicBuffer(const float *samples, int frames) = 0;

@@ -1,0 +1,32 @@
+#include "session/QAPair.h"
+
+#include <QUuid>
+
+QAPair QAPair::make(const QString &question, std::optional<QString> responseID,
+                    Clock::TimePoint now, const QDateTime &wallNow)
+{
+    QAPair pair;
+    pair.id = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    pair.timestamp = wallNow.toString(QStringLiteral("HH:mm:ss"));
+    pair.question = question;
+    pair.responseID = std::move(responseID);
+    pair.lastQuestionAt = now;
+    return pair;
+}
+
+size_t qHash(const QAPair &pair, size_t seed)
+{
+    QtPrivate::QHashCombine combine;
+    seed = combine(seed, pair.id);
+    seed = combine(seed, pair.timestamp);
+    seed = combine(seed, pair.question);
+    seed = combine(seed, pair.answer);
+    seed = combine(seed, pair.isComplete);
+    seed = combine(seed, pair.responseID.has_value());
+    seed = combine(seed, pair.responseID.value_or(QString()));
+    seed = combine(seed, pair.wasExtended);
+    seed = combine(seed, static_cast<qint64>(pair.lastQuestionAt.time_since_epoch().count()));
+    seed = combine(seed, pair.myAnswer);
+    seed = combine(seed, pair.myAnswerInProgress);
+    return seed;
+}

@@ -1,0 +1,285 @@
+#pragma once
+
+#include "realtime/RealtimeTypes.h"
+#include "session/Clock.h"
+#include "session/CostModel.h"
+#include "session/QAPair.h"
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QSet>
+#include <QString>
+#include <QUrl>
+#include <QVariantMap>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class AppSettings;
+class CaptureLink;
+class FileRevealer;
+class IdleInhibitor;
+class MicTranscription;
+class RealtimeLink;
+class RecordingPicker;
+class RecordingTranscription;
+class SessionLog;
+class TapQueries;
+
+// Owns a meeting session from Start to Stop: runs the start-up checks, wires capture, the
+// realtime service and the transcribers together, turns transcripts and answer text into
+// cards, times the user's answers, narrows capture to one application, and writes the
+// session's records. Lives on the GUI thread; every operation and every component callback
+// it installs runs there, except the two audio forwarders (PCM16 and microphone buffers).
+class SessionController : public QObject
+{
+    Q_OBJECT
+
+    Q_PROPERTY(RealtimeStatus status READ status NOTIFY statusChanged)
+    Q_PROPERTY(bool isSessionActive READ isSessionActive NOTIFY isSessionActiveChanged)
+    Q_PROPERTY(float micLevel READ micLevel NOTIFY micLevelChanged)
+    Q_PROPERTY(float meetingLevel READ meetingLevel NOTIFY meetingLevelChanged)
+    Q_PROPERTY(QUrl lastRecordingURL READ lastRecordingURL NOTIFY lastRecordingURLChanged)
+    Q_PROPERTY(QUrl lastTranscriptURL READ lastTranscriptURL NOTIFY lastTranscriptURLChanged)
+    Q_PROPERTY(QString banner READ banner NOTIFY bannerChanged)
+    Q_PROPERTY(QList<SessionController::BannerLink> bannerLinks READ bannerLinks NOTIFY bannerLinksChanged)
+    Q_PROPERTY(bool contextPanelRequested READ contextPanelRequested WRITE setContextPanelRequested NOTIFY contextPanelRequestedChanged)
+    Q_PROPERTY(bool isSpeaking READ isSpeaking NOTIFY isSpeakingChanged)
+    Q_PROPERTY(bool isAnswering READ isAnswering NOTIFY isAnsweringChanged)
+    Q_PROPERTY(double speakingElapsed READ speakingElapsed NOTIFY speakingElapsedChanged)
+    Q_PROPERTY(double sessionElapsed READ sessionElapsed NOTIFY sessionElapsedChanged)
+
+public:
+    // A button shown beside the banner: reveals or opens `url`.
+    struct BannerLink
+    {
+        Q_GADGET
+        Q_PROPERTY(QString id MEMBER id)
+        Q_PROPERTY(QString label MEMBER label)
+        Q_PROPERTY(QUrl url MEMBER url)
+    public:
+        QString id;     // fresh UUID per link
+        QString label;  // "Transcript", "Recording", "Folder"
+        QUrl url;       // a local file or folder
+        friend bool operator==(const BannerLink &, const BannerLink &) = default;
+    };
+
+    // The one action button a banner may carry.
+    enum class BannerAction { openAccountSettings, openOnboarding, openContext };
+    Q_ENUM(BannerAction)
+
+    // Runs a job off the GUI thread. The default uses the global thread pool; tests pass
+    // one that runs the job at once or keeps it until they release it.
+    using BackgroundRunner = std::function<void(std::function<void()> job)>;
+
+    // Everything the controller uses; none of it is owned, all must outlive the controller.
+    struct Components
+    {
+        AppSettings &settings;
+        RealtimeLink &client;
+        CaptureLink &audio;
+        TapQueries &taps;
+        MicTranscription &micTranscriber;
+        RecordingTranscription &recordingTranscriber;
+        Clock &clock;
+        IdleInhibitor &idleInhibitor;
+        FileRevealer &fileRevealer;
+        RecordingPicker &recordingPicker;
+        BackgroundRunner runInBackground = {};
+    };
+
+    // Installs the components' callbacks.
+    explicit SessionController(const Components &components, QObject *parent = nullptr);
+    ~SessionController() override;
+
+    // --- Published state -------------------------------------------------------------
+    // All cards, oldest first. Not cleared by Start or Stop. A change to one card emits
+    // pairChanged(index); an appended card pairInserted(index); removals pairsReset().
+    const QList<QAPair> &pairs() const { return m_pairs; }
+    RealtimeStatus status() const { return m_status; }
+    bool isSessionActive() const { return m_isSessionActive; }
+    float micLevel() const { return m_micLevel; }
+    float meetingLevel() const { return m_meetingLevel; }
+    // Empty when none.
+    QUrl lastRecordingURL() const { return m_lastRecordingURL; }
+    QUrl lastTranscriptURL() const { return m_lastTranscriptURL; }
+    // Null QString when no banner shows.
+    QString banner() const { return m_banner.value_or(QString()); }
+    std::optional<QString> bannerText() const { return m_banner; }
+    QList<BannerLink> bannerLinks() const { return m_bannerLinks; }
+    std::optional<BannerAction> bannerAction() const { return m_bannerAction; }
+    bool contextPanelRequested() const { return m_contextPanelRequested; }
+    void setContextPanelRequested(bool requested);
+    bool isSpeaking() const { return m_isSpeaking; }
+    bool isAnswering() const { return m_isAnswering; }
+    double speakingElapsed() const { return m_speakingElapsed; }
+    // Seconds; none while an answer runs and after Stop.
+    std::optional<double> lastAnswerDuration() const { return m_lastAnswerDuration; }
+    double sessionElapsed() const { return m_sessionElapsed; }
+    CostModel::Usage sessionUsage() const { return m_sessionUsage; }
+
+    // "$0.27 this session · $0.0093/min · 15210 tokens"; none without tokens or time.
+    std::optional<QString> costSummary() const;
+    // "[HH:mm:ss] Q: …\nA: …" blocks joined by a blank line.
+    QString transcriptForExport() const;
+
+    // --- Operations --------------------------------------------------------------------
+    void start();
+    void stop();
+    // Pushes the current instructions into a running session, or says they apply next time.
+    void applyInstructionsLive();
+    // Shows the last transcript and recording in the file manager.
+    void revealRecording();
+    // Lets the user pick a saved recording and transcribes it on the device.
+    void transcribeRecording();
+    void setBanner(const QString &text, const QList<BannerLink> &links);
+    void setBanner(const QString &text, BannerAction action);
+    // Sets or clears the banner text alone (links and action follow the usual rules).
+    void setBannerText(const std::optional<QString> &text);
+
+    // Makes a link with a fresh id.
+    static BannerLink makeLink(const QString &label, const QUrl &url);
+
+    // --- Component events (installed as callbacks; public for the components' adapters) --
+    void ingestTranscript(const QString &text);
+    void ingestDelta(const QString &responseID, const QString &delta);
+    void completeResponse(const QString &responseID);
+    void recordUsage(const QVariantMap &usage);
+    void trackSpeaking(float micLevel);
+    void updateMyAnswer(const QString &text, bool final);
+
+    // The folder that holds the session files.
+    static QString sessionFolder();
+
+    // User-visible texts that other parts of the product compare against.
+    static const QString apiKeyMissingBanner;
+    static const QString stillStartingBanner;
+
+signals:
+    void pairChanged(int index);
+    void pairInserted(int index);
+    void pairsReset();
+    void statusChanged();
+    void isSessionActiveChanged();
+    void micLevelChanged();
+    void meetingLevelChanged();
+    void lastRecordingURLChanged();
+    void lastTranscriptURLChanged();
+    void bannerChanged();
+    void bannerLinksChanged();
+    void bannerActionChanged();
+    void contextPanelRequestedChanged();
+    void isSpeakingChanged();
+    void isAnsweringChanged();
+    void speakingElapsedChanged();
+    void lastAnswerDurationChanged();
+    void sessionElapsedChanged();
+
+private:
+    // Start-up.
+    void continueStartWithMic(bool granted);
+    void warnIfContextThin();
+    void audioStartFinished(const std::optional<QString> &error);
+    void finishStarting();
+    void cancelWatchdogs();
+
+    // Cards.
+    bool isContinuation(const QAPair &pair, const QString &text) const;
+    void extendQuestion(int index, const QString &text);
+    void pushHistory();
+    void appendPair(const QAPair &pair);
+    void removeEmptyCompletePairs();
+    int indexOfPair(const QString &id) const;
+
+    // Speaking.
+    void startAnswerClock(Clock::TimePoint at);
+    void beginMyAnswerSegment();
+    void endSpeaking();
+    void interviewerTookOver();
+
+    // Records.
+    void startLog();
+    void finishLog();
+    void appendEvent(const QString &event, const QVariantMap &fields);
+    void log(const QString &message);
+
+    // Session clock and app narrowing.
+    void startSessionClock();
+    void stopSessionClock();
+    void startAppTapPollIfNeeded();
+    void appTapPollTick();
+
+    // Published-state setters (emit on change).
+    void setStatus(const RealtimeStatus &status);
+    void setSessionActive(bool active);
+    void setLevels(float mic, float meeting);
+    void setLastRecordingURL(const QUrl &url);
+    void setLastTranscriptURL(const QUrl &url);
+    void setBannerLinks(const QList<BannerLink> &links);
+    void setBannerAction(std::optional<BannerAction> action);
+    void setSpeaking(bool speaking);
+    void setAnswering(bool answering);
+    void setSpeakingElapsed(double seconds);
+    void setLastAnswerDuration(std::optional<double> seconds);
+    void setSessionElapsed(double seconds);
+
+    AppSettings &m_settings;
+    RealtimeLink &m_client;
+    CaptureLink &m_audio;
+    TapQueries &m_taps;
+    MicTranscription &m_micTranscriber;
+    RecordingTranscription &m_recordingTranscriber;
+    Clock &m_clock;
+    IdleInhibitor &m_idleInhibitor;
+    FileRevealer &m_fileRevealer;
+    RecordingPicker &m_recordingPicker;
+    BackgroundRunner m_runInBackground;
+
+    // Published.
+    QList<QAPair> m_pairs;
+    RealtimeStatus m_status = RealtimeStatus::idle();
+    bool m_isSessionActive = false;
+    float m_micLevel = 0;
+    float m_meetingLevel = 0;
+    QUrl m_lastRecordingURL;
+    QUrl m_lastTranscriptURL;
+    std::optional<QString> m_banner;
+    QList<BannerLink> m_bannerLinks;
+    bool m_contextPanelRequested = false;
+    std::optional<BannerAction> m_bannerAction;
+    bool m_isSpeaking = false;
+    bool m_isAnswering = false;
+    double m_speakingElapsed = 0;
+    std::optional<double> m_lastAnswerDuration;
+    double m_sessionElapsed = 0;
+
+    // Private.
+    std::optional<QString> m_bannerOwningLinks;
+    std::optional<QString> m_speakingPairID;
+    QHash<QString, QString> m_committedAnswers;
+    std::optional<QString> m_pendingAppTap;
+    QString m_appTapPollBundleID;
+    Clock::TimePoint m_appTapPollArmedAt{};
+    std::unique_ptr<ClockTimer> m_appTapPoll;
+    std::unique_ptr<SessionLog> m_log;
+    QString m_logStamp;
+    QHash<QString, Clock::TimePoint> m_questionAt;
+    QSet<QString> m_firstTokenSeen;
+    QSet<QString> m_supersededResponses;
+    std::optional<Clock::TimePoint> m_speakingStart;
+    std::optional<Clock::TimePoint> m_lastVoiceAt;
+    std::unique_ptr<ClockTimer> m_speakingTimer;
+    const float m_voiceThreshold = 0.045f;
+    const double m_silenceToEnd = 2.0;
+    std::optional<Clock::TimePoint> m_sessionStart;
+    std::unique_ptr<ClockTimer> m_sessionTimer;
+    bool m_idleInhibited = false;
+    CostModel::Usage m_sessionUsage;
+    Clock::TimePoint m_audioStartRequestedAt{};
+    std::unique_ptr<ClockTimer> m_watchdog8;
+    std::unique_ptr<ClockTimer> m_watchdog25;
+    // Lets callbacks that may outlive this object (thread pool, permission prompts) tell.
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
+};
