@@ -1,0 +1,227 @@
+#pragma once
+
+#include "settings/Interviewer.h"
+#include "settings/SecretStore.h"
+
+#include <QList>
+#include <QObject>
+#include <QSettings>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+#include <optional>
+
+// Every user preference of the program. Loaded from the per-user settings store when created
+// and written back on every change; there is no save step. The API key is the exception: it
+// lives in the key file kept by SecretStore.
+//
+// The application creates one instance on the GUI thread and hands it to whoever needs it.
+// Views bind to the properties and their change signals; the session controller reads
+// instructions() at Start and listens to instructionsChanged() to push new instructions into a
+// running session. Change signals are emitted only when a value actually changes; every set
+// call is written through to the store.
+class AppSettings : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(QString apiKey READ apiKey WRITE setApiKey NOTIFY apiKeyChanged)
+    Q_PROPERTY(bool hasCompletedOnboarding READ hasCompletedOnboarding WRITE setHasCompletedOnboarding NOTIFY hasCompletedOnboardingChanged)
+    Q_PROPERTY(QString model READ model WRITE setModel NOTIFY modelChanged)
+    Q_PROPERTY(QString transcribeModel READ transcribeModel WRITE setTranscribeModel NOTIFY transcribeModelChanged)
+    Q_PROPERTY(QString deviceUID READ deviceUID WRITE setDeviceUID NOTIFY deviceUIDChanged)
+    Q_PROPERTY(int micChannel READ micChannel WRITE setMicChannel NOTIFY micChannelChanged)
+    Q_PROPERTY(int meetingChannel READ meetingChannel WRITE setMeetingChannel NOTIFY meetingChannelChanged)
+    Q_PROPERTY(bool saveAudio READ saveAudio WRITE setSaveAudio NOTIFY saveAudioChanged)
+    Q_PROPERTY(bool alwaysOnTop READ alwaysOnTop WRITE setAlwaysOnTop NOTIFY alwaysOnTopChanged)
+    Q_PROPERTY(double vadThreshold READ vadThreshold WRITE setVadThreshold NOTIFY vadThresholdChanged)
+    Q_PROPERTY(int prefixPaddingMs READ prefixPaddingMs WRITE setPrefixPaddingMs NOTIFY prefixPaddingMsChanged)
+    Q_PROPERTY(int silenceDurationMs READ silenceDurationMs WRITE setSilenceDurationMs NOTIFY silenceDurationMsChanged)
+    Q_PROPERTY(QString systemPrompt READ systemPrompt WRITE setSystemPrompt NOTIFY systemPromptChanged)
+    Q_PROPERTY(QString contextText READ contextText WRITE setContextText NOTIFY contextTextChanged)
+    Q_PROPERTY(QStringList contextFileNames READ contextFileNames WRITE setContextFileNames NOTIFY contextFileNamesChanged)
+    Q_PROPERTY(int reconnectMinutes READ reconnectMinutes WRITE setReconnectMinutes NOTIFY reconnectMinutesChanged)
+    Q_PROPERTY(Appearance appearance READ appearance WRITE setAppearance NOTIFY appearanceChanged)
+    Q_PROPERTY(double followUpWindow READ followUpWindow WRITE setFollowUpWindow NOTIFY followUpWindowChanged)
+    Q_PROPERTY(bool transcribeMyAnswers READ transcribeMyAnswers WRITE setTranscribeMyAnswers NOTIFY transcribeMyAnswersChanged)
+    Q_PROPERTY(MeetingSource meetingSource READ meetingSource WRITE setMeetingSource NOTIFY meetingSourceChanged)
+    Q_PROPERTY(QString tappedBundleID READ tappedBundleID WRITE setTappedBundleID NOTIFY tappedBundleIDChanged)
+    Q_PROPERTY(StreamSource streamSource READ streamSource WRITE setStreamSource NOTIFY streamSourceChanged)
+    Q_PROPERTY(double fontSize READ fontSize WRITE setFontSize NOTIFY fontSizeChanged)
+    Q_PROPERTY(QString fontFamily READ fontFamily WRITE setFontFamily NOTIFY fontFamilyChanged)
+    Q_PROPERTY(QList<Interviewer> interviewers READ interviewers WRITE setInterviewers NOTIFY interviewersChanged)
+    Q_PROPERTY(QString companyName READ companyName WRITE setCompanyName NOTIFY companyNameChanged)
+    Q_PROPERTY(QString roleTitle READ roleTitle WRITE setRoleTitle NOTIFY roleTitleChanged)
+    Q_PROPERTY(QString jobDescription READ jobDescription WRITE setJobDescription NOTIFY jobDescriptionChanged)
+    Q_PROPERTY(QString instructions READ instructions NOTIFY instructionsChanged)
+
+public:
+    enum class MeetingSource { systemOutput, singleApp, audioDevice };
+    Q_ENUM(MeetingSource)
+    enum class StreamSource { meetingOnly, micOnly, both };
+    Q_ENUM(StreamSource)
+    enum class Appearance { system, light, dark };
+    Q_ENUM(Appearance)
+
+    // Raw values are the case names; parsing is exact and case-sensitive.
+    static QString rawValue(MeetingSource value);
+    static QString rawValue(StreamSource value);
+    static QString rawValue(Appearance value);
+    static std::optional<MeetingSource> meetingSourceFromRaw(const QString &raw);
+    static std::optional<StreamSource> streamSourceFromRaw(const QString &raw);
+    static std::optional<Appearance> appearanceFromRaw(const QString &raw);
+    static QList<MeetingSource> allMeetingSources();
+    static QList<StreamSource> allStreamSources();
+    static QList<Appearance> allAppearances();
+
+    static constexpr const char *defaultModel = "gpt-realtime-2.1";
+    static constexpr const char *defaultTranscribeModel = "gpt-live-transcribe";
+    static constexpr int defaultReconnectMinutes = 25;
+    static constexpr const char *monospacedFontFamily = "__mono";
+
+    // The per-user store: ~/.config/Ketterbloom.conf (honours XDG_CONFIG_HOME), native format.
+    static std::unique_ptr<QSettings> openDefaultStore();
+
+    // Uses the default store and the default key folders.
+    explicit AppSettings(QObject *parent = nullptr);
+    // Uses the given store (for example a QSettings on a file in a test folder) and key store.
+    AppSettings(std::unique_ptr<QSettings> store, const SecretStore &secrets, QObject *parent = nullptr);
+    ~AppSettings() override;
+
+    QString apiKey() const { return m_apiKey; }
+    bool hasCompletedOnboarding() const { return m_hasCompletedOnboarding; }
+    QString model() const { return m_model; }
+    QString transcribeModel() const { return m_transcribeModel; }
+    QString deviceUID() const { return m_deviceUID; }
+    int micChannel() const { return m_micChannel; }
+    int meetingChannel() const { return m_meetingChannel; }
+    bool saveAudio() const { return m_saveAudio; }
+    bool alwaysOnTop() const { return m_alwaysOnTop; }
+    double vadThreshold() const { return m_vadThreshold; }
+    int prefixPaddingMs() const { return m_prefixPaddingMs; }
+    int silenceDurationMs() const { return m_silenceDurationMs; }
+    QString systemPrompt() const { return m_systemPrompt; }
+    QString contextText() const { return m_contextText; }
+    QStringList contextFileNames() const { return m_contextFileNames; }
+    int reconnectMinutes() const { return m_reconnectMinutes; }
+    Appearance appearance() const { return m_appearance; }
+    double followUpWindow() const { return m_followUpWindow; }
+    bool transcribeMyAnswers() const { return m_transcribeMyAnswers; }
+    MeetingSource meetingSource() const { return m_meetingSource; }
+    QString tappedBundleID() const { return m_tappedBundleID; }
+    StreamSource streamSource() const { return m_streamSource; }
+    double fontSize() const { return m_fontSize; }
+    QString fontFamily() const { return m_fontFamily; }
+    QList<Interviewer> interviewers() const { return m_interviewers; }
+    QString companyName() const { return m_companyName; }
+    QString roleTitle() const { return m_roleTitle; }
+    QString jobDescription() const { return m_jobDescription; }
+
+    void setApiKey(const QString &value);
+    void setHasCompletedOnboarding(bool value);
+    void setModel(const QString &value);
+    void setTranscribeModel(const QString &value);
+    void setDeviceUID(const QString &value);
+    void setMicChannel(int value);
+    void setMeetingChannel(int value);
+    void setSaveAudio(bool value);
+    void setAlwaysOnTop(bool value);
+    void setVadThreshold(double value);
+    void setPrefixPaddingMs(int value);
+    void setSilenceDurationMs(int value);
+    void setSystemPrompt(const QString &value);
+    void setContextText(const QString &value);
+    void setContextFileNames(const QStringList &value);
+    void setReconnectMinutes(int value);
+    void setAppearance(Appearance value);
+    void setFollowUpWindow(double value);
+    void setTranscribeMyAnswers(bool value);
+    void setMeetingSource(MeetingSource value);
+    void setTappedBundleID(const QString &value);
+    void setStreamSource(StreamSource value);
+    void setFontSize(double value);
+    void setFontFamily(const QString &value);
+    void setInterviewers(const QList<Interviewer> &value);
+    void setCompanyName(const QString &value);
+    void setRoleTitle(const QString &value);
+    void setJobDescription(const QString &value);
+
+    // The full model instructions assembled from the current settings (rebuilt on every call).
+    QString instructions() const;
+
+    // What the context panel does with loaded context: appends the text after a blank line
+    // (or sets it when there was none) and appends the names. Empty text changes nothing.
+    void appendContext(const QString &text, const QStringList &names);
+    // What onboarding does: replaces the context text and names. Empty text changes nothing.
+    void replaceContext(const QString &text, const QStringList &names);
+
+    const SecretStore &secretStore() const { return m_secrets; }
+    QSettings &store() const { return *m_store; }
+
+signals:
+    void apiKeyChanged(const QString &value);
+    void hasCompletedOnboardingChanged(bool value);
+    void modelChanged(const QString &value);
+    void transcribeModelChanged(const QString &value);
+    void deviceUIDChanged(const QString &value);
+    void micChannelChanged(int value);
+    void meetingChannelChanged(int value);
+    void saveAudioChanged(bool value);
+    void alwaysOnTopChanged(bool value);
+    void vadThresholdChanged(double value);
+    void prefixPaddingMsChanged(int value);
+    void silenceDurationMsChanged(int value);
+    void systemPromptChanged(const QString &value);
+    void contextTextChanged(const QString &value);
+    void contextFileNamesChanged(const QStringList &value);
+    void reconnectMinutesChanged(int value);
+    void appearanceChanged(Appearance value);
+    void followUpWindowChanged(double value);
+    void transcribeMyAnswersChanged(bool value);
+    void meetingSourceChanged(MeetingSource value);
+    void tappedBundleIDChanged(const QString &value);
+    void streamSourceChanged(StreamSource value);
+    void fontSizeChanged(double value);
+    void fontFamilyChanged(const QString &value);
+    void interviewersChanged(const QList<Interviewer> &value);
+    void companyNameChanged(const QString &value);
+    void roleTitleChanged(const QString &value);
+    void jobDescriptionChanged(const QString &value);
+    // Emitted after any of systemPrompt, companyName, roleTitle, jobDescription, interviewers
+    // or contextText changes.
+    void instructionsChanged();
+
+private:
+    void load();
+    void persist(const char *key, const QVariant &value);
+
+    std::unique_ptr<QSettings> m_store;
+    SecretStore m_secrets;
+    QString m_apiKey{};
+    bool m_hasCompletedOnboarding{};
+    QString m_model{};
+    QString m_transcribeModel{};
+    QString m_deviceUID{};
+    int m_micChannel{};
+    int m_meetingChannel{};
+    bool m_saveAudio{};
+    bool m_alwaysOnTop{};
+    double m_vadThreshold{};
+    int m_prefixPaddingMs{};
+    int m_silenceDurationMs{};
+    QString m_systemPrompt{};
+    QString m_contextText{};
+    QStringList m_contextFileNames{};
+    int m_reconnectMinutes{};
+    Appearance m_appearance{};
+    double m_followUpWindow{};
+    bool m_transcribeMyAnswers{};
+    MeetingSource m_meetingSource{};
+    QString m_tappedBundleID{};
+    StreamSource m_streamSource{};
+    double m_fontSize{};
+    QString m_fontFamily{};
+    QList<Interviewer> m_interviewers{};
+    QString m_companyName{};
+    QString m_roleTitle{};
+    QString m_jobDescription{};
+};

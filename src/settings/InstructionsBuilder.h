@@ -1,0 +1,27 @@
+#pragma once
+
+#include "settings/Interviewer.h"
+
+#include <QList>
+#include <QString>
+
+// Assembles the model's instructions: the user's system prompt, then the role, the interview
+// panel and the user's documents when present, and always the note on earlier questions.
+// A pure function of its inputs; nothing is trimmed except the interviewers' labels.
+class InstructionsBuilder
+{
+public:
+    struct Inputs
+    {
+        QString systemPrompt;
+        QString companyName;
+        QString roleTitle;
+        QString jobDescription;
+        QList<Interviewer> interviewers;
+        QString contextText;
+    };
+
+    static QString build(const Inputs &inputs);
+    // The default of the systemPrompt setting (501 characters, no trailing newline).
+    static QString defaultSystemPrompt();
+};

@@ -1,0 +1,125 @@
+#include "settings/SecretStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QStandardPaths>
+#include <QStringDecoder>
+
+#include <sys/stat.h>
+
+namespace {
+
+// Equal to AppDataLocation for an application named "Ketterbloom" with no organisation,
+// whatever the running executable is called.
+QString dataFolder(const char *appName)
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QLatin1Char('/')
+        + QLatin1String(appName);
+}
+
+bool makePrivateDirectory(const QString &path)
+{
+    QDir dir(path);
+    if (!dir.exists()) {
+        if (!QDir().mkpath(path))
+            return false;
+        ::chmod(QFile::encodeName(path).constData(), 0700);
+    }
+    return QFileInfo(path).isDir();
+}
+
+void makePrivateFile(const QString &path)
+{
+    ::chmod(QFile::encodeName(path).constData(), 0600);
+}
+
+} // namespace
+
+SecretStore::SecretStore()
+    : SecretStore(defaultDirectory(), defaultLegacyDirectory())
+{
+}
+
+SecretStore::SecretStore(const QString &directory, const QString &legacyDirectory)
+    : m_directory(directory)
+    , m_legacyDirectory(legacyDirectory)
+{
+}
+
+QString SecretStore::defaultDirectory()
+{
+    return dataFolder("Ketterbloom");
+}
+
+QString SecretStore::defaultLegacyDirectory()
+{
+    return dataFolder("Tallowmere");
+}
+
+QString SecretStore::filePath(const QString &fileName) const
+{
+    return m_directory + QLatin1Char('/') + fileName;
+}
+
+void SecretStore::migrateIfNeeded(const QString &fileName) const
+{
+    const QString target = filePath(fileName);
+    if (QFileInfo::exists(target))
+        return;
+    const QString legacy = m_legacyDirectory + QLatin1Char('/') + fileName;
+    if (!QFileInfo::exists(legacy))
+        return;
+    if (!makePrivateDirectory(m_directory))
+        return;
+    if (!QFile::copy(legacy, target))
+        return;
+    makePrivateFile(target);
+}
+
+void SecretStore::save(const QString &value) const
+{
+    const QString key = value.trimmed();
+    const QString path = filePath();
+    if (key.isEmpty()) {
+        QFile::remove(path);
+        return;
+    }
+    if (!makePrivateDirectory(m_directory))
+        return;
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return;
+    // Restrict the temporary file before the key goes into it.
+    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    file.write(key.toUtf8());
+    if (file.commit())
+        makePrivateFile(path);
+}
+
+std::optional<QString> SecretStore::readKeyFile() const
+{
+    QFile file(filePath());
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QByteArray bytes = file.readAll();
+    QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::Stateless);
+    const QString text = decoder.decode(bytes);
+    if (decoder.hasError())
+        return std::nullopt;
+    const QString key = text.trimmed();
+    if (key.isEmpty())
+        return std::nullopt;
+    return key;
+}
+
+QString SecretStore::loadKey() const
+{
+    migrateIfNeeded();
+    if (const auto key = readKeyFile())
+        return *key;
+    if (qEnvironmentVariableIsSet(environmentVariable))
+        return qEnvironmentVariable(environmentVariable);
+    return QString();
+}
