@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+// Turns the files a user attaches (CV, notes, a job posting) into one block of plain text
+// for the model's instructions. Stateless and quiet: a file that cannot be read contributes
+// nothing. The kind of a file is decided by its extension, compared case-insensitively: "pdf"
+// (text layer of every page), "rtf" (see RtfReader), anything else strict UTF-8 text.
+class ContextLoader
+{
+public:
+    struct Result
+    {
+        QString text;      // "----- <name> -----\n<text>" blocks joined by blank lines
+        QStringList names; // file names (with extension) of the files that gave text
+    };
+
+    // Characters (grapheme clusters) kept per file after cleaning.
+    static constexpr int perFileLimit = 24000;
+
+    static Result load(const QStringList &paths);
+    // The cleaned text of one file, or nothing when it cannot be read. A PDF without a text
+    // layer gives an empty string.
+    static std::optional<QString> extract(const QString &path);
+    // CRLF to LF, runs of spaces and tabs to one space, three or more line breaks to two,
+    // trimmed, then cut to `limit` characters with "\n[…truncated]" appended when longer.
+    static QString clean(const QString &text, int limit);
+
+    // What the file pickers offer, without dots, and the list of kinds shown to the user.
+    static QStringList offeredExtensions();
+    static QString kindsLabel();
+    // A name filter for QFileDialog covering the offered extensions in either case.
+    static QString fileDialogFilter();
+
+    // What the callers show when nothing could be read.
+    static QString panelNothingReadMessage();
+    static QString onboardingNothingReadMessage();
+
+private:
+    static std::optional<QString> pdfText(const QString &path);
+};
