@@ -1,0 +1,51 @@
+#pragma once
+
+#include "realtime/RealtimeTypes.h"
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QString>
+#include <QUrl>
+
+// The messages the client sends to the realtime service, and the pure rules behind them
+// (endpoint, history selection, back-off, cycle period). Everything here is free of state and
+// threads, so it can be checked without a socket.
+namespace RealtimeProtocol {
+
+inline constexpr int chunkBytes = 4800;
+inline constexpr int historyPairLimit = 12;
+inline constexpr int historyCharBudget = 8000;
+inline constexpr auto defaultEndpoint = "wss://api.openai.com/v1/realtime";
+inline constexpr auto endpointVariable = "KQ_REALTIME_URL";
+
+QJsonObject turnDetection(const RealtimeConfig &config);
+// {"type": "session.update", "session": ...} in the current or the legacy shape.
+QJsonObject sessionUpdate(const RealtimeConfig &config, bool legacy);
+QJsonObject userItem(const QString &text);
+QJsonObject assistantItem(const QString &text, const QString &contentType);
+QJsonObject audioAppend(const QByteArray &pcm16);
+QJsonObject typed(const char *type);
+QByteArray serialize(const QJsonObject &message);
+
+// Characters as a reader counts them (grapheme clusters), not UTF-16 units or bytes.
+int perceivedLength(const QString &text);
+// The newest pairs that fit: at most `pairLimit`, and the walk from the newest backwards stops
+// at the first pair whose question plus answer does not fit strictly inside what is left of
+// the budget. Returned oldest first.
+History selectHistory(const History &history, int pairLimit = historyPairLimit,
+                      int charBudget = historyCharBudget);
+
+// Delay before reconnect number `attempt` + 1 (attempt counts from 0): 1, 2, 4, 8, 16, 20, 20 ... s.
+int backoffSeconds(int attempt);
+// Minutes between deliberate session cycles: the configured value, but never below 5.
+int cycleMinutes(int reconnectMinutes);
+
+struct Endpoint
+{
+    QUrl url;      // with the "model" query; empty when `error` is set
+    QString error; // why the endpoint may not be used; the key must not be sent then
+};
+// `override` is the value of KQ_REALTIME_URL, or a null string when the variable is unset.
+Endpoint resolveEndpoint(const QString &override, const QString &model);
+
+} // namespace RealtimeProtocol

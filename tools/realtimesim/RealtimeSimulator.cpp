@@ -1,0 +1,228 @@
+#include "realtimesim/RealtimeSimulator.h"
+
+#include "realtimesim/SimConnection.h"
+
+#include <QHostAddress>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QWebSocket>
+#include <QWebSocketServer>
+
+RealtimeSimulator::RealtimeSimulator(QObject *parent)
+    : QObject(parent),
+      m_tcpServer(new QTcpServer(this)),
+      m_wsServer(new QWebSocketServer(QStringLiteral("ketterbloom-sim"), QWebSocketServer::NonSecureMode, this)),
+      m_script(SimScript::builtin())
+{
+    connect(m_tcpServer, &QTcpServer::newConnection, this, [this] {
+        while (QTcpSocket *tcp = m_tcpServer->nextPendingConnection())
+            m_wsServer->handleConnection(tcp);
+    });
+    connect(m_wsServer, &QWebSocketServer::newConnection, this, &RealtimeSimulator::acceptWebSocket);
+}
+
+RealtimeSimulator::~RealtimeSimulator()
+{
+    close();
+}
+
+bool RealtimeSimulator::listen(quint16 port)
+{
+    if (m_tcpServer->isListening())
+        return true;
+    if (!m_tcpServer->listen(QHostAddress::LocalHost, port))
+        return false;
+    m_port = m_tcpServer->serverPort();
+    return true;
+}
+
+void RealtimeSimulator::close()
+{
+    m_tcpServer->close();
+    for (const QPointer<SimConnection> &connection : std::as_const(m_connections)) {
+        if (connection && connection->isOpen())
+            connection->applyFault(SimFault::of(SimFault::Kind::drop));
+    }
+}
+
+bool RealtimeSimulator::isListening() const
+{
+    return m_tcpServer->isListening();
+}
+
+quint16 RealtimeSimulator::port() const
+{
+    return m_port;
+}
+
+QUrl RealtimeSimulator::url() const
+{
+    return QUrl(QStringLiteral("ws://127.0.0.1:%1/v1/realtime").arg(m_port));
+}
+
+void RealtimeSimulator::setScript(const SimScript &script)
+{
+    m_script = script;
+    m_nextTurn = 0;
+}
+
+QList<QJsonObject> RealtimeSimulator::received(const QString &type, int connection) const
+{
+    QList<QJsonObject> result;
+    for (const SimRecord &record : m_records) {
+        if (record.type == type && (connection == 0 || record.connection == connection))
+            result.append(record.message);
+    }
+    return result;
+}
+
+QList<SimConnectionInfo> RealtimeSimulator::connections() const
+{
+    QList<SimConnectionInfo> result;
+    for (int i = 0; i < m_connections.size(); ++i)
+        result.append(m_connections[i] ? m_connections[i]->info() : m_closedInfo.value(i));
+    return result;
+}
+
+int RealtimeSimulator::openConnectionCount() const
+{
+    int count = 0;
+    for (const QPointer<SimConnection> &connection : m_connections)
+        count += connection && connection->isOpen();
+    return count;
+}
+
+void RealtimeSimulator::acceptWebSocket()
+{
+    while (QWebSocket *socket = m_wsServer->nextPendingConnection()) {
+        // The socket is read through its TCP socket; keep that one too, so that a "freeze" can stop
+        // reading without closing anything.
+        QTcpSocket *tcp = nullptr;
+        for (QTcpSocket *candidate : m_wsServer->findChildren<QTcpSocket *>())
+            if (candidate->peerPort() == socket->peerPort())
+                tcp = candidate;
+        if (!tcp)
+            for (QTcpSocket *candidate : socket->findChildren<QTcpSocket *>())
+                tcp = candidate;
+        const int index = int(m_connections.size()) + 1;
+        auto *connection = new SimConnection(this, socket, tcp, index);
+        m_connections.append(connection);
+        m_closedInfo.append(connection->info());
+        connect(connection, &SimConnection::closed, this, [this, connection, index] {
+            m_closedInfo[index - 1] = connection->info();
+            emit connectionClosed(index);
+        });
+        emit connectionOpened(index);
+    }
+}
+
+SimConnection *RealtimeSimulator::current() const
+{
+    for (auto it = m_connections.crbegin(); it != m_connections.crend(); ++it) {
+        if (*it && (*it)->isOpen())
+            return *it;
+    }
+    return nullptr;
+}
+
+bool RealtimeSimulator::withCurrent(const std::function<void(SimConnection *)> &action)
+{
+    SimConnection *connection = current();
+    if (!connection)
+        return false;
+    action(connection);
+    return true;
+}
+
+bool RealtimeSimulator::triggerTurn(const QString &question)
+{
+    SimTurn turn;
+    if (question.isEmpty()) {
+        turn = nextTurn();
+    } else {
+        turn.question = question;
+        turn.answer = answerFor(question);
+    }
+    return withCurrent([&turn](SimConnection *c) { c->runTurn(turn); });
+}
+
+bool RealtimeSimulator::closeConnection(int code, const QString &reason)
+{
+    SimFault fault = SimFault::of(SimFault::Kind::close);
+    fault.code = code;
+    fault.reason = reason;
+    return withCurrent([&fault](SimConnection *c) { c->applyFault(fault); });
+}
+
+bool RealtimeSimulator::dropConnection()
+{
+    return withCurrent([](SimConnection *c) { c->applyFault(SimFault::of(SimFault::Kind::drop)); });
+}
+
+bool RealtimeSimulator::freeze()
+{
+    return withCurrent([](SimConnection *c) { c->applyFault(SimFault::of(SimFault::Kind::freeze)); });
+}
+
+bool RealtimeSimulator::sendMalformed()
+{
+    return withCurrent([](SimConnection *c) { c->applyFault(SimFault::of(SimFault::Kind::malformed)); });
+}
+
+bool RealtimeSimulator::sendError(const QString &code, const QString &message)
+{
+    SimFault fault = SimFault::of(SimFault::Kind::error);
+    fault.errorCode = code;
+    fault.message = message;
+    return withCurrent([&fault](SimConnection *c) { c->applyFault(fault); });
+}
+
+bool RealtimeSimulator::expireSession()
+{
+    return withCurrent([](SimConnection *c) { c->applyFault(SimFault::of(SimFault::Kind::sessionExpired)); });
+}
+
+bool RealtimeSimulator::sendText(const QString &text)
+{
+    return withCurrent([&text](SimConnection *c) { c->sendText(text); });
+}
+
+bool RealtimeSimulator::sendBinary(const QByteArray &data)
+{
+    return withCurrent([&data](SimConnection *c) { c->sendBinary(data); });
+}
+
+SimTurn RealtimeSimulator::nextTurn()
+{
+    if (m_script.turns.isEmpty()) {
+        SimTurn turn;
+        turn.question = QStringLiteral("Question %1?").arg(++m_nextTurn);
+        turn.answer = answerFor(turn.question);
+        return turn;
+    }
+    if (m_nextTurn >= m_script.turns.size()) {
+        if (!m_script.loop) {
+            SimTurn turn;
+            turn.question = QStringLiteral("Question %1?").arg(++m_nextTurn);
+            turn.answer = answerFor(turn.question);
+            return turn;
+        }
+        m_nextTurn = 0;
+    }
+    return m_script.turns.at(m_nextTurn++);
+}
+
+QString RealtimeSimulator::answerFor(const QString &question) const
+{
+    for (const SimTurn &turn : m_script.turns) {
+        if (turn.question == question)
+            return turn.answer;
+    }
+    return QStringLiteral("A short answer to: %1").arg(question);
+}
+
+void RealtimeSimulator::record(const SimRecord &record)
+{
+    m_records.append(record);
+    emit recorded(record);
+}

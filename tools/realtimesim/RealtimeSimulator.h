@@ -1,0 +1,84 @@
+#pragma once
+
+#include "realtimesim/SimRecord.h"
+#include "realtimesim/SimScript.h"
+
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QUrl>
+
+class QTcpServer;
+class QWebSocketServer;
+class SimConnection;
+
+// A stand-in for the realtime model service on 127.0.0.1: accepts connections on
+// /v1/realtime?model=..., checks the Bearer key, validates the session configuration, detects
+// turns in the uploaded audio, answers from a script, injects faults on request, and records
+// every message the client sent. Runs on the thread that creates it.
+class RealtimeSimulator : public QObject
+{
+    Q_OBJECT
+public:
+    explicit RealtimeSimulator(QObject *parent = nullptr);
+    ~RealtimeSimulator() override;
+
+    // Listens on 127.0.0.1; port 0 picks a free port. Calling it again after close() reopens.
+    bool listen(quint16 port = 0);
+    // Stops accepting connections and drops the open ones.
+    void close();
+    bool isListening() const;
+    quint16 port() const;
+    // ws://127.0.0.1:<port>/v1/realtime, the value for KQ_REALTIME_URL.
+    QUrl url() const;
+
+    void setScript(const SimScript &script);
+    const SimScript &script() const { return m_script; }
+    void setRejectCurrentShape(bool reject) { m_script.rejectCurrentShape = reject; }
+    void setRejectOutputText(bool reject) { m_script.rejectOutputText = reject; }
+    void setExpectedKey(const QString &key) { m_script.apiKey = key; }
+
+    // What the clients sent, in arrival order.
+    QList<SimRecord> records() const { return m_records; }
+    QList<QJsonObject> received(const QString &type, int connection = 0) const;
+    QList<SimConnectionInfo> connections() const;
+    int connectionCount() const { return m_connections.size(); }
+    int openConnectionCount() const;
+    void clearRecords() { m_records.clear(); }
+
+    // Control, acting on the newest open connection; false when there is none.
+    // A turn with the next scripted question, or with `question` and the answer scripted for it.
+    bool triggerTurn(const QString &question = {});
+    bool closeConnection(int code, const QString &reason);
+    bool dropConnection();
+    bool freeze();      // stop reading: no pongs, no answers, socket left open
+    bool sendMalformed();
+    bool sendError(const QString &code, const QString &message);
+    bool expireSession();
+    bool sendText(const QString &text);
+    bool sendBinary(const QByteArray &data);
+
+    // Used by the connections.
+    SimTurn nextTurn();
+    QString answerFor(const QString &question) const;
+    void record(const SimRecord &record);
+
+signals:
+    void recorded(const SimRecord &record);
+    void connectionOpened(int index);
+    void connectionClosed(int index);
+
+private:
+    void acceptWebSocket();
+    SimConnection *current() const;
+    bool withCurrent(const std::function<void(SimConnection *)> &action);
+
+    QTcpServer *m_tcpServer;
+    QWebSocketServer *m_wsServer;
+    quint16 m_port = 0;
+    SimScript m_script;
+    int m_nextTurn = 0;
+    QList<QPointer<SimConnection>> m_connections;
+    QList<SimConnectionInfo> m_closedInfo;
+    QList<SimRecord> m_records;
+};

@@ -1,0 +1,438 @@
+#include "realtimesim/SimConnection.h"
+
+#include "realtimesim/RealtimeSimulator.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QNetworkRequest>
+#include <QRegularExpression>
+#include <QTcpSocket>
+#include <QUrlQuery>
+#include <QWebSocket>
+
+#include <memory>
+
+namespace {
+
+const QStringList kCurrentKeys = {"type", "model", "output_modalities", "instructions", "audio", "tools",
+                                  "tool_choice", "max_output_tokens", "prompt", "include", "tracing", "truncation"};
+const QStringList kLegacyKeys = {"modalities", "instructions", "input_audio_format", "input_audio_transcription",
+                                 "turn_detection", "voice", "tools", "tool_choice", "temperature",
+                                 "max_response_output_tokens", "output_audio_format", "input_audio_noise_reduction"};
+
+// Splits an answer into about one delta per three words, or into `count` pieces.
+QStringList pieces(const QString &answer, int count)
+{
+    const QStringList words = answer.split(QLatin1Char(' '));
+    const int per = count > 0 ? std::max<int>(1, int((words.size() + count - 1) / count)) : 3;
+    QStringList result;
+    for (qsizetype i = 0; i < words.size(); i += per) {
+        QString piece = words.mid(i, per).join(QLatin1Char(' '));
+        if (i + per < words.size())
+            piece += QLatin1Char(' ');
+        result.append(piece);
+    }
+    return result;
+}
+
+QString checkTurnDetection(const QJsonValue &value, const QString &path)
+{
+    const QJsonObject td = value.toObject();
+    if (!value.isObject() || td.value("type").toString() != QLatin1String("server_vad"))
+        return path + ".type";
+    const QJsonValue threshold = td.value("threshold");
+    if (!threshold.isDouble() || threshold.toDouble() < 0 || threshold.toDouble() > 1)
+        return path + ".threshold";
+    for (const char *key : {"prefix_padding_ms", "silence_duration_ms"})
+        if (!td.value(key).isDouble() || td.value(key).toDouble() < 0)
+            return path + "." + key;
+    return {};
+}
+
+} // namespace
+
+SimConnection::SimConnection(RealtimeSimulator *simulator, QWebSocket *socket, QTcpSocket *tcp, int index)
+    : QObject(simulator), m_simulator(simulator), m_socket(socket), m_tcp(tcp)
+{
+    socket->setParent(this);
+    m_stepTimer.setSingleShot(true);
+    connect(&m_stepTimer, &QTimer::timeout, this, &SimConnection::runNextStep);
+
+    const QNetworkRequest request = socket->request();
+    m_info.index = index;
+    m_info.path = request.url().path();
+    m_info.model = QUrlQuery(request.url()).queryItemValue(QStringLiteral("model"));
+    const QByteArray authorization = request.rawHeader("Authorization");
+    if (authorization.isEmpty()) {
+        m_info.authorization = QStringLiteral("missing");
+    } else {
+        const QString key = QString::fromUtf8(authorization).section(QLatin1Char(' '), 1);
+        const bool bearer = authorization.startsWith("Bearer ") && !key.trimmed().isEmpty();
+        const QString &expected = simulator->script().apiKey;
+        m_info.authorization = bearer && (expected.isEmpty() || key == expected) ? QStringLiteral("valid")
+                                                                                  : QStringLiteral("invalid");
+    }
+
+    connect(socket, &QWebSocket::textMessageReceived, this, &SimConnection::handleMessage);
+    connect(socket, &QWebSocket::binaryMessageReceived, this,
+            [this](const QByteArray &data) { handleMessage(QString::fromUtf8(data)); });
+    connect(socket, &QWebSocket::disconnected, this, &SimConnection::markClosed);
+
+    if (m_info.path != QLatin1String("/v1/realtime")) {
+        socket->close(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("not found"));
+        return;
+    }
+    if (m_info.authorization != QLatin1String("valid")) {
+        // The socket stays open, unconfigured, as the service leaves it.
+        sendError(QStringLiteral("invalid_api_key"), QStringLiteral("Incorrect API key provided."));
+        return;
+    }
+    if (m_info.model.isEmpty()) {
+        sendError(QStringLiteral("missing_model"), QStringLiteral("Missing required parameter: 'model'."), "model");
+        return;
+    }
+    sendEvent({{"type", "session.created"},
+               {"session", QJsonObject{{"id", nextId("sess")}, {"object", "realtime.session"}, {"model", m_info.model}}}});
+}
+
+SimConnection::~SimConnection() = default;
+
+QString SimConnection::nextId(const char *prefix)
+{
+    return QStringLiteral("%1_%2_%3").arg(QLatin1String(prefix)).arg(m_info.index).arg(++m_counter);
+}
+
+void SimConnection::markClosed()
+{
+    if (!m_info.open)
+        return;
+    m_info.open = false;
+    m_steps.clear();
+    m_stepTimer.stop();
+    emit closed();
+}
+
+// MARK: - Incoming
+
+void SimConnection::handleMessage(const QString &text)
+{
+    if (m_frozen)
+        return;
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8());
+    QJsonObject message = document.object();
+    const QString type = message.value("type").toString();
+
+    SimRecord record{m_info.index, type, message};
+    if (type == QLatin1String("input_audio_buffer.append")) {
+        record.message.remove("audio");
+        record.message.insert("audio_bytes", QByteArray::fromBase64(message.value("audio").toString().toLatin1()).size());
+    }
+    if (!document.isObject())
+        record.message = QJsonObject{{"raw_bytes", int(text.toUtf8().size())}};
+    m_simulator->record(record);
+
+    if (!document.isObject() || type.isEmpty()) {
+        sendError(QStringLiteral("invalid_json"), QStringLiteral("The server could not parse the message as JSON."));
+    } else if (type == QLatin1String("session.update")) {
+        handleSessionUpdate(message);
+    } else if (type == QLatin1String("input_audio_buffer.append")) {
+        handleAppend(message);
+    } else if (type == QLatin1String("conversation.item.create")) {
+        handleItemCreate(message);
+    } else if (type == QLatin1String("response.create")) {
+        handleResponseCreate();
+    } else if (type == QLatin1String("response.cancel")) {
+        handleCancel();
+    } else {
+        sendError(QStringLiteral("invalid_value"),
+                  QStringLiteral("Invalid value: '%1'. Supported values are: 'session.update', "
+                                 "'input_audio_buffer.append', 'conversation.item.create', "
+                                 "'response.create' and 'response.cancel'.").arg(type), "type");
+    }
+}
+
+void SimConnection::handleSessionUpdate(const QJsonObject &message)
+{
+    const QJsonObject session = message.value("session").toObject();
+    const bool current = session.contains("type");
+    if (current && m_simulator->script().rejectCurrentShape) {
+        sendError(QStringLiteral("unknown_parameter"), QStringLiteral("Unknown parameter: 'session.type'."), "session.type");
+        return;
+    }
+    const QStringList &allowed = current ? kCurrentKeys : kLegacyKeys;
+    for (auto it = session.constBegin(); it != session.constEnd(); ++it) {
+        if (!allowed.contains(it.key())) {
+            sendError(QStringLiteral("unknown_parameter"), QStringLiteral("Unknown parameter: 'session.%1'.").arg(it.key()),
+                      "session." + it.key());
+            return;
+        }
+    }
+    QString bad;
+    QJsonObject turnDetection;
+    if (current) {
+        const QJsonObject input = session.value("audio").toObject().value("input").toObject();
+        const QJsonObject format = input.value("format").toObject();
+        if (session.value("type").toString() != QLatin1String("realtime"))
+            bad = "session.type";
+        else if (format.value("type").toString() != QLatin1String("audio/pcm") || format.value("rate").toInt() != 24000)
+            bad = "session.audio.input.format";
+        else if (!input.value("transcription").toObject().value("model").isString())
+            bad = "session.audio.input.transcription.model";
+        else
+            bad = checkTurnDetection(input.value("turn_detection"), "session.audio.input.turn_detection");
+        turnDetection = input.value("turn_detection").toObject();
+    } else {
+        if (session.contains("input_audio_format") && session.value("input_audio_format").toString() != QLatin1String("pcm16"))
+            bad = "session.input_audio_format";
+        else
+            bad = checkTurnDetection(session.value("turn_detection"), "session.turn_detection");
+        turnDetection = session.value("turn_detection").toObject();
+    }
+    if (!bad.isEmpty()) {
+        sendError(QStringLiteral("invalid_value"), QStringLiteral("Invalid value for '%1'.").arg(bad), bad);
+        return;
+    }
+    m_vad.configure(turnDetection.value("threshold").toDouble(), turnDetection.value("prefix_padding_ms").toInt(),
+                    turnDetection.value("silence_duration_ms").toInt());
+    m_session = session;
+    m_configured = true;
+    QJsonObject echoed = session;
+    echoed.insert("id", nextId("sess"));
+    sendEvent({{"type", "session.updated"}, {"session", echoed}});
+}
+
+void SimConnection::handleAppend(const QJsonObject &message)
+{
+    const QJsonValue audio = message.value("audio");
+    if (!audio.isString()) {
+        sendError(QStringLiteral("missing_required_parameter"), QStringLiteral("Missing required parameter: 'audio'."), "audio");
+        return;
+    }
+    const QByteArray pcm = QByteArray::fromBase64(audio.toString().toLatin1());
+    for (const EnergyVad::Event &event : m_vad.feed(pcm)) {
+        if (event.started) {
+            m_speechItemID = nextId("item");
+            sendEvent({{"type", "input_audio_buffer.speech_started"}, {"audio_start_ms", event.audioMs}, {"item_id", m_speechItemID}});
+        } else {
+            sendEvent({{"type", "input_audio_buffer.speech_stopped"}, {"audio_end_ms", event.audioMs}, {"item_id", m_speechItemID}});
+            runTurn(m_simulator->nextTurn());
+        }
+    }
+}
+
+void SimConnection::handleItemCreate(const QJsonObject &message)
+{
+    const QJsonObject item = message.value("item").toObject();
+    const QJsonArray content = item.value("content").toArray();
+    const QString role = item.value("role").toString();
+    const QString partType = content.first().toObject().value("type").toString();
+    if (item.value("type").toString() != QLatin1String("message") || content.isEmpty()) {
+        sendError(QStringLiteral("invalid_value"), QStringLiteral("Invalid value for 'item'."), "item");
+        return;
+    }
+    if (role == QLatin1String("assistant") && partType == QLatin1String("output_text") && m_simulator->script().rejectOutputText) {
+        sendError(QStringLiteral("invalid_value"),
+                  QStringLiteral("Invalid value: 'output_text'. Supported values are: 'text' and 'audio'."),
+                  "item.content[0].type");
+        return;
+    }
+    const bool userOk = role == QLatin1String("user") && partType == QLatin1String("input_text");
+    const bool assistantOk = role == QLatin1String("assistant")
+                             && (partType == QLatin1String("output_text") || partType == QLatin1String("text"));
+    if (!userOk && !assistantOk) {
+        sendError(QStringLiteral("invalid_value"), QStringLiteral("Invalid value: '%1'.").arg(partType), "item.content[0].type");
+        return;
+    }
+    if (role == QLatin1String("user"))
+        m_lastUserText = content.first().toObject().value("text").toString();
+    QJsonObject created = item;
+    created.insert("id", nextId("item"));
+    sendEvent({{"type", "conversation.item.added"}, {"item", created}});
+}
+
+void SimConnection::handleResponseCreate()
+{
+    if (!m_activeResponseID.isEmpty()) {
+        sendError(QStringLiteral("conversation_already_has_active_response"),
+                  QStringLiteral("Conversation already has an active response in progress: %1. Wait until the "
+                                 "response is finished before creating a new one.").arg(m_activeResponseID));
+        return;
+    }
+    startResponse(m_simulator->answerFor(m_lastUserText), 15, 0, {});
+}
+
+void SimConnection::handleCancel()
+{
+    if (m_activeResponseID.isEmpty() || m_responseCancelled) {
+        sendError(QStringLiteral("response_cancel_not_active"),
+                  QStringLiteral("Cancellation failed: no active response found."));
+        return;
+    }
+    m_responseCancelled = true;
+    const QString id = m_activeResponseID;
+    QTimer::singleShot(m_simulator->script().cancelDelayMs, this, [this, id] {
+        if (m_activeResponseID == id && m_info.open && !m_frozen)
+            finishResponse(QStringLiteral("cancelled"));
+    });
+}
+
+// MARK: - Turns and responses
+
+void SimConnection::runTurn(const SimTurn &turn)
+{
+    const QString itemID = m_speechItemID.isEmpty() ? nextId("item") : std::exchange(m_speechItemID, QString());
+    const QJsonObject transcript{{"type", "conversation.item.input_audio_transcription.completed"},
+                                 {"item_id", itemID},
+                                 {"content_index", 0},
+                                 {"transcript", turn.question}};
+    enqueue(turn.delayMs, [this, itemID] {
+        sendEvent({{"type", "input_audio_buffer.committed"}, {"previous_item_id", QJsonValue()}, {"item_id", itemID}});
+    });
+    if (turn.fault.kind != SimFault::Kind::none && turn.fault.beforeResponse)
+        enqueue(0, [this, fault = turn.fault] { applyFault(fault); });
+    if (!turn.transcriptAfterResponse)
+        enqueue(0, [this, transcript] { sendEvent(transcript); });
+    m_lastUserText = turn.question;
+    enqueue(0, [this, turn, transcript] {
+        startResponse(turn.answer, turn.deltaDelayMs, turn.deltaCount, [this, turn, transcript] {
+            if (turn.transcriptAfterResponse)
+                sendEvent(transcript);
+            if (turn.fault.kind != SimFault::Kind::none && !turn.fault.beforeResponse)
+                applyFault(turn.fault);
+        });
+    });
+}
+
+void SimConnection::startResponse(const QString &answer, int deltaDelayMs, int deltaCount,
+                                  const std::function<void()> &afterDone)
+{
+    const QString id = nextId("resp");
+    m_activeResponseID = id;
+    m_responseCancelled = false;
+    m_responseOutputChars = 0;
+    sendEvent({{"type", "response.created"},
+               {"response", QJsonObject{{"id", id}, {"object", "realtime.response"}, {"status", "in_progress"}}}});
+    for (const QString &piece : pieces(answer, deltaCount)) {
+        enqueue(deltaDelayMs, [this, id, piece] {
+            if (m_activeResponseID != id || m_responseCancelled)
+                return;
+            m_responseOutputChars += int(piece.size());
+            sendEvent({{"type", "response.output_text.delta"}, {"response_id", id}, {"item_id", id + "_msg"},
+                       {"output_index", 0}, {"content_index", 0}, {"delta", piece}});
+        });
+    }
+    enqueue(deltaDelayMs, [this, id, afterDone] {
+        if (m_activeResponseID != id || m_responseCancelled)
+            return;
+        finishResponse(QStringLiteral("completed"));
+        if (afterDone)
+            afterDone();
+    });
+}
+
+void SimConnection::finishResponse(const QString &status)
+{
+    const int outputTokens = std::max(1, m_responseOutputChars / 4);
+    const int inputText = 180 + int(m_counter % 40);
+    const int inputAudio = 95;
+    const int cachedText = inputText / 2;
+    const QJsonObject usage{
+        {"total_tokens", inputText + inputAudio + outputTokens},
+        {"input_tokens", inputText + inputAudio},
+        {"output_tokens", outputTokens},
+        {"input_token_details", QJsonObject{{"text_tokens", inputText}, {"audio_tokens", inputAudio},
+                                            {"image_tokens", 0}, {"cached_tokens", cachedText},
+                                            {"cached_tokens_details", QJsonObject{{"text_tokens", cachedText},
+                                                                                  {"audio_tokens", 0},
+                                                                                  {"image_tokens", 0}}}}},
+        {"output_token_details", QJsonObject{{"text_tokens", outputTokens}, {"audio_tokens", 0}}},
+    };
+    const QString id = std::exchange(m_activeResponseID, QString());
+    m_responseCancelled = false;
+    sendEvent({{"type", "response.done"},
+               {"response", QJsonObject{{"id", id}, {"object", "realtime.response"}, {"status", status}, {"usage", usage}}}});
+}
+
+void SimConnection::enqueue(int delayMs, std::function<void()> step)
+{
+    m_steps.enqueue({delayMs, std::move(step)});
+    if (!m_stepTimer.isActive() && m_steps.size() == 1)
+        m_stepTimer.start(m_steps.head().delayMs);
+}
+
+void SimConnection::runNextStep()
+{
+    if (m_steps.isEmpty() || m_frozen || !m_info.open)
+        return;
+    const Step step = m_steps.dequeue();
+    step.run();
+    if (!m_steps.isEmpty() && !m_stepTimer.isActive())
+        m_stepTimer.start(m_steps.head().delayMs);
+}
+
+// MARK: - Outgoing and faults
+
+void SimConnection::sendEvent(QJsonObject event)
+{
+    if (!m_socket || !m_info.open || m_frozen)
+        return;
+    event.insert("event_id", nextId("event"));
+    m_socket->sendTextMessage(QString::fromUtf8(QJsonDocument(event).toJson(QJsonDocument::Compact)));
+}
+
+void SimConnection::sendError(const QString &code, const QString &message, const QString &param)
+{
+    QJsonObject error{{"type", "invalid_request_error"}, {"code", code}, {"message", message}};
+    error.insert("param", param.isEmpty() ? QJsonValue() : QJsonValue(param));
+    sendEvent({{"type", "error"}, {"error", error}});
+}
+
+void SimConnection::sendText(const QString &text)
+{
+    if (m_socket && m_info.open && !m_frozen)
+        m_socket->sendTextMessage(text);
+}
+
+void SimConnection::sendBinary(const QByteArray &data)
+{
+    if (m_socket && m_info.open && !m_frozen)
+        m_socket->sendBinaryMessage(data);
+}
+
+void SimConnection::applyFault(const SimFault &fault)
+{
+    if (!m_socket || !m_info.open)
+        return;
+    switch (fault.kind) {
+    case SimFault::Kind::none:
+        break;
+    case SimFault::Kind::close:
+        m_socket->close(QWebSocketProtocol::CloseCode(fault.code), fault.reason);
+        break;
+    case SimFault::Kind::drop:
+        m_frozen = false;
+        if (m_tcp)
+            m_tcp->blockSignals(false);
+        m_socket->abort();
+        markClosed();
+        break;
+    case SimFault::Kind::freeze:
+        // Stop reading: the client's pings go unanswered and its messages unprocessed.
+        m_frozen = true;
+        m_stepTimer.stop();
+        if (m_tcp)
+            m_tcp->blockSignals(true);
+        break;
+    case SimFault::Kind::malformed:
+        sendText(QStringLiteral("{\"type\": \"response.output_text.delta\", \"delta\": \"unterminated"));
+        break;
+    case SimFault::Kind::error:
+        sendError(fault.errorCode, fault.message);
+        break;
+    case SimFault::Kind::sessionExpired:
+        sendError(QStringLiteral("session_expired"),
+                  QStringLiteral("Your session hit the maximum duration of 60 minutes."));
+        m_socket->close(QWebSocketProtocol::CloseCodeNormal, QStringLiteral("session expired"));
+        break;
+    }
+}
