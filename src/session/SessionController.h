@@ -28,6 +28,20 @@ class RecordingTranscription;
 class SessionLog;
 class TapQueries;
 
+// A button shown beside the session banner (SessionController::BannerLink).
+struct SessionBannerLink
+{
+    Q_GADGET
+    Q_PROPERTY(QString id MEMBER id)
+    Q_PROPERTY(QString label MEMBER label)
+    Q_PROPERTY(QUrl url MEMBER url)
+public:
+    QString id;     // fresh UUID per link
+    QString label;  // "Transcript", "Recording", "Folder"
+    QUrl url;       // a local file or folder
+    friend bool operator==(const SessionBannerLink &, const SessionBannerLink &) = default;
+};
+
 // Owns a meeting session from Start to Stop: runs the start-up checks, wires capture, the
 // realtime service and the transcribers together, turns transcripts and answer text into
 // cards, times the user's answers, narrows capture to one application, and writes the
@@ -44,7 +58,7 @@ class SessionController : public QObject
     Q_PROPERTY(QUrl lastRecordingURL READ lastRecordingURL NOTIFY lastRecordingURLChanged)
     Q_PROPERTY(QUrl lastTranscriptURL READ lastTranscriptURL NOTIFY lastTranscriptURLChanged)
     Q_PROPERTY(QString banner READ banner NOTIFY bannerChanged)
-    Q_PROPERTY(QList<SessionController::BannerLink> bannerLinks READ bannerLinks NOTIFY bannerLinksChanged)
+    Q_PROPERTY(QList<SessionBannerLink> bannerLinks READ bannerLinks NOTIFY bannerLinksChanged)
     Q_PROPERTY(bool contextPanelRequested READ contextPanelRequested WRITE setContextPanelRequested NOTIFY contextPanelRequestedChanged)
     Q_PROPERTY(bool isSpeaking READ isSpeaking NOTIFY isSpeakingChanged)
     Q_PROPERTY(bool isAnswering READ isAnswering NOTIFY isAnsweringChanged)
@@ -53,18 +67,7 @@ class SessionController : public QObject
 
 public:
     // A button shown beside the banner: reveals or opens `url`.
-    struct BannerLink
-    {
-        Q_GADGET
-        Q_PROPERTY(QString id MEMBER id)
-        Q_PROPERTY(QString label MEMBER label)
-        Q_PROPERTY(QUrl url MEMBER url)
-    public:
-        QString id;     // fresh UUID per link
-        QString label;  // "Transcript", "Recording", "Folder"
-        QUrl url;       // a local file or folder
-        friend bool operator==(const BannerLink &, const BannerLink &) = default;
-    };
+    using BannerLink = SessionBannerLink;
 
     // The one action button a banner may carry.
     enum class BannerAction { openAccountSettings, openOnboarding, openContext };

@@ -1,0 +1,150 @@
+#include "session/SessionController.h"
+
+#include <QUuid>
+
+// Published state: every setter notifies only on a change.
+
+// ---- Banner --------------------------------------------------------------------------
+
+SessionController::BannerLink SessionController::makeLink(const QString &label, const QUrl &url)
+{
+    return BannerLink{QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper(), label, url};
+}
+
+void SessionController::setBanner(const QString &text, const QList<BannerLink> &links)
+{
+    m_bannerOwningLinks = text;
+    setBannerText(text);
+    setBannerLinks(links);
+}
+
+void SessionController::setBanner(const QString &text, BannerAction action)
+{
+    setBannerLinks({});
+    m_bannerOwningLinks.reset();
+    setBannerText(text);
+    setBannerAction(action);
+}
+
+void SessionController::setBannerText(const std::optional<QString> &text)
+{
+    const bool changed = m_banner != text;
+    m_banner = text;
+    if (changed) {
+        emit bannerChanged();
+    }
+    if (m_banner != m_bannerOwningLinks) {
+        setBannerLinks({});
+    }
+    if (!m_banner) {
+        setBannerAction(std::nullopt);
+    }
+}
+
+void SessionController::setBannerLinks(const QList<BannerLink> &links)
+{
+    if (m_bannerLinks != links) {
+        m_bannerLinks = links;
+        emit bannerLinksChanged();
+    }
+}
+
+void SessionController::setBannerAction(std::optional<BannerAction> action)
+{
+    if (m_bannerAction != action) {
+        m_bannerAction = action;
+        emit bannerActionChanged();
+    }
+}
+
+void SessionController::setContextPanelRequested(bool requested)
+{
+    if (m_contextPanelRequested != requested) {
+        m_contextPanelRequested = requested;
+        emit contextPanelRequestedChanged();
+    }
+}
+
+void SessionController::setStatus(const RealtimeStatus &status)
+{
+    if (!(m_status == status)) {
+        m_status = status;
+        emit statusChanged();
+    }
+}
+
+void SessionController::setSessionActive(bool active)
+{
+    if (m_isSessionActive != active) {
+        m_isSessionActive = active;
+        emit isSessionActiveChanged();
+    }
+}
+
+void SessionController::setLevels(float mic, float meeting)
+{
+    if (m_micLevel != mic) {
+        m_micLevel = mic;
+        emit micLevelChanged();
+    }
+    if (m_meetingLevel != meeting) {
+        m_meetingLevel = meeting;
+        emit meetingLevelChanged();
+    }
+}
+
+void SessionController::setLastRecordingURL(const QUrl &url)
+{
+    if (m_lastRecordingURL != url) {
+        m_lastRecordingURL = url;
+        emit lastRecordingURLChanged();
+    }
+}
+
+void SessionController::setLastTranscriptURL(const QUrl &url)
+{
+    if (m_lastTranscriptURL != url) {
+        m_lastTranscriptURL = url;
+        emit lastTranscriptURLChanged();
+    }
+}
+
+void SessionController::setSpeaking(bool speaking)
+{
+    if (m_isSpeaking != speaking) {
+        m_isSpeaking = speaking;
+        emit isSpeakingChanged();
+    }
+}
+
+void SessionController::setAnswering(bool answering)
+{
+    if (m_isAnswering != answering) {
+        m_isAnswering = answering;
+        emit isAnsweringChanged();
+    }
+}
+
+void SessionController::setSpeakingElapsed(double seconds)
+{
+    if (m_speakingElapsed != seconds) {
+        m_speakingElapsed = seconds;
+        emit speakingElapsedChanged();
+    }
+}
+
+void SessionController::setLastAnswerDuration(std::optional<double> seconds)
+{
+    if (m_lastAnswerDuration != seconds) {
+        m_lastAnswerDuration = seconds;
+        emit lastAnswerDurationChanged();
+    }
+}
+
+void SessionController::setSessionElapsed(double seconds)
+{
+    if (m_sessionElapsed != seconds) {
+        m_sessionElapsed = seconds;
+        emit sessionElapsedChanged();
+    }
+}
