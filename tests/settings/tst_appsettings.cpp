@@ -1,0 +1,321 @@
+#include "settings/AppSettings.h"
+#include "settings/InstructionsBuilder.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+// Settings against a real ini-format store in a temporary folder; "restart" means a new
+// AppSettings over the same file.
+class TestAppSettings : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    int m_run = 0;
+    QString m_storePath;
+
+    QString storePath() const { return m_storePath; }
+    SecretStore secrets() const { return SecretStore(m_dir.filePath(QStringLiteral("data/Ketterbloom")),
+                                                     m_dir.filePath(QStringLiteral("data/Tallowmere"))); }
+    std::unique_ptr<AppSettings> launch()
+    {
+        return std::make_unique<AppSettings>(std::make_unique<QSettings>(storePath(), QSettings::NativeFormat),
+                                             secrets());
+    }
+    void store(const QString &key, const QVariant &value)
+    {
+        QSettings s(storePath(), QSettings::NativeFormat);
+        s.setValue(key, value);
+    }
+
+private slots:
+    void init() { m_storePath = m_dir.filePath(QStringLiteral("run%1.conf").arg(++m_run)); }
+
+    void freshStoreGivesDefaults()
+    {
+        const auto s = launch();
+        QCOMPARE(s->apiKey(), QString());
+        QCOMPARE(s->hasCompletedOnboarding(), false);
+        QCOMPARE(s->model(), QStringLiteral("gpt-realtime-2.1"));
+        QCOMPARE(s->transcribeModel(), QStringLiteral("gpt-live-transcribe"));
+        QCOMPARE(s->deviceUID(), QString());
+        QCOMPARE(s->micChannel(), 0);
+        QCOMPARE(s->meetingChannel(), 1);
+        QCOMPARE(s->saveAudio(), false);
+        QCOMPARE(s->alwaysOnTop(), true);
+        QCOMPARE(s->vadThreshold(), 0.5);
+        QCOMPARE(s->prefixPaddingMs(), 300);
+        QCOMPARE(s->silenceDurationMs(), 800);
+        QCOMPARE(s->systemPrompt(), InstructionsBuilder::defaultSystemPrompt());
+        QCOMPARE(s->systemPrompt().size(), 501);
+        QCOMPARE(s->contextText(), QString());
+        QCOMPARE(s->contextFileNames(), QStringList());
+        QCOMPARE(s->reconnectMinutes(), 25);
+        QCOMPARE(s->appearance(), AppSettings::Appearance::system);
+        QCOMPARE(s->followUpWindow(), 8.0);
+        QCOMPARE(s->transcribeMyAnswers(), false);
+        QCOMPARE(s->meetingSource(), AppSettings::MeetingSource::systemOutput);
+        QCOMPARE(s->tappedBundleID(), QString());
+        QCOMPARE(s->streamSource(), AppSettings::StreamSource::meetingOnly);
+        QCOMPARE(s->fontSize(), 14.0);
+        QCOMPARE(s->fontFamily(), QString());
+        QCOMPARE(s->interviewers().size(), 2);
+        QVERIFY(s->interviewers().at(0).id != s->interviewers().at(1).id);
+        QVERIFY(s->interviewers().at(0).isBlank() && s->interviewers().at(1).isBlank());
+        QCOMPARE(s->companyName(), QString());
+        QCOMPARE(s->roleTitle(), QString());
+        QCOMPARE(s->jobDescription(), QString());
+        // Reading never writes.
+        QVERIFY(!QFile::exists(storePath()));
+    }
+
+    void everyChangeSurvivesARestart()
+    {
+        const QList<Interviewer> panel{Interviewer(QUuid::createUuid(), QStringLiteral("Dana"), QStringLiteral("CTO")),
+                                       Interviewer(QUuid::createUuid(), QString(), QStringLiteral("HR, people"))};
+        {
+            const auto s = launch();
+            s->setHasCompletedOnboarding(true);
+            s->setModel(QString());
+            s->setTranscribeModel(QStringLiteral("t-model"));
+            s->setDeviceUID(QStringLiteral("alsa_input.usb-1"));
+            s->setMicChannel(0);
+            s->setMeetingChannel(0);
+            s->setSaveAudio(true);
+            s->setAlwaysOnTop(false);
+            s->setVadThreshold(0.0);
+            s->setPrefixPaddingMs(-5);
+            s->setSilenceDurationMs(1200);
+            s->setSystemPrompt(QString());
+            s->setContextText(QStringLiteral("line one\nline two, with comma; and \"quotes\" @at"));
+            s->setContextFileNames({QStringLiteral("cv, final.pdf")});
+            s->setReconnectMinutes(10);
+            s->setAppearance(AppSettings::Appearance::dark);
+            s->setFollowUpWindow(2.25);
+            s->setTranscribeMyAnswers(true);
+            s->setMeetingSource(AppSettings::MeetingSource::audioDevice);
+            s->setTappedBundleID(QStringLiteral("org.mozilla.firefox"));
+            s->setStreamSource(AppSettings::StreamSource::both);
+            s->setFontSize(0.0);
+            s->setFontFamily(QStringLiteral("__mono"));
+            s->setInterviewers(panel);
+            s->setCompanyName(QStringLiteral(" "));
+            s->setRoleTitle(QStringLiteral("Staff Engineer"));
+            s->setJobDescription(QStringLiteral("Build things.\n\nShip them."));
+        }
+        QSettings raw(storePath(), QSettings::NativeFormat);
+        QCOMPARE(raw.value(QStringLiteral("reconnectMinutes")).toInt(), 10);
+        QCOMPARE(raw.value(QStringLiteral("appearance")).toString(), QStringLiteral("dark"));
+        QCOMPARE(raw.value(QStringLiteral("meetingSource")).toString(), QStringLiteral("audioDevice"));
+        QCOMPARE(raw.value(QStringLiteral("streamSource")).toString(), QStringLiteral("both"));
+
+        const auto s = launch();
+        QCOMPARE(s->hasCompletedOnboarding(), true);
+        QCOMPARE(s->model(), QString());
+        QCOMPARE(s->transcribeModel(), QStringLiteral("t-model"));
+        QCOMPARE(s->deviceUID(), QStringLiteral("alsa_input.usb-1"));
+        QCOMPARE(s->micChannel(), 0);
+        QCOMPARE(s->meetingChannel(), 0);
+        QCOMPARE(s->saveAudio(), true);
+        QCOMPARE(s->alwaysOnTop(), false);
+        QCOMPARE(s->vadThreshold(), 0.0);
+        QCOMPARE(s->prefixPaddingMs(), -5);
+        QCOMPARE(s->silenceDurationMs(), 1200);
+        QCOMPARE(s->systemPrompt(), QString());
+        QCOMPARE(s->contextText(), QStringLiteral("line one\nline two, with comma; and \"quotes\" @at"));
+        QCOMPARE(s->contextFileNames(), QStringList{QStringLiteral("cv, final.pdf")});
+        QCOMPARE(s->reconnectMinutes(), 25);
+        QCOMPARE(s->appearance(), AppSettings::Appearance::dark);
+        QCOMPARE(s->followUpWindow(), 2.25);
+        QCOMPARE(s->transcribeMyAnswers(), true);
+        QCOMPARE(s->meetingSource(), AppSettings::MeetingSource::audioDevice);
+        QCOMPARE(s->tappedBundleID(), QStringLiteral("org.mozilla.firefox"));
+        QCOMPARE(s->streamSource(), AppSettings::StreamSource::both);
+        QCOMPARE(s->fontSize(), 0.0);
+        QCOMPARE(s->fontFamily(), QStringLiteral("__mono"));
+        QCOMPARE(s->interviewers(), panel);
+        QCOMPARE(s->companyName(), QStringLiteral(" "));
+        QCOMPARE(s->roleTitle(), QStringLiteral("Staff Engineer"));
+        QCOMPARE(s->jobDescription(), QStringLiteral("Build things.\n\nShip them."));
+
+        // Lists of several names and the empty list survive too.
+        s->setContextFileNames({QStringLiteral("a.pdf"), QStringLiteral("b.txt")});
+        QCOMPARE(launch()->contextFileNames(), (QStringList{QStringLiteral("a.pdf"), QStringLiteral("b.txt")}));
+        s->setContextFileNames({});
+        QCOMPARE(launch()->contextFileNames(), QStringList());
+    }
+
+    void wronglyTypedValuesFallBack()
+    {
+        store(QStringLiteral("alwaysOnTop"), QStringLiteral("yes"));
+        store(QStringLiteral("saveAudio"), QStringLiteral("1"));
+        store(QStringLiteral("meetingChannel"), QStringLiteral("abc"));
+        store(QStringLiteral("micChannel"), QStringLiteral("2.5"));
+        store(QStringLiteral("vadThreshold"), QStringLiteral("high"));
+        store(QStringLiteral("fontSize"), QStringList{QStringLiteral("1"), QStringLiteral("2")});
+        store(QStringLiteral("model"), QStringList{QStringLiteral("x"), QStringLiteral("y")});
+        store(QStringLiteral("interviewers"), QStringLiteral("not data"));
+        const auto s = launch();
+        QCOMPARE(s->alwaysOnTop(), true);
+        QCOMPARE(s->saveAudio(), false);
+        QCOMPARE(s->meetingChannel(), 1);
+        QCOMPARE(s->micChannel(), 0);
+        QCOMPARE(s->vadThreshold(), 0.5);
+        QCOMPARE(s->fontSize(), 14.0);
+        QCOMPARE(s->model(), QStringLiteral("gpt-realtime-2.1"));
+        QCOMPARE(s->interviewers().size(), 2);
+    }
+
+    void storedFalseAndZeroAreKept()
+    {
+        store(QStringLiteral("alwaysOnTop"), false);
+        store(QStringLiteral("meetingChannel"), 0);
+        store(QStringLiteral("followUpWindow"), 0.0);
+        store(QStringLiteral("transcribeModel"), QString());
+        const auto s = launch();
+        QCOMPARE(s->alwaysOnTop(), false);
+        QCOMPARE(s->meetingChannel(), 0);
+        QCOMPARE(s->followUpWindow(), 0.0);
+        QCOMPARE(s->transcribeModel(), QString());
+    }
+
+    void enumsMatchTheirCaseNamesExactly_data()
+    {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<AppSettings::Appearance>("appearance");
+        QTest::newRow("dark") << "dark" << AppSettings::Appearance::dark;
+        QTest::newRow("light") << "light" << AppSettings::Appearance::light;
+        QTest::newRow("capitalised") << "Dark" << AppSettings::Appearance::system;
+        QTest::newRow("empty") << "" << AppSettings::Appearance::system;
+        QTest::newRow("unknown") << "sepia" << AppSettings::Appearance::system;
+    }
+    void enumsMatchTheirCaseNamesExactly()
+    {
+        QFETCH(QString, stored);
+        QFETCH(AppSettings::Appearance, appearance);
+        store(QStringLiteral("appearance"), stored);
+        store(QStringLiteral("meetingSource"), stored == QLatin1String("dark") ? QStringLiteral("singleApp")
+                                                                                : QStringLiteral("SingleApp"));
+        store(QStringLiteral("streamSource"), stored == QLatin1String("dark") ? QStringLiteral("micOnly")
+                                                                               : QStringLiteral("mic"));
+        const auto s = launch();
+        QCOMPARE(s->appearance(), appearance);
+        const bool exact = stored == QLatin1String("dark");
+        QCOMPARE(s->meetingSource(), exact ? AppSettings::MeetingSource::singleApp : AppSettings::MeetingSource::systemOutput);
+        QCOMPARE(s->streamSource(), exact ? AppSettings::StreamSource::micOnly : AppSettings::StreamSource::meetingOnly);
+    }
+
+    void panelMustHoldExactlyTwo_data()
+    {
+        QTest::addColumn<QByteArray>("json");
+        QTest::addColumn<bool>("kept");
+        const QByteArray a = R"({"id":"6B1F5A52-1C3E-4F7A-9E51-0F5D2C4A7B10","name":"Dana","title":"CTO"})";
+        const QByteArray b = R"({"id":"0A6E8F1B-2D4C-4B3A-8F9E-1C2D3E4F5A6B","name":"","title":"Head of HR"})";
+        QTest::newRow("two") << "[" + a + "," + b + "]" << true;
+        QTest::newRow("one") << "[" + a + "]" << false;
+        QTest::newRow("three") << "[" + a + "," + b + "," + a + "]" << false;
+        QTest::newRow("missing id") << QByteArray(R"([{"name":"x","title":"y"},)") + b + "]" << false;
+        QTest::newRow("number name") << "[" + b + R"(,{"id":"6B1F5A52-1C3E-4F7A-9E51-0F5D2C4A7B10","name":1,"title":""}])" << false;
+        QTest::newRow("not json") << QByteArray("[{") << false;
+    }
+    void panelMustHoldExactlyTwo()
+    {
+        QFETCH(QByteArray, json);
+        QFETCH(bool, kept);
+        store(QStringLiteral("interviewers"), json);
+        const auto s = launch();
+        QCOMPARE(s->interviewers().size(), 2);
+        if (kept) {
+            QCOMPARE(s->interviewers().at(0).id, QUuid::fromString(QStringLiteral("6B1F5A52-1C3E-4F7A-9E51-0F5D2C4A7B10")));
+            QCOMPARE(s->interviewers().at(0).label(0), QStringLiteral("Dana \u2014 CTO"));
+            QCOMPARE(s->interviewers().at(1).label(1), QStringLiteral("Head of HR"));
+        } else {
+            QVERIFY(s->interviewers().at(0).isBlank() && s->interviewers().at(1).isBlank());
+        }
+    }
+
+    void panelIsStoredAsJsonWithUpperCaseIds()
+    {
+        const auto s = launch();
+        const QUuid id = QUuid::fromString(QStringLiteral("{6b1f5a52-1c3e-4f7a-9e51-0f5d2c4a7b10}"));
+        s->setInterviewers({Interviewer(id, QStringLiteral("Ana \"A\""), QString()), s->interviewers().at(1)});
+        QSettings raw(storePath(), QSettings::NativeFormat);
+        const QByteArray json = raw.value(QStringLiteral("interviewers")).toByteArray();
+        QVERIFY2(json.startsWith(R"([{"id":"6B1F5A52-1C3E-4F7A-9E51-0F5D2C4A7B10","name":"Ana \"A\"","title":""},{"id":")"),
+                 json.constData());
+    }
+
+    void interviewerLabels()
+    {
+        const auto person = [](const char *name, const char *title) {
+            return Interviewer(QUuid::createUuid(), QString::fromUtf8(name), QString::fromUtf8(title));
+        };
+        QCOMPARE(person("Dana", "").label(0), QStringLiteral("Dana"));
+        QCOMPARE(person("", "Head of Engineering").label(0), QStringLiteral("Head of Engineering"));
+        QCOMPARE(person(" \tDana ", "\tCTO  ").label(0), QStringLiteral("Dana \u2014 CTO"));
+        QCOMPARE(person("  ", "\t").label(1), QStringLiteral("Interviewer 2"));
+        QCOMPARE(person("\n", "").label(0), QStringLiteral("\n")); // line breaks are not trimmed
+        const Interviewer a = person("Dana", "CTO");
+        Interviewer b = a;
+        QCOMPARE(a, b);
+        QCOMPARE(qHash(a), qHash(b));
+        b.id = QUuid::createUuid();
+        QVERIFY(a != b);
+    }
+
+    void changesSignalOnceAndInstructionsFollow()
+    {
+        const auto s = launch();
+        QSignalSpy roleSpy(s.get(), &AppSettings::roleTitleChanged);
+        QSignalSpy instructionsSpy(s.get(), &AppSettings::instructionsChanged);
+        QSignalSpy fontSpy(s.get(), &AppSettings::fontSizeChanged);
+        s->setRoleTitle(QStringLiteral("Lead"));
+        s->setRoleTitle(QStringLiteral("Lead"));
+        s->setFontSize(15.0);
+        QCOMPARE(roleSpy.count(), 1);
+        QCOMPARE(roleSpy.first().first().toString(), QStringLiteral("Lead"));
+        QCOMPARE(instructionsSpy.count(), 1);
+        QCOMPARE(fontSpy.count(), 1);
+        QVERIFY(s->instructions().contains(QStringLiteral("\n\n=== ROLE UNDER DISCUSSION ===\nRole: Lead\n\n")));
+        // Views can bind through the property system.
+        QVERIFY(s->setProperty("companyName", QStringLiteral("Acme")));
+        QCOMPARE(s->property("companyName").toString(), QStringLiteral("Acme"));
+    }
+
+    void contextIsAppendedOrReplaced()
+    {
+        const auto s = launch();
+        s->appendContext(QStringLiteral("----- a.txt -----\nA"), {QStringLiteral("a.txt")});
+        s->appendContext(QStringLiteral("----- b.txt -----\nB"), {QStringLiteral("b.txt")});
+        s->appendContext(QString(), {QStringLiteral("ignored")});
+        QCOMPARE(s->contextText(), QStringLiteral("----- a.txt -----\nA\n\n----- b.txt -----\nB"));
+        QCOMPARE(s->contextFileNames(), (QStringList{QStringLiteral("a.txt"), QStringLiteral("b.txt")}));
+        s->replaceContext(QStringLiteral("C"), {QStringLiteral("c.md")});
+        QCOMPARE(s->contextText(), QStringLiteral("C"));
+        QCOMPARE(s->contextFileNames(), QStringList{QStringLiteral("c.md")});
+    }
+
+    void apiKeyComesFromTheKeyFileThenTheEnvironment()
+    {
+        qputenv("OPENAI_API_KEY", " sk-env-untrimmed ");
+        QCOMPARE(launch()->apiKey(), QStringLiteral(" sk-env-untrimmed "));
+        {
+            const auto s = launch();
+            s->setApiKey(QStringLiteral("  sk-file\n"));
+            QCOMPARE(s->apiKey(), QStringLiteral("  sk-file\n")); // kept as typed in memory
+        }
+        QCOMPARE(launch()->apiKey(), QStringLiteral("sk-file"));
+        launch()->setApiKey(QStringLiteral(" \n"));
+        QVERIFY(!QFile::exists(secrets().filePath()));
+        QCOMPARE(launch()->apiKey(), QStringLiteral(" sk-env-untrimmed "));
+        qunsetenv("OPENAI_API_KEY");
+        QCOMPARE(launch()->apiKey(), QString());
+        // The key is not a setting of the store.
+        QVERIFY(!QSettings(storePath(), QSettings::NativeFormat).contains(QStringLiteral("apiKey")));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAppSettings)
+#include "tst_appsettings.moc"
