@@ -1,0 +1,127 @@
+#include "speech/MicDecoderWorker.h"
+
+#include "speech/SampleQueue.h"
+#include "speech/SpeechLogging.h"
+
+#include <QTimer>
+
+namespace {
+constexpr int kPollMs = 40;
+constexpr std::size_t kBlockFrames = 4800; // 0.1 s at 48 kHz
+} // namespace
+
+MicDecoderWorker::MicDecoderWorker(std::shared_ptr<SpeechEngine> engine, SampleQueue &queue,
+                                   const std::atomic<int> &currentSegment, Report report)
+    : m_engine(std::move(engine))
+    , m_queue(queue)
+    , m_currentSegment(currentSegment)
+    , m_report(std::move(report))
+    , m_resampler(kInputRate, SpeechEngine::kSampleRate)
+    , m_poll(new QTimer(this))
+    , m_floats(kBlockFrames)
+{
+    m_poll->setInterval(kPollMs);
+    connect(m_poll, &QTimer::timeout, this, [this] {
+        if (m_segment != 0 && m_segment != m_currentSegment.load(std::memory_order_acquire)) {
+            stopUtterance(false); // replaced or cancelled; its own cancel call is on the way
+            return;
+        }
+        if (drain() != Drain::fed)
+            return;
+        const QString partial = m_engine->partialHypothesis();
+        if (!partial.isEmpty() && partial != m_lastPartial) {
+            m_lastPartial = partial;
+            m_report(m_segment, {Event::Kind::partial, partial, {}});
+        }
+    });
+}
+
+MicDecoderWorker::~MicDecoderWorker()
+{
+    if (m_segment != 0)
+        m_engine->cancelUtterance();
+}
+
+void MicDecoderWorker::preload()
+{
+    if (auto error = m_engine->load())
+        qCWarning(lcSpeech, "[Ketterbloom] speech model not loaded: %s", qUtf8Printable(error->description));
+}
+
+void MicDecoderWorker::startSegment(int segment)
+{
+    // Audio queued since the owner opened this segment belongs to it: keep it.
+    stopUtterance(false);
+    if (segment != m_currentSegment.load(std::memory_order_acquire))
+        return; // already replaced
+    if (auto error = m_engine->startUtterance()) {
+        fail(segment, *error);
+        return;
+    }
+    m_segment = segment;
+    m_lastPartial.clear();
+    m_resampler.reset();
+    m_poll->start();
+}
+
+void MicDecoderWorker::endSegment(int segment)
+{
+    if (segment != m_segment)
+        return;
+    if (drain() == Drain::failed)
+        return;
+    m_pcm.clear();
+    m_resampler.flush(m_pcm);
+    if (auto error = m_engine->process(m_pcm.data(), m_pcm.size())) {
+        fail(segment, *error);
+        return;
+    }
+    m_poll->stop();
+    m_segment = 0;
+    auto result = m_engine->endUtterance();
+    if (auto *text = std::get_if<QString>(&result))
+        m_report(segment, {Event::Kind::final, *text, {}});
+    else
+        m_report(segment, {Event::Kind::failed, {}, std::get<SpeechEngine::Error>(result)});
+}
+
+void MicDecoderWorker::cancelSegment()
+{
+    stopUtterance(true);
+}
+
+// Feeds everything queued to the engine.
+MicDecoderWorker::Drain MicDecoderWorker::drain()
+{
+    bool fed = false;
+    for (;;) {
+        const std::size_t n = m_queue.pop(m_floats.data(), m_floats.size());
+        if (n == 0)
+            break;
+        m_pcm.clear();
+        m_resampler.process(m_floats.data(), n, m_pcm);
+        if (auto error = m_engine->process(m_pcm.data(), m_pcm.size())) {
+            fail(m_segment, *error);
+            return Drain::failed;
+        }
+        fed = true;
+    }
+    return fed ? Drain::fed : Drain::empty;
+}
+
+void MicDecoderWorker::stopUtterance(bool dropQueued)
+{
+    m_poll->stop();
+    if (m_segment != 0)
+        m_engine->cancelUtterance();
+    m_segment = 0;
+    if (dropQueued)
+        m_queue.clear();
+    m_resampler.reset();
+}
+
+void MicDecoderWorker::fail(int segment, const SpeechEngine::Error &error)
+{
+    stopUtterance(true);
+    m_report(segment, {Event::Kind::failed, {}, error});
+}

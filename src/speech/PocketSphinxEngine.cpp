@@ -1,0 +1,165 @@
+#include "speech/PocketSphinxEngine.h"
+
+#include "speech/SpeechLogging.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+
+#include <pocketsphinx.h>
+
+namespace {
+
+QString localeName(const QLocale &locale)
+{
+    return locale.name();
+}
+
+} // namespace
+
+PocketSphinxEngine::PocketSphinxEngine(QString modelDir)
+    : m_modelDir(modelDir.isEmpty() ? defaultModelDir() : std::move(modelDir))
+{
+}
+
+PocketSphinxEngine::~PocketSphinxEngine()
+{
+    if (m_decoder) {
+        if (m_inUtterance)
+            ps_end_utt(m_decoder);
+        ps_free(m_decoder);
+    }
+}
+
+QString PocketSphinxEngine::defaultModelDir()
+{
+    return QStringLiteral(KETTERBLOOM_POCKETSPHINX_MODELDIR);
+}
+
+bool PocketSphinxEngine::modelInstalled(const QString &modelDir)
+{
+    const QDir dir(modelDir);
+    return QFileInfo(dir.filePath(QStringLiteral("en-us/en-us/mdef"))).isFile()
+        && QFileInfo(dir.filePath(QStringLiteral("en-us/en-us.lm.bin"))).isFile()
+        && QFileInfo(dir.filePath(QStringLiteral("en-us/cmudict-en-us.dict"))).isFile();
+}
+
+SpeechAvailability PocketSphinxEngine::availability(const QLocale &locale) const
+{
+    // Only the English model is packaged. The C locale reads English, so it counts as English.
+    const bool english = locale.language() == QLocale::English || locale.language() == QLocale::C;
+    if (!english)
+        return SpeechAvailability::unsupported(
+            QStringLiteral("Speech recognition is unavailable for %1.").arg(localeName(locale)));
+    if (!modelInstalled(m_modelDir))
+        return SpeechAvailability::unsupported(
+            QStringLiteral("On-device speech recognition is not installed for %1. "
+                           "Install the pocketsphinx-en-us package.")
+                .arg(localeName(locale)));
+    return SpeechAvailability::ready();
+}
+
+std::optional<SpeechEngine::Error> PocketSphinxEngine::load()
+{
+    if (m_decoder)
+        return std::nullopt;
+    if (!modelInstalled(m_modelDir))
+        return Error{kModelLoadFailed, QStringLiteral("the speech model is missing from %1").arg(m_modelDir)};
+
+    QElapsedTimer timer;
+    timer.start();
+    const QDir dir(m_modelDir);
+    const QByteArray hmm = QFile::encodeName(dir.filePath(QStringLiteral("en-us/en-us")));
+    const QByteArray lm = QFile::encodeName(dir.filePath(QStringLiteral("en-us/en-us.lm.bin")));
+    const QByteArray dict = QFile::encodeName(dir.filePath(QStringLiteral("en-us/cmudict-en-us.dict")));
+    cmd_ln_t *config = cmd_ln_init(nullptr, ps_args(), TRUE,
+                                   "-hmm", hmm.constData(),
+                                   "-lm", lm.constData(),
+                                   "-dict", dict.constData(),
+                                   "-logfn", "/dev/null",
+                                   static_cast<char *>(nullptr));
+    if (!config)
+        return Error{kModelLoadFailed, QStringLiteral("the speech model settings were rejected")};
+    m_decoder = ps_init(config);
+    cmd_ln_free_r(config);
+    if (!m_decoder)
+        return Error{kModelLoadFailed, QStringLiteral("the speech model could not be loaded")};
+    qCInfo(lcSpeech, "[Ketterbloom] speech model loaded in %lld ms", static_cast<long long>(timer.elapsed()));
+    return std::nullopt;
+}
+
+std::optional<SpeechEngine::Error> PocketSphinxEngine::startUtterance()
+{
+    if (auto error = load())
+        return error;
+    if (m_inUtterance)
+        cancelUtterance();
+    if (ps_start_utt(m_decoder) < 0)
+        return Error{kDecodeFailed, QStringLiteral("the decoder could not start an utterance")};
+    m_inUtterance = true;
+    return std::nullopt;
+}
+
+std::optional<SpeechEngine::Error> PocketSphinxEngine::process(const std::int16_t *samples, std::size_t count)
+{
+    if (!m_inUtterance)
+        return Error{kDecodeFailed, QStringLiteral("no utterance is running")};
+    if (count == 0)
+        return std::nullopt;
+    if (ps_process_raw(m_decoder, samples, count, FALSE, FALSE) < 0)
+        return Error{kDecodeFailed, QStringLiteral("the decoder rejected the audio")};
+    return std::nullopt;
+}
+
+QString PocketSphinxEngine::hypothesis()
+{
+    int32 score = 0;
+    const char *hyp = ps_get_hyp(m_decoder, &score);
+    return hyp ? QString::fromUtf8(hyp).simplified() : QString();
+}
+
+QString PocketSphinxEngine::partialHypothesis()
+{
+    return m_inUtterance ? hypothesis() : QString();
+}
+
+std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::endUtterance()
+{
+    if (!m_inUtterance)
+        return Error{kDecodeFailed, QStringLiteral("no utterance is running")};
+    m_inUtterance = false;
+    if (ps_end_utt(m_decoder) < 0)
+        return Error{kDecodeFailed, QStringLiteral("the decoder could not finish the utterance")};
+    QString text = hypothesis();
+    if (text.isEmpty())
+        return Error{kNothingRecognised, QStringLiteral("No speech detected")};
+    return text;
+}
+
+void PocketSphinxEngine::cancelUtterance()
+{
+    if (!m_inUtterance)
+        return;
+    m_inUtterance = false;
+    ps_end_utt(m_decoder);
+}
+
+std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::recognise(const std::int16_t *samples, std::size_t count)
+{
+    if (auto error = load())
+        return *error;
+    if (m_inUtterance)
+        cancelUtterance();
+    if (ps_start_utt(m_decoder) < 0)
+        return Error{kDecodeFailed, QStringLiteral("the decoder could not start an utterance")};
+    // The whole utterance at once: the cepstral mean comes from this audio itself, so the
+    // result does not depend on what was decoded before.
+    const int processed = ps_process_raw(m_decoder, samples, count, FALSE, TRUE);
+    ps_end_utt(m_decoder);
+    if (processed < 0)
+        return Error{kDecodeFailed, QStringLiteral("the decoder rejected the audio")};
+    QString text = hypothesis();
+    if (text.isEmpty())
+        return Error{kNothingRecognised, QStringLiteral("No speech detected")};
+    return text;
+}

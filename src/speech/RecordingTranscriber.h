@@ -1,0 +1,64 @@
+#pragma once
+
+#include "speech/SpeechTypes.h"
+
+#include <QLocale>
+#include <QObject>
+#include <QString>
+#include <QThread>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <variant>
+#include <vector>
+
+class SpeechEngine;
+
+// Transcribes a saved recording (any WAV file, usually the session's stereo archive: left the
+// user, right the meeting) into a Markdown transcript beside it, on the device. Works in
+// 45-second chunks, each channel on its own.
+//
+// transcribe() and cancel() are called on the owning (GUI) thread; the work runs on the
+// transcriber's worker thread ("kb-rec-speech"), one recording after another; progress and
+// completion are delivered on the owning thread. run() does the same work synchronously on
+// the calling thread, for terminal front ends.
+class RecordingTranscriber : public QObject
+{
+    Q_OBJECT
+public:
+    struct Written { QString transcriptPath; };
+    struct Failed { QString message; };
+    using Result = std::variant<Written, Failed>;
+    using ProgressHandler = std::function<void(const RecordingProgress &)>;
+
+    static constexpr double kChunkSeconds = 45.0;
+
+    // `engine` is used only on the worker thread and kept for the transcriber's life (give it
+    // an engine of its own, not the microphone's); none means the PocketSphinx engine.
+    explicit RecordingTranscriber(std::shared_ptr<SpeechEngine> engine = {},
+                                  const QLocale &locale = QLocale::system(), QObject *parent = nullptr);
+    ~RecordingTranscriber() override;
+
+    void transcribe(const QString &wavPath, ProgressHandler progress,
+                    std::function<void(const Result &)> completion);
+    // Stops every running or waiting transcription before its next chunk; each completes
+    // with a Failed result and writes no file.
+    void cancel();
+    bool isRunning() const { return !m_jobs.empty(); }
+
+    // The whole job on the calling thread: reads `wavPath`, calls `progress` after each chunk,
+    // stops before the next chunk once `cancelled` is set, and writes the transcript.
+    static Result run(const QString &wavPath, SpeechEngine &engine, const QLocale &locale,
+                      const ProgressHandler &progress, const std::atomic<bool> &cancelled,
+                      double chunkSeconds = kChunkSeconds);
+
+    static QString cancelledMessage();
+
+private:
+    std::shared_ptr<SpeechEngine> m_engine;
+    QLocale m_locale;
+    std::vector<std::shared_ptr<std::atomic<bool>>> m_jobs; // cancel flags of unfinished jobs
+    QThread m_thread;
+    QObject *m_context = nullptr; // lives on m_thread
+};

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "speech/SpeechTypes.h"
+
+#include <QLocale>
+#include <QString>
+
+#include <cstdint>
+#include <optional>
+#include <variant>
+
+// A speech recogniser working on one utterance at a time: 16 kHz mono signed 16-bit audio in,
+// the running hypothesis while the utterance lasts, and the final hypothesis at its end.
+// Not thread-safe: one thread drives an engine at a time. Text comes back as the decoder
+// produced it (lower case, no punctuation); callers format it with SpeechText.
+class SpeechEngine
+{
+public:
+    struct Error
+    {
+        int code = 0;
+        QString description;
+        friend bool operator==(const Error &, const Error &) = default;
+    };
+
+    // Error codes. Those that mean "nothing was said" or "stopped on purpose" are silent.
+    static constexpr int kNoMatch = 203;            // speech heard but no words matched
+    static constexpr int kNothingRecognised = 1110; // no speech in the utterance
+    static constexpr int kCancelled = 301;          // the utterance was cancelled
+    static constexpr int kModelLoadFailed = 1;
+    static constexpr int kDecodeFailed = 2;
+    static bool isSilentError(int code)
+    {
+        return code == kNoMatch || code == kNothingRecognised || code == kCancelled;
+    }
+
+    static constexpr int kSampleRate = 16000;
+
+    virtual ~SpeechEngine() = default;
+
+    // Whether recognition can run for `locale` on this machine (cheap; loads nothing).
+    virtual SpeechAvailability availability(const QLocale &locale) const = 0;
+    // Loads the models once; later calls return at once. Slow the first time.
+    virtual std::optional<Error> load() = 0;
+    virtual std::optional<Error> startUtterance() = 0;
+    // Feeds audio to the running utterance.
+    virtual std::optional<Error> process(const std::int16_t *samples, std::size_t count) = 0;
+    // The whole hypothesis of the running utterance so far (empty if none yet).
+    virtual QString partialHypothesis() = 0;
+    // Ends the running utterance and returns its final text, or kNothingRecognised when
+    // it holds no words.
+    virtual std::variant<QString, Error> endUtterance() = 0;
+    // Drops the running utterance, if any.
+    virtual void cancelUtterance() = 0;
+    // Decodes a whole utterance at once (normalised over all of it, which suits recordings).
+    virtual std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count) = 0;
+};

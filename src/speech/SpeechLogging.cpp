@@ -1,0 +1,3 @@
+#include "speech/SpeechLogging.h"
+
+Q_LOGGING_CATEGORY(lcSpeech, "ketterbloom.speech")

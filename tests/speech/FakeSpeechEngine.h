@@ -1,0 +1,99 @@
+#pragma once
+
+#include "speech/SpeechEngine.h"
+
+#include <QMutex>
+#include <QMutexLocker>
+#include <QWaitCondition>
+
+#include <atomic>
+#include <cmath>
+#include <optional>
+
+// A scripted engine, safe to drive from the test thread while a worker thread uses it.
+class FakeSpeechEngine final : public SpeechEngine
+{
+public:
+    // Partial text reported once any audio of the utterance was processed.
+    void setHypothesis(const QString &text) { QMutexLocker lock(&m_mutex); m_hypothesis = text; }
+    // What endUtterance() returns instead of the hypothesis.
+    void setEndError(std::optional<Error> error) { QMutexLocker lock(&m_mutex); m_endError = std::move(error); }
+    // Holds endUtterance()/recognise() until release() (a recogniser that does not finish).
+    void setHold(bool hold) { QMutexLocker lock(&m_mutex); m_hold = hold; }
+    void release() { QMutexLocker lock(&m_mutex); m_hold = false; m_released.wakeAll(); }
+    void setAvailability(const SpeechAvailability &availability) { QMutexLocker lock(&m_mutex); m_availability = availability; }
+
+    std::atomic<int> starts{0};
+    std::atomic<int> cancels{0};
+    std::atomic<int> ends{0};
+    std::atomic<int> recognitions{0};
+    std::atomic<long> samplesProcessed{0};
+    std::atomic<bool> holding{false};
+
+    SpeechAvailability availability(const QLocale &) const override
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_availability;
+    }
+    std::optional<Error> load() override { return std::nullopt; }
+    std::optional<Error> startUtterance() override
+    {
+        ++starts;
+        m_utteranceSamples = 0;
+        return std::nullopt;
+    }
+    std::optional<Error> process(const std::int16_t *, std::size_t count) override
+    {
+        m_utteranceSamples += static_cast<long>(count);
+        samplesProcessed += static_cast<long>(count);
+        return std::nullopt;
+    }
+    QString partialHypothesis() override
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_utteranceSamples > 0 ? m_hypothesis : QString();
+    }
+    std::variant<QString, Error> endUtterance() override
+    {
+        ++ends;
+        QMutexLocker lock(&m_mutex);
+        waitWhileHeld();
+        if (m_endError)
+            return *m_endError;
+        if (m_hypothesis.isEmpty())
+            return Error{kNothingRecognised, QStringLiteral("No speech detected")};
+        return m_hypothesis;
+    }
+    void cancelUtterance() override { ++cancels; }
+    // "level N": N is the amplitude of a sine in tenths of full scale (from its RMS).
+    std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count) override
+    {
+        ++recognitions;
+        QMutexLocker lock(&m_mutex);
+        waitWhileHeld();
+        double energy = 0;
+        for (std::size_t i = 0; i < count; ++i)
+            energy += double(samples[i]) * samples[i];
+        if (energy == 0)
+            return Error{kNothingRecognised, QStringLiteral("No speech detected")};
+        const double rms = std::sqrt(energy / double(count)) / 32768.0;
+        return QStringLiteral("level %1").arg(std::lround(rms * std::sqrt(2.0) * 10.0));
+    }
+
+private:
+    void waitWhileHeld()
+    {
+        holding = m_hold;
+        while (m_hold)
+            m_released.wait(&m_mutex);
+        holding = false;
+    }
+
+    mutable QMutex m_mutex;
+    QWaitCondition m_released;
+    QString m_hypothesis;
+    std::optional<Error> m_endError;
+    bool m_hold = false;
+    SpeechAvailability m_availability = SpeechAvailability::ready();
+    long m_utteranceSamples = 0;
+};
