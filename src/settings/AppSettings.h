@@ -192,7 +192,6 @@ signals:
 
 private:
     void load();
-    void persist(const char *key, const QVariant &value);
 
     std::unique_ptr<QSettings> m_store;
     SecretStore m_secrets;

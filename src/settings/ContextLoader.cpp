@@ -1,6 +1,7 @@
 #include "settings/ContextLoader.h"
 
 #include "settings/RtfReader.h"
+#include "settings/SettingsLog.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -117,9 +118,11 @@ ContextLoader::Result ContextLoader::load(const QStringList &paths)
     QStringList blocks;
     for (const QString &path : paths) {
         const auto text = extract(path);
-        if (!text || text->isEmpty())
-            continue;
         const QString name = QFileInfo(path).fileName();
+        if (!text || text->isEmpty()) {
+            qCDebug(lcSettings) << "[Ketterbloom] no text from context file" << name;
+            continue;
+        }
         result.names.append(name);
         blocks.append(QStringLiteral("----- ") + name + QStringLiteral(" -----\n") + *text);
     }

@@ -1,5 +1,7 @@
 #include "settings/SecretStore.h"
 
+#include "settings/SettingsLog.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -76,6 +78,7 @@ void SecretStore::migrateIfNeeded(const QString &fileName) const
     if (!QFile::copy(legacy, target))
         return;
     makePrivateFile(target);
+    qCInfo(lcSettings) << "[Ketterbloom] copied the API key file from" << m_legacyDirectory;
 }
 
 void SecretStore::save(const QString &value) const
@@ -86,16 +89,22 @@ void SecretStore::save(const QString &value) const
         QFile::remove(path);
         return;
     }
-    if (!makePrivateDirectory(m_directory))
+    if (!makePrivateDirectory(m_directory)) {
+        qCWarning(lcSettings) << "[Ketterbloom] cannot create the key folder" << m_directory;
         return;
+    }
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
+    if (!file.open(QIODevice::WriteOnly)) {
+        qCWarning(lcSettings) << "[Ketterbloom] cannot write the key file" << path;
         return;
+    }
     // Restrict the temporary file before the key goes into it.
     file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     file.write(key.toUtf8());
     if (file.commit())
         makePrivateFile(path);
+    else
+        qCWarning(lcSettings) << "[Ketterbloom] cannot write the key file" << path;
 }
 
 std::optional<QString> SecretStore::readKeyFile() const
