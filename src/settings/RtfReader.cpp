@@ -1,5 +1,6 @@
 #include "settings/RtfReader.h"
 
+#include <QHash>
 #include <QList>
 #include <QStringDecoder>
 
@@ -57,6 +58,29 @@ std::optional<QString> symbolFor(const QByteArray &word)
             return QString(QChar(ch));
     }
     return std::nullopt;
+}
+
+// Windows code page of an RTF font character set; 0 for the document's own code page.
+int codePageOfCharset(int charset)
+{
+    switch (charset) {
+    case 77: return 10000;
+    case 128: return 932;
+    case 129: return 949;
+    case 134: return 936;
+    case 136: return 950;
+    case 161: return 1253;
+    case 162: return 1254;
+    case 163: return 1258;
+    case 177: return 1255;
+    case 178: return 1256;
+    case 186: return 1257;
+    case 204: return 1251;
+    case 222: return 874;
+    case 238: return 1250;
+    case 255: return 437;
+    default: return 0;
+    }
 }
 
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
@@ -120,6 +144,8 @@ private:
     {
         bool skip = false;
         int unicodeSkip = 1;
+        int font = -1;          // current \fN, -1 before any
+        bool fontTable = false; // inside \fonttbl, where \fN and \fcharsetN define fonts
     };
 
     Group &group() { return m_groups.last(); }
@@ -152,7 +178,9 @@ private:
     {
         if (m_bytes.isEmpty())
             return;
-        m_out += RtfReader::decodeCodePage(m_bytes, m_codePage);
+        // A font's character set overrides the document's code page for its bytes.
+        const int font = group().font >= 0 ? group().font : m_defaultFont;
+        m_out += RtfReader::decodeCodePage(m_bytes, m_fontCodePages.value(font, m_codePage));
         m_bytes.clear();
     }
 
@@ -226,6 +254,16 @@ private:
         }
     }
 
+    void fontTableWord(const QByteArray &word, std::optional<int> parameter)
+    {
+        if (word == "f" && parameter) {
+            m_fontTableFont = *parameter;
+        } else if (word == "fcharset" && parameter) {
+            if (const int codePage = codePageOfCharset(*parameter); codePage > 0)
+                m_fontCodePages.insert(m_fontTableFont, codePage);
+        }
+    }
+
     void controlWord(const QByteArray &word, std::optional<int> parameter)
     {
         if (word == "bin") {
@@ -234,8 +272,30 @@ private:
             m_pos = qMin(m_data.size(), m_pos + qMax(0, parameter.value_or(0)));
             return;
         }
+        flush();
+        if (group().fontTable) {
+            fontTableWord(word, parameter);
+            return;
+        }
         if (consumedBySkip())
             return;
+        if (word == "fonttbl") {
+            group().skip = true;
+            group().fontTable = true;
+            return;
+        }
+        if (word == "f" && parameter) {
+            group().font = *parameter;
+            return;
+        }
+        if (word == "deff" && parameter) {
+            m_defaultFont = *parameter;
+            return;
+        }
+        if (word == "plain") {
+            group().font = -1;
+            return;
+        }
         if (isSkippedDestination(word)) {
             group().skip = true;
             return;
@@ -270,8 +330,7 @@ private:
             character(*symbol);
             return;
         }
-        // Formatting and everything else: a boundary between runs of bytes, nothing more.
-        flush();
+        // Formatting and everything else shows nothing.
     }
 
     const QByteArray &m_data;
@@ -280,6 +339,9 @@ private:
     QByteArray m_bytes;
     QString m_out;
     int m_codePage = 1252;
+    int m_defaultFont = 0;
+    int m_fontTableFont = -1;
+    QHash<int, int> m_fontCodePages;
     int m_pendingSkip = 0;
 };
 

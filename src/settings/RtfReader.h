@@ -11,8 +11,9 @@
 // pictures, headers and footers, field instructions, and every "\*" destination).
 //
 // Characters come from plain text, from "\'hh" bytes decoded in the document's code page
-// ("\ansicpg", Windows-1252 when absent) and from "\uN", after which the "\ucN" fallback
-// characters (one by default) are skipped.
+// ("\ansicpg", Windows-1252 when absent, or the character set of the current font when its
+// "\fcharset" names one) and from "\uN", after which the "\ucN" fallback characters (one by
+// default) are skipped.
 class RtfReader
 {
 public:

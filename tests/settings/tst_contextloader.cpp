@@ -157,6 +157,10 @@ private slots:
             QSKIP("this Qt has no Windows-1251 decoder");
         QCOMPARE(rtfText("{\\rtf1\\ansi\\ansicpg1251 \\'cf\\'f0\\'e8\\'e2\\'e5\\'f2 {\\b \\'ec\\'e8\\'f0}}"),
                  QStringLiteral("\u041F\u0440\u0438\u0432\u0435\u0442 \u043C\u0438\u0440"));
+        // A font's character set wins over the document's code page for that font's bytes.
+        QCOMPARE(rtfText("{\\rtf1\\ansi\\ansicpg1252\\deff0{\\fonttbl{\\f0\\fnil\\fcharset0 Calibri;}"
+                         "{\\f1\\fnil\\fcharset204 Calibri;}}\\f0 caf\\'e9 {\\f1 \\'cf\\'f0\\'e8}\\'e9\\f1\\'e9}"),
+                 QStringLiteral("caf\u00e9 \u041F\u0440\u0438\u00e9\u0439"));
     }
 
     void rtfFiles()
