@@ -75,6 +75,7 @@ void MicTranscriber::begin()
     m_appendedFrames.store(0, std::memory_order_relaxed);
     m_latest.clear();
     m_taskRunning = true;
+    m_ending = false;
     const int segment = m_segmentId;
     post([segment](MicDecoderWorker *worker) { worker->startSegment(segment); });
     m_accepting.store(true, std::memory_order_release);
@@ -82,10 +83,13 @@ void MicTranscriber::begin()
 
 void MicTranscriber::end()
 {
+    if (m_ending)
+        return; // already waiting for this segment's final text
     const int segment = m_segmentId;
     qCInfo(lcSpeech, "[Ketterbloom] speech segment ended: %.1fs of audio, %d chars",
            static_cast<double>(appendedFrames()) / kMicRate, static_cast<int>(m_latest.size()));
     if (m_taskRunning) {
+        m_ending = true;
         m_accepting.store(false, std::memory_order_release);
         post([segment](MicDecoderWorker *worker) { worker->endSegment(segment); });
     }
@@ -109,6 +113,7 @@ void MicTranscriber::stopTask(bool silent)
     if (m_taskRunning)
         post([](MicDecoderWorker *worker) { worker->cancelSegment(); });
     m_taskRunning = false;
+    m_ending = false;
     m_latest.clear();
 }
 
@@ -131,9 +136,13 @@ void MicTranscriber::handleEvent(int segment, int kind, const QString &text, int
             onPartial(m_latest);
         return;
     case MicDecoderWorker::Event::Kind::final: {
+        // The final text is also the segment's last partial text.
         const QString formatted = SpeechText::format(text);
-        if (!formatted.isEmpty())
+        if (!formatted.isEmpty() && formatted != m_latest) {
             m_latest = formatted;
+            if (onPartial)
+                onPartial(m_latest);
+        }
         deliverFinal();
         return;
     }
@@ -143,6 +152,7 @@ void MicTranscriber::handleEvent(int segment, int kind, const QString &text, int
             return;
         }
         m_taskRunning = false;
+        m_ending = false;
         m_accepting.store(false, std::memory_order_release);
         if (SpeechEngine::isSilentError(code))
             return;
@@ -157,6 +167,7 @@ void MicTranscriber::deliverFinal()
 {
     const QString text = m_latest;
     m_taskRunning = false;
+    m_ending = false;
     m_accepting.store(false, std::memory_order_release);
     if (!text.isEmpty() && onFinal)
         onFinal(text);

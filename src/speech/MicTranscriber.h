@@ -52,7 +52,8 @@ public:
     // Audio thread: 48 kHz float mono. Queued (and counted) only while a segment takes audio.
     void appendMicBuffer(const float *samples, int frames);
 
-    // Whether a segment is running (listening, or ended and waiting for its final text).
+    // Whether a segment is running: from begin() until its final text, its error, the
+    // fallback after end(), or stopTask(). A second end() while it waits does nothing.
     bool isSegmentRunning() const { return m_taskRunning; }
     int segmentId() const { return m_segmentId; }
     qint64 appendedFrames() const { return m_appendedFrames.load(std::memory_order_relaxed); }
@@ -79,6 +80,7 @@ private:
 
     int m_segmentId = 0;
     bool m_taskRunning = false;
+    bool m_ending = false; // end() was called; waiting for the final text
     QString m_latest;
 
     QThread m_thread;
