@@ -1,0 +1,477 @@
+#include "audio/AudioCaptureEngine.h"
+
+#include "audio/AudioDeviceManager.h"
+#include "audio/MicInput.h"
+#include "audio/Pcm16Resampler.h"
+#include "audio/StartupTrace.h"
+#include "audio/WavWriter.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QLoggingCategory>
+#include <QSemaphore>
+#include <QStandardPaths>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <thread>
+
+Q_LOGGING_CATEGORY(lcCapture, "ketterbloom.audio.capture")
+
+namespace {
+
+constexpr int micStreamTimeoutMs = 20000;
+constexpr int recordRate = 48000;
+constexpr int recordChannels = 2;
+
+const QString kStalledText = QStringLiteral(
+    "The microphone didn't start. The interviewer is still heard and answered, but your own answers aren't "
+    "transcribed and the .wav archive is off for this session.");
+const QString kSkippedText = QStringLiteral(
+    "Running on meeting audio only — this computer wouldn't hand over the microphone earlier, so your own answers "
+    "aren't transcribed.");
+
+float peakOf(const float *samples, int frames)
+{
+    float peak = 0.0f;
+    for (int i = 0; i < frames; ++i)
+        peak = std::max(peak, std::fabs(samples[i]));
+    return std::min(peak, 1.0f);
+}
+
+struct MicStartBox
+{
+    QSemaphore done;
+    std::optional<QString> error;
+};
+
+} // namespace
+
+AudioCaptureEngine::AudioCaptureEngine(QObject *parent)
+    : QObject(parent)
+{
+    m_writeThread.setObjectName(QStringLiteral("kb-wav"));
+    m_writeContext.moveToThread(&m_writeThread);
+    m_writeThread.start();
+    m_clock.start();
+}
+
+AudioCaptureEngine::~AudioCaptureEngine()
+{
+    stop();
+    m_writeThread.quit();
+    m_writeThread.wait();
+}
+
+void AudioCaptureEngine::requestMicAccess(std::function<void(bool granted)> completion)
+{
+    postToOwner([completion = std::move(completion)] {
+        if (completion)
+            completion(true);
+    });
+}
+
+std::optional<QString> AudioCaptureEngine::recordingPath() const
+{
+    std::lock_guard guard(m_control);
+    return m_recordingPath;
+}
+
+std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, StreamSource streamSource, bool record)
+{
+    std::lock_guard guard(m_control);
+    if (m_running)
+        return std::nullopt;
+    m_isRecording = record;
+    m_meetingFIFO.clear();
+    m_meetingPeak = 0.0f;
+    m_lastLevelPostMs = -1000000;
+    std::optional<QString> error;
+    if (const auto *tap = std::get_if<SystemTapSource>(&source)) {
+        m_usingTap = true;
+        error = startTapMode(*tap, streamSource);
+    } else {
+        m_usingTap = false;
+        error = startDeviceMode(std::get<DeviceChannelsSource>(source), streamSource);
+    }
+    if (error) {
+        releaseSession();
+        return error;
+    }
+    m_running = true;
+    return std::nullopt;
+}
+
+std::optional<QString> AudioCaptureEngine::openRecording()
+{
+    m_recWriter.reset();
+    m_recordingPath.reset();
+    m_recordingOpen = false;
+    if (!m_isRecording)
+        return std::nullopt;
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QStringLiteral("/Ketterbloom");
+    if (!QDir().mkpath(folder))
+        return QStringLiteral("Could not create the folder ") + folder + QLatin1Char('.');
+    const QString path = folder + QStringLiteral("/meeting_")
+        + QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd_HH-mm-ss")) + QStringLiteral(".wav");
+    QString why;
+    std::unique_ptr<WavWriter> writer = WavWriter::create(path, recordRate, recordChannels, &why);
+    if (!writer)
+        return QStringLiteral("Could not create the recording ") + path + QStringLiteral(" (") + why + QStringLiteral(").");
+    m_recWriter = std::move(writer);
+    m_recordingPath = path;
+    m_recordingOpen = true;
+    return std::nullopt;
+}
+
+void AudioCaptureEngine::prepareConverters()
+{
+    m_converterAPIFromMicRate = std::make_unique<Pcm16Resampler>(double(MicInput::sampleRate));
+    m_converterAPIFrom48 = std::make_unique<Pcm16Resampler>(48000.0);
+    m_block.assign(size_t(micBlockFrames) * size_t(m_deviceChannels), 0.0f);
+    m_blockFill = 0;
+    m_micMono.assign(micBlockFrames, 0.0f);
+    m_meetingMono.assign(micBlockFrames, 0.0f);
+    m_mixMono.assign(micBlockFrames, 0.0f);
+}
+
+std::optional<QString> AudioCaptureEngine::startDeviceMode(const DeviceChannelsSource &source, StreamSource streamSource)
+{
+    std::optional<AudioInputDevice> device;
+    if (!source.deviceUID.isEmpty())
+        device = AudioDeviceManager::device(source.deviceUID);
+    if (!device)
+        device = AudioDeviceManager::defaultInputDevice();
+    if (!device)
+        return describe(EngineError::noDevice);
+    auto mic = std::make_shared<MicInput>();
+    if (mic->bind(device->uid))
+        return describe(EngineError::noDevice);
+    const int channels = mic->channelCount();
+    if (channels <= 0)
+        return describe(EngineError::badFormat);
+    m_deviceChannels = channels;
+    m_micChannel = std::min(channels - 1, std::max(source.micChannel, 0));
+    m_meetingChannel.reset();
+    if (source.meetingChannel)
+        m_meetingChannel = std::min(channels - 1, std::max(*source.meetingChannel, 0));
+    if (streamSource == StreamSource::meetingOnly && !m_meetingChannel)
+        streamSource = StreamSource::micOnly;
+    m_streamSource = int(streamSource);
+    prepareConverters();
+    if (auto error = openRecording())
+        return error;
+    mic->onFrames = [this](const float *interleaved, int frames) { onMicFrames(interleaved, frames); };
+    m_mic = mic;
+    if (auto error = mic->startStream(micStreamTimeoutMs)) {
+        m_mic.reset();
+        return QStringLiteral("The microphone couldn't be opened (") + *error + QStringLiteral(").");
+    }
+    return std::nullopt;
+}
+
+std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &source, StreamSource streamSource)
+{
+    StartupTrace::begin(QStringLiteral("tap mode"));
+    std::optional<AudioInputDevice> device;
+    if (source.micDeviceUID && !source.micDeviceUID->isEmpty())
+        device = AudioDeviceManager::device(*source.micDeviceUID);
+    if (!device)
+        device = AudioDeviceManager::defaultInputDevice();
+    if (!device) {
+        StartupTrace::step(QStringLiteral("no input device"));
+        return describe(EngineError::noDevice);
+    }
+    StartupTrace::step(QStringLiteral("chose mic"), device->name);
+
+    auto mic = std::make_shared<MicInput>();
+    if (auto why = mic->bind(device->uid)) {
+        StartupTrace::step(QStringLiteral("FAILED bind mic"), *why);
+        return describe(EngineError::noDevice);
+    }
+    StartupTrace::step(QStringLiteral("bound mic"));
+    const int channels = mic->channelCount();
+    StartupTrace::step(QStringLiteral("read mic format"),
+                       QString::number(MicInput::sampleRate) + QStringLiteral(" Hz, ") + QString::number(channels)
+                           + QStringLiteral(" ch"));
+    if (channels <= 0)
+        return describe(EngineError::badFormat);
+    m_deviceChannels = channels;
+    m_micChannel = std::min(channels - 1, std::max(source.micChannel, 0));
+    m_meetingChannel.reset();
+    m_streamSource = int(streamSource);
+    prepareConverters();
+    StartupTrace::step(QStringLiteral("prepared formats"));
+    if (auto error = openRecording())
+        return error;
+
+    m_tap.onAudio = [this](const float *samples, int frames) { handleTapAudio(samples, frames); };
+    m_tap.onInterrupted = [this] { QMetaObject::invokeMethod(this, [this] { restartTap(); }, Qt::QueuedConnection); };
+    m_tapTarget = source.target;
+    if (auto error = m_tap.start(source.target)) {
+        StartupTrace::step(QStringLiteral("FAILED create tap"), error->description());
+        return error->description();
+    }
+    StartupTrace::step(QStringLiteral("tap running"));
+    if (!m_tap.format()) {
+        m_tap.cleanUp();
+        return TapError{TapError::Kind::formatUnavailable, {}}.description();
+    }
+
+    if (m_micEngineUnusable) {
+        m_micIsStalled = true;
+        StartupTrace::step(QStringLiteral("skipping mic engine — it stalled earlier this run"));
+        // The session runs on the tap alone: the meeting goes to the model, and no archive
+        // is kept that could only ever hold silence on one side.
+        m_streamSource = int(StreamSource::meetingOnly);
+        m_recordingOpen = false;
+        if (auto writer = std::exchange(m_recWriter, nullptr))
+            QMetaObject::invokeMethod(&m_writeContext, [writer] { writer->close(); }, Qt::BlockingQueuedConnection);
+        m_recordingPath.reset();
+        postToOwner([this] {
+            if (onMicUnavailable)
+                onMicUnavailable(kSkippedText);
+        });
+        return std::nullopt;
+    }
+
+    mic->onFrames = [this](const float *interleaved, int frames) { onMicFrames(interleaved, frames); };
+    m_mic = mic;
+    auto box = std::make_shared<MicStartBox>();
+    const int delayMs = m_micStartDelayMs;
+    std::thread([box, mic, delayMs] {
+        if (delayMs > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
+        box->error = mic->startStream(micStreamTimeoutMs);
+        box->done.release();
+    }).detach();
+
+    if (!box->done.tryAcquire(1, m_micDeadlineMs)) {
+        m_micEngineUnusable = true;
+        mic->setEnabled(false);
+        m_stalledMic = std::exchange(m_mic, nullptr);
+        StartupTrace::step(QStringLiteral("MIC ENGINE STALLED — continuing on meeting audio only"));
+        fallBackToMeetingOnly(kStalledText);
+        return std::nullopt;
+    }
+    if (box->error) {
+        mic->setEnabled(false);
+        m_mic.reset();
+        StartupTrace::step(QStringLiteral("FAILED start engine"), *box->error);
+        fallBackToMeetingOnly(QStringLiteral("The microphone couldn't be opened (") + *box->error
+                              + QStringLiteral("). The interviewer is still heard and answered, but your own answers "
+                                               "aren't transcribed and the .wav archive is off."));
+        return std::nullopt;
+    }
+    StartupTrace::step(QStringLiteral("engine started — capture live"));
+    return std::nullopt;
+}
+
+void AudioCaptureEngine::fallBackToMeetingOnly(const QString &message)
+{
+    m_micIsStalled = true;
+    m_streamSource = int(StreamSource::meetingOnly);
+    StartupTrace::write(QStringLiteral("        stream switched to meeting-only; recording disabled"));
+    m_recordingOpen = false;
+    if (auto writer = std::exchange(m_recWriter, nullptr))
+        QMetaObject::invokeMethod(&m_writeContext, [writer] { writer->close(); }, Qt::BlockingQueuedConnection);
+    m_recordingPath.reset();
+    m_meetingFIFO.clear();
+    postToOwner([this, message] {
+        if (onMicUnavailable)
+            onMicUnavailable(message);
+    });
+}
+
+std::optional<QString> AudioCaptureEngine::retarget(const TapTarget &meeting)
+{
+    std::lock_guard guard(m_control);
+    if (!m_running || !m_usingTap)
+        return std::nullopt;
+    m_tap.cleanUp();
+    m_tapTarget = meeting;
+    if (auto error = m_tap.start(meeting))
+        return error->description();
+    if (!m_tap.format())
+        return describe(EngineError::badFormat);
+    m_meetingFIFO.clear();
+    return std::nullopt;
+}
+
+void AudioCaptureEngine::restartTap()
+{
+    std::optional<TapError> error;
+    {
+        std::lock_guard guard(m_control);
+        if (!m_running || !m_usingTap)
+            return;
+        m_tap.cleanUp();
+        error = m_tap.start(m_tapTarget);
+    }
+    if (error) {
+        const QString message = error->description();
+        postToOwner([this, message] {
+            if (onError)
+                onError(message);
+        });
+    }
+}
+
+void AudioCaptureEngine::stop()
+{
+    std::lock_guard guard(m_control);
+    if (!m_running)
+        return;
+    m_running = false;
+    releaseSession();
+}
+
+void AudioCaptureEngine::releaseSession()
+{
+    m_tap.cleanUp();
+    if (m_mic)
+        m_mic.reset();   // stops its thread: no microphone block follows
+    else if (m_stalledMic)
+        StartupTrace::step(QStringLiteral("skipped engine teardown — mic engine was stalled"));
+    m_recordingOpen = false;
+    if (auto writer = std::exchange(m_recWriter, nullptr))
+        QMetaObject::invokeMethod(&m_writeContext, [writer] { writer->close(); }, Qt::BlockingQueuedConnection);
+    m_converterAPIFromMicRate.reset();
+    m_converterAPIFrom48.reset();
+    m_meetingFIFO.clear();
+}
+
+// ---- audio threads --------------------------------------------------------------------------
+
+void AudioCaptureEngine::onMicFrames(const float *interleaved, int frames)
+{
+    const int ch = m_deviceChannels;
+    int done = 0;
+    while (done < frames) {
+        const int take = std::min(frames - done, micBlockFrames - m_blockFill);
+        std::memcpy(m_block.data() + size_t(m_blockFill) * ch, interleaved + size_t(done) * ch,
+                    size_t(take) * ch * sizeof(float));
+        m_blockFill += take;
+        done += take;
+        if (m_blockFill < micBlockFrames)
+            break;
+        m_blockFill = 0;
+        const int micCh = std::min(ch - 1, m_micChannel);
+        for (int i = 0; i < micBlockFrames; ++i)
+            m_micMono[size_t(i)] = m_block[size_t(i) * ch + micCh];
+        if (m_usingTap) {
+            handleMicBlock(micBlockFrames);
+        } else {
+            if (m_meetingChannel) {
+                const int meetCh = std::min(ch - 1, *m_meetingChannel);
+                for (int i = 0; i < micBlockFrames; ++i)
+                    m_meetingMono[size_t(i)] = m_block[size_t(i) * ch + meetCh];
+            }
+            handleDeviceBlock(micBlockFrames);
+        }
+    }
+}
+
+void AudioCaptureEngine::handleDeviceBlock(int n)
+{
+    const float *mic = m_micMono.data();
+    const float *meeting = m_meetingChannel ? m_meetingMono.data() : nullptr;
+    const float *toModel = mic;
+    switch (streamSource()) {
+    case StreamSource::meetingOnly:
+        toModel = meeting ? meeting : mic;
+        break;
+    case StreamSource::micOnly:
+        toModel = mic;
+        break;
+    case StreamSource::both:
+        if (meeting) {
+            for (int i = 0; i < n; ++i)
+                m_mixMono[size_t(i)] = std::clamp((mic[i] + meeting[i]) * 0.5f, -1.0f, 1.0f);
+            toModel = m_mixMono.data();
+        }
+        break;
+    }
+    emitPCM16(m_converterAPIFromMicRate.get(), toModel, n);
+    if (onMicBuffer)
+        onMicBuffer(mic, n);
+    if (m_recordingOpen)
+        writeStereo(mic, meeting ? meeting : mic, n);
+    postLevels(peakOf(mic, n), meeting ? peakOf(meeting, n) : 0.0f);
+}
+
+void AudioCaptureEngine::handleMicBlock(int n)
+{
+    const float *mic = m_micMono.data();
+    if (onMicBuffer)
+        onMicBuffer(mic, n);
+    const StreamSource source = streamSource();
+    if (source == StreamSource::micOnly)
+        emitPCM16(m_converterAPIFromMicRate.get(), mic, n);
+    const bool recording = m_recordingOpen;
+    if (recording || source == StreamSource::both) {
+        m_meetingFIFO.popInto(m_meetingMono.data(), n);
+        const float *meeting = m_meetingMono.data();
+        if (source == StreamSource::both) {
+            for (int i = 0; i < n; ++i)
+                m_mixMono[size_t(i)] = std::clamp((mic[i] + meeting[i]) * 0.5f, -1.0f, 1.0f);
+            emitPCM16(m_converterAPIFrom48.get(), m_mixMono.data(), n);
+        }
+        if (recording)
+            writeStereo(mic, meeting, n);
+    }
+    postLevels(peakOf(mic, n), m_meetingPeak.load());
+}
+
+void AudioCaptureEngine::handleTapAudio(const float *samples, int frames)
+{
+    if (frames <= 0)
+        return;
+    m_meetingPeak = peakOf(samples, frames);
+    const StreamSource source = streamSource();
+    if (source == StreamSource::meetingOnly)
+        emitPCM16(m_converterAPIFrom48.get(), samples, frames);
+    if (m_recordingOpen || source == StreamSource::both)
+        m_meetingFIFO.push(samples, frames);
+}
+
+void AudioCaptureEngine::emitPCM16(Pcm16Resampler *converter, const float *samples, int frames)
+{
+    if (!converter)
+        return;
+    const QByteArray bytes = converter->process(samples, frames);
+    if (!bytes.isEmpty() && onPCM16)
+        onPCM16(bytes);
+}
+
+void AudioCaptureEngine::writeStereo(const float *left, const float *right, int frames)
+{
+    std::shared_ptr<WavWriter> writer = m_recWriter;
+    if (!writer)
+        return;
+    std::vector<float> block(size_t(frames) * 2);
+    std::memcpy(block.data(), left, size_t(frames) * sizeof(float));
+    std::memcpy(block.data() + frames, right, size_t(frames) * sizeof(float));
+    QMetaObject::invokeMethod(&m_writeContext, [writer, block = std::move(block), frames] {
+        const float *channels[2] = {block.data(), block.data() + frames};
+        writer->write(channels, 2, frames);
+    }, Qt::QueuedConnection);
+}
+
+void AudioCaptureEngine::postLevels(float mic, float meeting)
+{
+    const qint64 now = m_clock.elapsed();
+    if (now - m_lastLevelPostMs.load() < levelIntervalMs)
+        return;
+    m_lastLevelPostMs = now;
+    postToOwner([this, mic, meeting] {
+        if (onLevels)
+            onLevels(mic, meeting);
+    });
+}
+
+void AudioCaptureEngine::postToOwner(std::function<void()> call)
+{
+    QMetaObject::invokeMethod(this, std::move(call), Qt::QueuedConnection);
+}

@@ -1,0 +1,134 @@
+#pragma once
+
+#include "audio/AudioTypes.h"
+#include "audio/MonoRingBuffer.h"
+#include "audio/ProcessTapCapture.h"
+
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QObject>
+#include <QString>
+#include <QThread>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+class MicInput;
+class Pcm16Resampler;
+class WavWriter;
+
+// Owns both audio inputs of a session: the microphone (a channel of an input device) and the
+// meeting (another channel of that device, or the output tap). It sends the chosen stream to
+// the model as 24 kHz mono 16-bit PCM, hands the microphone to the transcriber, posts levels,
+// and optionally archives a 48 kHz stereo WAV (left the microphone, right the meeting,
+// sample-aligned). A microphone that does not start within 8 s is dropped for the session
+// (and for every later one in this process); the session goes on with the meeting alone.
+//
+// Threads: control calls from any one thread at a time (start may block for seconds);
+// callbacks marked GUI arrive on the thread this object lives in, through queued calls.
+class AudioCaptureEngine : public QObject
+{
+    Q_OBJECT
+
+public:
+    static constexpr int micBlockFrames = 2048;
+    static constexpr int micStartDeadlineMs = 8000;
+    static constexpr qint64 levelIntervalMs = 50;
+
+    explicit AudioCaptureEngine(QObject *parent = nullptr);
+    ~AudioCaptureEngine() override;
+
+    // Audio thread: 24 kHz mono PCM16 for the model.
+    std::function<void(const QByteArray &pcm16)> onPCM16;
+    // GUI thread, at most every 0.05 s: peak levels 0...1.
+    std::function<void(float mic, float meeting)> onLevels;
+    // GUI thread: the microphone is lost for this session.
+    std::function<void(const QString &message)> onMicUnavailable;
+    // Audio thread: the selected microphone channel, 48 kHz float mono.
+    std::function<void(const float *samples, int frames)> onMicBuffer;
+    // GUI thread: an asynchronous failure after start (the tap could not be restarted).
+    std::function<void(const QString &message)> onError;
+
+    // There is no microphone permission on Linux desktops: always granted.
+    MicPermission micPermission() const { return MicPermission::granted; }
+    // Answers on this object's thread.
+    void requestMicAccess(std::function<void(bool granted)> completion);
+
+    // Does nothing (and succeeds) when already running. Returns a user-readable error.
+    std::optional<QString> start(const CaptureSource &source, StreamSource streamSource, bool record);
+    // Idempotent; closes the recording before returning.
+    void stop();
+    bool isRunning() const { return m_running; }
+    std::optional<QString> recordingPath() const;
+    // Points the tap at another target while a tap session runs.
+    std::optional<QString> retarget(const TapTarget &meeting);
+
+    bool micIsStalled() const { return m_micIsStalled; }
+    StreamSource streamSource() const { return StreamSource(m_streamSource.load()); }
+    ProcessTapCapture &tapCapture() { return m_tap; }
+
+    // Test hooks: a shorter start deadline, and a delay before the microphone stream starts.
+    void setMicStartDeadlineForTesting(int ms) { m_micDeadlineMs = ms; }
+    void setMicStartDelayForTesting(int ms) { m_micStartDelayMs = ms; }
+    // Forgets an earlier stall, as a restart of the application would.
+    void resetMicStallForTesting() { m_micEngineUnusable = false; }
+
+private:
+    std::optional<QString> startDeviceMode(const DeviceChannelsSource &source, StreamSource streamSource);
+    std::optional<QString> startTapMode(const SystemTapSource &source, StreamSource streamSource);
+    std::optional<QString> openRecording();
+    void fallBackToMeetingOnly(const QString &message);
+    void prepareConverters();
+    void releaseSession();
+    void restartTap();
+
+    void onMicFrames(const float *interleaved, int frames);   // mic thread: re-blocks
+    void handleDeviceBlock(int frames);                        // mic thread, device mode
+    void handleMicBlock(int frames);                           // mic thread, tap mode
+    void handleTapAudio(const float *samples, int frames);     // tap thread
+    void emitPCM16(Pcm16Resampler *converter, const float *samples, int frames);
+    void writeStereo(const float *left, const float *right, int frames);
+    void postLevels(float mic, float meeting);
+    void postToOwner(std::function<void()> call);
+
+    mutable std::mutex m_control;
+    ProcessTapCapture m_tap;
+    MonoRingBuffer m_meetingFIFO{5.0, 48000.0};
+    QThread m_writeThread;
+    QObject m_writeContext;
+
+    std::shared_ptr<MicInput> m_mic;
+    std::shared_ptr<MicInput> m_stalledMic;   // left alone once stalled
+    std::unique_ptr<Pcm16Resampler> m_converterAPIFromMicRate;
+    std::unique_ptr<Pcm16Resampler> m_converterAPIFrom48;
+    std::shared_ptr<WavWriter> m_recWriter;
+    std::optional<QString> m_recordingPath;
+    TapTarget m_tapTarget;
+
+    std::atomic<bool> m_running{false};
+    std::atomic<bool> m_usingTap{false};
+    std::atomic<bool> m_recordingOpen{false};
+    std::atomic<bool> m_micIsStalled{false};
+    std::atomic<bool> m_micEngineUnusable{false};
+    std::atomic<int> m_streamSource{int(StreamSource::meetingOnly)};
+    std::atomic<float> m_meetingPeak{0.0f};
+    bool m_isRecording = false;
+    int m_micChannel = 0;
+    std::optional<int> m_meetingChannel;
+    int m_deviceChannels = 1;
+    int m_micDeadlineMs = micStartDeadlineMs;
+    int m_micStartDelayMs = 0;
+
+    // Mic-thread working storage, sized once per session.
+    std::vector<float> m_block;       // interleaved re-blocking buffer
+    int m_blockFill = 0;
+    std::vector<float> m_micMono;
+    std::vector<float> m_meetingMono;
+    std::vector<float> m_mixMono;
+    QElapsedTimer m_clock;
+    std::atomic<qint64> m_lastLevelPostMs{-1000000};
+};

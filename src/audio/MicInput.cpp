@@ -1,0 +1,96 @@
+#include "audio/MicInput.h"
+
+#include "audio/PulseConnection.h"
+#include "audio/PulseQueries.h"
+
+namespace {
+constexpr int connectTimeoutMs = 3000;
+}
+
+MicInput::MicInput() = default;
+
+MicInput::~MicInput()
+{
+    if (m_connection && m_stream) {
+        PulseLock lock(*m_connection);
+        pa_stream_set_read_callback(m_stream, nullptr, nullptr);
+        pa_stream_set_state_callback(m_stream, nullptr, nullptr);
+        if (PA_STREAM_IS_GOOD(pa_stream_get_state(m_stream)))
+            pa_stream_disconnect(m_stream);
+        pa_stream_unref(m_stream);
+        m_stream = nullptr;
+    }
+    m_connection.reset();
+}
+
+std::optional<QString> MicInput::bind(const QString &sourceName)
+{
+    m_connection = std::make_unique<PulseConnection>("Ketterbloom microphone");
+    pa_threaded_mainloop_set_name(m_connection->mainloop(), "kb-mic");
+    QString reason;
+    if (!m_connection->connect(connectTimeoutMs, &reason))
+        return reason;
+    PulseLock lock(*m_connection);
+    const auto source = PulseQueries::source(*m_connection, sourceName);
+    if (!source)
+        return QStringLiteral("no input device named ") + sourceName;
+    m_source = sourceName;
+    m_spec.channels = source->spec.channels;
+    m_map = source->channelMap;
+    if (!pa_channel_map_valid(&m_map) || m_map.channels != m_spec.channels)
+        pa_channel_map_init_auto(&m_map, m_spec.channels, PA_CHANNEL_MAP_AUX);
+    return std::nullopt;
+}
+
+std::optional<QString> MicInput::startStream(int timeoutMs)
+{
+    if (!m_connection || !m_connection->isConnected())
+        return QStringLiteral("not connected to the sound server");
+    PulseConnection &c = *m_connection;
+    PulseLock lock(c);
+    if (!pa_sample_spec_valid(&m_spec))
+        return QStringLiteral("unusable input format");
+    m_stream = pa_stream_new(c.context(), "Ketterbloom microphone", &m_spec, &m_map);
+    if (!m_stream)
+        return QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
+    pa_stream_set_read_callback(m_stream, &MicInput::streamRead, this);
+    pa_stream_set_state_callback(m_stream, &MicInput::streamState, this);
+    pa_buffer_attr attr;
+    attr.maxlength = uint32_t(-1);
+    attr.tlength = uint32_t(-1);
+    attr.prebuf = uint32_t(-1);
+    attr.minreq = uint32_t(-1);
+    attr.fragsize = uint32_t(pa_usec_to_bytes(20000, &m_spec));
+    const QByteArray device = m_source.toUtf8();
+    const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_NO_REMIX_CHANNELS);
+    if (pa_stream_connect_record(m_stream, device.constData(), &attr, flags) < 0)
+        return QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
+    pa_stream *s = m_stream;
+    c.waitUntil([s] { return pa_stream_get_state(s) != PA_STREAM_CREATING; }, timeoutMs);
+    const auto state = pa_stream_get_state(s);
+    if (state == PA_STREAM_READY)
+        return std::nullopt;
+    if (state == PA_STREAM_CREATING)
+        return QStringLiteral("the input device did not start");
+    return QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
+}
+
+void MicInput::streamRead(pa_stream *s, size_t, void *userdata)
+{
+    auto *self = static_cast<MicInput *>(userdata);
+    const int frameBytes = int(sizeof(float)) * self->m_spec.channels;
+    while (pa_stream_readable_size(s) > 0) {
+        const void *data = nullptr;
+        size_t bytes = 0;
+        if (pa_stream_peek(s, &data, &bytes) < 0 || bytes == 0)
+            return;
+        if (data && self->m_enabled && self->onFrames)
+            self->onFrames(static_cast<const float *>(data), int(bytes) / frameBytes);
+        pa_stream_drop(s);
+    }
+}
+
+void MicInput::streamState(pa_stream *, void *userdata)
+{
+    static_cast<MicInput *>(userdata)->m_connection->signal();
+}

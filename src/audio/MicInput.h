@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QString>
+
+#include <pulse/pulseaudio.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class PulseConnection;
+
+// A record stream on one input device (a sound-server source), in 48 kHz float with the
+// device's own channels and channel map, so each channel arrives untouched. Frames arrive
+// interleaved, in 20 ms fragments, on the stream's own thread ("kb-mic").
+class MicInput
+{
+public:
+    static constexpr int sampleRate = 48000;
+
+    MicInput();
+    ~MicInput();
+    MicInput(const MicInput &) = delete;
+    MicInput &operator=(const MicInput &) = delete;
+
+    // Connects to the server and reads the source's format. Returns a reason on failure.
+    std::optional<QString> bind(const QString &sourceName);
+    int channelCount() const { return m_spec.channels; }
+
+    // Opens the record stream and waits until it runs or timeoutMs pass.
+    std::optional<QString> startStream(int timeoutMs);
+    // While false, delivered frames are dropped (a stalled start that comes back late).
+    void setEnabled(bool enabled) { m_enabled = enabled; }
+
+    // Mic thread: interleaved frames of channelCount() channels.
+    std::function<void(const float *interleaved, int frames)> onFrames;
+
+private:
+    static void streamRead(pa_stream *s, size_t nbytes, void *userdata);
+    static void streamState(pa_stream *s, void *userdata);
+
+    std::unique_ptr<PulseConnection> m_connection;
+    QString m_source;
+    pa_sample_spec m_spec{PA_SAMPLE_FLOAT32LE, sampleRate, 1};
+    pa_channel_map m_map{};
+    pa_stream *m_stream = nullptr;
+    std::atomic<bool> m_enabled{true};
+};

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <mutex>
+#include <vector>
+
+// A bounded, thread-safe first-in first-out queue of float samples that hands meeting audio
+// from the tap thread to the microphone thread. When full, the oldest samples are dropped;
+// when short, pop() pads with silence, so it always returns exactly what was asked for.
+class MonoRingBuffer
+{
+public:
+    MonoRingBuffer(double maxSeconds, double sampleRate);
+
+    void push(const float *samples, int count);
+    // Exactly `count` samples: the oldest queued ones, then zeros.
+    std::vector<float> pop(int count);
+    // The same into caller storage of at least `count` floats (no allocation).
+    void popInto(float *out, int count);
+    void clear();
+
+    int capacity() const { return m_capacity; }
+    int available() const;
+
+private:
+    mutable std::mutex m_lock;
+    std::vector<float> m_samples;
+    int m_capacity;
+};

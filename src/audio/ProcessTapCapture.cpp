@@ -1,0 +1,536 @@
+#include "audio/ProcessTapCapture.h"
+
+#include "audio/AudioApplications.h"
+#include "audio/PulseConnection.h"
+#include "audio/PulseQueries.h"
+#include "audio/StartupTrace.h"
+
+#include <QCollator>
+#include <QLoggingCategory>
+#include <QSet>
+
+#include <algorithm>
+
+Q_LOGGING_CATEGORY(lcTap, "ketterbloom.audio.tap")
+
+namespace {
+constexpr int connectTimeoutMs = 3000;
+constexpr int streamTimeoutMs = 3000;
+constexpr quint32 systemKey = PA_INVALID_INDEX;
+
+const pa_sample_spec &tapSpec()
+{
+    static const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, 48000, 1};
+    return spec;
+}
+
+pa_buffer_attr tapBufferAttr()
+{
+    pa_buffer_attr attr;
+    attr.maxlength = uint32_t(-1);
+    attr.tlength = uint32_t(-1);
+    attr.prebuf = uint32_t(-1);
+    attr.minreq = uint32_t(-1);
+    attr.fragsize = uint32_t(pa_usec_to_bytes(20000, &tapSpec()));
+    return attr;
+}
+
+void sortByName(QList<AudioProcessInfo> &list)
+{
+    QCollator collator;
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    std::stable_sort(list.begin(), list.end(), [&collator](const AudioProcessInfo &a, const AudioProcessInfo &b) {
+        return collator.compare(a.name, b.name) < 0;
+    });
+}
+
+bool isPlaying(const PulseQueries::SinkInputEntry &e)
+{
+    return !e.corked && e.sink != PA_INVALID_INDEX;
+}
+
+AudioProcessInfo infoOf(const PulseQueries::SinkInputEntry &e)
+{
+    return {e.index + 1, AudioApplications::appID(e.properties), AudioApplications::displayName(e.properties)};
+}
+} // namespace
+
+QString TapError::description() const
+{
+    switch (kind) {
+    case Kind::tapFailed:
+        return QStringLiteral("Could not listen to this computer's audio output (") + reason
+            + QStringLiteral("). Make sure PulseAudio or PipeWire is running, then press Start again.");
+    case Kind::unsupported:
+        return QStringLiteral("Capturing this computer's audio needs PulseAudio or PipeWire.");
+    case Kind::formatUnavailable:
+        return QStringLiteral("The tapped audio stream reported no usable format.");
+    }
+    return {};
+}
+
+struct ProcessTapCapture::MonitorStream
+{
+    ProcessTapCapture *owner = nullptr;
+    quint32 key = 0;
+    pa_stream *stream = nullptr;
+};
+
+ProcessTapCapture::ProcessTapCapture()
+{
+    m_mixer.onMixed = [this](const float *samples, int frames) { deliver(samples, frames); };
+}
+
+ProcessTapCapture::~ProcessTapCapture()
+{
+    cleanUp();
+}
+
+std::optional<ProcessTapCapture::Format> ProcessTapCapture::format() const
+{
+    if (!m_running)
+        return std::nullopt;
+    return Format{int(tapSpec().rate), int(tapSpec().channels)};
+}
+
+TapTarget ProcessTapCapture::target() const
+{
+    std::lock_guard guard(m_control);
+    return m_target;
+}
+
+int ProcessTapCapture::attachedStreamCount() const
+{
+    return m_streamCount;
+}
+
+QString ProcessTapCapture::monitoredSink() const
+{
+    std::lock_guard guard(m_control);
+    return m_monitoredSink;
+}
+
+std::optional<TapError> ProcessTapCapture::start(const TapTarget &target)
+{
+    std::lock_guard guard(m_control);
+    if (m_running)
+        return std::nullopt;
+    m_target = target;
+    m_interruptSent = false;
+    StartupTrace::step(QStringLiteral("creating process tap"));
+    m_connection = std::make_unique<PulseConnection>("Ketterbloom meeting tap");
+    pa_threaded_mainloop_set_name(m_connection->mainloop(), "kb-tap");
+    QString reason;
+    if (!m_connection->connect(connectTimeoutMs, &reason)) {
+        StartupTrace::step(QStringLiteral("process tap created"), QStringLiteral("status ") + reason);
+        m_connection.reset();
+        return TapError{TapError::Kind::tapFailed, reason};
+    }
+    m_connection->onEvent = [this](pa_subscription_event_type_t t, uint32_t i) { onEvent(t, i); };
+    std::optional<TapError> error = target.kind == TapTarget::Kind::systemOutput ? startSystemOutput()
+                                                                                 : startProcess(target.appID);
+    StartupTrace::step(QStringLiteral("process tap created"),
+                       QStringLiteral("status ") + (error ? error->description() : QStringLiteral("0")));
+    if (error) {
+        m_connection.reset();
+        m_streams.clear();
+        m_mixer.reset();
+        m_streamCount = 0;
+        return error;
+    }
+    m_running = true;
+    return std::nullopt;
+}
+
+std::optional<TapError> ProcessTapCapture::startSystemOutput()
+{
+    PulseConnection &c = *m_connection;
+    PulseLock lock(c);
+    const auto info = PulseQueries::serverInfo(c);
+    if (!info)
+        return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
+    const auto sinkInfo = PulseQueries::sink(c, info->defaultSink);
+    if (!sinkInfo || sinkInfo->monitorSource.isEmpty())
+        return TapError{TapError::Kind::tapFailed, QStringLiteral("the default output has no monitor")};
+    m_monitoredSink = sinkInfo->name;
+    if (!c.subscribe(pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SERVER | PA_SUBSCRIPTION_MASK_SINK), streamTimeoutMs))
+        return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
+
+    auto ms = std::make_unique<MonitorStream>();
+    ms->owner = this;
+    ms->key = systemKey;
+    ms->stream = newRecordStream("Ketterbloom meeting", ms.get());
+    if (!ms->stream)
+        return TapError{TapError::Kind::formatUnavailable, {}};
+    const pa_buffer_attr attr = tapBufferAttr();
+    const QByteArray device = sinkInfo->monitorSource.toUtf8();
+    if (pa_stream_connect_record(ms->stream, device.constData(), &attr, PA_STREAM_ADJUST_LATENCY) < 0) {
+        const QString why = QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
+        pa_stream_unref(ms->stream);
+        return TapError{TapError::Kind::tapFailed, why};
+    }
+    pa_stream *s = ms->stream;
+    c.waitUntil([s] { return pa_stream_get_state(s) != PA_STREAM_CREATING; }, streamTimeoutMs);
+    if (pa_stream_get_state(s) != PA_STREAM_READY) {
+        const QString why = QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
+        pa_stream_set_read_callback(s, nullptr, nullptr);
+        pa_stream_set_state_callback(s, nullptr, nullptr);
+        pa_stream_disconnect(s);
+        pa_stream_unref(s);
+        return TapError{TapError::Kind::tapFailed, why};
+    }
+    m_mixer.reset();
+    m_mixer.addStream(int(systemKey));
+    m_streams[systemKey] = std::move(ms);
+    m_streamCount = 1;
+    return std::nullopt;
+}
+
+std::optional<TapError> ProcessTapCapture::startProcess(const QString &appID)
+{
+    PulseConnection &c = *m_connection;
+    PulseLock lock(c);
+    const auto info = PulseQueries::serverInfo(c);
+    if (!info)
+        return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
+    if (info->protocolVersion < 13)
+        return TapError{TapError::Kind::unsupported, {}};
+    m_monitoredSink.clear();
+    m_mixer.reset();
+    if (!c.subscribe(PA_SUBSCRIPTION_MASK_SINK_INPUT, streamTimeoutMs))
+        return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
+    for (const auto &e : PulseQueries::sinkInputs(c)) {
+        if (e.sink != PA_INVALID_INDEX && AudioApplications::belongsToOrHelper(e.properties, appID))
+            attachSinkInput(e.index, e.sink);
+    }
+    qCInfo(lcTap, "[Ketterbloom] tapping %s: %d stream(s)", qUtf8Printable(appID), int(m_streamCount));
+    return std::nullopt;
+}
+
+pa_stream *ProcessTapCapture::newRecordStream(const char *name, void *userdata)
+{
+    pa_proplist *props = pa_proplist_new();
+    pa_proplist_sets(props, PA_PROP_MEDIA_ROLE, "production");
+    pa_stream *s = pa_stream_new_with_proplist(m_connection->context(), name, &tapSpec(), nullptr, props);
+    pa_proplist_free(props);
+    if (!s)
+        return nullptr;
+    pa_stream_set_read_callback(s, &ProcessTapCapture::streamRead, userdata);
+    pa_stream_set_state_callback(s, &ProcessTapCapture::streamState, userdata);
+    return s;
+}
+
+void ProcessTapCapture::attachSinkInput(quint32 sinkInput, quint32 sink)
+{
+    Q_UNUSED(sink);
+    if (m_streams.count(sinkInput))
+        return;
+    auto ms = std::make_unique<MonitorStream>();
+    ms->owner = this;
+    ms->key = sinkInput;
+    ms->stream = newRecordStream("Ketterbloom meeting (application)", ms.get());
+    if (!ms->stream)
+        return;
+    pa_stream_set_monitor_stream(ms->stream, sinkInput);
+    const pa_buffer_attr attr = tapBufferAttr();
+    if (pa_stream_connect_record(ms->stream, nullptr, &attr, PA_STREAM_ADJUST_LATENCY) < 0) {
+        qCWarning(lcTap, "[Ketterbloom] could not record sink input %u: %s", sinkInput,
+                  pa_strerror(pa_context_errno(m_connection->context())));
+        pa_stream_unref(ms->stream);
+        return;
+    }
+    m_mixer.addStream(int(sinkInput));
+    m_streams[sinkInput] = std::move(ms);
+    m_streamCount = int(m_streams.size());
+}
+
+void ProcessTapCapture::dropStream(quint32 key)
+{
+    auto it = m_streams.find(key);
+    if (it == m_streams.end())
+        return;
+    pa_stream *s = it->second->stream;
+    pa_stream_set_read_callback(s, nullptr, nullptr);
+    pa_stream_set_state_callback(s, nullptr, nullptr);
+    if (PA_STREAM_IS_GOOD(pa_stream_get_state(s)))
+        pa_stream_disconnect(s);
+    pa_stream_unref(s);
+    m_streams.erase(it);
+    m_mixer.removeStream(int(key));
+    m_streamCount = int(m_streams.size());
+}
+
+void ProcessTapCapture::cleanUp()
+{
+    std::lock_guard guard(m_control);
+    m_running = false;
+    if (!m_connection)
+        return;
+    {
+        PulseLock lock(*m_connection);
+        m_connection->onEvent = nullptr;
+        m_mixer.reset();   // nothing pending is delivered from this thread
+        while (!m_streams.empty())
+            dropStream(m_streams.begin()->first);
+    }
+    m_connection.reset();
+    m_mixer.reset();
+    m_streamCount = 0;
+}
+
+void ProcessTapCapture::deliver(const float *samples, int frames)
+{
+    if (onAudio)
+        onAudio(samples, frames);
+}
+
+void ProcessTapCapture::streamRead(pa_stream *s, size_t, void *userdata)
+{
+    auto *ms = static_cast<MonitorStream *>(userdata);
+    while (pa_stream_readable_size(s) > 0) {
+        const void *data = nullptr;
+        size_t bytes = 0;
+        if (pa_stream_peek(s, &data, &bytes) < 0 || bytes == 0)
+            return;
+        if (data)
+            ms->owner->m_mixer.feed(int(ms->key), static_cast<const float *>(data), int(bytes / sizeof(float)));
+        pa_stream_drop(s);
+    }
+}
+
+namespace {
+struct DeferredDrop
+{
+    ProcessTapCapture *owner;
+    quint32 key;
+};
+} // namespace
+
+void ProcessTapCapture::streamState(pa_stream *s, void *userdata)
+{
+    auto *ms = static_cast<MonitorStream *>(userdata);
+    PulseConnection *c = ms->owner->m_connection.get();
+    if (c)
+        c->signal();
+    const auto state = pa_stream_get_state(s);
+    if (state != PA_STREAM_FAILED && state != PA_STREAM_TERMINATED)
+        return;
+    if (ms->key == systemKey)
+        return;   // the whole-machine stream is restarted by its owner
+    // A sink input that ended takes its monitor with it; drop ours outside this callback.
+    auto *d = new DeferredDrop{ms->owner, ms->key};
+    pa_mainloop_api_once(pa_threaded_mainloop_get_api(c->mainloop()), [](pa_mainloop_api *, void *userdata) {
+        auto *d = static_cast<DeferredDrop *>(userdata);
+        d->owner->dropStream(d->key);
+        delete d;
+    }, d);
+}
+
+void ProcessTapCapture::onEvent(pa_subscription_event_type_t type, uint32_t index)
+{
+    const auto facility = type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
+    const auto kind = type & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
+    if (facility == PA_SUBSCRIPTION_EVENT_SERVER || facility == PA_SUBSCRIPTION_EVENT_SINK) {
+        if (m_target.kind == TapTarget::Kind::systemOutput)
+            checkDefaultSink();
+        return;
+    }
+    if (facility != PA_SUBSCRIPTION_EVENT_SINK_INPUT || m_target.kind != TapTarget::Kind::process)
+        return;
+    if (kind == PA_SUBSCRIPTION_EVENT_REMOVE)
+        dropStream(index);
+    else if (!m_streams.count(index))
+        checkSinkInput(index);
+}
+
+namespace {
+struct PendingSinkInput
+{
+    ProcessTapCapture *owner;
+    PulseQueries::SinkInputEntry entry;
+    std::function<void(const PulseQueries::SinkInputEntry &)> decide;
+};
+} // namespace
+
+void ProcessTapCapture::checkSinkInput(uint32_t index)
+{
+    auto *pending = new PendingSinkInput{this, {}, [this](const PulseQueries::SinkInputEntry &e) {
+        if (e.sink != PA_INVALID_INDEX && AudioApplications::belongsToOrHelper(e.properties, m_target.appID))
+            attachSinkInput(e.index, e.sink);
+    }};
+    pending->entry.index = PA_INVALID_INDEX;
+    auto sinkInputCb = [](pa_context *ctx, const pa_sink_input_info *i, int eol, void *userdata) {
+        auto *p = static_cast<PendingSinkInput *>(userdata);
+        if (eol == 0 && i) {
+            p->entry.index = i->index;
+            p->entry.client = i->client;
+            p->entry.sink = i->sink;
+            p->entry.corked = i->corked != 0;
+            p->entry.properties = PulseQueries::toProperties(i->proplist);
+            return;
+        }
+        if (p->entry.index == PA_INVALID_INDEX) {
+            delete p;
+            return;
+        }
+        if (p->entry.client == PA_INVALID_INDEX) {
+            p->decide(p->entry);
+            delete p;
+            return;
+        }
+        auto clientCb = [](pa_context *, const pa_client_info *ci, int eol, void *userdata) {
+            auto *p = static_cast<PendingSinkInput *>(userdata);
+            if (eol == 0 && ci) {
+                PulseQueries::mergeMissing(p->entry.properties, PulseQueries::toProperties(ci->proplist));
+                return;
+            }
+            p->decide(p->entry);
+            delete p;
+        };
+        if (pa_operation *op = pa_context_get_client_info(ctx, p->entry.client, clientCb, p))
+            pa_operation_unref(op);
+        else
+            delete p;
+    };
+    if (pa_operation *op = pa_context_get_sink_input_info(m_connection->context(), index, sinkInputCb, pending))
+        pa_operation_unref(op);
+    else
+        delete pending;
+}
+
+void ProcessTapCapture::checkDefaultSink()
+{
+    auto cb = [](pa_context *, const pa_server_info *i, void *userdata) {
+        auto *self = static_cast<ProcessTapCapture *>(userdata);
+        if (!i || !self->m_running)
+            return;
+        const QString current = QString::fromUtf8(i->default_sink_name ? i->default_sink_name : "");
+        if (current != self->m_monitoredSink && !self->m_interruptSent.exchange(true)) {
+            qCInfo(lcTap, "[Ketterbloom] default output changed to %s", qUtf8Printable(current));
+            if (self->onInterrupted)
+                self->onInterrupted();
+        }
+    };
+    if (pa_operation *op = pa_context_get_server_info(m_connection->context(), cb, this))
+        pa_operation_unref(op);
+}
+
+// ---- static queries -------------------------------------------------------------------------
+
+namespace {
+struct Snapshot
+{
+    bool ok = false;
+    std::optional<PulseQueries::ServerInfo> server;
+    QList<PulseQueries::SinkInputEntry> sinkInputs;
+    QHash<quint32, PulseQueries::Properties> clients;
+};
+
+Snapshot snapshot(bool withClients)
+{
+    Snapshot s;
+    PulseConnection c("Ketterbloom app list");
+    if (!c.connect(connectTimeoutMs))
+        return s;
+    PulseLock lock(c);
+    s.sinkInputs = PulseQueries::sinkInputs(c);
+    if (withClients)
+        s.clients = PulseQueries::clients(c);
+    s.ok = true;
+    return s;
+}
+
+QList<AudioProcessInfo> playingFrom(const Snapshot &s)
+{
+    QList<AudioProcessInfo> out;
+    QSet<QString> seen;
+    for (const auto &e : s.sinkInputs) {
+        if (!isPlaying(e) || AudioApplications::isOwnOrServer(e.properties))
+            continue;
+        const auto info = infoOf(e);
+        if (seen.contains(info.bundleID))
+            continue;
+        seen.insert(info.bundleID);
+        out.append(info);
+    }
+    sortByName(out);
+    return out;
+}
+} // namespace
+
+bool ProcessTapCapture::probeTapAccess()
+{
+    PulseConnection c("Ketterbloom probe");
+    QString reason;
+    if (!c.connect(connectTimeoutMs, &reason)) {
+        qCWarning(lcTap, "[Ketterbloom] tap probe failed: %s", qUtf8Printable(reason));
+        return false;
+    }
+    PulseLock lock(c);
+    const auto info = PulseQueries::serverInfo(c);
+    if (!info)
+        return false;
+    const auto sink = PulseQueries::sink(c, info->defaultSink);
+    if (!sink || sink->monitorSource.isEmpty()) {
+        qCWarning(lcTap, "[Ketterbloom] tap probe failed: the default output has no monitor");
+        return false;
+    }
+    return true;
+}
+
+QList<AudioProcessInfo> ProcessTapCapture::runningAudioProcesses()
+{
+    return playingFrom(snapshot(false));
+}
+
+std::optional<AudioProcessInfo> ProcessTapCapture::audioObject(const QString &bundleID)
+{
+    if (bundleID.isEmpty())
+        return std::nullopt;
+    const Snapshot s = snapshot(false);
+    auto firstPlaying = [&s](const QString &id) -> std::optional<AudioProcessInfo> {
+        for (const auto &e : s.sinkInputs) {
+            if (isPlaying(e) && !AudioApplications::isOwnOrServer(e.properties)
+                && AudioApplications::belongsTo(e.properties, id))
+                return infoOf(e);
+        }
+        return std::nullopt;
+    };
+    if (auto direct = firstPlaying(bundleID))
+        return direct;
+    for (const QString &helper : AudioApplications::helpersOf(bundleID)) {
+        if (auto viaHelper = firstPlaying(helper))
+            return viaHelper;
+    }
+    return std::nullopt;
+}
+
+QList<AudioProcessInfo> ProcessTapCapture::selectableApps()
+{
+    const Snapshot s = snapshot(true);
+    QList<AudioProcessInfo> playing = playingFrom(s);
+    QSet<QString> seen;
+    for (const auto &p : playing)
+        seen.insert(p.bundleID);
+    QList<AudioProcessInfo> others;
+    auto consider = [&](const PulseQueries::Properties &props) {
+        if (AudioApplications::isOwnOrServer(props))
+            return;
+        const QString id = AudioApplications::appID(props);
+        if (seen.contains(id))
+            return;
+        seen.insert(id);
+        others.append({0, id, AudioApplications::displayName(props)});
+    };
+    for (const auto &e : s.sinkInputs)
+        consider(e.properties);
+    for (const auto &props : s.clients)
+        consider(props);
+    sortByName(others);
+    return playing + others;
+}
+
+QList<QPair<QString, QStringList>> ProcessTapCapture::audioHelpers()
+{
+    return AudioApplications::helpers();
+}

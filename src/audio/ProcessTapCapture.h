@@ -1,0 +1,111 @@
+#pragma once
+
+#include "audio/AudioTypes.h"
+#include "audio/TapMixer.h"
+
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <QStringList>
+
+#include <pulse/pulseaudio.h>
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+class PulseConnection;
+
+// Why the meeting tap could not start; each kind has one user-facing sentence.
+struct TapError
+{
+    enum class Kind { tapFailed, unsupported, formatUnavailable };
+
+    Kind kind = Kind::tapFailed;
+    QString reason;   // for tapFailed
+
+    QString description() const;
+    friend bool operator==(const TapError &, const TapError &) = default;
+};
+
+// Captures what this computer plays, as 48 kHz mono float, through the sound server:
+// - systemOutput: a record stream on the default sink's monitor. When the default sink
+//   changes, onInterrupted is called so the owner can start the tap again on the new one.
+// - process(appID): the monitor of each of the application's sink inputs (its properties
+//   merged with its client's), mixed into one stream; sink inputs that appear later are
+//   attached as they show up, and ones that end are dropped.
+// The audio arrives on the tap's own sound-server thread ("kb-tap").
+class ProcessTapCapture
+{
+public:
+    struct Format
+    {
+        int sampleRate = 48000;
+        int channels = 1;
+    };
+
+    ProcessTapCapture();
+    ~ProcessTapCapture();
+    ProcessTapCapture(const ProcessTapCapture &) = delete;
+    ProcessTapCapture &operator=(const ProcessTapCapture &) = delete;
+
+    // Tap thread: one block of captured audio.
+    std::function<void(const float *samples, int frames)> onAudio;
+    // Tap thread: the default output changed while a systemOutput tap runs.
+    std::function<void()> onInterrupted;
+
+    // Does nothing when already running. Call from a control thread, never the tap thread.
+    std::optional<TapError> start(const TapTarget &target);
+    // Tears down whatever exists; safe at any stage and when stopped.
+    void cleanUp();
+
+    bool isRunning() const { return m_running; }
+    std::optional<Format> format() const;
+    TapTarget target() const;
+    // Sink inputs currently recorded (process targets); for diagnostics and tests.
+    int attachedStreamCount() const;
+    // The sink whose monitor a systemOutput tap records.
+    QString monitoredSink() const;
+
+    // The sound server answers and its default sink has a monitor.
+    static bool probeTapAccess();
+    // Applications with a sink input that is playing now, sorted by name.
+    static QList<AudioProcessInfo> runningAudioProcesses();
+    // The playing application `bundleID`, or else the first playing helper of it.
+    static std::optional<AudioProcessInfo> audioObject(const QString &bundleID);
+    // Applications that can be chosen: playing ones first, then the other clients of the
+    // sound server, each group sorted by name.
+    static QList<AudioProcessInfo> selectableApps();
+    // Application id -> ids of the processes that play its call audio.
+    static QList<QPair<QString, QStringList>> audioHelpers();
+
+private:
+    struct MonitorStream;
+    std::optional<TapError> startSystemOutput();
+    std::optional<TapError> startProcess(const QString &appID);
+    pa_stream *newRecordStream(const char *name, void *userdata);
+    void attachSinkInput(quint32 sinkInput, quint32 sink);   // loop thread or lock held
+    void dropStream(quint32 sinkInput);                       // loop thread or lock held
+    void onEvent(pa_subscription_event_type_t type, uint32_t index);
+    void checkSinkInput(uint32_t index);
+    void checkDefaultSink();
+    void deliver(const float *samples, int frames);
+
+    static void streamRead(pa_stream *s, size_t nbytes, void *userdata);
+    static void streamState(pa_stream *s, void *userdata);
+
+    std::unique_ptr<PulseConnection> m_connection;
+    mutable std::mutex m_control;   // guards the fields below against control-thread races
+    TapTarget m_target;
+    QString m_monitoredSink;
+    std::atomic<bool> m_running{false};
+    std::atomic<bool> m_interruptSent{false};
+    std::atomic<int> m_streamCount{0};
+
+    // Loop-thread state.
+    std::map<quint32, std::unique_ptr<MonitorStream>> m_streams;   // by sink input (0 key: the monitor)
+    TapMixer m_mixer;
+};

@@ -1,0 +1,122 @@
+#include "audio/WavWriter.h"
+
+#include <QtEndian>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace {
+void putU32(char *at, quint64 value)
+{
+    if (value > std::numeric_limits<quint32>::max())
+        qFatal("WavWriter: a header field does not fit 32 bits");
+    qToLittleEndian<quint32>(quint32(value), at);
+}
+
+void putU16(char *at, quint64 value)
+{
+    if (value > std::numeric_limits<quint16>::max())
+        qFatal("WavWriter: a header field does not fit 16 bits");
+    qToLittleEndian<quint16>(quint16(value), at);
+}
+} // namespace
+
+QByteArray WavWriter::header(int sampleRate, int channels, qint64 dataBytes)
+{
+    if (sampleRate < 0 || channels < 0 || dataBytes < 0)
+        qFatal("WavWriter: negative header field");
+    QByteArray h(44, '\0');
+    char *p = h.data();
+    std::memcpy(p, "RIFF", 4);
+    putU32(p + 4, quint64(36) + quint64(dataBytes));
+    std::memcpy(p + 8, "WAVE", 4);
+    std::memcpy(p + 12, "fmt ", 4);
+    putU32(p + 16, 16);
+    putU16(p + 20, 1);
+    putU16(p + 22, quint64(channels));
+    putU32(p + 24, quint64(sampleRate));
+    putU32(p + 28, quint64(sampleRate) * quint64(channels) * 2);
+    putU16(p + 32, quint64(channels) * 2);
+    putU16(p + 34, 16);
+    std::memcpy(p + 36, "data", 4);
+    putU32(p + 40, quint64(dataBytes));
+    return h;
+}
+
+WavWriter::WavWriter(const QString &path, int sampleRate, int channels)
+    : m_file(path), m_sampleRate(sampleRate), m_channels(channels)
+{
+}
+
+std::unique_ptr<WavWriter> WavWriter::create(const QString &path, int sampleRate, int channels, QString *error)
+{
+    std::unique_ptr<WavWriter> w(new WavWriter(path, sampleRate, channels));
+    const QByteArray h = header(sampleRate, channels, 0);
+    if (!w->m_file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        if (error)
+            *error = w->m_file.errorString();
+        return nullptr;
+    }
+    if (w->m_file.write(h) != h.size() || !w->m_file.flush()) {
+        if (error)
+            *error = w->m_file.errorString();
+        return nullptr;
+    }
+    return w;
+}
+
+WavWriter::~WavWriter()
+{
+    if (!m_closed)
+        close();
+}
+
+void WavWriter::write(const float *const *channelData, int bufferChannels, int frames)
+{
+    if (m_closed || !channelData || frames <= 0 || bufferChannels <= 0)
+        return;
+    const qint64 bytes = qint64(frames) * m_channels * 2;
+    m_block.fill('\0', bytes);
+    auto *out = reinterpret_cast<qint16 *>(m_block.data());
+    for (int c = 0; c < m_channels; ++c) {
+        const float *src = channelData[std::min(bufferChannels - 1, c)];
+        if (!src)
+            continue;
+        for (int i = 0; i < frames; ++i) {
+            const float v = src[i];
+            const float scaled = v < 1.0f ? std::max(v, -1.0f) * 32767.0f : 32767.0f;
+            out[qsizetype(i) * m_channels + c] = qToLittleEndian<qint16>(qint16(scaled));
+        }
+    }
+    m_file.write(m_block.constData(), bytes);   // a failed write still counts: the header tells what was meant
+    m_dataBytes += bytes;
+    m_bytesSinceHeaderUpdate += bytes;
+    if (m_bytesSinceHeaderUpdate >= headerUpdateInterval) {
+        m_bytesSinceHeaderUpdate = 0;
+        updateHeader();
+    }
+}
+
+void WavWriter::updateHeader()
+{
+    char field[4];
+    const qint64 offset = m_file.pos();
+    putU32(field, quint64(36) + quint64(m_dataBytes));
+    m_file.seek(4);
+    m_file.write(field, 4);
+    putU32(field, quint64(m_dataBytes));
+    m_file.seek(40);
+    m_file.write(field, 4);
+    m_file.seek(offset);
+    m_file.flush();
+}
+
+void WavWriter::close()
+{
+    if (m_closed)
+        return;
+    updateHeader();
+    m_file.close();
+    m_closed = true;
+}

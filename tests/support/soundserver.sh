@@ -1,0 +1,97 @@
+#!/usr/bin/env bash
+# A private sound server for the tests, with nothing shared with the machine's own.
+#
+#   soundserver.sh start <dir> [pipewire|pulseaudio]
+#   soundserver.sh stop  <dir>
+#
+# start brings up, under <dir>, a private XDG_RUNTIME_DIR and either PipeWire +
+# pipewire-pulse + WirePlumber (with a private session bus, which WirePlumber needs) or a
+# plain PulseAudio daemon, then loads a null sink "speakers" (48 kHz) and makes it the
+# default output. Clients reach it with
+#   XDG_RUNTIME_DIR=<dir>/run PULSE_SERVER=unix:<dir>/run/pulse/native
+# stop ends every daemon it started, by the PIDs kept in <dir>, and removes the runtime folder.
+# Works as root without a desktop session.
+set -u
+
+cmd=${1:-}
+dir=${2:-}
+kind=${3:-pipewire}
+[[ -n "$cmd" && -n "$dir" ]] || { echo "usage: $0 start|stop <dir> [pipewire|pulseaudio]" >&2; exit 2; }
+
+run="$dir/run"
+export XDG_RUNTIME_DIR="$run"
+export PULSE_SERVER="unix:$run/pulse/native"
+unset DBUS_SESSION_BUS_ADDRESS
+
+stop_all() {
+  local f pid
+  for f in "$dir"/*.pid; do
+    [[ -f "$f" ]] || continue
+    pid=$(tr -dc '0-9' <"$f")
+    if [[ -n "$pid" ]] && kill -0 "$pid" 2>/dev/null; then
+      kill "$pid" 2>/dev/null
+      for _ in $(seq 1 50); do kill -0 "$pid" 2>/dev/null || break; sleep 0.02; done
+      kill -9 "$pid" 2>/dev/null
+    fi
+    rm -f "$f"
+  done
+}
+
+wait_for() {   # wait_for <tries of 50 ms> <command...>
+  local tries=$1; shift
+  for _ in $(seq 1 "$tries"); do "$@" >/dev/null 2>&1 && return 0; sleep 0.05; done
+  return 1
+}
+
+default_is_speakers() { pactl get-default-sink 2>/dev/null | grep -qx speakers; }
+
+case "$cmd" in
+start)
+  mkdir -p "$dir"
+  stop_all
+  rm -rf "$run"
+  mkdir -p -m 700 "$run"
+  mkdir -p "$dir/state" "$dir/home"
+  log="$dir/server.log"
+  : >"$log"
+  if [[ "$kind" == pipewire ]]; then
+    dbus-daemon --session --address="unix:path=$run/bus" --fork --print-pid >"$dir/dbus.pid" 2>>"$log" || {
+      echo "soundserver: dbus-daemon did not start" >&2; exit 1; }
+    export DBUS_SESSION_BUS_ADDRESS="unix:path=$run/bus"
+    # Keep WirePlumber's and PipeWire's state inside the test folder.
+    export XDG_STATE_HOME="$dir/state" XDG_CONFIG_HOME="$dir/home/.config" HOME="$dir/home"
+    setsid pipewire </dev/null >>"$log" 2>&1 &
+    echo $! >"$dir/pipewire.pid"
+    wait_for 100 test -S "$run/pipewire-0" || { echo "soundserver: pipewire did not start" >&2; stop_all; exit 1; }
+    setsid pipewire-pulse </dev/null >>"$log" 2>&1 &
+    echo $! >"$dir/pipewire-pulse.pid"
+    setsid wireplumber </dev/null >>"$log" 2>&1 &
+    echo $! >"$dir/wireplumber.pid"
+  elif [[ "$kind" == pulseaudio ]]; then
+    export PULSE_RUNTIME_PATH="$run/pulse" PULSE_STATE_PATH="$dir/state" HOME="$dir/home"
+    mkdir -p -m 700 "$run/pulse"
+    setsid pulseaudio -n --daemonize=no --exit-idle-time=-1 --disallow-exit --use-pid-file=no \
+      --disable-shm=no -L "module-native-protocol-unix auth-anonymous=1 socket=$run/pulse/native" \
+      -L "module-null-sink sink_name=speakers rate=48000 format=float32le" \
+      -L module-always-sink </dev/null >>"$log" 2>&1 &
+    echo $! >"$dir/pulseaudio.pid"
+  else
+    echo "soundserver: unknown server '$kind'" >&2; exit 2
+  fi
+  wait_for 200 pactl info || { echo "soundserver: the server did not answer" >&2; cat "$log" >&2; stop_all; exit 1; }
+  if [[ "$kind" == pipewire ]]; then
+    pactl load-module module-null-sink sink_name=speakers rate=48000 >/dev/null
+    # WirePlumber makes a new sink the default once it has seen it.
+    wait_for 100 default_is_speakers || pactl set-default-sink speakers
+  fi
+  wait_for 100 default_is_speakers || { echo "soundserver: no default sink 'speakers'" >&2; stop_all; exit 1; }
+  echo "$kind" >"$dir/kind"
+  ;;
+stop)
+  stop_all
+  rm -rf "$run" "$dir/kind"
+  ;;
+*)
+  echo "usage: $0 start|stop <dir> [pipewire|pulseaudio]" >&2; exit 2 ;;
+esac
+exit 0
