@@ -1,0 +1,57 @@
+#pragma once
+
+#include "session/CaptureLink.h"
+
+#include <QList>
+
+#include <atomic>
+
+// A capture engine whose answers the test sets. start() may run on any thread.
+class FakeCaptureLink final : public CaptureLink
+{
+public:
+    MicPermission micPermission() const override { return permission; }
+    void requestMicAccess(std::function<void(bool)> completion) override { pendingMicRequest = std::move(completion); }
+
+    std::optional<QString> start(const CaptureSource &source, StreamSource streamSource, bool record) override
+    {
+        startedSource = source;
+        startedStreamSource = streamSource;
+        startedRecord = record;
+        ++startCount;
+        if (!startError) {
+            running = true;
+        }
+        return startError;
+    }
+    void stop() override
+    {
+        ++stopCount;
+        running = false;
+    }
+    bool isRunning() const override { return running; }
+    std::optional<QString> recordingPath() const override { return recording; }
+    std::optional<QString> retarget(const TapTarget &meeting) override
+    {
+        retargets.append(meeting);
+        return retargetError;
+    }
+
+    void levels(float mic, float meeting = 0) { onLevels(mic, meeting); }
+
+    // Answers.
+    MicPermission permission = MicPermission::granted;
+    std::optional<QString> startError;
+    std::optional<QString> recording;
+    std::optional<QString> retargetError;
+
+    // What happened.
+    std::function<void(bool)> pendingMicRequest;
+    std::optional<CaptureSource> startedSource;
+    StreamSource startedStreamSource = StreamSource::meetingOnly;
+    bool startedRecord = false;
+    int startCount = 0;
+    int stopCount = 0;
+    std::atomic<bool> running{false};
+    QList<TapTarget> retargets;
+};

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "FakeCaptureLink.h"
+#include "FakeDesktop.h"
+#include "FakeMicTranscription.h"
+#include "FakeRealtimeLink.h"
+#include "FakeRecordingTranscription.h"
+#include "FakeTapQueries.h"
+#include "ManualClock.h"
+
+#include "session/SessionController.h"
+#include "settings/AppSettings.h"
+#include "settings/SecretStore.h"
+
+#include <QCoreApplication>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include <deque>
+#include <memory>
+
+// A session controller wired to fakes, a manual clock and settings in a temporary folder.
+// The audio start runs at once (runAudioStartsAtOnce) or waits until releaseAudioStart().
+class SessionRig
+{
+public:
+    SessionRig()
+        : settings(std::make_unique<QSettings>(dir.filePath(QStringLiteral("settings.conf")), QSettings::IniFormat),
+                   SecretStore(dir.filePath(QStringLiteral("keys")), dir.filePath(QStringLiteral("legacy-keys"))))
+    {
+        controller = std::make_unique<SessionController>(SessionController::Components{
+            settings, client, audio, taps, mic, recordingTranscriber, clock, idle, revealer, picker,
+            [this](std::function<void()> job) {
+                if (runAudioStartsAtOnce) {
+                    job();
+                } else {
+                    heldJobs.push_back(std::move(job));
+                }
+            }});
+    }
+
+    // A user who has a key and loaded context, so no banner comes from those checks.
+    void prepareSettings()
+    {
+        settings.setApiKey(QStringLiteral("sk-test"));
+        settings.setJobDescription(QStringLiteral("Staff engineer, payments."));
+        settings.setContextText(QStringLiteral("Led the ledger migration."));
+    }
+
+    // Delivers the audio start's result (and anything else queued for the GUI thread).
+    static void settle() { QCoreApplication::sendPostedEvents(); }
+
+    void releaseAudioStart()
+    {
+        while (!heldJobs.empty()) {
+            auto job = std::move(heldJobs.front());
+            heldJobs.pop_front();
+            job();
+        }
+        settle();
+    }
+
+    // Start with everything in place; returns whether the session became active.
+    bool startSession()
+    {
+        prepareSettings();
+        controller->start();
+        settle();
+        return controller->isSessionActive();
+    }
+
+    QTemporaryDir dir;
+    AppSettings settings;
+    FakeRealtimeLink client;
+    FakeCaptureLink audio;
+    FakeTapQueries taps;
+    FakeMicTranscription mic;
+    FakeRecordingTranscription recordingTranscriber;
+    ManualClock clock;
+    FakeIdleInhibitor idle;
+    FakeFileRevealer revealer;
+    FakeRecordingPicker picker;
+    bool runAudioStartsAtOnce = true;
+    std::deque<std::function<void()>> heldJobs;
+    std::unique_ptr<SessionController> controller;
+};
