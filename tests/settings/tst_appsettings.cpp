@@ -36,37 +36,41 @@ private slots:
     void freshStoreGivesDefaults()
     {
         const auto s = launch();
-        QCOMPARE(s->apiKey(), QString());
-        QCOMPARE(s->hasCompletedOnboarding(), false);
-        QCOMPARE(s->model(), QStringLiteral("gpt-realtime-2.1"));
-        QCOMPARE(s->transcribeModel(), QStringLiteral("gpt-live-transcribe"));
-        QCOMPARE(s->deviceUID(), QString());
-        QCOMPARE(s->micChannel(), 0);
-        QCOMPARE(s->meetingChannel(), 1);
-        QCOMPARE(s->saveAudio(), false);
-        QCOMPARE(s->alwaysOnTop(), true);
-        QCOMPARE(s->vadThreshold(), 0.5);
-        QCOMPARE(s->prefixPaddingMs(), 300);
-        QCOMPARE(s->silenceDurationMs(), 800);
-        QCOMPARE(s->systemPrompt(), InstructionsBuilder::defaultSystemPrompt());
+        const QList<std::pair<const char *, QVariant>> defaults{
+            {"apiKey", QString()},
+            {"hasCompletedOnboarding", false},
+            {"model", QStringLiteral("gpt-realtime-2.1")},
+            {"transcribeModel", QStringLiteral("gpt-live-transcribe")},
+            {"deviceUID", QString()},
+            {"micChannel", 0},
+            {"meetingChannel", 1},
+            {"saveAudio", false},
+            {"alwaysOnTop", true},
+            {"vadThreshold", 0.5},
+            {"prefixPaddingMs", 300},
+            {"silenceDurationMs", 800},
+            {"systemPrompt", InstructionsBuilder::defaultSystemPrompt()},
+            {"contextText", QString()},
+            {"contextFileNames", QStringList()},
+            {"reconnectMinutes", 25},
+            {"appearance", QVariant::fromValue(AppSettings::Appearance::system)},
+            {"followUpWindow", 8.0},
+            {"transcribeMyAnswers", false},
+            {"meetingSource", QVariant::fromValue(AppSettings::MeetingSource::systemOutput)},
+            {"tappedBundleID", QString()},
+            {"streamSource", QVariant::fromValue(AppSettings::StreamSource::meetingOnly)},
+            {"fontSize", 14.0},
+            {"fontFamily", QString()},
+            {"companyName", QString()},
+            {"roleTitle", QString()},
+            {"jobDescription", QString()},
+        };
+        for (const auto &[name, value] : defaults)
+            QVERIFY2(s->property(name) == value, name);
         QCOMPARE(s->systemPrompt().size(), 501);
-        QCOMPARE(s->contextText(), QString());
-        QCOMPARE(s->contextFileNames(), QStringList());
-        QCOMPARE(s->reconnectMinutes(), 25);
-        QCOMPARE(s->appearance(), AppSettings::Appearance::system);
-        QCOMPARE(s->followUpWindow(), 8.0);
-        QCOMPARE(s->transcribeMyAnswers(), false);
-        QCOMPARE(s->meetingSource(), AppSettings::MeetingSource::systemOutput);
-        QCOMPARE(s->tappedBundleID(), QString());
-        QCOMPARE(s->streamSource(), AppSettings::StreamSource::meetingOnly);
-        QCOMPARE(s->fontSize(), 14.0);
-        QCOMPARE(s->fontFamily(), QString());
         QCOMPARE(s->interviewers().size(), 2);
         QVERIFY(s->interviewers().at(0).id != s->interviewers().at(1).id);
         QVERIFY(s->interviewers().at(0).isBlank() && s->interviewers().at(1).isBlank());
-        QCOMPARE(s->companyName(), QString());
-        QCOMPARE(s->roleTitle(), QString());
-        QCOMPARE(s->jobDescription(), QString());
         // Reading never writes.
         QVERIFY(!QFile::exists(storePath()));
     }
@@ -75,35 +79,40 @@ private slots:
     {
         const QList<Interviewer> panel{Interviewer(QUuid::createUuid(), QStringLiteral("Dana"), QStringLiteral("CTO")),
                                        Interviewer(QUuid::createUuid(), QString(), QStringLiteral("HR, people"))};
+        // Falsy values, empty strings where the default is not empty, and text the ini
+        // format must quote or escape.
+        const QList<std::pair<const char *, QVariant>> changes{
+            {"hasCompletedOnboarding", true},
+            {"model", QString()},
+            {"transcribeModel", QStringLiteral("t-model")},
+            {"deviceUID", QStringLiteral("alsa_input.usb-1")},
+            {"meetingChannel", 0},
+            {"saveAudio", true},
+            {"alwaysOnTop", false},
+            {"vadThreshold", 0.0},
+            {"prefixPaddingMs", -5},
+            {"silenceDurationMs", 1200},
+            {"systemPrompt", QString()},
+            {"contextText", QStringLiteral("line one\nline two, with comma; and \"quotes\" @at")},
+            {"contextFileNames", QStringList{QStringLiteral("cv, final.pdf")}},
+            {"appearance", QVariant::fromValue(AppSettings::Appearance::dark)},
+            {"followUpWindow", 2.25},
+            {"transcribeMyAnswers", true},
+            {"meetingSource", QVariant::fromValue(AppSettings::MeetingSource::audioDevice)},
+            {"tappedBundleID", QStringLiteral("org.mozilla.firefox")},
+            {"streamSource", QVariant::fromValue(AppSettings::StreamSource::both)},
+            {"fontSize", 0.0},
+            {"fontFamily", QStringLiteral("__mono")},
+            {"companyName", QStringLiteral(" ")},
+            {"roleTitle", QStringLiteral("Staff Engineer")},
+            {"jobDescription", QStringLiteral("Build things.\n\nShip them.")},
+        };
         {
             const auto s = launch();
-            s->setHasCompletedOnboarding(true);
-            s->setModel(QString());
-            s->setTranscribeModel(QStringLiteral("t-model"));
-            s->setDeviceUID(QStringLiteral("alsa_input.usb-1"));
-            s->setMicChannel(0);
-            s->setMeetingChannel(0);
-            s->setSaveAudio(true);
-            s->setAlwaysOnTop(false);
-            s->setVadThreshold(0.0);
-            s->setPrefixPaddingMs(-5);
-            s->setSilenceDurationMs(1200);
-            s->setSystemPrompt(QString());
-            s->setContextText(QStringLiteral("line one\nline two, with comma; and \"quotes\" @at"));
-            s->setContextFileNames({QStringLiteral("cv, final.pdf")});
-            s->setReconnectMinutes(10);
-            s->setAppearance(AppSettings::Appearance::dark);
-            s->setFollowUpWindow(2.25);
-            s->setTranscribeMyAnswers(true);
-            s->setMeetingSource(AppSettings::MeetingSource::audioDevice);
-            s->setTappedBundleID(QStringLiteral("org.mozilla.firefox"));
-            s->setStreamSource(AppSettings::StreamSource::both);
-            s->setFontSize(0.0);
-            s->setFontFamily(QStringLiteral("__mono"));
+            for (const auto &[name, value] : changes)
+                QVERIFY2(s->setProperty(name, value), name);
             s->setInterviewers(panel);
-            s->setCompanyName(QStringLiteral(" "));
-            s->setRoleTitle(QStringLiteral("Staff Engineer"));
-            s->setJobDescription(QStringLiteral("Build things.\n\nShip them."));
+            s->setReconnectMinutes(10);
         }
         QSettings raw(storePath(), QSettings::NativeFormat);
         QCOMPARE(raw.value(QStringLiteral("reconnectMinutes")).toInt(), 10);
@@ -112,33 +121,10 @@ private slots:
         QCOMPARE(raw.value(QStringLiteral("streamSource")).toString(), QStringLiteral("both"));
 
         const auto s = launch();
-        QCOMPARE(s->hasCompletedOnboarding(), true);
-        QCOMPARE(s->model(), QString());
-        QCOMPARE(s->transcribeModel(), QStringLiteral("t-model"));
-        QCOMPARE(s->deviceUID(), QStringLiteral("alsa_input.usb-1"));
-        QCOMPARE(s->micChannel(), 0);
-        QCOMPARE(s->meetingChannel(), 0);
-        QCOMPARE(s->saveAudio(), true);
-        QCOMPARE(s->alwaysOnTop(), false);
-        QCOMPARE(s->vadThreshold(), 0.0);
-        QCOMPARE(s->prefixPaddingMs(), -5);
-        QCOMPARE(s->silenceDurationMs(), 1200);
-        QCOMPARE(s->systemPrompt(), QString());
-        QCOMPARE(s->contextText(), QStringLiteral("line one\nline two, with comma; and \"quotes\" @at"));
-        QCOMPARE(s->contextFileNames(), QStringList{QStringLiteral("cv, final.pdf")});
-        QCOMPARE(s->reconnectMinutes(), 25);
-        QCOMPARE(s->appearance(), AppSettings::Appearance::dark);
-        QCOMPARE(s->followUpWindow(), 2.25);
-        QCOMPARE(s->transcribeMyAnswers(), true);
-        QCOMPARE(s->meetingSource(), AppSettings::MeetingSource::audioDevice);
-        QCOMPARE(s->tappedBundleID(), QStringLiteral("org.mozilla.firefox"));
-        QCOMPARE(s->streamSource(), AppSettings::StreamSource::both);
-        QCOMPARE(s->fontSize(), 0.0);
-        QCOMPARE(s->fontFamily(), QStringLiteral("__mono"));
+        for (const auto &[name, value] : changes)
+            QVERIFY2(s->property(name) == value, name);
         QCOMPARE(s->interviewers(), panel);
-        QCOMPARE(s->companyName(), QStringLiteral(" "));
-        QCOMPARE(s->roleTitle(), QStringLiteral("Staff Engineer"));
-        QCOMPARE(s->jobDescription(), QStringLiteral("Build things.\n\nShip them."));
+        QCOMPARE(s->reconnectMinutes(), 25);
 
         // Lists of several names and the empty list survive too.
         s->setContextFileNames({QStringLiteral("a.pdf"), QStringLiteral("b.txt")});
