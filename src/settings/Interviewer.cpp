@@ -55,10 +55,10 @@ std::optional<Interviewer> Interviewer::fromJson(const QJsonValue &value)
     const QJsonValue title = o.value(QLatin1String("title"));
     if (!id.isString() || !name.isString() || !title.isString())
         return std::nullopt;
-    // Only the canonical 36-character form (either case) is an id.
+    // Only the hyphenated 36-character form (either case) is an id; the all-zero id is valid.
     const QString idString = id.toString();
     const QUuid uuid = QUuid::fromString(idString);
-    if (idString.size() != 36 || uuid.isNull())
+    if (idString.size() != 36 || (uuid.isNull() && idString != QLatin1String("00000000-0000-0000-0000-000000000000")))
         return std::nullopt;
     return Interviewer(uuid, name.toString(), title.toString());
 }

@@ -21,15 +21,19 @@ QString dataFolder(const char *appName)
         + QLatin1String(appName);
 }
 
+// Creates the folder (and its parents) when missing; the folder itself gets mode 0700 from
+// the start. An existing folder is left as it is.
 bool makePrivateDirectory(const QString &path)
 {
-    QDir dir(path);
-    if (!dir.exists()) {
-        if (!QDir().mkpath(path))
-            return false;
-        ::chmod(QFile::encodeName(path).constData(), 0700);
-    }
-    return QFileInfo(path).isDir();
+    if (QFileInfo(path).isDir())
+        return true;
+    const QString parent = QFileInfo(path).absolutePath();
+    if (!QDir().mkpath(parent))
+        return false;
+    if (::mkdir(QFile::encodeName(path).constData(), 0700) != 0)
+        return QFileInfo(path).isDir();
+    ::chmod(QFile::encodeName(path).constData(), 0700); // whatever the umask
+    return true;
 }
 
 void makePrivateFile(const QString &path)
