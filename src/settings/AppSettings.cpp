@@ -4,9 +4,7 @@
 #include "settings/SettingsLog.h"
 #include "settings/StoreReader.h"
 
-
 #include <array>
-#include <QStandardPaths>
 
 namespace {
 

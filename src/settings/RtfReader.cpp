@@ -111,7 +111,7 @@ public:
             case '{':
                 flush();
                 m_pendingSkip = 0;
-                m_groups.append(m_groups.last());
+                m_groups.append(Group(m_groups.last()));
                 break;
             case '}':
                 flush();
