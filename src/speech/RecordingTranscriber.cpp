@@ -76,6 +76,14 @@ QString RecordingTranscriber::cancelledMessage()
     return QStringLiteral("The transcription was cancelled.");
 }
 
+RecordingTranscriber::Result RecordingTranscriber::transcribeFile(const QString &wavPath, const ProgressHandler &progress,
+                                                                  const std::atomic<bool> *cancelled)
+{
+    PocketSphinxEngine engine;
+    const std::atomic<bool> never{false};
+    return run(wavPath, engine, QLocale::system(), progress, cancelled ? *cancelled : never);
+}
+
 void RecordingTranscriber::transcribe(const QString &wavPath, ProgressHandler progress,
                                       std::function<void(const Result &)> completion)
 {

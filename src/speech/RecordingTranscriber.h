@@ -53,6 +53,11 @@ public:
                       const ProgressHandler &progress, const std::atomic<bool> &cancelled,
                       double chunkSeconds = kChunkSeconds);
 
+    // run() with the PocketSphinx engine and the system locale, for a terminal front end:
+    // blocks until the transcript is written; `progress` is called on the calling thread.
+    static Result transcribeFile(const QString &wavPath, const ProgressHandler &progress = {},
+                                 const std::atomic<bool> *cancelled = nullptr);
+
     static QString cancelledMessage();
 
 private:

@@ -8,6 +8,9 @@
 #include <QDir>
 #include <QTest>
 
+#include <atomic>
+#include <thread>
+
 using namespace std::chrono_literals;
 using namespace SpeechTestAudio;
 
@@ -70,12 +73,20 @@ void TestSpeechDecoding::micTranscriberRecognises48kFloat()
     QTRY_VERIFY(answer.has_value());
     QCOMPARE(answer->kind, SpeechAvailability::Kind::ready);
 
-    // Blocks of 2048 frames as the audio thread delivers them, at about four times real time.
+    // Blocks of 2048 frames from another thread, as the audio thread delivers them, at about
+    // four times real time.
     t.begin();
-    for (std::size_t i = 0; i < audio.size(); i += 2048) {
-        t.appendMicBuffer(audio.data() + i, static_cast<int>(std::min<std::size_t>(2048, audio.size() - i)));
-        QTest::qWait(10);
-    }
+    std::atomic<bool> fed{false};
+    std::thread audioThread([&] {
+        for (std::size_t i = 0; i < audio.size(); i += 2048) {
+            t.appendMicBuffer(audio.data() + i, static_cast<int>(std::min<std::size_t>(2048, audio.size() - i)));
+            std::this_thread::sleep_for(10ms);
+        }
+        fed = true;
+    });
+    QTRY_VERIFY_WITH_TIMEOUT(fed.load(), 30000);
+    audioThread.join();
+    QCOMPARE(t.appendedFrames(), qint64(audio.size()));
     t.end();
     QTRY_COMPARE_WITH_TIMEOUT(finals, QStringList{QStringLiteral("Go forward ten meters")}, 60000);
     QVERIFY(!partials.isEmpty());
