@@ -1,0 +1,281 @@
+// Session records: the events file and the Markdown transcript of a whole session, line for
+// line; token costs and the cost summary; silence when no log is open; a folder that cannot
+// be written.
+
+#include "SessionRig.h"
+
+#include "session/CostModel.h"
+#include "session/SessionLog.h"
+#include "session/TextRules.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+namespace {
+
+QString readText(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return QStringLiteral("<missing %1>").arg(path);
+    }
+    return QString::fromUtf8(file.readAll());
+}
+
+QStringList lines(const QString &text)
+{
+    QStringList out = text.split(QLatin1Char('\n'));
+    if (!out.isEmpty() && out.last().isEmpty()) {
+        out.removeLast();
+    }
+    return out;
+}
+
+} // namespace
+
+class SessionRecordsTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        QDir(SessionController::sessionFolder()).removeRecursively();
+        QFile::remove(SessionController::sessionFolder());
+    }
+
+    void aSessionWritesItsEventsAndTranscript()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setTranscribeMyAnswers(true);
+        QVERIFY(rig.startSession());
+
+        rig.clock.advance(1.0);
+        rig.client.transcript(QStringLiteral("Tell me about a project you led."));
+        rig.clock.advance(0.25);
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("We shipped "));
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("it on time."));
+        rig.clock.advance(0.25);
+        rig.client.done(QStringLiteral("r1"));
+        rig.client.usage(QVariantMap{
+            {QStringLiteral("input_token_details"),
+             QVariantMap{{QStringLiteral("audio_tokens"), 1000},
+                         {QStringLiteral("text_tokens"), 200},
+                         {QStringLiteral("cached_tokens"), 100},
+                         {QStringLiteral("cached_tokens_details"), QVariantMap{{QStringLiteral("audio_tokens"), 0},
+                                                                               {QStringLiteral("text_tokens"), 100}}}}},
+            {QStringLiteral("output_token_details"), QVariantMap{{QStringLiteral("text_tokens"), 50}, {QStringLiteral("audio_tokens"), 0}}}});
+
+        rig.clock.advance(0.5);
+        rig.audio.levels(0.3f);
+        rig.mic.final(QStringLiteral("I led the migration"));
+        rig.clock.advance(2.5);
+        rig.audio.levels(0.0f);
+        rig.clock.advance(0.5);
+        rig.client.transcript(QStringLiteral("And what about the budget?"));
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("late words"));
+        rig.clock.advance(0.5);
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral("Budget was fine."));
+        rig.clock.advance(0.5);
+        rig.client.done(QStringLiteral("r2"));
+
+        rig.clock.advance(14.0);
+        rig.client.transcript(QStringLiteral("Thanks."));
+        rig.client.usage(QVariantMap{{QStringLiteral("input_tokens"), 120}, {QStringLiteral("output_tokens"), 40}});
+        rig.clock.advance(1.0);
+        QCOMPARE(c.sessionElapsed(), 21.0);
+        c.stop();
+
+        QCOMPARE(c.pairs().size(), 2);
+        const QString p1 = c.pairs()[0].id;
+        const QString p2 = c.pairs()[1].id;
+        const QString stamp = QStringLiteral("2025-03-04_14-05-09");
+        const QString folder = SessionController::sessionFolder();
+        const qsizetype instructionsChars = TextRules::characterCount(rig.settings.instructions());
+
+        const QString expectedEvents = QStringLiteral(
+R"({"event":"session_started","t":0}
+{"event":"config","follow_up_window_s":8,"instructions_chars":%1,"model":"gpt-realtime-2.1","prefix_padding_ms":300,"silence_ms":800,"t":0,"transcribe_model":"gpt-live-transcribe","vad_threshold":0.5}
+{"event":"question","pair":"P1","t":1,"text":"Tell me about a project you led.","you_were_speaking":false}
+{"event":"answer_started","latency_after_question_s":0.25,"pair":"P1","response":"r1","t":1.25,"you_were_speaking":false}
+{"answer":"We shipped it on time.","chars":22,"event":"answer_done","pair":"P1","question":"Tell me about a project you led.","t":1.5}
+{"audio_in":900,"audio_in_cached":100,"event":"usage","response_cost_usd":0.03008,"session_cost_per_min_usd":1.8048,"session_cost_usd":0.03008,"t":1.5,"text_in":100,"text_in_cached":100,"text_out":50}
+{"event":"you_started","pair":"P1","t":2}
+{"event":"you_stopped","pair":"P1","seconds":3,"t":5,"text":"I led the migration","words":4}
+{"added":"And what about the budget?","event":"question_extended","merged":"Tell me about a project you led. And what about the budget?","pair":"P1","t":5}
+{"event":"answer_started","latency_after_question_s":0.5,"pair":"P1","response":"r2","t":5.5,"you_were_speaking":false}
+{"answer":"Budget was fine.","chars":16,"event":"answer_done","pair":"P1","question":"Tell me about a project you led. And what about the budget?","t":6}
+{"event":"question","pair":"P2","t":20,"text":"Thanks.","you_were_speaking":false}
+{"audio_in":0,"audio_in_cached":0,"event":"usage","response_cost_usd":0.00112,"session_cost_per_min_usd":0.0936,"session_cost_usd":0.0312,"t":20,"text_in":120,"text_in_cached":0,"text_out":40}
+{"audio_in":900,"audio_in_cached":100,"cost_per_min_usd":0.0891,"cost_usd":0.0312,"event":"session_cost","minutes":0.35,"t":21,"text_in":220,"text_in_cached":100,"text_out":90,"tokens":1410}
+{"event":"session_ended","t":21}
+)").arg(instructionsChars).replace(QStringLiteral("\"P1\""), QLatin1Char('"') + p1 + QLatin1Char('"'))
+                                           .replace(QStringLiteral("\"P2\""), QLatin1Char('"') + p2 + QLatin1Char('"'));
+        QCOMPARE(lines(readText(folder + QStringLiteral("/meeting_") + stamp + QStringLiteral(".events.jsonl"))), lines(expectedEvents));
+
+        const QString expectedTranscript = QStringLiteral(
+R"(# Meeting transcript — 2025-03-04_14-05-09
+
+Length: 0 min 21 s
+Events: `meeting_2025-03-04_14-05-09.events.jsonl`
+
+### 14:05:10 (question extended)
+**Interviewer:** Tell me about a project you led. And what about the budget?
+
+**Copilot:** Budget was fine.
+
+**You:** I led the migration
+
+### 14:05:29
+**Interviewer:** Thanks.
+
+**Copilot:** —
+)");
+        const QString transcriptPath = folder + QStringLiteral("/meeting_") + stamp + QStringLiteral(".transcript.md");
+        QCOMPARE(readText(transcriptPath), expectedTranscript);
+        QCOMPARE(c.lastTranscriptURL(), QUrl::fromLocalFile(transcriptPath));
+
+        QCOMPARE(c.banner(), QStringLiteral("Transcript saved · $0.03 this session · $0.09/min · 1410 tokens"));
+        QCOMPARE(c.sessionUsage(), CostModel::Usage{});
+        QCOMPARE(c.transcriptForExport(),
+                 QStringLiteral("[14:05:10] Q: Tell me about a project you led. And what about the budget?\nA: Budget was fine.\n\n"
+                                "[14:05:29] Q: Thanks.\nA: "));
+
+        // Between sessions nothing is written.
+        const QString eventsBefore = readText(folder + QStringLiteral("/meeting_") + stamp + QStringLiteral(".events.jsonl"));
+        rig.client.transcript(QStringLiteral("Are you still there?"));
+        rig.client.delta(QStringLiteral("r9"), QStringLiteral("Yes."));
+        rig.client.done(QStringLiteral("r9"));
+        rig.client.onLog(QStringLiteral("socket closed"));
+        QCOMPARE(readText(folder + QStringLiteral("/meeting_") + stamp + QStringLiteral(".events.jsonl")), eventsBefore);
+        QCOMPARE(QDir(folder).entryList(QDir::Files).size(), 2);
+    }
+
+    void shortSessionWithoutTime()
+    {
+        // Half a second: no clock tick yet, so minutes clamp to one second's worth and the
+        // banner carries no cost summary.
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.audio.recording = QStringLiteral("/rec/meeting_2025-03-04_14-05-09.wav");
+        QVERIFY(rig.startSession());
+        rig.client.usage(QVariantMap{{QStringLiteral("input_tokens"), 1000}});
+        rig.clock.advance(0.5);
+        c.stop();
+
+        const QString events = readText(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl"));
+        QCOMPARE(lines(events).at(2),
+                 QStringLiteral(R"({"audio_in":0,"audio_in_cached":0,"event":"usage","response_cost_usd":0.004,"session_cost_per_min_usd":0.24,"session_cost_usd":0.004,"t":0,"text_in":1000,"text_in_cached":0,"text_out":0})"));
+        QCOMPARE(lines(events).at(3),
+                 QStringLiteral(R"({"audio_in":0,"audio_in_cached":0,"cost_per_min_usd":0.24,"cost_usd":0.004,"event":"session_cost","minutes":0.02,"t":0.5,"text_in":1000,"text_in_cached":0,"text_out":0,"tokens":1000})"));
+        QCOMPARE(c.banner(), QStringLiteral("Session saved — transcript and recording"));
+
+        // An empty session: no usage or cost lines, and a transcript of header lines only.
+        SessionRig quiet;
+        QVERIFY(quiet.startSession());
+        quiet.clock.advance(3725);
+        quiet.controller->stop();
+        const QString base = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09");
+        QCOMPARE(lines(readText(base + QStringLiteral(".events.jsonl"))).size(), 3);
+        QCOMPARE(readText(base + QStringLiteral(".transcript.md")),
+                 QStringLiteral("# Meeting transcript — 2025-03-04_14-05-09\n\nLength: 62 min 05 s\n"
+                                "Events: `meeting_2025-03-04_14-05-09.events.jsonl`\n"));
+        QCOMPARE(quiet.controller->costSummary(), std::nullopt);
+        QCOMPARE(quiet.controller->banner(), QStringLiteral("Transcript saved"));
+    }
+
+    void unwritableFolderNeverInterruptsTheSession()
+    {
+        QFile blocker(SessionController::sessionFolder());   // a file where the folder should be
+        QVERIFY(QDir().mkpath(QFileInfo(blocker.fileName()).absolutePath()));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        rig.clock.advance(2);
+        rig.client.transcript(QStringLiteral("Why payments?"));
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("Because money moves."));
+        rig.client.done(QStringLiteral("r1"));
+        rig.client.usage(QVariantMap{{QStringLiteral("output_tokens"), 10}});
+        QCOMPARE(c.pairs().size(), 1);
+        QVERIFY(c.pairs()[0].isComplete);
+        c.stop();
+        QVERIFY(!c.isSessionActive());
+        QVERIFY(QFileInfo(blocker.fileName()).isFile());
+        QCOMPARE(c.banner(), QStringLiteral("Transcript saved · $0.0002 this session · $0.0048/min · 10 tokens"));
+    }
+
+    void sessionLogLines()
+    {
+        ManualClock clock;
+        QTemporaryDir dir;
+        SessionLog log(dir.path(), QStringLiteral("S"), clock);
+        const QString path = dir.filePath(QStringLiteral("meeting_S.events.jsonl"));
+        QCOMPARE(log.jsonPath(), path);
+        clock.advance(0.0015);   // 1.5 ms: rounds half away from zero
+        log.append(QStringLiteral("client"), {{QStringLiteral("message"), QStringLiteral("é \"q\"\nx")},
+                                             {QStringLiteral("event"), QStringLiteral("overwritten")},
+                                             {QStringLiteral("t"), 99}});
+        // Unbuffered: the line is in the file before the log is closed.
+        QCOMPARE(readText(path), QStringLiteral("{\"event\":\"session_started\",\"t\":0}\n"
+                                                "{\"event\":\"client\",\"message\":\"é \\\"q\\\"\\nx\",\"t\":0.002}\n"));
+        log.close();
+        QVERIFY(readText(path).endsWith(QStringLiteral("{\"event\":\"session_ended\",\"t\":0.002}\n")));
+
+        // A log whose file cannot be opened writes nothing and says nothing.
+        SessionLog nowhere(dir.filePath(QStringLiteral("missing/folder")), QStringLiteral("S"), clock);
+        QVERIFY(!nowhere.isOpen());
+        nowhere.append(QStringLiteral("question"));
+        nowhere.close();
+        QCOMPARE(nowhere.writeMarkdown({}, dir.filePath(QStringLiteral("missing/folder")), QStringLiteral("S")),
+                 dir.filePath(QStringLiteral("missing/folder/meeting_S.transcript.md")));
+    }
+
+    void costModel()
+    {
+        using CostModel::Usage;
+        // Flat counts when there are no detail objects.
+        QCOMPARE(CostModel::parse({{QStringLiteral("input_tokens"), 120}, {QStringLiteral("output_tokens"), 40}}),
+                 (Usage{0, 0, 120, 0, 40, 0}));
+        // Cached tokens split between audio and text without cached details.
+        QCOMPARE(CostModel::parse({{QStringLiteral("input_token_details"),
+                                    QVariantMap{{QStringLiteral("cached_tokens"), 100}, {QStringLiteral("audio_tokens"), 30},
+                                                {QStringLiteral("text_tokens"), 500}}}}),
+                 (Usage{0, 30, 430, 70, 0, 0}));
+        // Reals are truncated; strings and other kinds count as 0; details that are not objects are ignored.
+        QCOMPARE(CostModel::parse({{QStringLiteral("input_token_details"),
+                                    QVariantMap{{QStringLiteral("audio_tokens"), 12.9}, {QStringLiteral("text_tokens"), QStringLiteral("7")}}},
+                                   {QStringLiteral("output_token_details"), QVariantMap{{QStringLiteral("audio_tokens"), -3.7}}}}),
+                 (Usage{12, 0, 0, 0, 0, -3}));
+        QCOMPARE(CostModel::parse({{QStringLiteral("input_token_details"), 5}, {QStringLiteral("input_tokens"), 9}}),
+                 (Usage{0, 0, 9, 0, 0, 0}));
+
+        Usage total{1, 2, 3, 4, 5, 6};
+        total.add(Usage{10, 20, 30, 40, 50, 60});
+        QCOMPARE(total, (Usage{11, 22, 33, 44, 55, 66}));
+        QCOMPARE(total.total(), qint64(231));
+        // Audio output is priced as text output.
+        QCOMPARE((Usage{0, 0, 0, 0, 0, 1000000}).cost(), 16.0);
+        QCOMPARE((Usage{1000000, 1000000, 1000000, 1000000, 0, 0}).cost(), 36.8);
+
+        QCOMPARE(CostModel::money(0.004), QStringLiteral("$0.0040"));
+        QCOMPARE(CostModel::money(0.01), QStringLiteral("$0.01"));
+        QCOMPARE(CostModel::money(0.009999), QStringLiteral("$0.0100"));
+        QCOMPARE(CostModel::rounded(0.00125, 4), 0.0013);
+        QCOMPARE(CostModel::rounded(-0.25, 1), -0.3);
+        QCOMPARE(CostModel::minutes(0.5), 1.0 / 60.0);
+        QCOMPARE(CostModel::minutes(90), 1.5);
+
+        QCOMPARE(CostModel::summary(Usage{0, 0, 15210, 0, 0, 0}, 600),
+                 std::optional<QString>(QStringLiteral("$0.06 this session · $0.0061/min · 15210 tokens")));
+        QCOMPARE(CostModel::summary(Usage{}, 600), std::nullopt);
+        QCOMPARE(CostModel::summary(Usage{0, 0, 10, 0, 0, 0}, 0), std::nullopt);
+    }
+};
+
+QTEST_GUILESS_MAIN(SessionRecordsTest)
+#include "tst_session_records.moc"
