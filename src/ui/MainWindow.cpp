@@ -1,0 +1,344 @@
+#include "ui/MainWindow.h"
+
+#include "session/FileRevealer.h"
+#include "session/SessionController.h"
+#include "settings/AnswerFont.h"
+#include "ui/BannerView.h"
+#include "ui/CardFonts.h"
+#include "ui/ContextPanel.h"
+#include "ui/ControlBar.h"
+#include "ui/JobContextDialog.h"
+#include "ui/OnboardingDialog.h"
+#include "ui/SettingsDialog.h"
+#include "ui/TextSize.h"
+#include "ui/TranscriptView.h"
+
+#include <QAction>
+#include <QActionGroup>
+#include <QApplication>
+#include <QClipboard>
+#include <QCloseEvent>
+#include <QFrame>
+#include <QMenuBar>
+#include <QScreen>
+#include <QSettings>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace {
+constexpr int kFrameSaveDelayMs = 400;
+constexpr int kRestorableWidth = 380;
+constexpr int kRestorableHeight = 300;
+
+QString actionLabel(SessionController::BannerAction action)
+{
+    switch (action) {
+    case SessionController::BannerAction::openAccountSettings: return QStringLiteral("Open Settings");
+    case SessionController::BannerAction::openOnboarding: return QStringLiteral("Open Setup");
+    case SessionController::BannerAction::openContext: return QStringLiteral("Add Context");
+    }
+    return {};
+}
+} // namespace
+
+MainWindow::MainWindow(AppSettings &settings, SessionController &controller, const Services &services,
+                       QWidget *parent)
+    : QMainWindow(parent)
+    , m_settings(settings)
+    , m_controller(controller)
+    , m_services(services)
+    , m_controlBar(new ControlBar(settings, controller, this))
+    , m_banner(new BannerView(this))
+    , m_transcript(new TranscriptView(this))
+    , m_frameSaveTimer(new QTimer(this))
+{
+    setWindowTitle(QStringLiteral("Ketterbloom"));
+    auto *central = new QWidget(this);
+    central->setMinimumSize(minimumWidth, minimumHeight);
+    auto *layout = new QVBoxLayout(central);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    auto *divider = new QFrame(central);
+    divider->setFrameShape(QFrame::HLine);
+    divider->setFrameShadow(QFrame::Plain);
+    divider->setForegroundRole(QPalette::Mid);
+    layout->addWidget(m_controlBar);
+    layout->addWidget(divider);
+    layout->addWidget(m_banner);
+    layout->addWidget(m_transcript, 1);
+    setCentralWidget(central);
+
+    m_transcript->setSource(&m_controller.pairs());
+    connect(&m_controller, &SessionController::pairInserted, m_transcript, &TranscriptView::pairInserted);
+    connect(&m_controller, &SessionController::pairChanged, m_transcript, &TranscriptView::pairChanged);
+    connect(&m_controller, &SessionController::pairsReset, m_transcript, &TranscriptView::pairsReset);
+
+    connect(m_controlBar, &ControlBar::contextRequested, this, &MainWindow::openContextPanel);
+    connect(m_controlBar, &ControlBar::jobRequested, this, &MainWindow::openJobContext);
+    connect(m_controlBar, &ControlBar::settingsRequested, this, &MainWindow::openSettings);
+    connect(m_controlBar, &ControlBar::appearanceToggleRequested, this, &MainWindow::toggleAppearance);
+
+    connect(&m_controller, &SessionController::bannerChanged, this, &MainWindow::refreshBanner);
+    connect(&m_controller, &SessionController::bannerLinksChanged, this, &MainWindow::refreshBanner);
+    connect(&m_controller, &SessionController::bannerActionChanged, this, &MainWindow::refreshBanner);
+    connect(m_banner, &BannerView::closeRequested, this, [this] { m_controller.setBannerText(std::nullopt); });
+    connect(m_banner, &BannerView::revealRequested, this,
+            [this](const QString &path) { m_services.fileRevealer.reveal({path}); });
+    connect(m_banner, &BannerView::actionTriggered, this, [this] {
+        const auto action = m_controller.bannerAction();
+        if (!action)
+            return;
+        switch (*action) {
+        case SessionController::BannerAction::openAccountSettings: openSettings(); break;
+        case SessionController::BannerAction::openOnboarding: openOnboarding(); break;
+        case SessionController::BannerAction::openContext: openContextPanel(); break;
+        }
+    });
+    connect(&m_controller, &SessionController::contextPanelRequestedChanged, this,
+            &MainWindow::onContextPanelRequested);
+
+    connect(&m_settings, &AppSettings::alwaysOnTopChanged, this, &MainWindow::applyAlwaysOnTop);
+    connect(&m_settings, &AppSettings::appearanceChanged, this, &MainWindow::applyAppearance);
+    connect(&m_settings, &AppSettings::fontSizeChanged, this, &MainWindow::applyFonts);
+    connect(&m_settings, &AppSettings::fontFamilyChanged, this, &MainWindow::applyFonts);
+
+    m_frameSaveTimer->setSingleShot(true);
+    m_frameSaveTimer->setInterval(kFrameSaveDelayMs);
+    connect(m_frameSaveTimer, &QTimer::timeout, this, &MainWindow::saveFrame);
+
+    buildMenus();
+    applyFonts();
+    applyAppearance();
+    applyAlwaysOnTop();
+    refreshBanner();
+    restoreFrame();
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::buildMenus()
+{
+    QMenu *file = menuBar()->addMenu(tr("&File"));
+    QAction *settingsAction = file->addAction(tr("Settings…"), this, &MainWindow::openSettings);
+    settingsAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    file->addAction(tr("Job Context…"), this, &MainWindow::openJobContext);
+    file->addAction(tr("Context Documents…"), this, &MainWindow::openContextPanel);
+    file->addAction(tr("Setup Guide…"), this, &MainWindow::openOnboarding);
+    file->addSeparator();
+    m_copyTranscriptAction = file->addAction(tr("Copy Transcript"), this, &MainWindow::copyTranscript);
+    file->addSeparator();
+    QAction *quit = file->addAction(tr("Quit"), this, &QWidget::close);
+    quit->setShortcut(QKeySequence::Quit);
+
+    QMenu *view = menuBar()->addMenu(tr("&View"));
+    m_onTopAction = view->addAction(QStringLiteral("Always on Top"));
+    m_onTopAction->setCheckable(true);
+    m_onTopAction->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_T));
+    connect(m_onTopAction, &QAction::triggered, this, [this](bool on) { m_settings.setAlwaysOnTop(on); });
+
+    QMenu *appearance = view->addMenu(QStringLiteral("Appearance"));
+    m_appearanceGroup = new QActionGroup(this);
+    const QList<QPair<QString, AppSettings::Appearance>> choices = {
+        {QStringLiteral("Match system"), AppSettings::Appearance::system},
+        {QStringLiteral("Light"), AppSettings::Appearance::light},
+        {QStringLiteral("Dark"), AppSettings::Appearance::dark},
+    };
+    for (const auto &[label, value] : choices) {
+        QAction *choice = appearance->addAction(label);
+        choice->setCheckable(true);
+        choice->setData(int(value));
+        m_appearanceGroup->addAction(choice);
+        const AppSettings::Appearance chosen = value;
+        connect(choice, &QAction::triggered, this, [this, chosen] { m_settings.setAppearance(chosen); });
+    }
+    m_toggleAppearanceAction = view->addAction(QStringLiteral("Toggle Light / Dark"), this,
+                                               &MainWindow::toggleAppearance);
+    m_toggleAppearanceAction->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_L));
+    view->addSeparator();
+    m_biggerAction = view->addAction(QStringLiteral("Bigger Text"), this,
+                                     [this] { m_settings.setFontSize(TextSize::bigger(m_settings.fontSize())); });
+    m_biggerAction->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_Plus), QKeySequence(Qt::CTRL | Qt::Key_Equal)});
+    m_smallerAction = view->addAction(QStringLiteral("Smaller Text"), this,
+                                      [this] { m_settings.setFontSize(TextSize::smaller(m_settings.fontSize())); });
+    m_smallerAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Minus));
+    m_resetTextAction = view->addAction(QStringLiteral("Reset Text Size"), this,
+                                        [this] { m_settings.setFontSize(TextSize::standard); });
+    m_resetTextAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_0));
+}
+
+// --- Window behaviour ----------------------------------------------------------------
+
+void MainWindow::applyAlwaysOnTop()
+{
+    const bool on = m_settings.alwaysOnTop();
+    m_onTopAction->setChecked(on);
+    if (bool(windowFlags() & Qt::WindowStaysOnTopHint) == on)
+        return;
+    const bool wasVisible = isVisible();
+    setWindowFlag(Qt::WindowStaysOnTopHint, on);
+    // Changing the flags hides the window; showing it again makes the change take effect.
+    if (wasVisible)
+        show();
+}
+
+Theme::Scheme MainWindow::schemeFor(AppSettings::Appearance appearance)
+{
+    switch (appearance) {
+    case AppSettings::Appearance::system: return Theme::Scheme::system;
+    case AppSettings::Appearance::light: return Theme::Scheme::light;
+    case AppSettings::Appearance::dark: return Theme::Scheme::dark;
+    }
+    return Theme::Scheme::system;
+}
+
+void MainWindow::applyAppearance()
+{
+    const AppSettings::Appearance appearance = m_settings.appearance();
+    Theme::apply(schemeFor(appearance));
+    for (QAction *choice : m_appearanceGroup->actions())
+        choice->setChecked(choice->data().toInt() == int(appearance));
+}
+
+AppSettings::Appearance MainWindow::toggled(AppSettings::Appearance current, bool shownDark)
+{
+    switch (current) {
+    case AppSettings::Appearance::light: return AppSettings::Appearance::dark;
+    case AppSettings::Appearance::dark: return AppSettings::Appearance::light;
+    case AppSettings::Appearance::system: break;
+    }
+    return shownDark ? AppSettings::Appearance::light : AppSettings::Appearance::dark;
+}
+
+void MainWindow::toggleAppearance()
+{
+    m_settings.setAppearance(toggled(m_settings.appearance(), Theme::isDark(QApplication::palette())));
+}
+
+void MainWindow::applyFonts()
+{
+    const QString family = m_settings.fontFamily();
+    m_transcript->setCardFonts(CardFonts::make(m_settings.fontSize(), [&family](double size, QFont::Weight weight) {
+        return AnswerFont::font(family, size, weight);
+    }));
+}
+
+bool MainWindow::isRestorableFrame(const QRect &frame)
+{
+    return frame.isValid() && frame.width() >= kRestorableWidth && frame.height() >= kRestorableHeight;
+}
+
+void MainWindow::restoreFrame()
+{
+    const QRect stored = m_settings.store().value(QLatin1String(frameKey)).toRect();
+    if (isRestorableFrame(stored)) {
+        setGeometry(stored);
+        return;
+    }
+    resize(defaultWidth, defaultHeight);
+}
+
+void MainWindow::saveFrame()
+{
+    m_frameSaveTimer->stop();
+    if (!isVisible())
+        return;
+    m_settings.store().setValue(QLatin1String(frameKey), geometry());
+}
+
+void MainWindow::moveEvent(QMoveEvent *event)
+{
+    QMainWindow::moveEvent(event);
+    if (m_shownOnce)
+        m_frameSaveTimer->start();
+}
+
+void MainWindow::resizeEvent(QResizeEvent *event)
+{
+    QMainWindow::resizeEvent(event);
+    if (m_shownOnce)
+        m_frameSaveTimer->start();
+}
+
+void MainWindow::showEvent(QShowEvent *event)
+{
+    QMainWindow::showEvent(event);
+    if (m_shownOnce)
+        return;
+    m_shownOnce = true;
+    if (!m_settings.hasCompletedOnboarding())
+        QTimer::singleShot(0, this, &MainWindow::openOnboarding);
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    saveFrame();
+    QMainWindow::closeEvent(event);
+}
+
+// --- Banner and dialogs -----------------------------------------------------------------
+
+void MainWindow::refreshBanner()
+{
+    const std::optional<QString> text = m_controller.bannerText();
+    m_banner->setVisible(text.has_value());
+    if (!text)
+        return;
+    QList<BannerView::Link> links;
+    for (const SessionController::BannerLink &link : m_controller.bannerLinks())
+        links.append({link.label, link.url.toLocalFile()});
+    const auto action = m_controller.bannerAction();
+    m_banner->setContent(*text, links, action ? actionLabel(*action) : QString());
+}
+
+void MainWindow::onContextPanelRequested()
+{
+    if (!m_controller.contextPanelRequested())
+        return;
+    m_controller.setContextPanelRequested(false);
+    openContextPanel();
+}
+
+void MainWindow::openSettings()
+{
+    if (!m_settingsDialog) {
+        m_settingsDialog = new SettingsDialog(m_settings, m_controller, m_services.taps, m_services.audio, this);
+        m_settingsDialog->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_settingsDialog->open();
+    m_settingsDialog->raise();
+}
+
+void MainWindow::openJobContext()
+{
+    if (!m_jobDialog) {
+        m_jobDialog = new JobContextDialog(m_settings, m_controller, this);
+        m_jobDialog->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_jobDialog->open();
+    m_jobDialog->raise();
+}
+
+void MainWindow::openContextPanel()
+{
+    if (!m_contextPanel) {
+        m_contextPanel = new ContextPanel(m_settings, this);
+        m_contextPanel->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_contextPanel->open();
+    m_contextPanel->raise();
+}
+
+void MainWindow::openOnboarding()
+{
+    if (!m_onboarding) {
+        m_onboarding = new OnboardingDialog(m_settings, m_controller, m_services.audio, this);
+        m_onboarding->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_onboarding->open();
+    m_onboarding->raise();
+}
+
+void MainWindow::copyTranscript()
+{
+    QApplication::clipboard()->setText(m_controller.transcriptForExport());
+}

@@ -1,0 +1,119 @@
+#pragma once
+
+#include "settings/AppSettings.h"
+#include "ui/Theme.h"
+
+#include <QMainWindow>
+#include <QPointer>
+#include <QRect>
+
+class AudioEnvironment;
+class BannerView;
+class ContextPanel;
+class ControlBar;
+class FileRevealer;
+class JobContextDialog;
+class OnboardingDialog;
+class QAction;
+class QActionGroup;
+class QTimer;
+class SessionController;
+class SettingsDialog;
+class TapQueries;
+class TranscriptView;
+
+// The one window: control bar, banner and answer cards, with the menu commands and the
+// window behaviour (on top, appearance, remembered frame). Owns no session logic: it shows
+// the controller's published state and calls its operations.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    // What the window's dialogs use besides the settings and the controller.
+    struct Services
+    {
+        FileRevealer &fileRevealer;
+        TapQueries &taps;
+        AudioEnvironment &audio;
+    };
+
+    static constexpr int minimumWidth = 420;
+    static constexpr int minimumHeight = 400;
+    static constexpr int defaultWidth = 560;
+    static constexpr int defaultHeight = 680;
+    static constexpr const char *frameKey = "mainWindowFrame";
+
+    MainWindow(AppSettings &settings, SessionController &controller, const Services &services,
+               QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+    ControlBar *controlBar() const { return m_controlBar; }
+    BannerView *bannerView() const { return m_banner; }
+    TranscriptView *transcriptView() const { return m_transcript; }
+
+    void openSettings();
+    void openJobContext();
+    void openContextPanel();
+    void openOnboarding();
+    SettingsDialog *settingsDialog() const { return m_settingsDialog; }
+    JobContextDialog *jobContextDialog() const { return m_jobDialog; }
+    ContextPanel *contextPanel() const { return m_contextPanel; }
+    OnboardingDialog *onboardingDialog() const { return m_onboarding; }
+
+    // Menu commands.
+    QAction *alwaysOnTopAction() const { return m_onTopAction; }
+    QAction *toggleAppearanceAction() const { return m_toggleAppearanceAction; }
+    QAction *biggerTextAction() const { return m_biggerAction; }
+    QAction *smallerTextAction() const { return m_smallerAction; }
+    QAction *resetTextAction() const { return m_resetTextAction; }
+    QAction *copyTranscriptAction() const { return m_copyTranscriptAction; }
+
+    // Flips between light and dark, starting from what is shown now.
+    void toggleAppearance();
+    static AppSettings::Appearance toggled(AppSettings::Appearance current, bool shownDark);
+    static Theme::Scheme schemeFor(AppSettings::Appearance appearance);
+
+    // A stored frame is used only when at least 380 by 300.
+    static bool isRestorableFrame(const QRect &frame);
+    // Writes the frame now (otherwise it is written shortly after a move or resize).
+    void saveFrame();
+
+protected:
+    void showEvent(QShowEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
+    void moveEvent(QMoveEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    void buildMenus();
+    void restoreFrame();
+    void applyAlwaysOnTop();
+    void applyAppearance();
+    void applyFonts();
+    void refreshBanner();
+    void onContextPanelRequested();
+    void copyTranscript();
+
+    AppSettings &m_settings;
+    SessionController &m_controller;
+    Services m_services;
+
+    ControlBar *m_controlBar;
+    BannerView *m_banner;
+    TranscriptView *m_transcript;
+    QTimer *m_frameSaveTimer;
+    bool m_shownOnce = false;
+
+    QPointer<SettingsDialog> m_settingsDialog;
+    QPointer<JobContextDialog> m_jobDialog;
+    QPointer<ContextPanel> m_contextPanel;
+    QPointer<OnboardingDialog> m_onboarding;
+
+    QAction *m_onTopAction = nullptr;
+    QActionGroup *m_appearanceGroup = nullptr;
+    QAction *m_toggleAppearanceAction = nullptr;
+    QAction *m_biggerAction = nullptr;
+    QAction *m_smallerAction = nullptr;
+    QAction *m_resetTextAction = nullptr;
+    QAction *m_copyTranscriptAction = nullptr;
+};

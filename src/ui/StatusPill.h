@@ -1,0 +1,34 @@
+#pragma once
+
+#include "realtime/RealtimeTypes.h"
+
+#include <QColor>
+#include <QWidget>
+
+// A coloured dot and a caption naming the connection status.
+class StatusPill : public QWidget
+{
+    Q_OBJECT
+public:
+    explicit StatusPill(QWidget *parent = nullptr);
+
+    void setStatus(const RealtimeStatus &status);
+    QString text() const { return m_text; }
+    QColor dotColor() const { return m_color; }
+
+    static QString labelFor(RealtimeStatus::Kind kind);
+    static QColor colorFor(RealtimeStatus::Kind kind);
+
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override { return sizeHint(); }
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+    void changeEvent(QEvent *event) override;
+
+private:
+    QFont captionFont() const;
+
+    QString m_text;
+    QColor m_color;
+};

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "session/QAPair.h"
+#include "ui/CardFonts.h"
+#include "ui/FollowBottom.h"
+
+#include <QList>
+#include <QSet>
+#include <QWidget>
+
+class QACard;
+class QLabel;
+class QParallelAnimationGroup;
+class QPushButton;
+class QScrollArea;
+class QStackedLayout;
+class QVBoxLayout;
+
+// The question and answer cards, newest at the bottom. Follows new content to the bottom
+// until the user scrolls up, then offers "New answers below". A changed card updates only
+// itself: streaming an answer never rebuilds the list.
+class TranscriptView : public QWidget
+{
+    Q_OBJECT
+public:
+    explicit TranscriptView(QWidget *parent = nullptr);
+
+    // The list the cards show; it must outlive the view. Call pairInserted, pairChanged and
+    // pairsReset as it changes.
+    void setSource(const QList<QAPair> *pairs);
+    void setCardFonts(const CardFonts &fonts);
+    const CardFonts &cardFonts() const { return m_fonts; }
+
+    void pairInserted(int index);
+    void pairChanged(int index);
+    void pairsReset();
+
+    // Opens or closes a card's "My answer".
+    void toggleMyAnswer(const QString &pairID);
+    const QSet<QString> &expandedAnswers() const { return m_expanded; }
+
+    // "0" without cards, else "<count>-<question chars>-<answer chars>-<true|false>" of the
+    // last card.
+    QString feedFingerprint() const;
+
+    bool autoScrollEnabled() const { return m_follow.autoScrollEnabled(); }
+    bool hasUnseenBelow() const { return m_follow.hasUnseenBelow(); }
+    bool isEmptyStateShown() const;
+    QString emptyStateHeadline() const;
+    QString emptyStateText() const;
+    int cardCount() const { return int(m_cards.size()); }
+    QACard *card(int index) const { return m_cards.value(index); }
+    QScrollArea *scrollArea() const { return m_scroll; }
+    QPushButton *newAnswersButton() const { return m_newAnswers; }
+    // How many card widgets were ever made (a rebuild makes them all again).
+    int cardsCreated() const { return m_cardsCreated; }
+
+    // Scrolls to the bottom and follows again (what "New answers below" does).
+    void jumpToBottom(bool animated = true);
+
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    QACard *makeCard(const QAPair &pair);
+    void geometryMaybeChanged();
+    void scrollToBottom(bool animated);
+    void updateNewAnswersButton();
+    void placeNewAnswersButton();
+    void updateEmptyState();
+
+    const QList<QAPair> *m_pairs = nullptr;
+    CardFonts m_fonts;
+    QList<QACard *> m_cards;
+    QSet<QString> m_expanded;
+    FollowBottom m_follow;
+    FollowBottom::Geo m_geo;
+    int m_cardsCreated = 0;
+    bool m_buttonShown = false;
+
+    QStackedLayout *m_stack;
+    QWidget *m_empty;
+    QLabel *m_emptyHeadline;
+    QLabel *m_emptyText;
+    QScrollArea *m_scroll;
+    QWidget *m_content;
+    QVBoxLayout *m_cardsLayout;
+    QPushButton *m_newAnswers;
+    QParallelAnimationGroup *m_buttonAnimation;
+};
