@@ -85,9 +85,10 @@ void MicDecoderWorker::endSegment(int segment)
         m_report(segment, {Event::Kind::failed, {}, std::get<SpeechEngine::Error>(result)});
 }
 
-void MicDecoderWorker::cancelSegment()
+void MicDecoderWorker::cancelSegment(std::size_t queuePosition)
 {
-    stopUtterance(true);
+    stopUtterance(false);
+    m_queue.dropUntil(queuePosition); // later audio belongs to the next segment
 }
 
 // Feeds everything queued to the engine.

@@ -42,7 +42,9 @@ public:
     void preload();
     void startSegment(int segment);
     void endSegment(int segment);
-    void cancelSegment();
+    // Drops the running segment and the audio queued before `queuePosition`, a write
+    // position of the queue taken when the owner stopped taking audio for it.
+    void cancelSegment(std::size_t queuePosition);
 
 private:
     enum class Drain { failed, empty, fed };

@@ -110,8 +110,10 @@ void MicTranscriber::stopTask(bool silent)
         m_currentSegment.store(m_segmentId, std::memory_order_release);
     }
     m_accepting.store(false, std::memory_order_release);
-    if (m_taskRunning)
-        post([](MicDecoderWorker *worker) { worker->cancelSegment(); });
+    if (m_taskRunning) {
+        const std::size_t position = m_queue.writePosition();
+        post([position](MicDecoderWorker *worker) { worker->cancelSegment(position); });
+    }
     m_taskRunning = false;
     m_ending = false;
     m_latest.clear();

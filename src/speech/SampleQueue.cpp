@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
 #include <cstring>
 
 SampleQueue::SampleQueue(std::size_t capacity)
@@ -40,6 +41,13 @@ std::size_t SampleQueue::pop(float *out, std::size_t max)
 void SampleQueue::clear()
 {
     m_tail.store(m_head.load(std::memory_order_acquire), std::memory_order_release);
+}
+
+void SampleQueue::dropUntil(std::size_t position)
+{
+    const std::size_t tail = m_tail.load(std::memory_order_relaxed);
+    if (static_cast<std::ptrdiff_t>(position - tail) > 0)
+        m_tail.store(position, std::memory_order_release);
 }
 
 std::size_t SampleQueue::size() const

@@ -18,6 +18,10 @@ public:
     std::size_t pop(float *out, std::size_t max);
     // Consumer: drops everything queued.
     void clear();
+    // Any thread: the count of samples pushed so far, a position in the stream.
+    std::size_t writePosition() const { return m_head.load(std::memory_order_acquire); }
+    // Consumer: drops what was pushed before `position` (a writePosition() taken earlier).
+    void dropUntil(std::size_t position);
     std::size_t size() const;
 
 private:

@@ -20,7 +20,9 @@ public:
     void setEndError(std::optional<Error> error) { QMutexLocker lock(&m_mutex); m_endError = std::move(error); }
     // Holds endUtterance()/recognise() until release() (a recogniser that does not finish).
     void setHold(bool hold) { QMutexLocker lock(&m_mutex); m_hold = hold; }
-    void release() { QMutexLocker lock(&m_mutex); m_hold = false; m_released.wakeAll(); }
+    // Holds the next startUtterance() until release() (a worker busy elsewhere).
+    void setHoldStart(bool hold) { QMutexLocker lock(&m_mutex); m_holdStart = hold; }
+    void release() { QMutexLocker lock(&m_mutex); m_hold = false; m_holdStart = false; m_released.wakeAll(); }
     void setAvailability(const SpeechAvailability &availability) { QMutexLocker lock(&m_mutex); m_availability = availability; }
 
     std::atomic<int> starts{0};
@@ -28,6 +30,7 @@ public:
     std::atomic<int> ends{0};
     std::atomic<int> recognitions{0};
     std::atomic<long> samplesProcessed{0};
+    std::atomic<long> lastUtteranceSamples{0}; // audio of the last utterance that ended
     std::atomic<bool> holding{false};
 
     SpeechAvailability availability(const QLocale &) const override
@@ -39,6 +42,13 @@ public:
     std::optional<Error> startUtterance() override
     {
         ++starts;
+        {
+            QMutexLocker lock(&m_mutex);
+            holding = m_holdStart;
+            while (m_holdStart)
+                m_released.wait(&m_mutex);
+            holding = false;
+        }
         m_utteranceSamples = 0;
         return std::nullopt;
     }
@@ -56,6 +66,7 @@ public:
     std::variant<QString, Error> endUtterance() override
     {
         ++ends;
+        lastUtteranceSamples = m_utteranceSamples;
         QMutexLocker lock(&m_mutex);
         waitWhileHeld();
         if (m_endError)
@@ -94,6 +105,7 @@ private:
     QString m_hypothesis;
     std::optional<Error> m_endError;
     bool m_hold = false;
+    bool m_holdStart = false;
     SpeechAvailability m_availability = SpeechAvailability::ready();
     long m_utteranceSamples = 0;
 };

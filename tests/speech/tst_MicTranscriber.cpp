@@ -45,6 +45,7 @@ class TestMicTranscriber : public QObject
 private slots:
     void partialsThenOneFinal();
     void secondBeginCancelsFirstSilently();
+    void busyWorkerKeepsNewSegmentAudio();
     void fallbackDeliversLastPartial();
     void errors_data();
     void errors();
@@ -118,6 +119,31 @@ void TestMicTranscriber::secondBeginCancelsFirstSilently()
     QCOMPARE(r.finals.size(), 1);
     QVERIFY(!r.partials.contains(QStringLiteral("Third words")));
     QVERIFY(r.failures.isEmpty());
+}
+
+// begin() twice while the worker is still busy: the first segment's audio is dropped, the
+// second's is decoded in full.
+void TestMicTranscriber::busyWorkerKeepsNewSegmentAudio()
+{
+    auto engine = std::make_shared<FakeSpeechEngine>();
+    MicTranscriber t(engine);
+    t.setFinalFallbackInterval(5s);
+    Recorder r;
+    r.attach(t);
+    const auto audio = tone(48000);
+
+    engine->setHypothesis(QStringLiteral("second"));
+    engine->setHoldStart(true);
+    t.begin();
+    QTRY_VERIFY(engine->holding.load());
+    t.appendMicBuffer(audio.data(), 48000); // one second for the first segment
+    t.begin();
+    t.appendMicBuffer(audio.data(), 24000); // half a second for the second
+    t.end();
+    engine->release();
+    QTRY_COMPARE(r.finals, QStringList{QStringLiteral("Second")});
+    QVERIFY2(std::abs(engine->lastUtteranceSamples.load() - 8000) <= 16,
+             qPrintable(QString::number(engine->lastUtteranceSamples.load())));
 }
 
 void TestMicTranscriber::fallbackDeliversLastPartial()

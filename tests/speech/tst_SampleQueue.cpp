@@ -26,6 +26,16 @@ private slots:
         q.push(a, 2);
         q.clear();
         QCOMPARE(q.pop(out, 8), std::size_t(0));
+
+        // Dropping up to a position taken earlier keeps what came after it.
+        q.push(a, 3);
+        const std::size_t mark = q.writePosition();
+        q.push(a + 3, 2);
+        q.dropUntil(mark);
+        QCOMPARE(q.pop(out, 8), std::size_t(2));
+        QCOMPARE(out[0], 4.0f);
+        q.dropUntil(mark); // already consumed past it: nothing happens
+        QCOMPARE(q.size(), std::size_t(0));
     }
 
     // A producer and a consumer on two threads: every sample arrives once, in order.
