@@ -1,0 +1,542 @@
+// Start and stop: refusals, permission checks, the capture source chosen from the settings,
+// both start-up watchdogs, a failing and a succeeding audio start, the saved-files banner,
+// banner rules, narrowing to one application, and the other operations.
+
+#include "SessionRig.h"
+
+#include "session/SessionSnapshot.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+
+namespace {
+
+const QString kSystemAudioBanner = QStringLiteral(
+    "Ketterbloom can't reach this computer's sound server to listen to the meeting. Make sure PulseAudio or PipeWire "
+    "is running (pactl info should answer), then press Start again. Until then, switch \"Meeting audio\" to your audio device.");
+const QString kStillStarting = QStringLiteral(
+    "Still setting up audio capture… if this doesn't clear in a few seconds, check that the sound server is running (pactl info).");
+const QString kMicDenied = QStringLiteral(
+    "Microphone access was denied. Enable it in your desktop's Settings ▸ Privacy ▸ Microphone.");
+
+QString eventsText()
+{
+    QFile file(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl"));
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+QStringList labels(const QList<SessionController::BannerLink> &links)
+{
+    QStringList out;
+    for (const auto &link : links) {
+        out << link.label;
+    }
+    return out;
+}
+
+} // namespace
+
+class SessionControllerTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void blankKeyRefusesTheStart()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.prepareSettings();
+        rig.settings.setApiKey(QStringLiteral("   "));
+        c.start();
+        rig.settle();
+        QCOMPARE(c.banner(), QStringLiteral("Add your OpenAI API key before starting."));
+        QCOMPARE(c.bannerAction(), std::optional(SessionController::BannerAction::openAccountSettings));
+        QVERIFY(!c.isSessionActive());
+        QCOMPARE(rig.audio.startCount, 0);
+        QCOMPARE(rig.taps.probeCount, 0);
+        QCOMPARE(rig.client.stopCount, 0);
+        QVERIFY(rig.client.starts.isEmpty());
+    }
+
+    void thinContextWarnsAndStarts_data()
+    {
+        QTest::addColumn<QString>("job");
+        QTest::addColumn<QString>("context");
+        QTest::addColumn<QString>("banner");
+        QTest::newRow("neither") << QStringLiteral(" \n") << QString()
+            << QStringLiteral("Starting without a job description or your background. Answers will be generic — add the posting and your CV and they'll quote your own projects and match what the role asks for.");
+        QTest::newRow("no job") << QString() << QStringLiteral("CV")
+            << QStringLiteral("No job description loaded. Paste the posting and answers will emphasise the experience this particular role is asking for.");
+        QTest::newRow("no background") << QStringLiteral("Posting") << QStringLiteral("\n\t")
+            << QStringLiteral("No background loaded. Add your CV or a few war stories and answers will cite your actual work instead of speaking in generalities.");
+        QTest::newRow("both") << QStringLiteral("Posting") << QStringLiteral("CV") << QString();
+    }
+
+    void thinContextWarnsAndStarts()
+    {
+        QFETCH(QString, job);
+        QFETCH(QString, context);
+        QFETCH(QString, banner);
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.prepareSettings();
+        rig.settings.setJobDescription(job);
+        rig.settings.setContextText(context);
+        c.start();
+        rig.settle();
+        QVERIFY(c.isSessionActive());
+        QCOMPARE(c.banner(), banner);
+        QCOMPARE(c.bannerAction(), banner.isEmpty() ? std::nullopt : std::optional(SessionController::BannerAction::openContext));
+    }
+
+    void startWhileActiveDoesNothing()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        c.setBannerText(QStringLiteral("Keep me"));
+        c.start();
+        rig.settle();
+        QCOMPARE(c.banner(), QStringLiteral("Keep me"));
+        QCOMPARE(rig.audio.startCount, 1);
+    }
+
+    void microphonePermission()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.prepareSettings();
+
+        rig.audio.permission = MicPermission::denied;
+        c.start();
+        QCOMPARE(c.banner(), kMicDenied);
+        QCOMPARE(rig.audio.startCount, 0);
+
+        rig.audio.permission = MicPermission::notDetermined;
+        c.start();
+        QVERIFY(rig.audio.pendingMicRequest);
+        QCOMPARE(rig.audio.startCount, 0);   // waits for the answer
+        std::exchange(rig.audio.pendingMicRequest, {})(false);
+        QCOMPARE(c.banner(), kMicDenied);
+        QCOMPARE(rig.audio.startCount, 0);
+
+        c.start();
+        std::exchange(rig.audio.pendingMicRequest, {})(true);
+        rig.settle();
+        QVERIFY(c.isSessionActive());
+    }
+
+    void systemAudioCheck()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.prepareSettings();
+        rig.taps.tapAccess = false;
+        c.start();
+        QCOMPARE(rig.taps.probeCount, 2);   // probed, then once more
+        QCOMPARE(c.banner(), kSystemAudioBanner);
+        QCOMPARE(rig.client.stopCount, 1);
+        QVERIFY(!c.isSessionActive());
+        QCOMPARE(rig.audio.startCount, 0);
+
+        // A second probe that answers lets the start go on.
+        rig.taps.probeAnswers = {false, true};
+        c.start();
+        rig.settle();
+        QVERIFY(c.isSessionActive());
+
+        // An audio device needs no sound-server tap.
+        SessionRig device;
+        device.settings.setMeetingSource(AppSettings::MeetingSource::audioDevice);
+        device.taps.tapAccess = false;
+        QVERIFY(device.startSession());
+        QCOMPARE(device.taps.probeCount, 0);
+    }
+
+    void captureSourceFromTheSettings()
+    {
+        {
+            SessionRig rig;
+            rig.settings.setDeviceUID(QStringLiteral("alsa_input.usb"));
+            rig.settings.setMicChannel(1);
+            rig.settings.setStreamSource(AppSettings::StreamSource::both);
+            rig.settings.setSaveAudio(true);
+            QVERIFY(rig.startSession());
+            QCOMPARE(*rig.audio.startedSource,
+                     CaptureSource(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("alsa_input.usb"), 1}));
+            QCOMPARE(rig.audio.startedStreamSource, StreamSource::both);
+            QVERIFY(rig.audio.startedRecord);
+        }
+        {
+            SessionRig rig;
+            rig.settings.setMeetingSource(AppSettings::MeetingSource::audioDevice);
+            rig.settings.setDeviceUID(QStringLiteral("dev2"));
+            rig.settings.setMicChannel(0);
+            rig.settings.setMeetingChannel(-1);
+            QVERIFY(rig.startSession());
+            QCOMPARE(*rig.audio.startedSource, CaptureSource(DeviceChannelsSource{QStringLiteral("dev2"), 0, std::nullopt}));
+            QCOMPARE(rig.controller->banner(),
+                     QStringLiteral("No meeting channel is mapped, so your mic is being streamed instead. Set a meeting channel in Settings."));
+        }
+        {
+            SessionRig rig;
+            rig.settings.setMeetingSource(AppSettings::MeetingSource::audioDevice);
+            rig.settings.setDeviceUID(QStringLiteral("dev2"));
+            rig.settings.setMeetingChannel(1);
+            QVERIFY(rig.startSession());
+            QCOMPARE(*rig.audio.startedSource, CaptureSource(DeviceChannelsSource{QStringLiteral("dev2"), 0, 1}));
+            QCOMPARE(rig.controller->banner(), QString());
+        }
+    }
+
+    void singleAppChoices()
+    {
+        const QString zoom = QStringLiteral("us.zoom.Zoom");
+        {
+            SessionRig rig;
+            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
+            QVERIFY(!rig.startSession());
+            QCOMPARE(rig.controller->banner(), QStringLiteral("Pick which app to listen to in Settings."));
+            QCOMPARE(rig.client.stopCount, 1);
+        }
+        {
+            SessionRig rig;
+            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
+            rig.settings.setTappedBundleID(zoom);
+            rig.taps.playing.insert(zoom, AudioProcessInfo{42, zoom, QStringLiteral("Zoom")});
+            QVERIFY(rig.startSession());
+            QCOMPARE(*rig.audio.startedSource, CaptureSource(SystemTapSource{TapTarget::process(zoom), std::nullopt, 0}));
+            QCOMPARE(rig.controller->banner(), QString());
+        }
+        {
+            SessionRig rig;
+            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
+            rig.settings.setTappedBundleID(QStringLiteral("com.microsoft.teams"));
+            rig.taps.apps = {AudioProcessInfo{0, QStringLiteral("com.microsoft.teams"), QStringLiteral("Teams")}};
+            rig.taps.helpers = {{QStringLiteral("com.microsoft.teams"), {QStringLiteral("teams-helper")}}};
+            QVERIFY(rig.startSession());
+            QCOMPARE(*rig.audio.startedSource, CaptureSource(SystemTapSource{TapTarget::systemOutput(), std::nullopt, 0}));
+            QCOMPARE(rig.controller->banner(),
+                     QStringLiteral("Listening to this computer. Teams plays its call audio through another process, so it can't be listened to on its own — everything you hear is captured instead."));
+            rig.clock.advance(130);   // nothing waits to be narrowed
+            QVERIFY(rig.audio.retargets.isEmpty());
+            QCOMPARE(rig.taps.audioObjectQueries, 1);
+        }
+    }
+
+    void narrowingToOneApp()
+    {
+        const QString zoom = QStringLiteral("us.zoom.Zoom");
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
+        rig.settings.setTappedBundleID(zoom);
+        rig.taps.apps = {AudioProcessInfo{0, zoom, QStringLiteral("Zoom")}};
+        QVERIFY(rig.startSession());
+        QCOMPARE(c.banner(), QStringLiteral("Started, listening to all of this computer's audio. Zoom isn't playing anything yet; I'll narrow to it alone as soon as it does."));
+
+        rig.clock.advance(10);
+        rig.taps.playing.insert(zoom, AudioProcessInfo{7, zoom, QStringLiteral("Zoom")});
+        rig.clock.advance(2);   // the tick at 12 s
+        QCOMPARE(rig.audio.retargets, QList<TapTarget>{TapTarget::process(zoom)});
+        QCOMPARE(c.banner(), QStringLiteral("Now listening to Zoom only."));
+        QVERIFY(c.isSessionActive());
+        rig.clock.advance(30);
+        QCOMPARE(rig.audio.retargets.size(), 1);   // the poll has ended
+        c.stop();
+        QVERIFY(eventsText().contains(QStringLiteral(R"({"app":"us.zoom.Zoom","event":"tap_narrowed","t":12})")));
+    }
+
+    void narrowingGivesUpOrFails()
+    {
+        const QString app = QStringLiteral("org.example.Dialer");
+        {
+            SessionRig rig;
+            SessionController &c = *rig.controller;
+            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
+            rig.settings.setTappedBundleID(app);
+            QVERIFY(rig.startSession());
+            rig.clock.advance(120);
+            QCOMPARE(c.banner().left(28), QStringLiteral("Started, listening to all of"));
+            rig.clock.advance(3);   // the first tick after 120 s
+            QCOMPARE(c.banner(), QStringLiteral("Still listening to this whole computer — no audio has been credited to org.example.Dialer. "
+                                                "That is normal for apps that play sound through another process, and the meeting is being captured either way."));
+            rig.clock.advance(60);
+            c.stop();
+            QCOMPARE(eventsText().count(QStringLiteral("\"tap_narrow_timeout\"")), 1);
+            QVERIFY(rig.audio.retargets.isEmpty());
+        }
+        {
+            SessionRig rig;
+            SessionController &c = *rig.controller;
+            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
+            rig.settings.setTappedBundleID(app);
+            rig.taps.apps = {AudioProcessInfo{0, app, QStringLiteral("Dialer")}};
+            rig.audio.retargetError = QStringLiteral("The application's stream went away.");
+            QVERIFY(rig.startSession());
+            rig.taps.playing.insert(app, AudioProcessInfo{3, app, QStringLiteral("Dialer")});
+            rig.clock.advance(3);
+            QCOMPARE(c.banner(), QStringLiteral("Stayed on this computer's audio — could not switch to Dialer: The application's stream went away."));
+            rig.clock.advance(9);
+            QCOMPARE(rig.audio.retargets.size(), 1);
+            QVERIFY(c.isSessionActive());
+        }
+    }
+
+    void watchdogsAndAudioStart()
+    {
+        // Capture that takes ten seconds: the still-setting-up banner at 8 s, cleared at start.
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.runAudioStartsAtOnce = false;
+        rig.prepareSettings();
+        c.start();
+        rig.clock.advance(7.9);
+        QCOMPARE(c.banner(), QString());
+        rig.clock.advance(0.1);
+        QCOMPARE(c.banner(), kStillStarting);
+        rig.clock.advance(2.0);
+        rig.releaseAudioStart();
+        QVERIFY(c.isSessionActive());
+        QCOMPARE(c.banner(), QString());
+        rig.clock.advance(30);   // both watchdogs cancelled
+        QVERIFY(c.isSessionActive());
+        QCOMPARE(c.banner(), QString());
+        c.stop();
+
+        // A different banner set meanwhile is left alone.
+        c.start();
+        rig.clock.advance(9);
+        c.setBannerText(QStringLiteral("Connection is slow."));
+        rig.releaseAudioStart();
+        QVERIFY(c.isSessionActive());
+        QCOMPARE(c.banner(), QStringLiteral("Connection is slow."));
+        c.stop();
+
+        // Capture that never finishes: given up at 25 s.
+        SessionRig stuck;
+        stuck.runAudioStartsAtOnce = false;
+        stuck.prepareSettings();
+        stuck.controller->start();
+        stuck.clock.advance(25);
+        QCOMPARE(stuck.controller->banner(),
+                 QStringLiteral("Audio capture didn't finish starting. The step-by-step log is in ")
+                     + SessionController::sessionFolder() + QStringLiteral("/startup.log — send that and it will say exactly where it stopped."));
+        QCOMPARE(stuck.client.stopCount, 1);
+        QVERIFY(!stuck.controller->isSessionActive());
+        QVERIFY(stuck.client.starts.isEmpty());
+    }
+
+    void failingAudioStart()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.audio.startError = QStringLiteral("Selected audio input device is not available.");
+        QVERIFY(!rig.startSession());
+        QCOMPARE(c.banner(), QStringLiteral("Selected audio input device is not available."));
+        QCOMPARE(rig.client.stopCount, 1);
+        QVERIFY(rig.client.starts.isEmpty());
+        QVERIFY(!SessionSnapshot::isSessionActive());
+        rig.clock.advance(30);   // no watchdog left behind
+        QCOMPARE(c.banner(), QStringLiteral("Selected audio input device is not available."));
+        QCOMPARE(rig.clock.pendingTimers(), 0);
+    }
+
+    void succeedingStartAndStop()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setVadThreshold(0.6);
+        rig.settings.setSilenceDurationMs(900);
+        rig.audio.recording = QStringLiteral("/recordings/meeting_2025-03-04_14-05-09.wav");
+        QSignalSpy ended(&SessionEvents::instance(), &SessionEvents::sessionEnded);
+        QVERIFY(rig.startSession());
+
+        QCOMPARE(rig.client.starts.size(), 1);
+        const RealtimeConfig &config = rig.client.starts[0];
+        QCOMPARE(config.apiKey, QStringLiteral("sk-test"));
+        QCOMPARE(config.model, QStringLiteral("gpt-realtime-2.1"));
+        QCOMPARE(config.transcribeModel, QStringLiteral("gpt-live-transcribe"));
+        QCOMPARE(config.instructions, rig.settings.instructions());
+        QCOMPARE(config.vadThreshold, 0.6);
+        QCOMPARE(config.silenceDurationMs, 900);
+        QCOMPARE(config.prefixPaddingMs, 300);
+        QCOMPARE(config.reconnectMinutes, 25);
+        QVERIFY(SessionSnapshot::isSessionActive());
+        QCOMPARE(rig.idle.reasons, QStringList{QStringLiteral("Live meeting transcription")});
+        QCOMPARE(c.lastRecordingURL(), QUrl::fromLocalFile(*rig.audio.recording));
+
+        rig.clock.advance(3.5);
+        QCOMPARE(c.sessionElapsed(), 3.0);
+        rig.audio.levels(0.02f, 0.4f);
+        QCOMPARE(c.meetingLevel(), 0.4f);
+        rig.audio.onPCM16(QByteArray("\x01\x02", 2));
+        QCOMPARE(rig.client.appended, QByteArray("\x01\x02", 2));
+
+        c.stop();
+        QVERIFY(!c.isSessionActive());
+        QVERIFY(!SessionSnapshot::isSessionActive());
+        QCOMPARE(ended.count(), 1);
+        QCOMPARE(QString::fromLatin1(SessionEvents::sessionEndedName), QStringLiteral("ketterbloom.session.ended"));
+        QCOMPARE(rig.audio.stopCount, 1);
+        QCOMPARE(rig.client.stopCount, 1);
+        QCOMPARE(rig.mic.stopTaskCount, 1);
+        QVERIFY(rig.mic.lastStopSilent);
+        QVERIFY(!rig.idle.inhibiting);
+        QCOMPARE(c.sessionElapsed(), 3.0);   // kept after Stop
+        QCOMPARE(c.meetingLevel(), 0.0f);
+
+        const QString transcript = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.transcript.md");
+        QCOMPARE(c.banner(), QStringLiteral("Session saved — transcript and recording"));
+        QCOMPARE(labels(c.bannerLinks()), (QStringList{QStringLiteral("Transcript"), QStringLiteral("Recording"), QStringLiteral("Folder")}));
+        QCOMPARE(c.bannerLinks()[0].url, QUrl::fromLocalFile(transcript));
+        QCOMPARE(c.bannerLinks()[1].url, QUrl::fromLocalFile(*rig.audio.recording));
+        QCOMPARE(c.bannerLinks()[2].url, QUrl::fromLocalFile(SessionController::sessionFolder()));
+        QVERIFY(c.bannerLinks()[0].id != c.bannerLinks()[1].id);
+
+        c.revealRecording();
+        QCOMPARE(rig.revealer.revealed, (QList<QStringList>{{transcript, *rig.audio.recording}}));
+
+        // A second Stop does nothing.
+        c.stop();
+        QCOMPARE(ended.count(), 1);
+    }
+
+    void stopWithNothingSaved()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.audio.running = true;   // capture running although no session became active
+        c.setBannerText(QStringLiteral("Earlier words"));
+        c.stop();
+        QCOMPARE(rig.audio.stopCount, 1);
+        QCOMPARE(c.banner(), QStringLiteral("Earlier words"));
+        QVERIFY(c.bannerLinks().isEmpty());
+        c.revealRecording();
+        QVERIFY(rig.revealer.revealed.isEmpty());
+    }
+
+    void bannerRules()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        const QList<SessionController::BannerLink> links{SessionController::makeLink(QStringLiteral("Transcript"), QUrl::fromLocalFile(QStringLiteral("/t.md")))};
+        QSignalSpy linksChanged(&c, &SessionController::bannerLinksChanged);
+
+        c.setBanner(QStringLiteral("Transcript saved"), links);
+        QCOMPARE(c.bannerLinks(), links);
+        c.setBanner(QStringLiteral("Transcript saved"), links);   // the same text keeps them
+        QCOMPARE(c.bannerLinks(), links);
+        QCOMPARE(linksChanged.count(), 1);
+        c.setBannerText(QStringLiteral("Something else"));   // a new text drops them
+        QVERIFY(c.bannerLinks().isEmpty());
+        c.setBanner(QStringLiteral("Transcript saved"), links);
+        c.setBannerText(std::nullopt);
+        QVERIFY(c.bannerLinks().isEmpty());
+
+        // An action button goes with its banner; setting an action drops links.
+        c.setBanner(QStringLiteral("Transcript saved"), links);
+        c.setBanner(QStringLiteral("No background loaded."), SessionController::BannerAction::openContext);
+        QVERIFY(c.bannerLinks().isEmpty());
+        QCOMPARE(c.bannerAction(), std::optional(SessionController::BannerAction::openContext));
+        c.setBannerText(std::nullopt);
+        QCOMPARE(c.bannerAction(), std::nullopt);
+        QCOMPARE(c.banner(), QString());
+
+        // Links set for a text survive only that text, even after Stop's banner.
+        QVERIFY(rig.startSession());
+        c.stop();
+        QCOMPARE(labels(c.bannerLinks()), (QStringList{QStringLiteral("Transcript"), QStringLiteral("Folder")}));
+        c.applyInstructionsLive();
+        QCOMPARE(c.banner(), QStringLiteral("Saved — applies on the next Start."));
+        QVERIFY(c.bannerLinks().isEmpty());
+    }
+
+    void componentReports()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setTranscribeMyAnswers(true);
+        QVERIFY(rig.startSession());
+
+        c.applyInstructionsLive();
+        QCOMPARE(rig.client.instructionUpdates, QStringList{rig.settings.instructions()});
+        QCOMPARE(c.banner(), QStringLiteral("Job context pushed to the live session (%1 chars).").arg(rig.settings.instructions().size()));
+
+        rig.audio.onError(QStringLiteral("The meeting tap stopped."));
+        QCOMPARE(c.banner(), QStringLiteral("The meeting tap stopped."));
+        QVERIFY(c.isSessionActive());
+
+        rig.audio.onMicUnavailable(QStringLiteral("Your microphone was unplugged."));
+        QCOMPARE(c.banner(), QStringLiteral("Your microphone was unplugged."));
+        QVERIFY(!rig.settings.transcribeMyAnswers());
+
+        rig.mic.onFailure(QStringLiteral("Recogniser crashed."));
+        QCOMPARE(c.banner(), QStringLiteral("Recogniser crashed."));
+
+        // A realtime failure shows its message and stops the session.
+        QSignalSpy statusChanged(&c, &SessionController::statusChanged);
+        rig.client.status(RealtimeStatus::connected());
+        QCOMPARE(c.status(), RealtimeStatus::connected());
+        rig.client.status(RealtimeStatus::failed(QStringLiteral("Invalid API key.")));
+        QCOMPARE(statusChanged.count(), 2);
+        QVERIFY(!c.isSessionActive());
+        QCOMPARE(rig.audio.stopCount, 1);
+    }
+
+    void speechPermissionAtStart()
+    {
+        SessionRig denied;
+        denied.settings.setTranscribeMyAnswers(true);
+        denied.mic.availability = SpeechAvailability::denied();
+        QVERIFY(denied.startSession());
+        QVERIFY(!denied.settings.transcribeMyAnswers());
+        QCOMPARE(denied.controller->banner(), QStringLiteral("Speech recognition permission was denied, so your answers won't be transcribed."));
+
+        SessionRig unsupported;
+        unsupported.settings.setTranscribeMyAnswers(true);
+        unsupported.mic.availability = SpeechAvailability::unsupported(QStringLiteral("No speech model for de_DE."));
+        QVERIFY(unsupported.startSession());
+        QVERIFY(!unsupported.settings.transcribeMyAnswers());
+        QCOMPARE(unsupported.controller->banner(), QStringLiteral("No speech model for de_DE."));
+
+        SessionRig off;
+        QVERIFY(off.startSession());
+        QCOMPARE(off.mic.authorizationRequests, 0);
+    }
+
+    void transcribingARecording()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        c.transcribeRecording();   // cancelled
+        QCOMPARE(rig.picker.pickCount, 1);
+        QCOMPARE(c.banner(), QString());
+
+        rig.picker.choice = QStringLiteral("/docs/meeting_1.wav");
+        rig.mic.availability = SpeechAvailability::denied();
+        c.transcribeRecording();
+        QCOMPARE(c.banner(), QStringLiteral("On-device speech recognition is not available, so the recording can't be transcribed here."));
+        QVERIFY(!rig.recordingTranscriber.completion);
+
+        rig.mic.availability = SpeechAvailability::ready();
+        c.transcribeRecording();
+        QCOMPARE(rig.recordingTranscriber.path, QStringLiteral("/docs/meeting_1.wav"));
+        QCOMPARE(c.banner(), QStringLiteral("Transcribing meeting_1.wav… this runs locally and takes a while."));
+        rig.recordingTranscriber.progress(RecordingProgress{45.9, 181.6});
+        QCOMPARE(c.banner(), QStringLiteral("Transcribing meeting_1.wav — 25% (45s of 181s)"));
+        rig.recordingTranscriber.progress(RecordingProgress{0.4, 0.0});
+        QCOMPARE(c.banner(), QStringLiteral("Transcribing meeting_1.wav — 40% (0s of 0s)"));
+        rig.recordingTranscriber.completion(RecordingTranscription::Written{QStringLiteral("/docs/meeting_1.transcript.md")});
+        QCOMPARE(c.banner(), QStringLiteral("Transcript written: meeting_1.transcript.md"));
+        QCOMPARE(rig.revealer.revealed, (QList<QStringList>{{QStringLiteral("/docs/meeting_1.transcript.md")}}));
+
+        c.transcribeRecording();
+        rig.recordingTranscriber.completion(RecordingTranscription::Failed{QStringLiteral("The file is not a WAV recording.")});
+        QCOMPARE(c.banner(), QStringLiteral("Transcription failed: The file is not a WAV recording."));
+    }
+};
+
+QTEST_GUILESS_MAIN(SessionControllerTest)
+#include "tst_session_controller.moc"
