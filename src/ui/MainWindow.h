@@ -1,6 +1,10 @@
 #pragma once
 
 #include "settings/AppSettings.h"
+#include "ui/ContextPanel.h"
+#include "ui/JobContextDialog.h"
+#include "ui/OnboardingDialog.h"
+#include "ui/SettingsDialog.h"
 #include "ui/Theme.h"
 
 #include <QMainWindow>
@@ -9,16 +13,12 @@
 
 class AudioEnvironment;
 class BannerView;
-class ContextPanel;
 class ControlBar;
 class FileRevealer;
-class JobContextDialog;
-class OnboardingDialog;
 class QAction;
 class QActionGroup;
 class QTimer;
 class SessionController;
-class SettingsDialog;
 class TapQueries;
 class TranscriptView;
 
