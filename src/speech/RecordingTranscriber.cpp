@@ -54,7 +54,7 @@ QString recogniseChannel(SpeechEngine &engine, Resampler &resampler, const std::
 
 RecordingTranscriber::RecordingTranscriber(std::shared_ptr<SpeechEngine> engine, const QLocale &locale, QObject *parent)
     : QObject(parent)
-    , m_engine(engine ? std::move(engine) : std::make_shared<PocketSphinxEngine>())
+    , m_engine(std::move(engine))
     , m_locale(locale)
     , m_context(new QObject)
 {
@@ -98,7 +98,13 @@ void RecordingTranscriber::transcribe(const QString &wavPath, ProgressHandler pr
         }, Qt::QueuedConnection);
     };
     auto job = [this, wavPath, cancelled, onProgress = std::move(onProgress), completion = std::move(completion)] {
-        const Result result = run(wavPath, *m_engine, m_locale, onProgress, *cancelled);
+        Result result;
+        if (m_engine) {
+            result = run(wavPath, *m_engine, m_locale, onProgress, *cancelled);
+        } else {
+            PocketSphinxEngine engine;
+            result = run(wavPath, engine, m_locale, onProgress, *cancelled);
+        }
         QMetaObject::invokeMethod(this, [this, cancelled, completion, result] {
             std::erase(m_jobs, cancelled);
             if (completion)

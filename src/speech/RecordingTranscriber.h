@@ -35,7 +35,8 @@ public:
     static constexpr double kChunkSeconds = 45.0;
 
     // `engine` is used only on the worker thread and kept for the transcriber's life (give it
-    // an engine of its own, not the microphone's); none means the PocketSphinx engine.
+    // an engine of its own, not the microphone's). Without one, each transcription loads a
+    // PocketSphinx engine and frees it when done, so its memory is not held between runs.
     explicit RecordingTranscriber(std::shared_ptr<SpeechEngine> engine = {},
                                   const QLocale &locale = QLocale::system(), QObject *parent = nullptr);
     ~RecordingTranscriber() override;
