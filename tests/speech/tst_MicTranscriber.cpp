@@ -3,7 +3,6 @@
 
 #include "speech/MicTranscriber.h"
 #include "speech/PocketSphinxEngine.h"
-#include "speech/SpeechText.h"
 
 #include <QDir>
 #include <QTest>
@@ -51,7 +50,6 @@ private slots:
     void errors();
     void audioCountedOnlyWhileListening();
     void availability();
-    void formatting();
 };
 
 void TestMicTranscriber::partialsThenOneFinal()
@@ -272,13 +270,6 @@ void TestMicTranscriber::availability()
     t.begin();
     QVERIFY(!t.isSegmentRunning());
     QCOMPARE(t.segmentId(), 0);
-}
-
-void TestMicTranscriber::formatting()
-{
-    QCOMPARE(SpeechText::format(QStringLiteral("i think i'm  ready i")), QStringLiteral("I think I'm ready I"));
-    QCOMPARE(SpeechText::format(QStringLiteral(" in my last role ")), QStringLiteral("In my last role"));
-    QCOMPARE(SpeechText::format(QString()), QString());
 }
 
 QTEST_GUILESS_MAIN(TestMicTranscriber)
