@@ -1,0 +1,136 @@
+#include "audio/WavWriter.h"
+
+#include "TestSignals.h"
+
+#include <QtEndian>
+#include <QtTest>
+
+namespace {
+QByteArray readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+quint32 u32(const QByteArray &b, int at)
+{
+    return qFromLittleEndian<quint32>(b.constData() + at);
+}
+
+qint16 s16(const QByteArray &b, int at)
+{
+    return qFromLittleEndian<qint16>(b.constData() + at);
+}
+} // namespace
+
+class TestWavWriter : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init() { QVERIFY(m_dir.isValid()); }
+
+    void closedBeforeAnyWriteIsAnEmptyValidFile()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("empty.wav"));
+        auto w = WavWriter::create(path, 48000, 2);
+        QVERIFY(w);
+        w->close();
+        const QByteArray b = readAll(path);
+        QCOMPARE(b.size(), 44);
+        QCOMPARE(b.left(4), QByteArray("RIFF"));
+        QCOMPARE(u32(b, 4), 36u);
+        QCOMPARE(b.mid(8, 8), QByteArray("WAVEfmt "));
+        QCOMPARE(u32(b, 16), 16u);
+        QCOMPARE(qFromLittleEndian<quint16>(b.constData() + 20), quint16(1));
+        QCOMPARE(qFromLittleEndian<quint16>(b.constData() + 22), quint16(2));
+        QCOMPARE(u32(b, 24), 48000u);
+        QCOMPARE(u32(b, 28), 192000u);
+        QCOMPARE(qFromLittleEndian<quint16>(b.constData() + 32), quint16(4));
+        QCOMPARE(qFromLittleEndian<quint16>(b.constData() + 34), quint16(16));
+        QCOMPARE(b.mid(36, 4), QByteArray("data"));
+        QCOMPARE(u32(b, 40), 0u);
+    }
+
+    void samplesAreScaledClampedAndTruncated()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("values.wav"));
+        auto w = WavWriter::create(path, 48000, 1);
+        const float v[] = {1.5f, -1.5f, 0.5f, -0.5f, 1.0f, -1.0f, 0.0f};
+        const float *ch[] = {v};
+        w->write(ch, 1, 7);
+        w->close();
+        const QByteArray b = readAll(path);
+        QCOMPARE(b.size(), 44 + 14);
+        const qint16 expected[] = {32767, -32767, 16383, -16383, 32767, -32767, 0};
+        for (int i = 0; i < 7; ++i)
+            QCOMPARE(s16(b, 44 + 2 * i), expected[i]);
+    }
+
+    void monoBufferFillsBothChannelsAndStereoInterleaves()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("channels.wav"));
+        auto w = WavWriter::create(path, 48000, 2);
+        const float mono[] = {0.25f, -0.25f};
+        const float *one[] = {mono};
+        w->write(one, 1, 2);
+        const float left[] = {0.5f}, right[] = {-0.5f};
+        const float *two[] = {left, right};
+        w->write(two, 2, 1);
+        w->close();
+        const QByteArray b = readAll(path);
+        QCOMPARE(u32(b, 40), 12u);
+        QCOMPARE(s16(b, 44), qint16(8191));
+        QCOMPARE(s16(b, 46), qint16(8191));
+        QCOMPARE(s16(b, 48), qint16(-8191));
+        QCOMPARE(s16(b, 50), qint16(-8191));
+        QCOMPARE(s16(b, 52), qint16(16383));
+        QCOMPARE(s16(b, 54), qint16(-16383));
+    }
+
+    // The header is rewritten every 384000 data bytes, so a file that is never closed still
+    // says how much it holds; another reader accepts it.
+    void headerIsCurrentWithoutCloseAfter384000Bytes()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("interrupted.wav"));
+        auto w = WavWriter::create(path, 48000, 2);
+        std::vector<float> left(48000, 0.1f), right(48000, -0.1f);
+        const float *ch[] = {left.data(), right.data()};
+        w->write(ch, 2, 48000);   // 192000 bytes: below the interval
+        QCOMPARE(u32(readAll(path), 40), 0u);
+        w->write(ch, 2, 48000);   // 384000 bytes: rewritten
+        const QByteArray b = readAll(path);
+        QCOMPARE(u32(b, 40), 384000u);
+        QCOMPARE(u32(b, 4), 384036u);
+        QCOMPARE(b.size(), 44 + 384000);
+        const auto info = kbtest::soxInfo(path);
+        QCOMPARE(info.value(QStringLiteral("rate")), QStringLiteral("48000"));
+        QCOMPARE(info.value(QStringLiteral("channels")), QStringLiteral("2"));
+        QCOMPARE(info.value(QStringLiteral("bits")), QStringLiteral("16"));
+        QCOMPARE(info.value(QStringLiteral("samples")), QStringLiteral("96000"));
+        w.reset();   // the destructor closes
+        QCOMPARE(u32(readAll(path), 40), 384000u);
+    }
+
+    void replacesAnExistingFileAndReportsAnUnwritablePath()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("old.wav"));
+        {
+            QFile f(path);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(QByteArray(1000, 'x'));
+        }
+        WavWriter::create(path, 24000, 1)->close();
+        QCOMPARE(readAll(path).size(), 44);
+
+        QString error;
+        QVERIFY(!WavWriter::create(m_dir.filePath(QStringLiteral("missing/dir/x.wav")), 48000, 2, &error));
+        QVERIFY(!error.isEmpty());
+    }
+
+private:
+    QTemporaryDir m_dir;
+};
+
+QTEST_GUILESS_MAIN(TestWavWriter)
+#include "tst_audio_wavwriter.moc"
