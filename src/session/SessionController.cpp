@@ -1,12 +1,9 @@
 #include "session/SessionController.h"
 
 #include "session/CaptureLink.h"
-#include "session/FileRevealer.h"
 #include "session/IdleInhibitor.h"
 #include "session/MicTranscription.h"
 #include "session/RealtimeLink.h"
-#include "session/RecordingPicker.h"
-#include "session/RecordingTranscription.h"
 #include "session/SessionLog.h"
 #include "session/SessionSnapshot.h"
 #include "session/TapQueries.h"
@@ -19,7 +16,6 @@
 #include <QLoggingCategory>
 #include <QStandardPaths>
 #include <QThreadPool>
-#include <QUuid>
 
 Q_LOGGING_CATEGORY(lcSession, "ketterbloom.session")
 
@@ -47,9 +43,11 @@ const QString kSystemAudioUnreachable = QStringLiteral(
     return ::StreamSource::meetingOnly;
 }
 
-QString displayName(TapQueries &taps, const QString &bundleID)
+} // namespace
+
+QString SessionController::appDisplayName(const QString &bundleID) const
 {
-    const QList<AudioProcessInfo> apps = taps.selectableApps();
+    const QList<AudioProcessInfo> apps = m_taps.selectableApps();
     for (const AudioProcessInfo &app : apps) {
         if (app.bundleID == bundleID && !app.name.isEmpty()) {
             return app.name;
@@ -57,8 +55,6 @@ QString displayName(TapQueries &taps, const QString &bundleID)
     }
     return bundleID;
 }
-
-} // namespace
 
 SessionController::SessionController(const Components &components, QObject *parent)
     : QObject(parent)
@@ -226,7 +222,7 @@ void SessionController::continueStartWithMic(bool granted)
             break;
         }
         source = SystemTapSource{TapTarget::systemOutput(), micDevice, m_settings.micChannel()};
-        const QString name = displayName(m_taps, bundleID);
+        const QString name = appDisplayName(bundleID);
         bool playsThroughHelper = false;
         for (const auto &helper : m_taps.audioHelpers()) {
             playsThroughHelper = playsThroughHelper || helper.first == bundleID;
@@ -403,77 +399,4 @@ void SessionController::stop()
     }
 
     m_sessionUsage = CostModel::Usage{};
-}
-
-// ---- Other operations ----------------------------------------------------------------
-
-void SessionController::applyInstructionsLive()
-{
-    if (m_isSessionActive) {
-        const QString instructions = m_settings.instructions();
-        m_client.updateInstructions(instructions);
-        setBannerText(QStringLiteral("Job context pushed to the live session (")
-                      + QString::number(TextRules::characterCount(instructions)) + QStringLiteral(" chars)."));
-    } else {
-        setBannerText(QStringLiteral("Saved — applies on the next Start."));
-    }
-}
-
-void SessionController::revealRecording()
-{
-    QStringList paths;
-    if (!m_lastTranscriptURL.isEmpty()) {
-        paths << m_lastTranscriptURL.toLocalFile();
-    }
-    if (!m_lastRecordingURL.isEmpty()) {
-        paths << m_lastRecordingURL.toLocalFile();
-    }
-    if (!paths.isEmpty()) {
-        m_fileRevealer.reveal(paths);
-    }
-}
-
-void SessionController::transcribeRecording()
-{
-    const std::weak_ptr<bool> alive = m_alive;
-    m_recordingPicker.pickRecording([alive, this](const std::optional<QString> &picked) {
-        if (!alive.lock() || !picked) {
-            return;
-        }
-        const QString path = *picked;
-        m_micTranscriber.requestAuthorization([alive, this, path](const SpeechAvailability &availability) {
-            if (!alive.lock()) {
-                return;
-            }
-            if (availability.kind != SpeechAvailability::Kind::ready) {
-                setBannerText(QStringLiteral("On-device speech recognition is not available, so the recording can't be transcribed here."));
-                return;
-            }
-            const QString name = QFileInfo(path).fileName();
-            setBannerText(QStringLiteral("Transcribing ") + name + QStringLiteral("… this runs locally and takes a while."));
-            m_recordingTranscriber.transcribe(
-                path,
-                [alive, this, name](const RecordingProgress &progress) {
-                    if (!alive.lock()) {
-                        return;
-                    }
-                    const auto percent = static_cast<qint64>(progress.secondsDone / std::max(progress.secondsTotal, 1.0) * 100.0);
-                    setBannerText(QStringLiteral("Transcribing ") + name + QStringLiteral(" — ") + QString::number(percent)
-                                  + QStringLiteral("% (") + QString::number(static_cast<qint64>(progress.secondsDone))
-                                  + QStringLiteral("s of ") + QString::number(static_cast<qint64>(progress.secondsTotal))
-                                  + QStringLiteral("s)"));
-                },
-                [alive, this](const RecordingTranscription::Result &result) {
-                    if (!alive.lock()) {
-                        return;
-                    }
-                    if (const auto *written = std::get_if<RecordingTranscription::Written>(&result)) {
-                        setBannerText(QStringLiteral("Transcript written: ") + QFileInfo(written->transcriptPath).fileName());
-                        m_fileRevealer.reveal({written->transcriptPath});
-                    } else {
-                        setBannerText(QStringLiteral("Transcription failed: ") + std::get<RecordingTranscription::Failed>(result).message);
-                    }
-                });
-        });
-    });
 }

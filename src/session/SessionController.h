@@ -187,6 +187,8 @@ private:
     void audioStartFinished(const std::optional<QString> &error);
     void finishStarting();
     void cancelWatchdogs();
+    // The application's display name among the selectable ones, else its id.
+    QString appDisplayName(const QString &bundleID) const;
 
     // Cards.
     bool isContinuation(const QAPair &pair, const QString &text) const;

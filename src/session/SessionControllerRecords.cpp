@@ -1,16 +1,22 @@
-// Session records (events log, transcript, cost), the session clock and the narrowing of
-// system audio to one application.
+// Session records (events log, transcript, cost, saved files), the session clock, the
+// narrowing of system audio to one application, and the live instructions update.
 
 #include "session/SessionController.h"
 
 #include "session/CaptureLink.h"
+#include "session/FileRevealer.h"
 #include "session/IdleInhibitor.h"
+#include "session/MicTranscription.h"
+#include "session/RealtimeLink.h"
+#include "session/RecordingPicker.h"
+#include "session/RecordingTranscription.h"
 #include "session/SessionLog.h"
 #include "session/TapQueries.h"
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QLoggingCategory>
 
 Q_DECLARE_LOGGING_CATEGORY(lcSession)
@@ -140,13 +146,7 @@ void SessionController::appTapPollTick()
         return;
     }
 
-    QString name = bundleID;
-    for (const AudioProcessInfo &candidate : m_taps.selectableApps()) {
-        if (candidate.bundleID == bundleID && !candidate.name.isEmpty()) {
-            name = candidate.name;
-            break;
-        }
-    }
+    const QString name = appDisplayName(bundleID);
     m_pendingAppTap.reset();
     // The timer may be dropped here: the clock allows a timer to end itself from its action.
     m_appTapPoll.reset();
@@ -165,4 +165,77 @@ void SessionController::appTapPollTick()
     } else {
         setBannerText(QStringLiteral("Now listening to ") + name + QStringLiteral(" only."));
     }
+}
+
+// ---- Other operations ----------------------------------------------------------------
+
+void SessionController::applyInstructionsLive()
+{
+    if (m_isSessionActive) {
+        const QString instructions = m_settings.instructions();
+        m_client.updateInstructions(instructions);
+        setBannerText(QStringLiteral("Job context pushed to the live session (")
+                      + QString::number(TextRules::characterCount(instructions)) + QStringLiteral(" chars)."));
+    } else {
+        setBannerText(QStringLiteral("Saved — applies on the next Start."));
+    }
+}
+
+void SessionController::revealRecording()
+{
+    QStringList paths;
+    if (!m_lastTranscriptURL.isEmpty()) {
+        paths << m_lastTranscriptURL.toLocalFile();
+    }
+    if (!m_lastRecordingURL.isEmpty()) {
+        paths << m_lastRecordingURL.toLocalFile();
+    }
+    if (!paths.isEmpty()) {
+        m_fileRevealer.reveal(paths);
+    }
+}
+
+void SessionController::transcribeRecording()
+{
+    const std::weak_ptr<bool> alive = m_alive;
+    m_recordingPicker.pickRecording([alive, this](const std::optional<QString> &picked) {
+        if (!alive.lock() || !picked) {
+            return;
+        }
+        const QString path = *picked;
+        m_micTranscriber.requestAuthorization([alive, this, path](const SpeechAvailability &availability) {
+            if (!alive.lock()) {
+                return;
+            }
+            if (availability.kind != SpeechAvailability::Kind::ready) {
+                setBannerText(QStringLiteral("On-device speech recognition is not available, so the recording can't be transcribed here."));
+                return;
+            }
+            const QString name = QFileInfo(path).fileName();
+            setBannerText(QStringLiteral("Transcribing ") + name + QStringLiteral("… this runs locally and takes a while."));
+            m_recordingTranscriber.transcribe(
+                path,
+                [alive, this, name](const RecordingProgress &progress) {
+                    if (!alive.lock()) {
+                        return;
+                    }
+                    const auto percent = static_cast<qint64>(progress.secondsDone / std::max(progress.secondsTotal, 1.0) * 100.0);
+                    setBannerText(QStringLiteral("Transcribing ") + name + QStringLiteral(" — ") + QString::number(percent)
+                                  + QStringLiteral("% (") + QString::number(static_cast<qint64>(progress.secondsDone))
+                                  + QStringLiteral("s of ") + QString::number(static_cast<qint64>(progress.secondsTotal))
+                                  + QStringLiteral("s)"));
+                },
+                [alive, this](const RecordingTranscription::Result &result) {
+                    if (!alive.lock()) {
+                        return;
+                    }
+                    if (const auto *written = std::get_if<RecordingTranscription::Written>(&result)) {
+                        setBannerText(QStringLiteral("Transcript written: ") + QFileInfo(written->transcriptPath).fileName());
+                        m_fileRevealer.reveal({written->transcriptPath});
+                    } else {
+                        setBannerText(QStringLiteral("Transcription failed: ") + std::get<RecordingTranscription::Failed>(result).message);
+                    }
+                });
+        });
+    });
 }

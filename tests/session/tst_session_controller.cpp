@@ -5,6 +5,7 @@
 #include "SessionRig.h"
 
 #include "session/SessionSnapshot.h"
+#include "session/SystemClock.h"
 
 #include <QFile>
 #include <QSignalSpy>
@@ -504,6 +505,27 @@ private slots:
         SessionRig off;
         QVERIFY(off.startSession());
         QCOMPARE(off.mic.authorizationRequests, 0);
+    }
+
+    void systemClockTimers()
+    {
+        SystemClock clock;
+        int once = 0;
+        int repeats = 0;
+        std::unique_ptr<ClockTimer> cancelled = clock.schedule(0.001, false, [&] { once += 100; });
+        cancelled.reset();
+        std::unique_ptr<ClockTimer> single = clock.schedule(0.001, false, [&] { ++once; });
+        std::unique_ptr<ClockTimer> repeating;
+        repeating = clock.schedule(0.001, true, [&] {
+            if (++repeats == 3) {
+                repeating.reset();   // a timer may end itself from its own action
+            }
+        });
+        QTRY_COMPARE(repeats, 3);
+        QTRY_COMPARE(once, 1);
+        QTest::qWait(20);
+        QCOMPARE(repeats, 3);
+        QCOMPARE(once, 1);
     }
 
     void transcribingARecording()
