@@ -23,15 +23,21 @@ export XDG_RUNTIME_DIR="$run"
 export PULSE_SERVER="unix:$run/pulse/native"
 unset DBUS_SESSION_BUS_ADDRESS
 
+alive() {   # running and not a zombie waiting to be reaped
+  local state
+  state=$(ps -o stat= -p "$1" 2>/dev/null) || return 1
+  [[ -n "$state" && "$state" != Z* ]]
+}
+
 stop_all() {
   local f pid
   for f in "$dir"/*.pid; do
     [[ -f "$f" ]] || continue
     pid=$(tr -dc '0-9' <"$f")
-    if [[ -n "$pid" ]] && kill -0 "$pid" 2>/dev/null; then
+    if [[ -n "$pid" ]] && alive "$pid"; then
       kill "$pid" 2>/dev/null
-      for _ in $(seq 1 50); do kill -0 "$pid" 2>/dev/null || break; sleep 0.02; done
-      kill -9 "$pid" 2>/dev/null
+      for _ in $(seq 1 100); do alive "$pid" || break; sleep 0.02; done
+      alive "$pid" && kill -9 "$pid" 2>/dev/null
     fi
     rm -f "$f"
   done
