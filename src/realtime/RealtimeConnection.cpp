@@ -32,7 +32,14 @@ QString secondsText(int ms)
 } // namespace
 
 RealtimeConnection::RealtimeConnection(const RealtimeTiming &timing, Sink sink, QObject *parent)
-    : QObject(parent), m_timing(timing), m_sink(std::move(sink))
+    : QObject(parent),
+      m_timing(timing),
+      m_sink(std::move(sink)),
+      // Parented, so that they move to the client's thread with this object.
+      m_reconnectTimer(this),
+      m_pingTimer(this),
+      m_pongTimer(this),
+      m_cycleTimer(this)
 {
     m_reconnectTimer.setSingleShot(true);
     m_pongTimer.setSingleShot(true);
@@ -96,9 +103,9 @@ void RealtimeConnection::openSocket()
 
 void RealtimeConnection::connectSocket()
 {
-    const QString override = qEnvironmentVariableIsSet(RealtimeProtocol::endpointVariable)
-                                 ? qEnvironmentVariable(RealtimeProtocol::endpointVariable)
-                                 : QString();
+    // An empty variable counts as unset.
+    const QString value = qEnvironmentVariable(RealtimeProtocol::endpointVariable);
+    const QString override = value.trimmed().isEmpty() ? QString() : value;
     const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::resolveEndpoint(override, m_config->model);
     if (!endpoint.error.isEmpty()) {
         // Not retried: the address will not change while the process runs.

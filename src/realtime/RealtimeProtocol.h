@@ -45,7 +45,7 @@ struct Endpoint
     QUrl url;      // with the "model" query; empty when `error` is set
     QString error; // why the endpoint may not be used; the key must not be sent then
 };
-// `override` is the value of KQ_REALTIME_URL, or a null string when the variable is unset.
+// `override` is the value of KQ_REALTIME_URL, or a null string when the variable is unset or empty.
 Endpoint resolveEndpoint(const QString &override, const QString &model);
 
 } // namespace RealtimeProtocol

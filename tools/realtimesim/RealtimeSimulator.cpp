@@ -15,8 +15,10 @@ RealtimeSimulator::RealtimeSimulator(QObject *parent)
       m_script(SimScript::builtin())
 {
     connect(m_tcpServer, &QTcpServer::newConnection, this, [this] {
-        while (QTcpSocket *tcp = m_tcpServer->nextPendingConnection())
+        while (QTcpSocket *tcp = m_tcpServer->nextPendingConnection()) {
+            m_tcpSockets.append(tcp);
             m_wsServer->handleConnection(tcp);
+        }
     });
     connect(m_wsServer, &QWebSocketServer::newConnection, this, &RealtimeSimulator::acceptWebSocket);
 }
@@ -98,12 +100,12 @@ void RealtimeSimulator::acceptWebSocket()
         // The socket is read through its TCP socket; keep that one too, so that a "freeze" can stop
         // reading without closing anything.
         QTcpSocket *tcp = nullptr;
-        for (QTcpSocket *candidate : m_wsServer->findChildren<QTcpSocket *>())
+        m_tcpSockets.removeAll(nullptr);
+        for (const QPointer<QTcpSocket> &candidate : std::as_const(m_tcpSockets)) {
             if (candidate->peerPort() == socket->peerPort())
                 tcp = candidate;
-        if (!tcp)
-            for (QTcpSocket *candidate : socket->findChildren<QTcpSocket *>())
-                tcp = candidate;
+        }
+        m_tcpSockets.removeAll(tcp);
         const int index = int(m_connections.size()) + 1;
         auto *connection = new SimConnection(this, socket, tcp, index);
         m_connections.append(connection);

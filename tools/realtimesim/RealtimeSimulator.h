@@ -9,6 +9,7 @@
 #include <QUrl>
 
 class QTcpServer;
+class QTcpSocket;
 class QWebSocketServer;
 class SimConnection;
 
@@ -81,4 +82,5 @@ private:
     QList<QPointer<SimConnection>> m_connections;
     QList<SimConnectionInfo> m_closedInfo;
     QList<SimRecord> m_records;
+    QList<QPointer<QTcpSocket>> m_tcpSockets; // accepted, handshake not yet complete
 };

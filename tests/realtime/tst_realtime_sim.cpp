@@ -1,0 +1,177 @@
+// The simulator itself: its voice-activity detection, its script format, the ketterbloom-sim
+// executable with its control interface, and a whole turn driven by real audio through the client.
+
+#include "RealtimeTestBase.h"
+
+#include "realtimesim/EnergyVad.h"
+
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QWebSocket>
+#include <QtEndian>
+
+#include <cmath>
+
+namespace {
+
+// 24 kHz mono 16-bit PCM: `ms` of a 440 Hz tone at `amplitude` (0..1 of full scale), or silence.
+QByteArray tone(int ms, double amplitude)
+{
+    const int samples = ms * 24;
+    QByteArray pcm(samples * 2, Qt::Uninitialized);
+    for (int i = 0; i < samples; ++i) {
+        const auto value = qint16(std::lround(amplitude * 32767 * std::sin(2 * M_PI * 440 * i / 24000.0)));
+        qToLittleEndian(value, pcm.data() + 2 * i);
+    }
+    return pcm;
+}
+
+} // namespace
+
+class TestRealtimeSim : public RealtimeTestBase
+{
+    Q_OBJECT
+private slots:
+    void cleanup() { tearDown(); }
+
+    void energyDetectorHonoursThresholdPaddingAndSilence()
+    {
+        EnergyVad vad;
+        vad.configure(0.5, 300, 500);
+        QByteArray audio = tone(1000, 0.0) + tone(800, 0.3) + tone(400, 0.0) + tone(200, 0.3) + tone(700, 0.0);
+        QList<EnergyVad::Event> events;
+        // Fed in odd-sized pieces, as a client would.
+        for (qsizetype offset = 0; offset < audio.size(); offset += 1234)
+            events += vad.feed(audio.mid(offset, 1234));
+        // One turn: the 400 ms pause is shorter than the 500 ms silence; the start is padded by 300 ms.
+        QCOMPARE(events.size(), 2);
+        QVERIFY(events[0].started);
+        QCOMPARE(events[0].audioMs, 700);
+        QVERIFY(!events[1].started);
+        QCOMPARE(events[1].audioMs, 2400);
+
+        // A quiet tone stays below the threshold (0.5 -> 5 % of full scale RMS) ...
+        EnergyVad strict;
+        strict.configure(0.5, 0, 200);
+        QVERIFY(strict.feed(tone(500, 0.05) + tone(300, 0.0)).isEmpty());
+        // ... and crosses a lower one.
+        EnergyVad lenient;
+        lenient.configure(0.2, 0, 200);
+        QCOMPARE(lenient.feed(tone(500, 0.05) + tone(300, 0.0)).size(), 2);
+    }
+
+    void scriptFormat()
+    {
+        QString error;
+        const auto script = SimScript::fromJson(R"({
+            "reject_current_shape": true, "loop": false, "cancel_delay_ms": 5,
+            "turns": [
+              {"question": "Q1?", "answer": "A1.", "transcript": "after", "delay_ms": 20,
+               "fault": {"kind": "close", "code": 4002, "reason": "maintenance"}},
+              {"question": "Q2?", "answer": "A2.", "fault": {"kind": "error", "when": "before",
+               "error_code": "server_error", "message": "boom"}}
+            ]})", &error);
+        QVERIFY2(script, qPrintable(error));
+        QVERIFY(script->rejectCurrentShape && !script->loop);
+        QCOMPARE(script->turns.size(), 2);
+        QVERIFY(script->turns[0].transcriptAfterResponse);
+        QCOMPARE(script->turns[0].fault.kind, SimFault::Kind::close);
+        QCOMPARE(script->turns[0].fault.code, 4002);
+        QVERIFY(script->turns[1].fault.beforeResponse);
+        QCOMPARE(script->turns[1].fault.message, QStringLiteral("boom"));
+
+        QVERIFY(!SimScript::fromJson("[]", &error));
+        QVERIFY(!SimScript::fromJson(R"({"turns": [{"answer": "no question"}]})", &error));
+        QVERIFY(error.contains("turn 1"));
+        QVERIFY(!SimScript::fromJson(R"({"turns": [{"question": "Q", "fault": {"kind": "meteor"}}]})", &error));
+        QVERIFY(error.contains("meteor"));
+    }
+
+    void realAudioDrivesATurnThroughTheClient()
+    {
+        setUpSimulator();
+        makeClient();
+        startAndWaitConnected();
+        // Speech, then more than the configured 500 ms of silence, in 20 ms pieces.
+        const QByteArray audio = tone(600, 0.3) + tone(900, 0.0);
+        for (qsizetype offset = 0; offset < audio.size(); offset += 960)
+            client->append(audio.mid(offset, 960));
+        QTRY_COMPARE_WITH_TIMEOUT(probe.done.size(), 1, kWait);
+        QCOMPARE(probe.transcripts.value(0).second, sim->script().turns.value(0).question);
+        QCOMPARE(probe.answer(probe.done[0]), sim->script().turns.value(0).answer);
+        int bytes = 0;
+        for (const QJsonObject &message : sim->received("input_audio_buffer.append"))
+            bytes += message.value("audio_bytes").toInt();
+        QCOMPARE(bytes, 4800 * (audio.size() / 4800)); // the tail below one chunk is still pending
+    }
+
+    void executableServesAndObeysItsControlCommands()
+    {
+        QTemporaryDir dir;
+        const QString records = dir.filePath("records.jsonl");
+        QProcess process;
+        process.start(QStringLiteral(KETTERBLOOM_SIM_PATH), {"--port", "0", "--records", records, "--key", kTestKey});
+        QVERIFY(process.waitForStarted(kWait));
+        QTRY_VERIFY_WITH_TIMEOUT(process.canReadLine(), kWait);
+        const QString first = QString::fromUtf8(process.readLine()).trimmed();
+        QVERIFY2(first.startsWith("KQ_REALTIME_URL=ws://127.0.0.1:"), qPrintable(first));
+        const QUrl url(first.section('=', 1));
+
+        QWebSocket socket;
+        QStringList received;
+        connect(&socket, &QWebSocket::textMessageReceived, this, [&received](const QString &text) {
+            received.append(QJsonDocument::fromJson(text.toUtf8()).object().value("type").toString());
+        });
+        QNetworkRequest request(QUrl(url.toString() + "?model=gpt-realtime"));
+        request.setRawHeader("Authorization", "Bearer " + kTestKey.toUtf8());
+        socket.open(request);
+        QTRY_COMPARE_WITH_TIMEOUT(received, QStringList{"session.created"}, kWait);
+        RealtimeConfig cfg = config();
+        socket.sendTextMessage(QString::fromUtf8(QJsonDocument(QJsonObject{
+            {"type", "session.update"}, {"session", QJsonObject{{"modalities", QJsonArray{"text"}}, {"instructions", "x"},
+                                                                {"turn_detection", QJsonObject{{"type", "server_vad"}, {"threshold", 0.5},
+                                                                                               {"prefix_padding_ms", 300},
+                                                                                               {"silence_duration_ms", 500}}}}}}).toJson()));
+        QTRY_COMPARE_WITH_TIMEOUT(received.size(), 2, kWait);
+        QCOMPARE(received.last(), QStringLiteral("session.updated"));
+
+        auto command = [&process](const QByteArray &line) {
+            process.write(line + '\n');
+            QString reply;
+            const bool replied = QTest::qWaitFor([&] {
+                while (process.canReadLine()) {
+                    const QString text = QString::fromUtf8(process.readLine()).trimmed();
+                    if (!text.startsWith("event "))
+                        reply = text;
+                }
+                return !reply.isEmpty();
+            }, kWait);
+            return replied ? reply : QStringLiteral("(no reply)");
+        };
+        QCOMPARE(command("turn Why Linux?"), QStringLiteral("ok"));
+        QTRY_VERIFY_WITH_TIMEOUT(received.contains("response.done"), kWait);
+        QVERIFY(received.contains("conversation.item.input_audio_transcription.completed"));
+        QVERIFY(received.contains("response.output_text.delta"));
+        QCOMPARE(command("status"), QStringLiteral("status connections=1 open=1 records=1"));
+        QVERIFY(command("meteor").startsWith("error: unknown command"));
+        QCOMPARE(command("close 4000 bye"), QStringLiteral("ok"));
+        QTRY_COMPARE_WITH_TIMEOUT(socket.state(), QAbstractSocket::UnconnectedState, kWait);
+        QCOMPARE(socket.closeCode(), QWebSocketProtocol::CloseCode(4000));
+        QCOMPARE(socket.closeReason(), QStringLiteral("bye"));
+        QCOMPARE(command("drop"), QStringLiteral("error: no open connection"));
+
+        QFile file(records);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray lines = file.readAll();
+        QCOMPARE(lines.count('\n'), 1);
+        QVERIFY(lines.contains("\"session.update\""));
+        QVERIFY(!lines.contains(kTestKey.toUtf8()));
+
+        process.write("quit\n");
+        QVERIFY(process.waitForFinished(kWait));
+        QCOMPARE(process.exitCode(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestRealtimeSim)
+#include "tst_realtime_sim.moc"
