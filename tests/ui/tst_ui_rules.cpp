@@ -1,0 +1,188 @@
+// The display rules of the window: formats, colours, labels and fonts.
+#include "session/QAPair.h"
+#include "ui/CardFonts.h"
+#include "ui/Colors.h"
+#include "ui/ControlBar.h"
+#include "ui/DisplayFormat.h"
+#include "ui/LevelMeter.h"
+#include "ui/QACard.h"
+#include "ui/StatusPill.h"
+#include "ui/TextSize.h"
+
+#include <QApplication>
+#include <QTest>
+
+class UiRulesTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void clockAndShortDurations()
+    {
+        QCOMPARE(DisplayFormat::clock(0), QStringLiteral("00:00"));
+        QCOMPARE(DisplayFormat::clock(59 * 60 + 59), QStringLiteral("59:59"));
+        QCOMPARE(DisplayFormat::clock(59 * 60 + 59.99), QStringLiteral("59:59"));
+        QCOMPARE(DisplayFormat::clock(3600), QStringLiteral("1:00:00"));
+        QCOMPARE(DisplayFormat::clock(10 * 3600 + 61), QStringLiteral("10:01:01"));
+        QCOMPARE(DisplayFormat::clock(-3), QStringLiteral("00:00"));
+        QCOMPARE(DisplayFormat::shortDuration(42.7), QStringLiteral("42s"));
+        QCOMPARE(DisplayFormat::shortDuration(59.99), QStringLiteral("59s"));
+        QCOMPARE(DisplayFormat::shortDuration(60), QStringLiteral("1:00"));
+        QCOMPARE(DisplayFormat::shortDuration(125), QStringLiteral("2:05"));
+    }
+
+    void answerTimerAndMeterColours()
+    {
+        QCOMPARE(Colors::answerTimer(0), Colors::green());
+        QCOMPARE(Colors::answerTimer(44.9), Colors::green());
+        QCOMPARE(Colors::answerTimer(45.0), Colors::orange());
+        QCOMPARE(Colors::answerTimer(89.9), Colors::orange());
+        QCOMPARE(Colors::answerTimer(90.0), Colors::red());
+
+        LevelMeter meter(QStringLiteral("Mtg"));
+        meter.setLevel(0.9f);
+        QCOMPARE(meter.fillColor(), Colors::green());
+        meter.setLevel(0.91f);
+        QCOMPARE(meter.fillColor(), Colors::red());
+        meter.setLevel(1.7f);
+        QCOMPARE(meter.filledWidth(), double(LevelMeter::kBarWidth));
+        meter.setLevel(-0.5f);
+        QCOMPARE(meter.filledWidth(), 0.0);
+        meter.setLevel(0.5f);
+        QCOMPARE(meter.filledWidth(), LevelMeter::kBarWidth * 0.5);
+    }
+
+    void statusPillPerStatus()
+    {
+        StatusPill pill;
+        const QList<std::tuple<RealtimeStatus, QString, QColor>> cases = {
+            {RealtimeStatus::idle(), QStringLiteral("Idle"), Colors::grey()},
+            {RealtimeStatus::connecting(), QStringLiteral("Connecting…"), Colors::orange()},
+            {RealtimeStatus::connected(), QStringLiteral("Live"), Colors::green()},
+            {RealtimeStatus::reconnecting(), QStringLiteral("Reconnecting…"), Colors::orange()},
+            {RealtimeStatus::failed(QStringLiteral("Invalid API key")), QStringLiteral("Error"), Colors::red()},
+        };
+        for (const auto &[status, label, colour] : cases) {
+            pill.setStatus(status);
+            QCOMPARE(pill.text(), label);
+            QCOMPARE(pill.dotColor(), colour);
+        }
+        QCOMPARE(pill.toolTip(), QStringLiteral("Invalid API key"));
+    }
+
+    void textSizeStaysWithinTenToThirtySix()
+    {
+        QCOMPARE(TextSize::smaller(10), 10.0);
+        QCOMPARE(TextSize::smaller(14), 13.0);
+        QCOMPARE(TextSize::bigger(36), 36.0);
+        QCOMPARE(TextSize::bigger(35), 36.0);
+        QCOMPARE(TextSize::bigger(35.5), 36.0);
+        QCOMPARE(TextSize::smaller(10.5), 10.0);
+        // A stored size outside the range comes back into it on the first step.
+        QCOMPARE(TextSize::bigger(50), 36.0);
+        QCOMPARE(TextSize::smaller(4), 10.0);
+    }
+
+    void cardFonts()
+    {
+        const auto make = [](double size, QFont::Weight weight) {
+            QFont f;
+            f.setPointSizeF(size);
+            f.setWeight(weight);
+            return f;
+        };
+        const CardFonts at14 = CardFonts::make(14, make);
+        QCOMPARE(at14.question.pointSizeF(), 15.0);
+        QCOMPARE(at14.question.weight(), QFont::DemiBold);
+        QCOMPARE(at14.answer.pointSizeF(), 14.0);
+        QCOMPARE(at14.answer.weight(), QFont::Normal);
+        QCOMPARE(at14.meta.pointSizeF(), 10.0);
+        // The meta line never drops below 9 points.
+        QCOMPARE(CardFonts::make(10, make).meta.pointSizeF(), 9.0);
+        QCOMPARE(CardFonts::make(12, make).meta.pointSizeF(), 9.0);
+        QCOMPARE(CardFonts::make(13, make).meta.pointSizeF(), 9.0);
+    }
+
+    void controlBarLabels()
+    {
+        QCOMPARE(ControlBar::contextButtonLabel(0), QStringLiteral("Context"));
+        QCOMPARE(ControlBar::contextButtonLabel(3), QStringLiteral("Context (3)"));
+        QCOMPARE(ControlBar::jobButtonLabel(QString()), QStringLiteral("Job"));
+        QCOMPARE(ControlBar::jobButtonLabel(QStringLiteral("  \t")), QStringLiteral("Job"));
+        QCOMPARE(ControlBar::jobButtonLabel(QStringLiteral("Staff Engineer")), QStringLiteral("Staff Engineer"));
+        const QString longRole = ControlBar::jobButtonLabel(QStringLiteral("Principal Distributed Systems Engineer, Payments"));
+        QVERIFY(longRole.endsWith(QStringLiteral("…")));
+        QVERIFY(longRole.size() <= 22);
+
+        using S = AppSettings::StreamSource;
+        QCOMPARE(ControlBar::micMeterLabel(S::meetingOnly), QStringLiteral("Mic\u2298"));
+        QCOMPARE(ControlBar::micMeterHelp(S::meetingOnly),
+                 QStringLiteral("Mic is monitored and recorded locally, but not sent to the model"));
+        QCOMPARE(ControlBar::micMeterLabel(S::micOnly), QStringLiteral("Mic"));
+        QCOMPARE(ControlBar::micMeterLabel(S::both), QStringLiteral("Mic"));
+        QCOMPARE(ControlBar::micMeterHelp(S::both), QStringLiteral("Mic audio is streamed to the model"));
+    }
+
+    void cardLabels()
+    {
+        QAPair pair;
+        pair.id = QStringLiteral("A");
+        pair.timestamp = QStringLiteral("14:05:09");
+        pair.question = QStringLiteral("Why this role?");
+        QCOMPARE(QACard::placeholderText(pair), QStringLiteral("thinking"));
+        pair.wasExtended = true;
+        QCOMPARE(QACard::placeholderText(pair), QStringLiteral("re-answering the full question…"));
+
+        QCOMPARE(QACard::myAnswerLabel(pair), QStringLiteral("My answer"));
+        QVERIFY(!QACard::showsMyAnswerRow(pair));
+        pair.myAnswerInProgress = true;
+        QCOMPARE(QACard::myAnswerLabel(pair), QStringLiteral("My answer (recording…)"));
+        QVERIFY(QACard::showsMyAnswerRow(pair));
+        // Recording before any words: no count.
+        QCOMPARE(QACard::wordCountLabel(pair, false), QString());
+
+        pair.myAnswer = QStringLiteral("  I led\tthe ledger\n migration  ");
+        QCOMPARE(QACard::wordCount(pair.myAnswer), 5);
+        QCOMPARE(QACard::wordCountLabel(pair, false), QStringLiteral("5 words"));
+        // The count shows only while the answer is closed.
+        QCOMPARE(QACard::wordCountLabel(pair, true), QString());
+        pair.myAnswer = QStringLiteral(" \n ");
+        QCOMPARE(QACard::wordCountLabel(pair, false), QString());
+    }
+
+    void cardWidgetFollowsItsPair()
+    {
+        QAPair pair;
+        pair.id = QStringLiteral("A");
+        pair.timestamp = QStringLiteral("14:05:09");
+        pair.question = QStringLiteral("Why this role?");
+        QACard card(pair, CardFonts{QFont(), QFont(), QFont()}, false);
+        QVERIFY(card.isThinkingShown());
+        QCOMPARE(card.thinkingText(), QStringLiteral("thinking"));
+        QVERIFY(!card.isUpdatedBadgeShown());
+        QVERIFY(!card.isMyAnswerRowShown());
+
+        pair.answer = QStringLiteral("Because");
+        card.setPair(pair);
+        QVERIFY(!card.isThinkingShown());
+        QCOMPARE(card.answerText(), QStringLiteral("Because"));
+
+        pair.wasExtended = true;
+        pair.answer.clear();
+        pair.myAnswer = QStringLiteral("one two three");
+        card.setPair(pair);
+        QVERIFY(card.isUpdatedBadgeShown());
+        QCOMPARE(card.thinkingText(), QStringLiteral("re-answering the full question…"));
+        QVERIFY(card.isMyAnswerRowShown());
+        QCOMPARE(card.myAnswerLabelText(), QStringLiteral("My answer"));
+        QCOMPARE(card.wordCountText(), QStringLiteral("3 words"));
+        QVERIFY(!card.isMyAnswerTextShown());
+
+        card.setMyAnswerShown(true);
+        QVERIFY(card.isMyAnswerTextShown());
+        QCOMPARE(card.wordCountText(), QString());
+    }
+};
+
+QTEST_MAIN(UiRulesTest)
+#include "tst_ui_rules.moc"
