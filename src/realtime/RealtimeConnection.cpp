@@ -37,20 +37,25 @@ RealtimeConnection::RealtimeConnection(const RealtimeTiming &timing, Sink sink, 
       m_sink(std::move(sink)),
       // Parented, so that they move to the client's thread with this object.
       m_reconnectTimer(this),
+      m_connectTimer(this),
       m_pingTimer(this),
       m_pongTimer(this),
       m_cycleTimer(this)
 {
     m_reconnectTimer.setSingleShot(true);
+    m_connectTimer.setSingleShot(true);
     m_pongTimer.setSingleShot(true);
     m_cycleTimer.setSingleShot(true);
-    for (QTimer *timer : {&m_reconnectTimer, &m_pingTimer, &m_pongTimer, &m_cycleTimer})
+    for (QTimer *timer : {&m_reconnectTimer, &m_connectTimer, &m_pingTimer, &m_pongTimer, &m_cycleTimer})
         timer->setTimerType(Qt::PreciseTimer);
 
     connect(&m_reconnectTimer, &QTimer::timeout, this, [this] {
         m_reconnectPending = false;
         if (m_shouldRun)
             openSocket();
+    });
+    connect(&m_connectTimer, &QTimer::timeout, this, [this] {
+        scheduleReconnect(QStringLiteral("connection timed out after %1 s").arg(secondsText(m_timing.connectTimeoutMs)));
     });
     connect(&m_pingTimer, &QTimer::timeout, this, &RealtimeConnection::ping);
     connect(&m_pongTimer, &QTimer::timeout, this, [this] {
@@ -149,10 +154,15 @@ void RealtimeConnection::connectSocket()
                                    : socket->closeReason();
         scheduleReconnect(QStringLiteral("socket closed (%1)").arg(reason));
     });
+    connect(socket, &QWebSocket::connected, this, [this, socket] {
+        if (socket == m_socket)
+            m_connectTimer.stop();
+    });
     connect(socket, &QWebSocket::pong, this, [this, socket] {
         if (socket == m_socket)
             m_pongTimer.stop();
     });
+    m_connectTimer.start(m_timing.connectTimeoutMs);
     socket->open(request);
 }
 
@@ -173,6 +183,7 @@ void RealtimeConnection::scheduleReconnect(const QString &rawReason)
 
 void RealtimeConnection::teardown()
 {
+    m_connectTimer.stop();
     m_pingTimer.stop();
     m_pongTimer.stop();
     m_cycleTimer.stop();

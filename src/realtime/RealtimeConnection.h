@@ -79,6 +79,7 @@ private:
     int m_reconnectAttempt = 0;
     bool m_reconnectPending = false;
     QTimer m_reconnectTimer;
+    QTimer m_connectTimer;
     QTimer m_pingTimer;
     QTimer m_pongTimer;
     QTimer m_cycleTimer;

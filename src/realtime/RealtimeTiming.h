@@ -7,6 +7,8 @@ struct RealtimeTiming
     // A reconnect announced as "n s" waits n * backoffUnitMs milliseconds
     // (the announced sequence is always 1, 2, 4, 8, 16, 20, 20 ... s).
     int backoffUnitMs = 1000;
+    // How long opening a socket (connect and handshake) may take.
+    int connectTimeoutMs = 60000;
     // Our own keep-alive ping, and how long a pong may take before the socket counts as dead.
     int pingIntervalMs = 20000;
     int pongTimeoutMs = 20000;

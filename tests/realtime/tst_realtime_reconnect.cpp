@@ -86,6 +86,25 @@ private slots:
         QCOMPARE(items(2), (QStringList{"user/input_text/Earlier question?", "assistant/output_text/Earlier answer."}));
     }
 
+    void aHandshakeThatNeverCompletesTimesOut()
+    {
+        // Accepts the TCP connection and never answers the upgrade request.
+        QTcpServer silent;
+        QVERIFY(silent.listen(QHostAddress::LocalHost));
+        QList<QTcpSocket *> held;
+        connect(&silent, &QTcpServer::newConnection, this, [&] { held.append(silent.nextPendingConnection()); });
+        qputenv("KQ_REALTIME_URL", QStringLiteral("ws://127.0.0.1:%1/v1/realtime").arg(silent.serverPort()).toUtf8());
+        RealtimeClient::Timing timing = fastTiming();
+        timing.connectTimeoutMs = 300;
+        makeClient(timing);
+        client->start(config());
+        QTRY_VERIFY_WITH_TIMEOUT(probe.reconnectDelays().size() >= 2, kWait);
+        QCOMPARE(probe.logs.filter("Reconnecting in").value(0), QStringLiteral("Reconnecting in 1s — connection timed out after 0.3 s"));
+        QCOMPARE(probe.count(RealtimeStatus::connected()), 0);
+        client->stop();
+        QTRY_COMPARE_WITH_TIMEOUT(probe.last(), RealtimeStatus::idle(), kWait);
+    }
+
     void cyclesTheSessionAndSeedsTheNewSocket()
     {
         RealtimeClient::Timing timing = fastTiming();
