@@ -1,0 +1,159 @@
+// File reveal and idle inhibit against a private session bus on which the test plays the
+// desktop's file manager and screen saver.
+#include "ui/DBusFileRevealer.h"
+#include "ui/DBusIdleInhibitor.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+class FakeFileManager : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
+public:
+    QList<QStringList> shown;
+public slots:
+    void ShowItems(const QStringList &uris, const QString &startupId)
+    {
+        Q_UNUSED(startupId);
+        shown.append(uris);
+    }
+};
+
+class FakeScreenSaver : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.ScreenSaver")
+public:
+    QStringList reasons;
+    QList<uint> released;
+    uint nextCookie = 41;
+public slots:
+    uint Inhibit(const QString &application, const QString &reason)
+    {
+        Q_UNUSED(application);
+        reasons.append(reason);
+        return ++nextCookie;
+    }
+    void UnInhibit(uint cookie) { released.append(cookie); }
+};
+
+class DesktopServicesTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    QProcess m_bus;
+    FakeFileManager m_fileManager;
+    FakeScreenSaver m_screenSaver;
+
+    QDBusConnection desktop() const { return QDBusConnection(QStringLiteral("desktop")); }
+
+    void publish(const QString &service, const QString &path, QObject *object)
+    {
+        QVERIFY(desktop().registerObject(path, object, QDBusConnection::ExportAllSlots));
+        QVERIFY(desktop().registerService(service));
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        const QString address = QStringLiteral("unix:path=") + m_dir.filePath(QStringLiteral("bus"));
+        m_bus.start(QStringLiteral("dbus-daemon"),
+                    {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--address=") + address});
+        if (!m_bus.waitForStarted(5000))
+            QSKIP("dbus-daemon is not installed");
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(m_dir.filePath(QStringLiteral("bus"))), 10000);
+        qputenv("DBUS_SESSION_BUS_ADDRESS", address.toUtf8());
+        QVERIFY(QDBusConnection::sessionBus().isConnected());
+        QVERIFY(QDBusConnection::connectToBus(address, QStringLiteral("desktop")).isConnected());
+    }
+
+    void cleanupTestCase()
+    {
+        QDBusConnection::disconnectFromBus(QStringLiteral("desktop"));
+        if (m_bus.state() != QProcess::NotRunning) {
+            m_bus.terminate();
+            m_bus.waitForFinished(5000);
+        }
+    }
+
+    void revealSelectsTheFilesInTheFileManager()
+    {
+        publish(QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
+                &m_fileManager);
+        QList<QUrl> opened;
+        DBusFileRevealer revealer(nullptr, [&opened](const QUrl &folder) { opened.append(folder); });
+        revealer.reveal({QStringLiteral("/home/ada/Documents/Ketterbloom/meeting 1.transcript.md"),
+                         QStringLiteral("/home/ada/Documents/Ketterbloom/meeting 1.wav")});
+        QTRY_COMPARE(m_fileManager.shown.size(), 1);
+        QCOMPARE(m_fileManager.shown.first(),
+                 (QStringList{QStringLiteral("file:///home/ada/Documents/Ketterbloom/meeting%201.transcript.md"),
+                              QStringLiteral("file:///home/ada/Documents/Ketterbloom/meeting%201.wav")}));
+        QTest::qWait(50);
+        QVERIFY(opened.isEmpty());
+        desktop().unregisterService(QStringLiteral("org.freedesktop.FileManager1"));
+        desktop().unregisterObject(QStringLiteral("/org/freedesktop/FileManager1"));
+    }
+
+    void revealWithoutFileManagerOpensTheFolder()
+    {
+        QList<QUrl> opened;
+        DBusFileRevealer revealer(nullptr, [&opened](const QUrl &folder) { opened.append(folder); });
+        revealer.reveal({m_dir.filePath(QStringLiteral("meeting.wav"))});
+        QTRY_COMPARE(opened.size(), 1);
+        QCOMPARE(opened.first(), QUrl::fromLocalFile(m_dir.path()));
+        revealer.reveal({});
+        QTest::qWait(50);
+        QCOMPARE(opened.size(), 1);
+    }
+
+    void idleInhibitHoldsAndReleases()
+    {
+        publish(QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("/org/freedesktop/ScreenSaver"),
+                &m_screenSaver);
+        {
+            DBusIdleInhibitor inhibitor;
+            inhibitor.inhibit(QStringLiteral("Live meeting transcription"));
+            inhibitor.inhibit(QStringLiteral("Live meeting transcription"));   // held once only
+            QTRY_VERIFY(inhibitor.cookie().has_value());
+            QCOMPARE(m_screenSaver.reasons, QStringList{QStringLiteral("Live meeting transcription")});
+            const uint cookie = *inhibitor.cookie();
+            inhibitor.release();
+            QTRY_COMPARE(m_screenSaver.released, QList<uint>{cookie});
+            inhibitor.release();   // nothing held: nothing sent
+            QTest::qWait(50);
+            QCOMPARE(m_screenSaver.released.size(), 1);
+
+            // Released before the service answered: the inhibition is handed back on arrival.
+            inhibitor.inhibit(QStringLiteral("Live meeting transcription"));
+            inhibitor.release();
+            QTRY_COMPARE(m_screenSaver.released.size(), 2);
+            QVERIFY(!inhibitor.cookie());
+
+            // Destroyed while holding one: given back too.
+            inhibitor.inhibit(QStringLiteral("Live meeting transcription"));
+            QTRY_VERIFY(inhibitor.cookie().has_value());
+        }
+        QTRY_COMPARE(m_screenSaver.released.size(), 3);
+        desktop().unregisterService(QStringLiteral("org.freedesktop.ScreenSaver"));
+        desktop().unregisterObject(QStringLiteral("/org/freedesktop/ScreenSaver"));
+    }
+
+    void idleInhibitWithoutServiceDoesNothing()
+    {
+        DBusIdleInhibitor inhibitor;
+        inhibitor.inhibit(QStringLiteral("Live meeting transcription"));
+        QTest::qWait(200);
+        QVERIFY(!inhibitor.cookie());
+        inhibitor.release();
+    }
+};
+
+QTEST_MAIN(DesktopServicesTest)
+#include "tst_desktop_services.moc"

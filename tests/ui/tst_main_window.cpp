@@ -1,0 +1,434 @@
+// The window over a session controller driven by fakes: the control bar's bindings, the
+// banner, window behaviour (on top, appearance, remembered frame) and the dialogs.
+#include "UiRig.h"
+
+#include "ui/AnswerTimerView.h"
+#include "ui/ApiKeyField.h"
+#include "ui/BannerView.h"
+#include "ui/Colors.h"
+#include "ui/ContextPanel.h"
+#include "ui/ControlBar.h"
+#include "ui/JobContextDialog.h"
+#include "ui/LevelMeter.h"
+#include "ui/OnboardingDialog.h"
+#include "ui/SettingsDialog.h"
+#include "ui/StatusPill.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QRadioButton>
+#include <QSpinBox>
+#include <QTabWidget>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QToolButton>
+
+class MainWindowTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    static void showAndWait(QWidget *w)
+    {
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w));
+        w->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(w));
+    }
+
+private slots:
+    void startStopButtonAndShortcut()
+    {
+        UiRig rig;
+        showAndWait(rig.window.get());
+        QPushButton *button = rig.window->controlBar()->startStopButton();
+        QCOMPARE(button->text(), QStringLiteral("Start"));
+        QCOMPARE(button->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Return));
+
+        // Without a key, Start explains itself in the banner, with a way to the settings.
+        QVERIFY(rig.window->bannerView()->isHidden());
+        // The shortcut clicks the button (an animated click, so it lands shortly after).
+        QTest::keyClick(rig.window.get(), Qt::Key_Return, Qt::ControlModifier);
+        QTRY_COMPARE(rig.session.controller->banner(), QStringLiteral("Add your OpenAI API key before starting."));
+        QVERIFY(rig.window->bannerView()->isVisible());
+        QCOMPARE(rig.window->bannerView()->text(), QStringLiteral("Add your OpenAI API key before starting."));
+        QCOMPARE(rig.window->bannerView()->buttonLabels(), QStringList{QStringLiteral("Open Settings")});
+        emit rig.window->bannerView()->actionTriggered();
+        QTRY_VERIFY(rig.window->settingsDialog() && rig.window->settingsDialog()->isVisible());
+        rig.window->settingsDialog()->close();
+
+        rig.session.prepareSettings();
+        QTest::keyClick(rig.window.get(), Qt::Key_Return, Qt::ControlModifier);
+        QTRY_VERIFY(rig.session.controller->isSessionActive());
+        QCOMPARE(button->text(), QStringLiteral("Stop"));
+        QVERIFY(rig.window->controlBar()->answerTimer()->isVisible());
+
+        button->click();
+        QVERIFY(!rig.session.controller->isSessionActive());
+        QCOMPARE(button->text(), QStringLiteral("Start"));
+        QVERIFY(rig.window->controlBar()->answerTimer()->isHidden());
+    }
+
+    void publishedStateReachesTheBar()
+    {
+        UiRig rig;
+        showAndWait(rig.window.get());
+        ControlBar *bar = rig.window->controlBar();
+        QVERIFY(rig.session.startSession());
+
+        rig.session.client.status(RealtimeStatus::connecting());
+        QCOMPARE(bar->statusPill()->text(), QStringLiteral("Connecting…"));
+        rig.session.client.status(RealtimeStatus::connected());
+        QCOMPARE(bar->statusPill()->text(), QStringLiteral("Live"));
+        QCOMPARE(bar->statusPill()->dotColor(), Colors::green());
+
+        rig.session.audio.levels(0.95f, 0.4f);
+        QCOMPARE(bar->micMeter()->level(), 0.95f);
+        QCOMPARE(bar->micMeter()->fillColor(), Colors::red());
+        QCOMPARE(bar->meetingMeter()->fillColor(), Colors::green());
+
+        // Speaking for 45 s turns the timer amber; the meeting clock runs.
+        rig.session.clock.advance(44.8);
+        QCOMPARE(bar->answerTimer()->color(), Colors::green());
+        QCOMPARE(bar->answerTimer()->opacity(), 1.0);
+        rig.session.clock.advance(0.4);
+        QCOMPARE(bar->answerTimer()->text(), QStringLiteral("45s"));
+        QCOMPARE(bar->answerTimer()->color(), Colors::orange());
+        QCOMPARE(bar->clockLabel()->text(), QStringLiteral("00:45"));
+        rig.session.audio.levels(0.0f, 0.4f);
+        rig.session.clock.advance(2.2);
+        rig.session.audio.levels(0.0f, 0.4f);
+        QVERIFY(!rig.session.controller->isSpeaking());
+        QCOMPARE(bar->answerTimer()->opacity(), 0.65);
+
+        // The interviewer asks the next question: the last answer's length is shown.
+        rig.session.client.transcript(QStringLiteral("Next question?"));
+        QVERIFY(bar->lastAnswerLabel()->isVisibleTo(bar));
+        QVERIFY(bar->lastAnswerLabel()->text().startsWith(QStringLiteral("last ")));
+
+        // A realtime failure stops the session and shows the message.
+        rig.session.client.status(RealtimeStatus::failed(QStringLiteral("Invalid API key.")));
+        QCOMPARE(bar->statusPill()->text(), QStringLiteral("Error"));
+        QCOMPARE(bar->startStopButton()->text(), QStringLiteral("Start"));
+    }
+
+    void settingsBindings()
+    {
+        UiRig rig;
+        ControlBar *bar = rig.window->controlBar();
+        AppSettings &settings = rig.session.settings;
+
+        QCOMPARE(bar->contextButton()->text(), QStringLiteral("Context"));
+        settings.setContextFileNames({QStringLiteral("cv.pdf"), QStringLiteral("notes.md"), QStringLiteral("stories.txt")});
+        QCOMPARE(bar->contextButton()->text(), QStringLiteral("Context (3)"));
+        QCOMPARE(bar->jobButton()->text(), QStringLiteral("Job"));
+        settings.setRoleTitle(QStringLiteral("Staff Engineer"));
+        QCOMPARE(bar->jobButton()->text(), QStringLiteral("Staff Engineer"));
+
+        QCOMPARE(bar->micMeter()->label(), QStringLiteral("Mic\u2298"));
+        settings.setStreamSource(AppSettings::StreamSource::both);
+        QCOMPARE(bar->micMeter()->label(), QStringLiteral("Mic"));
+        QCOMPARE(bar->micMeter()->toolTip(), QStringLiteral("Mic audio is streamed to the model"));
+
+        bar->saveWavToggle()->click();
+        QVERIFY(settings.saveAudio());
+        settings.setSaveAudio(false);
+        QVERIFY(!bar->saveWavToggle()->isChecked());
+
+        // Text size: buttons and menu commands, clamped to 10...36.
+        settings.setFontSize(11);
+        bar->smallerButton()->click();
+        bar->smallerButton()->click();
+        QCOMPARE(settings.fontSize(), 10.0);
+        settings.setFontSize(35);
+        rig.window->biggerTextAction()->trigger();
+        rig.window->biggerTextAction()->trigger();
+        QCOMPARE(settings.fontSize(), 36.0);
+        rig.window->smallerTextAction()->trigger();
+        QCOMPARE(settings.fontSize(), 35.0);
+        rig.window->resetTextAction()->trigger();
+        QCOMPARE(settings.fontSize(), 14.0);
+        QCOMPARE(rig.transcript().cardFonts().answer.pointSizeF(), 14.0);
+        settings.setFontSize(10);
+        QCOMPARE(rig.transcript().cardFonts().meta.pointSizeF(), 9.0);
+        QVERIFY(rig.window->biggerTextAction()->shortcuts().contains(QKeySequence(Qt::CTRL | Qt::Key_Plus)));
+        QCOMPARE(rig.window->smallerTextAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Minus));
+        QCOMPARE(rig.window->resetTextAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_0));
+    }
+
+    void alwaysOnTopTakesEffectAtOnce()
+    {
+        UiRig rig;
+        QVERIFY(rig.session.settings.alwaysOnTop());
+        showAndWait(rig.window.get());
+        QVERIFY(rig.window->windowFlags() & Qt::WindowStaysOnTopHint);
+        QVERIFY(rig.window->controlBar()->onTopToggle()->isChecked());
+        QVERIFY(rig.window->alwaysOnTopAction()->isChecked());
+
+        rig.window->controlBar()->onTopToggle()->click();
+        QVERIFY(!rig.session.settings.alwaysOnTop());
+        QVERIFY(!(rig.window->windowFlags() & Qt::WindowStaysOnTopHint));
+        QVERIFY(rig.window->isVisible());
+        QVERIFY(!rig.window->alwaysOnTopAction()->isChecked());
+
+        rig.window->alwaysOnTopAction()->trigger();
+        QVERIFY(rig.session.settings.alwaysOnTop());
+        QVERIFY(rig.window->windowFlags() & Qt::WindowStaysOnTopHint);
+        QVERIFY(rig.window->isVisible());
+        QVERIFY(rig.window->controlBar()->onTopToggle()->isChecked());
+    }
+
+    void appearanceSwitching()
+    {
+        UiRig rig;
+        AppSettings &settings = rig.session.settings;
+        const QColor darkWindow = Theme::darkPalette().color(QPalette::Window);
+        const QColor lightWindow = Theme::lightPalette().color(QPalette::Window);
+
+        settings.setAppearance(AppSettings::Appearance::dark);
+        QCOMPARE(QApplication::palette().color(QPalette::Window), darkWindow);
+        QTRY_COMPARE(rig.window->palette().color(QPalette::Window), darkWindow);
+
+        rig.window->toggleAppearanceAction()->trigger();
+        QCOMPARE(settings.appearance(), AppSettings::Appearance::light);
+        QTRY_COMPARE(rig.window->palette().color(QPalette::Window), lightWindow);
+        rig.window->controlBar()->appearanceButton()->click();
+        QCOMPARE(settings.appearance(), AppSettings::Appearance::dark);
+        QCOMPARE(rig.window->toggleAppearanceAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_L));
+
+        // "Match system" returns to the desktop's palette; toggling from it flips what shows.
+        settings.setAppearance(AppSettings::Appearance::system);
+        QCOMPARE(QApplication::palette().color(QPalette::Window), Theme::systemPalette().color(QPalette::Window));
+        QCOMPARE(MainWindow::toggled(AppSettings::Appearance::system, false), AppSettings::Appearance::dark);
+        QCOMPARE(MainWindow::toggled(AppSettings::Appearance::system, true), AppSettings::Appearance::light);
+    }
+
+    void frameRestoreRules()
+    {
+        QVERIFY(!MainWindow::isRestorableFrame(QRect(10, 10, 300, 500)));
+        QVERIFY(!MainWindow::isRestorableFrame(QRect(10, 10, 500, 299)));
+        QVERIFY(MainWindow::isRestorableFrame(QRect(10, 10, 380, 300)));
+        QVERIFY(!MainWindow::isRestorableFrame(QRect()));
+
+        QRect saved;
+        {
+            UiRig rig;
+            // Too narrow: ignored, the default frame stands.
+            rig.session.settings.store().setValue(QLatin1String(MainWindow::frameKey), QRect(40, 40, 300, 500));
+            rig.window = std::make_unique<MainWindow>(rig.session.settings, *rig.session.controller,
+                                                      MainWindow::Services{rig.session.revealer, rig.session.taps, rig.audio});
+            QCOMPARE(rig.window->size(), QSize(MainWindow::defaultWidth, MainWindow::defaultHeight));
+
+            rig.session.settings.store().setValue(QLatin1String(MainWindow::frameKey), QRect(60, 70, 640, 720));
+            rig.window = std::make_unique<MainWindow>(rig.session.settings, *rig.session.controller,
+                                                      MainWindow::Services{rig.session.revealer, rig.session.taps, rig.audio});
+            QCOMPARE(rig.window->size(), QSize(640, 720));
+            showAndWait(rig.window.get());
+
+            // Later changes are written back.
+            rig.window->resize(700, 760);
+            QTRY_COMPARE(rig.session.settings.store().value(QLatin1String(MainWindow::frameKey)).toRect().size(),
+                         QSize(700, 760));
+            // The content never gets smaller than 420 by 400.
+            rig.window->resize(200, 200);
+            QTRY_VERIFY(rig.window->centralWidget()->width() >= MainWindow::minimumWidth);
+            QVERIFY(rig.window->centralWidget()->height() >= MainWindow::minimumHeight);
+        }
+    }
+
+    void bannerLinksRevealFiles()
+    {
+        UiRig rig;
+        showAndWait(rig.window.get());
+        const QString transcript = rig.session.dir.filePath(QStringLiteral("meeting.transcript.md"));
+        rig.session.controller->setBanner(QStringLiteral("Transcript saved"),
+                                          {SessionController::makeLink(QStringLiteral("Transcript"),
+                                                                       QUrl::fromLocalFile(transcript))});
+        QCOMPARE(rig.window->bannerView()->buttonLabels(), QStringList{QStringLiteral("Transcript")});
+        emit rig.window->bannerView()->revealRequested(transcript);
+        QCOMPARE(rig.session.revealer.revealed.size(), 1);
+        QCOMPARE(rig.session.revealer.revealed.first(), QStringList{transcript});
+
+        emit rig.window->bannerView()->closeRequested();
+        QVERIFY(!rig.session.controller->bannerText());
+        QVERIFY(rig.window->bannerView()->isHidden());
+    }
+
+    void jobContextSavePushesInstructions()
+    {
+        UiRig rig;
+        QVERIFY(rig.session.startSession());
+        rig.window->openJobContext();
+        JobContextDialog *dialog = rig.window->jobContextDialog();
+        QVERIFY(dialog);
+        dialog->companyEdit()->setText(QStringLiteral("Northwind Labs"));
+        dialog->roleEdit()->setText(QStringLiteral("Staff Engineer"));
+        dialog->descriptionEdit()->setPlainText(QStringLiteral("Own the payments ledger."));
+        dialog->interviewerNameEdit(1)->setText(QStringLiteral("Priya Raman"));
+        dialog->interviewerTitleEdit(1)->setText(QStringLiteral("VP Engineering"));
+        dialog->save();
+        QCOMPARE(rig.session.settings.companyName(), QStringLiteral("Northwind Labs"));
+        QCOMPARE(rig.session.settings.interviewers().at(1).name, QStringLiteral("Priya Raman"));
+        QCOMPARE(rig.session.client.instructionUpdates.size(), 1);
+        QVERIFY(rig.session.client.instructionUpdates.first().contains(QStringLiteral("Priya Raman")));
+        QVERIFY(rig.session.controller->banner().startsWith(QStringLiteral("Job context pushed to the live session")));
+        QCOMPARE(rig.window->controlBar()->jobButton()->text(), QStringLiteral("Staff Engineer"));
+    }
+
+    void contextPanelAddsAndRemovesFiles()
+    {
+        UiRig rig;
+        QTemporaryDir dir;
+        const auto write = [&dir](const QString &name, const QByteArray &bytes) {
+            QFile f(dir.filePath(name));
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(bytes);
+        };
+        write(QStringLiteral("cv.txt"), "Led the ledger migration.");
+        write(QStringLiteral("notes.md"), "# Stories\nCut p99 latency by 40%.");
+        write(QStringLiteral("blank.txt"), "   \n ");
+
+        rig.window->openContextPanel();
+        ContextPanel *panel = rig.window->contextPanel();
+        QVERIFY(panel);
+        panel->addFiles({dir.filePath(QStringLiteral("blank.txt"))});
+        QCOMPARE(panel->errorText(), QStringLiteral("Couldn't read any text from those files. A scanned PDF has no "
+                                                    "text layer — export it as text first."));
+        QVERIFY(rig.session.settings.contextFileNames().isEmpty());
+
+        panel->addFiles({dir.filePath(QStringLiteral("cv.txt"))});
+        panel->addFiles({dir.filePath(QStringLiteral("notes.md"))});
+        QCOMPARE(panel->errorText(), QString());
+        QCOMPARE(panel->shownNames(), (QStringList{QStringLiteral("cv.txt"), QStringLiteral("notes.md")}));
+        QCOMPARE(rig.window->controlBar()->contextButton()->text(), QStringLiteral("Context (2)"));
+        QVERIFY(panel->sizeText().contains(QString::number(rig.session.settings.contextText().size())));
+
+        panel->removeFile(QStringLiteral("cv.txt"));
+        QCOMPARE(rig.session.settings.contextFileNames(), QStringList{QStringLiteral("notes.md")});
+        QCOMPARE(rig.session.settings.contextText(),
+                 QStringLiteral("----- notes.md -----\n# Stories\nCut p99 latency by 40%."));
+        panel->clearAll();
+        QVERIFY(rig.session.settings.contextText().isEmpty());
+        QCOMPARE(rig.window->controlBar()->contextButton()->text(), QStringLiteral("Context"));
+    }
+
+    void contextPanelRequestFromTheController()
+    {
+        UiRig rig;
+        showAndWait(rig.window.get());
+        rig.session.controller->setContextPanelRequested(true);
+        QVERIFY(rig.window->contextPanel());
+        QTRY_VERIFY(rig.window->contextPanel()->isVisible());
+        QVERIFY(!rig.session.controller->contextPanelRequested());
+    }
+
+    void settingsDialogWritesThrough()
+    {
+        UiRig rig;
+        rig.session.taps.apps = {{7, QStringLiteral("org.mozilla.firefox"), QStringLiteral("Firefox")},
+                                 {0, QStringLiteral("zoom"), QStringLiteral("Zoom")}};
+        rig.audio.devices.append({QStringLiteral("alsa_input.dante"), QStringLiteral("Dante Virtual Soundcard — 8 ch @ 48000 Hz"), 8});
+        rig.window->openSettings();
+        SettingsDialog *dialog = rig.window->settingsDialog();
+        QVERIFY(dialog);
+        AppSettings &settings = rig.session.settings;
+
+        dialog->apiKeyField()->setText(QStringLiteral(" sk-from-dialog "));
+        QVERIFY(!dialog->apiKeyField()->isRevealed());
+        dialog->apiKeyField()->setRevealed(true);
+        QVERIFY(dialog->apiKeyField()->isRevealed());
+        dialog->close();
+        QCOMPARE(settings.apiKey().trimmed(), QStringLiteral("sk-from-dialog"));
+        QCOMPARE(settings.secretStore().readKeyFile(), std::optional<QString>(QStringLiteral("sk-from-dialog")));
+
+        rig.window->openSettings();
+        dialog = rig.window->settingsDialog();
+        QCOMPARE(dialog->appCombo()->itemText(0), QStringLiteral("Firefox (playing)"));
+        dialog->meetingSourceButton(AppSettings::MeetingSource::audioDevice)->click();
+        QCOMPARE(settings.meetingSource(), AppSettings::MeetingSource::audioDevice);
+        const int dante = dialog->deviceCombo()->findData(QStringLiteral("alsa_input.dante"));
+        QVERIFY(dante > 0);
+        QCOMPARE(dialog->deviceCombo()->itemText(dante), QStringLiteral("Dante Virtual Soundcard — 8 ch @ 48000 Hz"));
+        dialog->deviceCombo()->setCurrentIndex(dante);
+        emit dialog->deviceCombo()->activated(dante);
+        QCOMPARE(settings.deviceUID(), QStringLiteral("alsa_input.dante"));
+        QCOMPARE(dialog->micChannelSpin()->maximum(), 8);
+        dialog->micChannelSpin()->setValue(3);
+        QCOMPARE(settings.micChannel(), 2);
+
+        dialog->promptEdit()->setPlainText(QStringLiteral("Be brief."));
+        QCOMPARE(settings.systemPrompt(), QStringLiteral("Be brief."));
+
+        settings.setFontSize(20);
+        QCOMPARE(dialog->fontSizeSpin()->value(), 20.0);
+        dialog->fontSizeSpin()->setValue(12);
+        QCOMPARE(settings.fontSize(), 12.0);
+    }
+
+    void onboardingFlow()
+    {
+        UiRig rig(false);
+        showAndWait(rig.window.get());
+        // Shown at launch while onboarding is not complete.
+        QTRY_VERIFY(rig.window->onboardingDialog() && rig.window->onboardingDialog()->isVisible());
+        OnboardingDialog *onboarding = rig.window->onboardingDialog();
+        QCOMPARE(onboarding->currentPage(), int(OnboardingDialog::keyPage));
+        onboarding->apiKeyField()->setText(QStringLiteral("sk-onboarded"));
+        onboarding->next();
+        QCOMPARE(rig.session.settings.apiKey(), QStringLiteral("sk-onboarded"));
+
+        // Context: unreadable files leave a banner, readable ones replace the context.
+        QTemporaryDir dir;
+        QFile blank(dir.filePath(QStringLiteral("scan.txt")));
+        QVERIFY(blank.open(QIODevice::WriteOnly));
+        blank.write("  ");
+        blank.close();
+        onboarding->loadContextFiles({blank.fileName()});
+        QCOMPARE(rig.session.controller->banner(), QStringLiteral("Couldn't read any text from that file."));
+        QFile cv(dir.filePath(QStringLiteral("cv.txt")));
+        QVERIFY(cv.open(QIODevice::WriteOnly));
+        cv.write("Ten years of payments.");
+        cv.close();
+        rig.session.settings.setContextText(QStringLiteral("old"));
+        onboarding->loadContextFiles({cv.fileName()});
+        QCOMPARE(rig.session.settings.contextText(), QStringLiteral("----- cv.txt -----\nTen years of payments."));
+        QCOMPARE(rig.session.settings.contextFileNames(), QStringList{QStringLiteral("cv.txt")});
+        onboarding->next();
+
+        // Sound check with a live meter.
+        QCOMPARE(onboarding->currentPage(), int(OnboardingDialog::audioPage));
+        QVERIFY(onboarding->soundServerText().startsWith(QStringLiteral("✓")));
+        QVERIFY(onboarding->microphoneText().startsWith(QStringLiteral("✓")));
+        QVERIFY(rig.audio.levelSink);
+        rig.audio.levelSink(0.42f);
+        QCOMPARE(onboarding->micMeter()->level(), 0.42f);
+        onboarding->next();
+        QVERIFY(!rig.audio.levelSink);   // metering stops when the page is left
+
+        QCOMPARE(onboarding->currentPage(), int(OnboardingDialog::donePage));
+        QVERIFY(!rig.session.settings.hasCompletedOnboarding());
+        onboarding->next();
+        QVERIFY(rig.session.settings.hasCompletedOnboarding());
+    }
+
+    void onboardingWithoutSoundServer()
+    {
+        UiRig rig(false);
+        rig.audio.serverAvailable = false;
+        rig.window->openOnboarding();
+        OnboardingDialog *onboarding = rig.window->onboardingDialog();
+        onboarding->goToPage(OnboardingDialog::audioPage);
+        QVERIFY(onboarding->soundServerText().startsWith(QStringLiteral("✗")));
+        QVERIFY(onboarding->microphoneText().startsWith(QStringLiteral("✗")));
+        QVERIFY(!rig.audio.levelSink);
+    }
+};
+
+QTEST_MAIN(MainWindowTest)
+#include "tst_main_window.moc"
