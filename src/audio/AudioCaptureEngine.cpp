@@ -13,6 +13,7 @@
 #include <QStandardPaths>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <thread>
@@ -428,6 +429,9 @@ void AudioCaptureEngine::handleTapAudio(const float *samples, int frames)
 {
     if (frames <= 0)
         return;
+    m_lastTapArrivalNs = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                             std::chrono::steady_clock::now().time_since_epoch())
+                             .count();
     m_meetingPeak = peakOf(samples, frames);
     const StreamSource source = streamSource();
     if (source == StreamSource::meetingOnly)

@@ -68,6 +68,9 @@ public:
     std::optional<QString> retarget(const TapTarget &meeting);
 
     bool micIsStalled() const { return m_micIsStalled; }
+    // When the tap block being handled arrived (steady clock, ns); read from onPCM16 to time
+    // the conversion path.
+    qint64 lastTapArrivalNs() const { return m_lastTapArrivalNs; }
     StreamSource streamSource() const { return StreamSource(m_streamSource.load()); }
     ProcessTapCapture &tapCapture() { return m_tap; }
 
@@ -131,4 +134,5 @@ private:
     std::vector<float> m_mixMono;
     QElapsedTimer m_clock;
     std::atomic<qint64> m_lastLevelPostMs{-1000000};
+    std::atomic<qint64> m_lastTapArrivalNs{0};
 };
