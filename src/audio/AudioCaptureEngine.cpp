@@ -1,5 +1,6 @@
 #include "audio/AudioCaptureEngine.h"
 
+#include "audio/AudioLog.h"
 #include "audio/AudioDeviceManager.h"
 #include "audio/MicInput.h"
 #include "audio/Pcm16Resampler.h"
@@ -8,7 +9,6 @@
 
 #include <QDateTime>
 #include <QDir>
-#include <QLoggingCategory>
 #include <QSemaphore>
 #include <QStandardPaths>
 
@@ -17,8 +17,6 @@
 #include <cmath>
 #include <cstring>
 #include <thread>
-
-Q_LOGGING_CATEGORY(lcCapture, "ketterbloom.audio.capture")
 
 namespace {
 

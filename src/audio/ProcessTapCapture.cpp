@@ -1,17 +1,15 @@
 #include "audio/ProcessTapCapture.h"
 
+#include "audio/AudioLog.h"
 #include "audio/AudioApplications.h"
 #include "audio/PulseConnection.h"
 #include "audio/PulseQueries.h"
 #include "audio/StartupTrace.h"
 
 #include <QCollator>
-#include <QLoggingCategory>
 #include <QSet>
 
 #include <algorithm>
-
-Q_LOGGING_CATEGORY(lcTap, "ketterbloom.audio.tap")
 
 namespace {
 constexpr int connectTimeoutMs = 3000;
@@ -127,6 +125,14 @@ std::optional<TapError> ProcessTapCapture::start(const TapTarget &target)
         return TapError{TapError::Kind::tapFailed, reason};
     }
     m_connection->onEvent = [this](pa_subscription_event_type_t t, uint32_t i) { onEvent(t, i); };
+    // A sound server that goes away (or restarts) interrupts the tap like a device change.
+    m_connection->onConnectionLost = [this] {
+        if (m_running && !m_interruptSent.exchange(true)) {
+            qCWarning(lcAudio, "[Ketterbloom] lost the sound server during capture");
+            if (onInterrupted)
+                onInterrupted();
+        }
+    };
     std::optional<TapError> error = target.kind == TapTarget::Kind::systemOutput ? startSystemOutput()
                                                                                  : startProcess(target.appID);
     StartupTrace::step(QStringLiteral("process tap created"),
@@ -203,7 +209,7 @@ std::optional<TapError> ProcessTapCapture::startProcess(const QString &appID)
         if (e.sink != PA_INVALID_INDEX && AudioApplications::belongsToOrHelper(e.properties, appID))
             attachSinkInput(e.index, e.sink);
     }
-    qCInfo(lcTap, "[Ketterbloom] tapping %s: %d stream(s)", qUtf8Printable(appID), int(m_streamCount));
+    qCInfo(lcAudio, "[Ketterbloom] tapping %s: %d stream(s)", qUtf8Printable(appID), int(m_streamCount));
     return std::nullopt;
 }
 
@@ -234,7 +240,7 @@ void ProcessTapCapture::attachSinkInput(quint32 sinkInput, quint32 sink)
     pa_stream_set_monitor_stream(ms->stream, sinkInput);
     const pa_buffer_attr attr = tapBufferAttr();
     if (pa_stream_connect_record(ms->stream, nullptr, &attr, PA_STREAM_ADJUST_LATENCY) < 0) {
-        qCWarning(lcTap, "[Ketterbloom] could not record sink input %u: %s", sinkInput,
+        qCWarning(lcAudio, "[Ketterbloom] could not record sink input %u: %s", sinkInput,
                   pa_strerror(pa_context_errno(m_connection->context())));
         pa_stream_unref(ms->stream);
         return;
@@ -269,6 +275,7 @@ void ProcessTapCapture::cleanUp()
     {
         PulseLock lock(*m_connection);
         m_connection->onEvent = nullptr;
+        m_connection->onConnectionLost = nullptr;
         m_mixer.reset();   // nothing pending is delivered from this thread
         while (!m_streams.empty())
             dropStream(m_streams.begin()->first);
@@ -406,7 +413,7 @@ void ProcessTapCapture::checkDefaultSink()
             return;
         const QString current = QString::fromUtf8(i->default_sink_name ? i->default_sink_name : "");
         if (current != self->m_monitoredSink && !self->m_interruptSent.exchange(true)) {
-            qCInfo(lcTap, "[Ketterbloom] default output changed to %s", qUtf8Printable(current));
+            qCInfo(lcAudio, "[Ketterbloom] default output changed to %s", qUtf8Printable(current));
             if (self->onInterrupted)
                 self->onInterrupted();
         }
@@ -463,7 +470,7 @@ bool ProcessTapCapture::probeTapAccess()
     PulseConnection c("Ketterbloom probe");
     QString reason;
     if (!c.connect(connectTimeoutMs, &reason)) {
-        qCWarning(lcTap, "[Ketterbloom] tap probe failed: %s", qUtf8Printable(reason));
+        qCWarning(lcAudio, "[Ketterbloom] tap probe failed: %s", qUtf8Printable(reason));
         return false;
     }
     PulseLock lock(c);
@@ -472,7 +479,7 @@ bool ProcessTapCapture::probeTapAccess()
         return false;
     const auto sink = PulseQueries::sink(c, info->defaultSink);
     if (!sink || sink->monitorSource.isEmpty()) {
-        qCWarning(lcTap, "[Ketterbloom] tap probe failed: the default output has no monitor");
+        qCWarning(lcAudio, "[Ketterbloom] tap probe failed: the default output has no monitor");
         return false;
     }
     return true;

@@ -1,18 +1,17 @@
 #include "audio/StartupTrace.h"
 
+#include "audio/AudioLog.h"
+
 #include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QLoggingCategory>
 #include <QObject>
 #include <QStandardPaths>
 #include <QThread>
 
 #include <atomic>
 #include <mutex>
-
-Q_LOGGING_CATEGORY(lcTrace, "ketterbloom.audio.trace")
 
 namespace {
 
@@ -103,7 +102,7 @@ void StartupTrace::step(const QString &name, const QString &detail)
 
 void StartupTrace::write(const QString &text)
 {
-    qCInfo(lcTrace, "[Ketterbloom] %s", qUtf8Printable(text));
+    qCInfo(lcAudio, "[Ketterbloom] %s", qUtf8Printable(text));
     auto &s = state();
     QMetaObject::invokeMethod(&s.context, [text] { appendLine(text); }, Qt::QueuedConnection);
 }
