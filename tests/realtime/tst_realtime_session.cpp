@@ -222,7 +222,7 @@ private slots:
         SimScript script;
         SimTurn turn;
         turn.question = QStringLiteral("Tell me about a project.");
-        turn.answer = QString("word ").repeated(60).trimmed();
+        turn.answer = QString("word ").repeated(200).trimmed(); // streams for about 2.7 s
         turn.deltaDelayMs = 40;
         script.turns = {turn};
         script.cancelDelayMs = 150;
