@@ -1,73 +1,97 @@
 #include "app/AppShell.h"
+#include "app/CommandLine.h"
+#include "app/HeadlessRunner.h"
+#include "app/SessionStack.h"
+#include "app/TerminationSignals.h"
+#include "app/TranscribeCommand.h"
+#include "session/SessionController.h"
 #include "settings/AppSettings.h"
 
 #include <QApplication>
-#include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QTimer>
 
 #include <cstdio>
-#include <cstring>
-#include <memory>
 
 namespace {
 
-void describeApplication()
+void write(std::FILE *stream, const QString &text)
 {
-    QCoreApplication::setApplicationName(QStringLiteral("Ketterbloom"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(KETTERBLOOM_VERSION));
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
+    std::fflush(stream);
 }
 
-// Terminal-only invocations must work without a display, so they never create the GUI
-// application.
-bool wantsTerminalOnly(int argc, char *argv[])
+int printInstructions(int argc, char *argv[])
 {
-    static const char *const terminalOptions[] = {"--version", "-v", "--help", "-h", "-?", "--help-all",
-                                                  "--print-instructions"};
-    for (int i = 1; i < argc; ++i) {
-        for (const char *option : terminalOptions) {
-            if (std::strcmp(argv[i], option) == 0)
-                return true;
-        }
+    QCoreApplication app(argc, argv);
+    const AppSettings settings;
+    const QByteArray text = settings.instructions().toUtf8();
+    std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
+    std::fflush(stdout);
+    return 0;
+}
+
+int transcribe(int argc, char *argv[], const QString &wavPath)
+{
+    QCoreApplication app(argc, argv);
+    return TranscribeCommand::run(wavPath, stdout, stderr);
+}
+
+int runHeadless(int argc, char *argv[], const CommandLine::Options &options)
+{
+    QCoreApplication app(argc, argv);
+    SessionStack stack;
+    HeadlessRunner runner(stack.controller, stdout, stderr, options.stopAfter);
+    TerminationSignals termination;
+    QObject::connect(&termination, &TerminationSignals::terminationRequested, &runner, &HeadlessRunner::requestStop);
+    QObject::connect(&runner, &HeadlessRunner::finished, &app, [](int code) { QCoreApplication::exit(code); });
+    QTimer::singleShot(0, &runner, &HeadlessRunner::run);
+    return QCoreApplication::exec();
+}
+
+int runWindow(int argc, char *argv[], const CommandLine::Options &options)
+{
+    QApplication app(argc, argv);
+    QApplication::setApplicationDisplayName(QStringLiteral("Ketterbloom"));
+    QApplication::setDesktopFileName(QStringLiteral("ketterbloom"));
+    AppShell shell;
+    shell.show();
+    SessionController &controller = shell.controller();
+    if (options.start)
+        QTimer::singleShot(0, &controller, &SessionController::start);
+    if (options.stopAfter) {
+        QTimer::singleShot(qRound64(*options.stopAfter * 1000.0), &controller, [&controller] {
+            controller.stop();
+            QCoreApplication::quit();
+        });
     }
-    return false;
+    TerminationSignals termination;
+    QObject::connect(&termination, &TerminationSignals::terminationRequested, &app, [] { QCoreApplication::quit(); });
+    return QApplication::exec();
 }
 
 } // namespace
 
 int main(int argc, char *argv[])
 {
-    std::unique_ptr<QCoreApplication> app;
-    if (wantsTerminalOnly(argc, argv))
-        app = std::make_unique<QCoreApplication>(argc, argv);
-    else
-        app = std::make_unique<QApplication>(argc, argv);
-    describeApplication();
+    QCoreApplication::setApplicationName(QStringLiteral("Ketterbloom"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(KETTERBLOOM_VERSION));
 
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Live interview copilot"));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    const QCommandLineOption printInstructions(
-        QStringLiteral("print-instructions"),
-        QStringLiteral("Write the model instructions assembled from the saved settings to standard output."));
-    parser.addOption(printInstructions);
-    parser.process(*app);
-
-    if (parser.isSet(printInstructions)) {
-        const AppSettings settings;
-        const QByteArray text = settings.instructions().toUtf8();
-        std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
-        std::fflush(stdout);
-        return 0;
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    const auto parsed = CommandLine::parse(arguments);
+    if (const auto *exit = std::get_if<CommandLine::Exit>(&parsed)) {
+        write(exit->code == 0 ? stdout : stderr, exit->text);
+        return exit->code;
     }
-
-    QApplication::setApplicationDisplayName(QStringLiteral("Ketterbloom"));
-    QApplication::setDesktopFileName(QStringLiteral("ketterbloom"));
-    int status = 0;
-    {
-        AppShell shell;
-        shell.show();
-        status = QApplication::exec();
-    }
-    return status;
+    const auto &options = std::get<CommandLine::Options>(parsed);
+    if (options.printInstructions)
+        return printInstructions(argc, argv);
+    if (options.transcribe)
+        return transcribe(argc, argv, *options.transcribe);
+    if (options.headless)
+        return runHeadless(argc, argv, options);
+    return runWindow(argc, argv, options);
 }

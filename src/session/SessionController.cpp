@@ -140,6 +140,7 @@ void SessionController::start()
 
     if (m_settings.apiKey().trimmed().isEmpty()) {
         setBanner(apiKeyMissingBanner, BannerAction::openAccountSettings);
+        emit startFailed();
         return;
     }
     warnIfContextThin();
@@ -159,6 +160,7 @@ void SessionController::start()
         return;
     case MicPermission::denied:
         setBannerText(describe(EngineError::micDenied));
+        emit startFailed();
         return;
     }
 }
@@ -187,6 +189,7 @@ void SessionController::continueStartWithMic(bool granted)
 {
     if (!granted) {
         setBannerText(describe(EngineError::micDenied));
+        emit startFailed();
         return;
     }
 
@@ -197,6 +200,7 @@ void SessionController::continueStartWithMic(bool granted)
             setBannerText(kSystemAudioUnreachable);
             m_client.stop();
             setSessionActive(false);
+            emit startFailed();
             return;
         }
     }
@@ -214,6 +218,7 @@ void SessionController::continueStartWithMic(bool granted)
             setBannerText(QStringLiteral("Pick which app to listen to in Settings."));
             m_client.stop();
             setSessionActive(false);
+            emit startFailed();
             return;
         }
         if (const std::optional<AudioProcessInfo> app = m_taps.audioObject(bundleID)) {
@@ -255,6 +260,7 @@ void SessionController::continueStartWithMic(bool granted)
                           + QStringLiteral(" — send that and it will say exactly where it stopped."));
             m_client.stop();
             setSessionActive(false);
+            emit startFailed();
         }
     });
 
@@ -289,6 +295,7 @@ void SessionController::audioStartFinished(const std::optional<QString> &error)
         setBannerText(*error);
         m_client.stop();
         setSessionActive(false);
+        emit startFailed();
         return;
     }
     if (m_banner == stillStartingBanner) {

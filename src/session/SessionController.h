@@ -161,6 +161,8 @@ public:
     static const QString stillStartingBanner;
 
 signals:
+    // A press of Start ended without a session (the banner says why).
+    void startFailed();
     void pairChanged(int index);
     void pairInserted(int index);
     void pairsReset();

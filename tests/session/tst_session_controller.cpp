@@ -48,8 +48,10 @@ private slots:
         SessionController &c = *rig.controller;
         rig.prepareSettings();
         rig.settings.setApiKey(QStringLiteral("   "));
+        QSignalSpy failed(&c, &SessionController::startFailed);
         c.start();
         rig.settle();
+        QCOMPARE(failed.count(), 1);
         QCOMPARE(c.banner(), QStringLiteral("Add your OpenAI API key before starting."));
         QCOMPARE(c.bannerAction(), std::optional(SessionController::BannerAction::openAccountSettings));
         QVERIFY(!c.isSessionActive());
@@ -297,7 +299,9 @@ private slots:
         SessionRig rig;
         SessionController &c = *rig.controller;
         rig.audio.startError = QStringLiteral("Selected audio input device is not available.");
+        QSignalSpy failed(&c, &SessionController::startFailed);
         QVERIFY(!rig.startSession());
+        QCOMPARE(failed.count(), 1);
         QCOMPARE(c.banner(), QStringLiteral("Selected audio input device is not available."));
         QCOMPARE(rig.client.stopCount, 1);
         QVERIFY(rig.client.starts.isEmpty());

@@ -1,0 +1,83 @@
+#include "app/CommandLine.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+
+#include <cmath>
+
+namespace {
+QString usageHint()
+{
+    return QStringLiteral("Try 'ketterbloom --help' for the options.\n");
+}
+
+CommandLine::Exit usageError(const QString &message)
+{
+    return {2, QStringLiteral("ketterbloom: ") + message + QLatin1Char('\n') + usageHint()};
+}
+} // namespace
+
+std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Live interview copilot: listens to the meeting, shows each question with a drafted answer, "
+        "and keeps a transcript of the session."));
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this help and exit."));
+    const QCommandLineOption version({QStringLiteral("v"), QStringLiteral("version")},
+                                     QStringLiteral("Show the version and exit."));
+    const QCommandLineOption start(QStringLiteral("start"), QStringLiteral("Begin a session at launch."));
+    const QCommandLineOption headless(
+        QStringLiteral("headless"),
+        QStringLiteral("Run a session without a window: each question and its answer are printed to standard "
+                       "output as Markdown, messages to standard error. Ctrl-C stops and saves the session."));
+    const QCommandLineOption stopAfter(QStringLiteral("stop-after"),
+                                       QStringLiteral("Stop the session by itself after <seconds>."),
+                                       QStringLiteral("seconds"));
+    const QCommandLineOption printInstructions(
+        QStringLiteral("print-instructions"),
+        QStringLiteral("Write the model instructions assembled from the saved settings to standard output."));
+    const QCommandLineOption transcribe(QStringLiteral("transcribe"),
+                                        QStringLiteral("Transcribe a saved recording on this computer and print "
+                                                       "the transcript's path."),
+                                        QStringLiteral("file.wav"));
+    parser.addOptions({help, version, start, headless, stopAfter, printInstructions, transcribe});
+
+    if (!parser.parse(arguments))
+        return usageError(parser.errorText());
+    if (parser.isSet(help))
+        return Exit{0, parser.helpText().replace(QStringLiteral("<executable_name>"), QStringLiteral("ketterbloom"))};
+    if (parser.isSet(version)) {
+        return Exit{0, QCoreApplication::applicationName() + QLatin1Char(' ')
+                           + QCoreApplication::applicationVersion() + QLatin1Char('\n')};
+    }
+    if (!parser.positionalArguments().isEmpty())
+        return usageError(QStringLiteral("unexpected argument '%1'").arg(parser.positionalArguments().first()));
+
+    Options options;
+    options.start = parser.isSet(start);
+    options.headless = parser.isSet(headless);
+    options.printInstructions = parser.isSet(printInstructions);
+    if (parser.isSet(transcribe)) {
+        const QString path = parser.value(transcribe);
+        if (path.isEmpty())
+            return usageError(QStringLiteral("--transcribe needs the path of a WAV file"));
+        options.transcribe = path;
+    }
+    if (parser.isSet(stopAfter)) {
+        bool ok = false;
+        const double seconds = parser.value(stopAfter).toDouble(&ok);
+        if (!ok || !std::isfinite(seconds) || seconds <= 0)
+            return usageError(QStringLiteral("--stop-after needs a number of seconds above 0, not '%1'")
+                                  .arg(parser.value(stopAfter)));
+        if (!options.start && !options.headless)
+            return usageError(QStringLiteral("--stop-after only applies with --start or --headless"));
+        options.stopAfter = seconds;
+    }
+    const int modes = int(options.headless) + int(options.printInstructions) + int(options.transcribe.has_value());
+    if (modes > 1)
+        return usageError(QStringLiteral("--headless, --print-instructions and --transcribe can't be combined"));
+    if (options.start && (options.printInstructions || options.transcribe))
+        return usageError(QStringLiteral("--start can't be combined with --print-instructions or --transcribe"));
+    return options;
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+#include <variant>
+
+// What the user asked for on the command line.
+class CommandLine
+{
+public:
+    struct Options
+    {
+        bool start = false;                  // begin a session at launch
+        bool headless = false;               // no window: cards to stdout, banners to stderr
+        std::optional<double> stopAfter;     // seconds
+        bool printInstructions = false;
+        std::optional<QString> transcribe;   // a WAV to transcribe on the device
+
+        // Runs without a display: nothing here opens a window.
+        bool isTerminalOnly() const { return headless || printInstructions || transcribe.has_value(); }
+    };
+
+    // Print `text` (to stdout for help and version, to stderr for errors) and exit with `code`.
+    struct Exit
+    {
+        int code = 0;
+        QString text;
+    };
+
+    // `arguments` includes the program name first.
+    static std::variant<Options, Exit> parse(const QStringList &arguments);
+};

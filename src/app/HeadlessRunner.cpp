@@ -1,0 +1,132 @@
+#include "app/HeadlessRunner.h"
+
+#include "session/QAPair.h"
+#include "session/SessionController.h"
+
+#include <QTimer>
+
+HeadlessRunner::HeadlessRunner(SessionController &controller, std::FILE *out, std::FILE *err,
+                               std::optional<double> stopAfterSeconds, QObject *parent)
+    : QObject(parent)
+    , m_controller(controller)
+    , m_out(out)
+    , m_err(err)
+    , m_stopAfterSeconds(stopAfterSeconds)
+{
+    connect(&m_controller, &SessionController::pairChanged, this, &HeadlessRunner::considerCard);
+    connect(&m_controller, &SessionController::pairInserted, this, &HeadlessRunner::considerCard);
+    connect(&m_controller, &SessionController::pairsReset, this, [this] {
+        for (int i = 0; i < m_controller.pairs().size(); ++i)
+            considerCard(i);
+    });
+    connect(&m_controller, &SessionController::bannerChanged, this, &HeadlessRunner::printBanner);
+    connect(&m_controller, &SessionController::bannerLinksChanged, this, &HeadlessRunner::printLinks);
+    connect(&m_controller, &SessionController::isSessionActiveChanged, this, &HeadlessRunner::sessionActiveChanged);
+    connect(&m_controller, &SessionController::startFailed, this, [this] { finish(1); });
+}
+
+void HeadlessRunner::run()
+{
+    m_controller.start();
+}
+
+void HeadlessRunner::requestStop()
+{
+    if (m_stopping || m_finished)
+        return;
+    m_stopping = true;
+    m_controller.stop();
+    // Whatever changed after a card was printed (a late question, the user's own answer).
+    const QList<QAPair> pairs = m_controller.pairs();
+    for (const QAPair &pair : pairs) {
+        if (pair.isComplete && m_printed.value(pair.id) != cardBlock(pair))
+            printCard(pair);
+    }
+    finish(m_started ? 0 : 1);
+}
+
+QString HeadlessRunner::cardBlock(const QAPair &pair)
+{
+    const QString dash = QStringLiteral("—");
+    QString block = QStringLiteral("### ") + pair.timestamp;
+    if (pair.wasExtended)
+        block += QStringLiteral(" (question extended)");
+    block += QStringLiteral("\n**Interviewer:** ") + (pair.question.isEmpty() ? dash : pair.question);
+    block += QStringLiteral("\n\n**Copilot:** ") + (pair.answer.isEmpty() ? dash : pair.answer);
+    if (!pair.myAnswer.isEmpty())
+        block += QStringLiteral("\n\n**You:** ") + pair.myAnswer;
+    block += QStringLiteral("\n\n");
+    return block;
+}
+
+void HeadlessRunner::considerCard(int index)
+{
+    const QList<QAPair> &pairs = m_controller.pairs();
+    if (index < 0 || index >= pairs.size())
+        return;
+    const QAPair &pair = pairs.at(index);
+    // A card is printed once its answer is complete and its question is known; an answer
+    // that overtook its question waits for it (or for the stop).
+    if (!pair.isComplete || pair.question.isEmpty())
+        return;
+    if (m_printed.value(pair.id) != cardBlock(pair))
+        printCard(pair);
+}
+
+void HeadlessRunner::printCard(const QAPair &pair)
+{
+    const QString block = cardBlock(pair);
+    m_printed.insert(pair.id, block);
+    const QByteArray bytes = block.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_out);
+    std::fflush(m_out);
+}
+
+void HeadlessRunner::printBanner()
+{
+    const QString banner = m_controller.banner();
+    if (banner.isEmpty() || banner == m_lastBanner)
+        return;
+    m_lastBanner = banner;
+    writeError(banner + QLatin1Char('\n'));
+}
+
+void HeadlessRunner::printLinks()
+{
+    QString text;
+    for (const SessionController::BannerLink &link : m_controller.bannerLinks())
+        text += QStringLiteral("  ") + link.label + QStringLiteral(": ") + link.url.toLocalFile() + QLatin1Char('\n');
+    writeError(text);
+}
+
+void HeadlessRunner::writeError(const QString &text)
+{
+    if (text.isEmpty())
+        return;
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_err);
+    std::fflush(m_err);
+}
+
+void HeadlessRunner::sessionActiveChanged()
+{
+    if (m_controller.isSessionActive()) {
+        m_started = true;
+        if (m_stopAfterSeconds)
+            QTimer::singleShot(qRound64(*m_stopAfterSeconds * 1000.0), this, &HeadlessRunner::requestStop);
+        return;
+    }
+    // The session ended without being asked to (the realtime service failed for good).
+    if (!m_stopping) {
+        printBanner();
+        finish(1);
+    }
+}
+
+void HeadlessRunner::finish(int exitCode)
+{
+    if (m_finished)
+        return;
+    m_finished = true;
+    emit finished(exitCode);
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+
+class AudioEnvironment;
+class CaptureLink;
+class MicTranscription;
+class RealtimeLink;
+class RecordingTranscription;
+class TapQueries;
+
+// The real audio capture, realtime client and on-device transcribers, presented through
+// the interfaces the session controller and the views use. Create it on the GUI thread
+// before the controller, and destroy it after.
+class RealComponents
+{
+public:
+    RealComponents();
+    ~RealComponents();
+
+    RealtimeLink &realtime();
+    CaptureLink &capture();
+    TapQueries &taps();
+    MicTranscription &micTranscription();
+    RecordingTranscription &recordingTranscription();
+    AudioEnvironment &audioEnvironment();
+
+private:
+    struct Parts;
+    std::unique_ptr<Parts> m_parts;
+};

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "app/RealComponents.h"
+#include "session/SessionController.h"
+#include "session/SystemClock.h"
+#include "settings/AppSettings.h"
+#include "ui/DBusFileRevealer.h"
+#include "ui/DBusIdleInhibitor.h"
+#include "ui/DialogRecordingPicker.h"
+
+#include <QWidget>
+
+// The one settings object and the one session controller with its real components and
+// desktop services: everything a session needs, with or without a window. Members are
+// destroyed in reverse order, so the controller goes before the components it uses.
+struct SessionStack
+{
+    SessionStack()
+        : controller(SessionController::Components{settings, components.realtime(), components.capture(),
+                                                   components.taps(), components.micTranscription(),
+                                                   components.recordingTranscription(), clock, idleInhibitor,
+                                                   fileRevealer, recordingPicker, {}})
+    {
+    }
+
+    ~SessionStack()
+    {
+        // A session still running at quit is stopped so that its records are closed.
+        controller.stop();
+    }
+
+    AppSettings settings;
+    SystemClock clock;
+    RealComponents components;
+    DBusIdleInhibitor idleInhibitor;
+    DBusFileRevealer fileRevealer;
+    DialogRecordingPicker recordingPicker;
+    SessionController controller;
+};
