@@ -112,6 +112,7 @@ void RealtimeSimulator::acceptWebSocket()
         m_closedInfo.append(connection->info());
         connect(connection, &SimConnection::closed, this, [this, connection, index] {
             m_closedInfo[index - 1] = connection->info();
+            connection->deleteLater(); // a long-running simulator keeps only what it recorded
             emit connectionClosed(index);
         });
         emit connectionOpened(index);
