@@ -3,8 +3,9 @@
 #include <QIcon>
 
 // Every icon of the window, looked up in the desktop's icon theme by its freedesktop name
-// and, where the theme has none, taken from the style's standard icons so that every
-// button has one even on a bare system.
+// and, where the theme has none, taken from the style's standard icons (or, for the few
+// the style has no fitting one for, drawn here) so that every button has one even on a
+// bare system.
 namespace Icons {
 
 enum class Id {

@@ -39,10 +39,18 @@ void LevelMeter::setLevel(float level)
     update();
 }
 
-double LevelMeter::filledWidth(float level)
+double LevelMeter::filledWidth(float level, int barWidth)
 {
     const float clamped = std::isnan(level) ? 0.f : std::clamp(level, 0.f, 1.f);
-    return kBarWidth * static_cast<double>(clamped);
+    return barWidth * static_cast<double>(clamped);
+}
+
+void LevelMeter::setBarSize(int width, int height)
+{
+    m_barWidth = width;
+    m_barHeight = height;
+    updateGeometry();
+    update();
 }
 
 QColor LevelMeter::fillColor() const
@@ -60,7 +68,7 @@ QFont LevelMeter::labelFont() const
 QSize LevelMeter::sizeHint() const
 {
     const QFontMetrics fm(labelFont());
-    return {fm.horizontalAdvance(m_label) + kGap + kBarWidth, qMax(fm.height(), kBarHeight)};
+    return {fm.horizontalAdvance(m_label) + kGap + m_barWidth, qMax(fm.height(), m_barHeight)};
 }
 
 void LevelMeter::paintEvent(QPaintEvent *)
@@ -73,13 +81,13 @@ void LevelMeter::paintEvent(QPaintEvent *)
     p.setPen(Colors::withAlpha(palette().color(QPalette::WindowText), 0.7));
     p.drawText(QRect(0, 0, labelWidth, height()), Qt::AlignVCenter | Qt::AlignLeft, m_label);
 
-    const QRectF track(labelWidth + kGap, (height() - kBarHeight) / 2.0, kBarWidth, kBarHeight);
+    const QRectF track(labelWidth + kGap, (height() - m_barHeight) / 2.0, m_barWidth, m_barHeight);
     p.setPen(Qt::NoPen);
     p.setBrush(Colors::withAlpha(palette().color(QPalette::WindowText), 0.15));
     p.drawRoundedRect(track, 2, 2);
     const double filled = filledWidth();
     if (filled > 0) {
         p.setBrush(fillColor());
-        p.drawRoundedRect(QRectF(track.left(), track.top(), filled, kBarHeight), 2, 2);
+        p.drawRoundedRect(QRectF(track.left(), track.top(), filled, m_barHeight), 2, 2);
     }
 }

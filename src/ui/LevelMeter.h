@@ -19,10 +19,13 @@ public:
     void setLevel(float level);
     float level() const { return m_level; }
 
+    // A larger bar than the control bar's, for the sound check.
+    void setBarSize(int width, int height);
+
     // The filled part of the bar in pixels: the bar's width times the clamped level.
-    double filledWidth() const { return filledWidth(m_level); }
+    double filledWidth() const { return filledWidth(m_level, m_barWidth); }
     QColor fillColor() const;
-    static double filledWidth(float level);
+    static double filledWidth(float level, int barWidth = kBarWidth);
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override { return sizeHint(); }
@@ -35,4 +38,6 @@ private:
 
     QString m_label;
     float m_level = 0;
+    int m_barWidth = kBarWidth;
+    int m_barHeight = kBarHeight;
 };

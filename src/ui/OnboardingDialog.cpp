@@ -141,6 +141,7 @@ QWidget *OnboardingDialog::buildAudioPage()
     m_mic = body(QString(), page);
     m_meter = new LevelMeter(tr("Mic"), page);
     m_meter->setAccessibleName(tr("Microphone level"));
+    m_meter->setBarSize(220, 8);
     auto *retry = new QPushButton(tr("Check &Again"), page);
     layout->addSpacing(6);
     layout->addWidget(m_server);

@@ -84,7 +84,6 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
 
     m_answer = new QLabel(this);
     m_answer->setWordWrap(true);
-    m_answer->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_answer->setTextFormat(Qt::PlainText);
     layout->addWidget(m_answer);
 
@@ -179,7 +178,7 @@ void QACard::setPair(const QAPair &pair)
         m_updated->setVisible(pair.wasExtended);
     if (old.question != pair.question)
         m_question->setText(pair.question);
-    if (old.answer != pair.answer || old.wasExtended != pair.wasExtended)
+    if (old.answer != pair.answer || old.wasExtended != pair.wasExtended || old.isComplete != pair.isComplete)
         refreshAnswer();
     if (old.myAnswer != pair.myAnswer || old.myAnswerInProgress != pair.myAnswerInProgress)
         refreshMyAnswer();
@@ -247,6 +246,9 @@ void QACard::changeEvent(QEvent *event)
 void QACard::refreshAnswer()
 {
     const bool empty = m_pair.answer.isEmpty();
+    // Selectable text is laid out through a text document, several times dearer than a plain
+    // label; a streaming answer becomes selectable once it is complete.
+    m_answer->setTextInteractionFlags(m_pair.isComplete ? Qt::TextSelectableByMouse : Qt::NoTextInteraction);
     m_answer->setText(m_pair.answer);
     m_answer->setVisible(!empty);
     m_thinkingRow->setVisible(empty);

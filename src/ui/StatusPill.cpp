@@ -78,7 +78,10 @@ void StatusPill::paintEvent(QPaintEvent *)
 {
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
-    const QRectF pill = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+    // The pill hugs the caption; the widget keeps room for the longest one.
+    const int textWidth = QFontMetrics(captionFont()).horizontalAdvance(m_text);
+    const QRectF pill = QRectF(0, 0, qMin(width(), kPadX + kDot + kGap + textWidth + kPadX), height())
+                            .adjusted(0.5, 0.5, -0.5, -0.5);
     p.setPen(Qt::NoPen);
     p.setBrush(Colors::withAlpha(palette().color(QPalette::WindowText), 0.07));
     p.drawRoundedRect(pill, pill.height() / 2, pill.height() / 2);

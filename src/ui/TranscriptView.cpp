@@ -1,5 +1,6 @@
 #include "ui/TranscriptView.h"
 
+#include "ui/CardColumn.h"
 #include "ui/Icons.h"
 #include "ui/QACard.h"
 
@@ -27,8 +28,7 @@ TranscriptView::TranscriptView(QWidget *parent)
     , m_emptyHeadline(new QLabel(QStringLiteral("No answers yet"), m_empty))
     , m_emptyText(new QLabel(m_empty))
     , m_scroll(new QScrollArea(this))
-    , m_content(new QWidget)
-    , m_cardsLayout(new QVBoxLayout(m_content))
+    , m_column(new CardColumn)
     , m_newAnswers(new QPushButton(this))
     , m_buttonAnimation(new QParallelAnimationGroup(this))
 {
@@ -55,16 +55,13 @@ TranscriptView::TranscriptView(QWidget *parent)
     emptyLayout->addStretch(1);
 
     // Cards.
-    m_cardsLayout->setContentsMargins(10, 10, 10, 10);
-    m_cardsLayout->setSpacing(14);
-    m_cardsLayout->addStretch(1);
-    m_scroll->setWidget(m_content);
-    m_scroll->setWidgetResizable(true);
+    m_scroll->setWidget(m_column);
+    m_scroll->setWidgetResizable(false);
     m_scroll->setFrameShape(QFrame::NoFrame);
     m_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_scroll->setFocusPolicy(Qt::StrongFocus);
     m_scroll->setAccessibleName(tr("Answer cards"));
-    m_content->setAutoFillBackground(false);
+    m_column->setAutoFillBackground(false);
     m_scroll->viewport()->setAutoFillBackground(false);
 
     m_stack->addWidget(m_empty);
@@ -120,11 +117,12 @@ void TranscriptView::setCardFonts(const CardFonts &fonts)
     m_fonts = fonts;
     for (QACard *card : std::as_const(m_cards))
         card->setFonts(fonts);
+    m_column->refreshAll();
 }
 
 QACard *TranscriptView::makeCard(const QAPair &pair)
 {
-    auto *card = new QACard(pair, m_fonts, m_expanded.contains(pair.id), m_content);
+    auto *card = new QACard(pair, m_fonts, m_expanded.contains(pair.id), m_column);
     connect(card, &QACard::toggleMyAnswer, this, &TranscriptView::toggleMyAnswer);
     ++m_cardsCreated;
     return card;
@@ -137,8 +135,8 @@ void TranscriptView::pairInserted(int index)
         return;
     }
     QACard *card = makeCard(m_pairs->at(index));
-    m_cardsLayout->insertWidget(index, card);
     m_cards.insert(index, card);
+    m_column->insertCard(index, card);
     updateEmptyState();
 }
 
@@ -149,18 +147,20 @@ void TranscriptView::pairChanged(int index)
         pairsReset();
         return;
     }
-    m_cards[index]->setPair(m_pairs->at(index));
+    QACard *card = m_cards[index];
+    card->setPair(m_pairs->at(index));
+    m_column->refresh(card);
 }
 
 void TranscriptView::pairsReset()
 {
-    qDeleteAll(m_cards);
+    m_column->clear();
     m_cards.clear();
     if (m_pairs) {
         for (int i = 0; i < m_pairs->size(); ++i) {
             QACard *card = makeCard(m_pairs->at(i));
-            m_cardsLayout->insertWidget(i, card);
             m_cards.append(card);
+            m_column->insertCard(i, card);
         }
     }
     updateEmptyState();
@@ -173,8 +173,10 @@ void TranscriptView::toggleMyAnswer(const QString &pairID)
     else
         m_expanded.insert(pairID);
     for (QACard *card : std::as_const(m_cards)) {
-        if (card->pair().id == pairID)
+        if (card->pair().id == pairID) {
             card->setMyAnswerShown(m_expanded.contains(pairID));
+            m_column->refresh(card);
+        }
     }
 }
 
@@ -235,8 +237,11 @@ void TranscriptView::scrollToBottom(bool animated)
 
 void TranscriptView::geometryMaybeChanged()
 {
-    const FollowBottom::Geo geo{double(m_scroll->verticalScrollBar()->value()), double(m_content->height()),
-                                double(m_scroll->viewport()->height())};
+    // The content height is read from the scroll bar's range so that the geometry and what
+    // can be scrolled to always agree (the column grows before the range follows).
+    const QScrollBar *bar = m_scroll->verticalScrollBar();
+    const double container = m_scroll->viewport()->height();
+    const FollowBottom::Geo geo{double(bar->value()), double(bar->maximum()) + container, container};
     if (geo == m_geo)
         return;
     const FollowBottom::Geo old = std::exchange(m_geo, geo);
@@ -288,7 +293,8 @@ void TranscriptView::resizeEvent(QResizeEvent *event)
 
 bool TranscriptView::eventFilter(QObject *watched, QEvent *event)
 {
-    if (watched == m_scroll->viewport() && event->type() == QEvent::Resize)
-        geometryMaybeChanged();
+    if (watched == m_scroll->viewport() && event->type() == QEvent::Resize) {
+        m_column->setColumnWidth(m_scroll->viewport()->width());
+    }
     return QWidget::eventFilter(watched, event);
 }

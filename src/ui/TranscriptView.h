@@ -8,13 +8,13 @@
 #include <QSet>
 #include <QWidget>
 
+class CardColumn;
 class QACard;
 class QLabel;
 class QParallelAnimationGroup;
 class QPushButton;
 class QScrollArea;
 class QStackedLayout;
-class QVBoxLayout;
 
 // The question and answer cards, newest at the bottom. Follows new content to the bottom
 // until the user scrolls up, then offers "New answers below". A changed card updates only
@@ -50,6 +50,7 @@ public:
     QString emptyStateText() const;
     int cardCount() const { return int(m_cards.size()); }
     QACard *card(int index) const { return m_cards.value(index); }
+    CardColumn *column() const { return m_column; }
     QScrollArea *scrollArea() const { return m_scroll; }
     QPushButton *newAnswersButton() const { return m_newAnswers; }
     // How many card widgets were ever made (a rebuild makes them all again).
@@ -84,8 +85,7 @@ private:
     QLabel *m_emptyHeadline;
     QLabel *m_emptyText;
     QScrollArea *m_scroll;
-    QWidget *m_content;
-    QVBoxLayout *m_cardsLayout;
+    CardColumn *m_column;
     QPushButton *m_newAnswers;
     QParallelAnimationGroup *m_buttonAnimation;
 };

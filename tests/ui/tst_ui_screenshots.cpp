@@ -80,6 +80,8 @@ private slots:
         rig.window->resize(440, 480);
         save(rig.window.get(), QStringLiteral("main-window-minimum-following"));
         QScrollBar *bar = rig.transcript().scrollArea()->verticalScrollBar();
+        QVERIFY(bar->maximum() > 0);
+        QCOMPARE(bar->value(), bar->maximum());
         bar->setValue(0);
         rig.session.client.delta(QStringLiteral("r5"), QStringLiteral(" spend the second month shipping one small "
                                                                         "thing end to end with the team."));
