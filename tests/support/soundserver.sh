@@ -23,10 +23,11 @@ export XDG_RUNTIME_DIR="$run"
 export PULSE_SERVER="unix:$run/pulse/native"
 unset DBUS_SESSION_BUS_ADDRESS
 
-alive() {   # running and not a zombie waiting to be reaped
-  local state
-  state=$(ps -o stat= -p "$1" 2>/dev/null) || return 1
-  [[ -n "$state" && "$state" != Z* ]]
+alive() {   # running and not a zombie waiting to be reaped (read from /proc: no procps needed)
+  local stat
+  stat=$(cat "/proc/$1/stat" 2>/dev/null) || return 1
+  stat=${stat##*) }
+  [[ -n "$stat" && "${stat:0:1}" != Z ]]
 }
 
 stop_all() {
