@@ -34,6 +34,25 @@ void setTextColor(QWidget *widget, const QColor &color)
     widget->setPalette(pal);
 }
 
+// The small "updated" badge: accent text on the accent colour at 0.18 opacity.
+class Badge : public QLabel
+{
+public:
+    using QLabel::QLabel;
+
+protected:
+    void paintEvent(QPaintEvent *event) override
+    {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(Qt::NoPen);
+        p.setBrush(Colors::withAlpha(Colors::accent(), 0.18));
+        p.drawRoundedRect(QRectF(rect()), 4, 4);
+        p.end();
+        QLabel::paintEvent(event);
+    }
+};
+
 QLabel *iconLabel(Icons::Id id, int size, QWidget *parent)
 {
     auto *label = new QLabel(parent);
@@ -51,6 +70,7 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
 {
     setAttribute(Qt::WA_OpaquePaintEvent, false);
     auto *layout = new QVBoxLayout(this);
+    m_layout = layout;
     layout->setContentsMargins(10, 10, 10, 10);
     layout->setSpacing(5);
 
@@ -59,7 +79,8 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     m_interviewerIcon = iconLabel(Icons::Id::interviewer, 14, this);
     m_interviewer = new QLabel(QStringLiteral("Interviewer"), this);
     m_timestamp = new QLabel(this);
-    m_updated = new QLabel(QStringLiteral("updated"), this);
+    m_updated = new Badge(QStringLiteral("updated"), this);
+    m_updated->setContentsMargins(5, 0, 5, 0);
     header->addWidget(m_interviewerIcon);
     header->addWidget(m_interviewer);
     header->addWidget(m_timestamp);
@@ -87,6 +108,14 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     m_answer->setTextFormat(Qt::PlainText);
     layout->addWidget(m_answer);
 
+    setFonts(fonts);
+    refreshAll();
+}
+
+void QACard::ensureThinkingRow()
+{
+    if (m_thinkingRow)
+        return;
     m_thinkingRow = new QWidget(this);
     auto *thinking = new QHBoxLayout(m_thinkingRow);
     thinking->setContentsMargins(0, 0, 0, 0);
@@ -97,11 +126,18 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     m_thinkingBar->setFixedSize(36, 6);
     m_thinkingBar->setAccessibleName(tr("Answer in progress"));
     m_thinking = new QLabel(m_thinkingRow);
+    m_thinking->setFont(m_fonts.meta);
     thinking->addWidget(m_thinkingBar);
     thinking->addWidget(m_thinking);
     thinking->addStretch(1);
-    layout->addWidget(m_thinkingRow);
+    m_layout->insertWidget(m_layout->indexOf(m_answer) + 1, m_thinkingRow);
+    applyPaletteColors();
+}
 
+void QACard::ensureMyAnswerRow()
+{
+    if (m_myAnswerRow)
+        return;
     m_myAnswerRow = new QWidget(this);
     auto *row = new QHBoxLayout(m_myAnswerRow);
     row->setContentsMargins(0, 2, 0, 0);
@@ -115,13 +151,15 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     m_myAnswerButton = new QToolButton(m_myAnswerRow);
     m_myAnswerButton->setAutoRaise(true);
     m_myAnswerButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    m_myAnswerButton->setFont(m_fonts.meta);
     m_wordCount = new QLabel(m_myAnswerRow);
+    m_wordCount->setFont(m_fonts.meta);
     row->addWidget(m_chevron);
     row->addWidget(m_personIcon);
     row->addWidget(m_myAnswerButton);
     row->addWidget(m_wordCount);
     row->addStretch(1);
-    layout->addWidget(m_myAnswerRow);
+    m_layout->addWidget(m_myAnswerRow);
     auto toggle = [this] { emit toggleMyAnswer(m_pair.id); };
     connect(m_chevron, &QToolButton::clicked, this, toggle);
     connect(m_myAnswerButton, &QToolButton::clicked, this, toggle);
@@ -130,10 +168,9 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     m_myAnswer->setWordWrap(true);
     m_myAnswer->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_myAnswer->setTextFormat(Qt::PlainText);
-    layout->addWidget(m_myAnswer);
-
-    setFonts(fonts);
-    refreshAll();
+    m_myAnswer->setFont(m_fonts.answer);
+    m_layout->addWidget(m_myAnswer);
+    applyPaletteColors();
 }
 
 QString QACard::placeholderText(const QAPair &pair)
@@ -197,10 +234,13 @@ void QACard::setFonts(const CardFonts &fonts)
     m_question->setFont(fonts.question);
     m_copilot->setFont(semibold(fonts.meta));
     m_answer->setFont(fonts.answer);
-    m_thinking->setFont(fonts.meta);
-    m_myAnswerButton->setFont(fonts.meta);
-    m_wordCount->setFont(fonts.meta);
-    m_myAnswer->setFont(fonts.answer);
+    if (m_thinking)
+        m_thinking->setFont(fonts.meta);
+    if (m_myAnswerRow) {
+        m_myAnswerButton->setFont(fonts.meta);
+        m_wordCount->setFont(fonts.meta);
+        m_myAnswer->setFont(fonts.answer);
+    }
 }
 
 void QACard::setMyAnswerShown(bool shown)
@@ -219,8 +259,7 @@ void QACard::refreshAll()
     m_question->setText(m_pair.question);
     // Fixed colours that follow no palette role.
     setTextColor(m_interviewer, Colors::accent());
-    m_updated->setStyleSheet(QStringLiteral("QLabel { background: rgba(47, 124, 246, 46); color: rgb(47, 124, 246);"
-                                            " border-radius: 4px; padding: 0px 5px; }"));
+    setTextColor(m_updated, Colors::accent());
     m_updated->setAccessibleName(tr("Question updated"));
     refreshAnswer();
     refreshMyAnswer();
@@ -231,9 +270,12 @@ void QACard::applyPaletteColors()
 {
     const QColor text = palette().color(QPalette::WindowText);
     setTextColor(m_copilot, Colors::withAlpha(text, 0.6));
-    setTextColor(m_thinking, Colors::withAlpha(text, 0.6));
-    setTextColor(m_wordCount, Colors::withAlpha(text, 0.55));
-    setTextColor(m_myAnswerButton, Colors::withAlpha(text, 0.75));
+    if (m_thinking)
+        setTextColor(m_thinking, Colors::withAlpha(text, 0.6));
+    if (m_myAnswerRow) {
+        setTextColor(m_wordCount, Colors::withAlpha(text, 0.55));
+        setTextColor(m_myAnswerButton, Colors::withAlpha(text, 0.75));
+    }
 }
 
 void QACard::changeEvent(QEvent *event)
@@ -251,14 +293,21 @@ void QACard::refreshAnswer()
     m_answer->setTextInteractionFlags(m_pair.isComplete ? Qt::TextSelectableByMouse : Qt::NoTextInteraction);
     m_answer->setText(m_pair.answer);
     m_answer->setVisible(!empty);
-    m_thinkingRow->setVisible(empty);
     if (empty)
-        m_thinking->setText(placeholderText(m_pair));
+        ensureThinkingRow();
+    if (m_thinkingRow) {
+        m_thinkingRow->setVisible(empty);
+        if (empty)
+            m_thinking->setText(placeholderText(m_pair));
+    }
 }
 
 void QACard::refreshMyAnswer()
 {
     const bool showRow = showsMyAnswerRow(m_pair);
+    if (!showRow && !m_myAnswerRow)
+        return;
+    ensureMyAnswerRow();
     m_myAnswerRow->setVisible(showRow);
     m_chevron->setIcon(Icons::icon(m_myAnswerShown ? Icons::Id::expand : Icons::Id::collapse));
     m_myAnswerButton->setText(myAnswerLabel(m_pair));
@@ -274,13 +323,16 @@ void QACard::refreshMyAnswer()
 
 QString QACard::questionText() const { return m_question->text(); }
 QString QACard::answerText() const { return m_answer->text(); }
-bool QACard::isThinkingShown() const { return !m_thinkingRow->isHidden(); }
-QString QACard::thinkingText() const { return m_thinking->text(); }
+bool QACard::isThinkingShown() const { return m_thinkingRow && !m_thinkingRow->isHidden(); }
+QString QACard::thinkingText() const { return isThinkingShown() ? m_thinking->text() : QString(); }
 bool QACard::isUpdatedBadgeShown() const { return !m_updated->isHidden(); }
-bool QACard::isMyAnswerRowShown() const { return !m_myAnswerRow->isHidden(); }
-QString QACard::myAnswerLabelText() const { return m_myAnswerButton->text(); }
-QString QACard::wordCountText() const { return m_wordCount->isHidden() ? QString() : m_wordCount->text(); }
-bool QACard::isMyAnswerTextShown() const { return !m_myAnswer->isHidden(); }
+bool QACard::isMyAnswerRowShown() const { return m_myAnswerRow && !m_myAnswerRow->isHidden(); }
+QString QACard::myAnswerLabelText() const { return isMyAnswerRowShown() ? m_myAnswerButton->text() : QString(); }
+QString QACard::wordCountText() const
+{
+    return isMyAnswerRowShown() && !m_wordCount->isHidden() ? m_wordCount->text() : QString();
+}
+bool QACard::isMyAnswerTextShown() const { return m_myAnswer && !m_myAnswer->isHidden(); }
 
 void QACard::paintEvent(QPaintEvent *)
 {

@@ -8,6 +8,7 @@
 class QLabel;
 class QProgressBar;
 class QToolButton;
+class QVBoxLayout;
 
 // One question and its answer: the interviewer's question, the streamed answer (or a
 // "thinking" indicator while it is empty) and, behind a toggle, the user's own answer.
@@ -54,6 +55,9 @@ protected:
 
 private:
     void applyPaletteColors();
+    // Parts most cards never need are made on first use.
+    void ensureThinkingRow();
+    void ensureMyAnswerRow();
     void refreshAll();
     void refreshAnswer();
     void refreshMyAnswer();
@@ -62,6 +66,7 @@ private:
     CardFonts m_fonts;
     bool m_myAnswerShown = false;
 
+    QVBoxLayout *m_layout;
     QLabel *m_interviewerIcon;
     QLabel *m_interviewer;
     QLabel *m_timestamp;
@@ -70,13 +75,13 @@ private:
     QLabel *m_copilotIcon;
     QLabel *m_copilot;
     QLabel *m_answer;
-    QWidget *m_thinkingRow;
-    QProgressBar *m_thinkingBar;
-    QLabel *m_thinking;
-    QWidget *m_myAnswerRow;
-    QToolButton *m_chevron;
-    QLabel *m_personIcon;
-    QToolButton *m_myAnswerButton;
-    QLabel *m_wordCount;
-    QLabel *m_myAnswer;
+    QWidget *m_thinkingRow = nullptr;
+    QProgressBar *m_thinkingBar = nullptr;
+    QLabel *m_thinking = nullptr;
+    QWidget *m_myAnswerRow = nullptr;
+    QToolButton *m_chevron = nullptr;
+    QLabel *m_personIcon = nullptr;
+    QToolButton *m_myAnswerButton = nullptr;
+    QLabel *m_wordCount = nullptr;
+    QLabel *m_myAnswer = nullptr;
 };

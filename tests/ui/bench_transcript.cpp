@@ -1,6 +1,6 @@
 // With 500 cards in the window, how long applying one answer delta to the last card takes
-// (the card update alone, and with the layout pass it causes), and what the window costs in
-// memory.
+// (the card update alone, and with the layout and paint it causes), for typical and long
+// answers, and what the window costs in memory.
 #include "session/QAPair.h"
 #include "ui/CardFonts.h"
 #include "ui/TranscriptView.h"
@@ -44,7 +44,6 @@ int main(int argc, char *argv[])
 {
     QApplication app(argc, argv);
     constexpr int kCards = 500;
-    constexpr int kDeltas = 300;
 
     const long before = residentKiB();
     QList<QAPair> pairs;
@@ -77,26 +76,52 @@ int main(int argc, char *argv[])
     const double fillMs = double(fill.nsecsElapsed()) / 1e6;
     const long after = residentKiB();
 
-    std::vector<double> update;
-    std::vector<double> withLayout;
-    QElapsedTimer timer;
-    for (int i = 0; i < kDeltas; ++i) {
-        timer.start();
-        pairs.last().answer += QStringLiteral(" more words");
-        view.pairChanged(kCards - 1);
-        update.push_back(double(timer.nsecsElapsed()) / 1e6);
+    // Streams one answer into a new last card in deltas of about a dozen characters, as the
+    // service sends them, and times each delta.
+    const auto stream = [&](int deltas, std::vector<double> &update, std::vector<double> &withLayout) {
+        QAPair pair;
+        pair.id = QStringLiteral("S%1").arg(pairs.size());
+        pair.timestamp = QStringLiteral("14:30:00");
+        pair.question = QStringLiteral("What would your first ninety days here look like?");
+        pairs.append(pair);
+        view.pairInserted(int(pairs.size()) - 1);
         QCoreApplication::processEvents();
-        withLayout.push_back(double(timer.nsecsElapsed()) / 1e6);
-    }
+        QElapsedTimer timer;
+        for (int i = 0; i < deltas; ++i) {
+            timer.start();
+            pairs.last().answer += QStringLiteral("pair with on");
+            view.pairChanged(int(pairs.size()) - 1);
+            update.push_back(double(timer.nsecsElapsed()) / 1e6);
+            QCoreApplication::processEvents();
+            withLayout.push_back(double(timer.nsecsElapsed()) / 1e6);
+        }
+        pairs.last().isComplete = true;
+        view.pairChanged(int(pairs.size()) - 1);
+        QCoreApplication::processEvents();
+    };
 
-    std::printf("bench_ui_transcript: %d cards, %d deltas to the last card\n", kCards, kDeltas);
-    std::printf("  card update:            median %.3f ms, p90 %.3f ms\n", median(update), percentile(update, 0.9));
-    std::printf("  update + layout/paint:  median %.3f ms, p90 %.3f ms\n", median(withLayout),
-                percentile(withLayout, 0.9));
-    std::printf("  cards made: %d (a rebuild would make %d more)\n", view.cardsCreated(), kCards);
-    std::printf("  filling 500 cards: %.1f ms\n", fillMs);
-    std::printf("  memory: %ld KiB resident before, %ld KiB with 500 cards (+%ld KiB, %.1f KiB per card)\n", before,
-                after, after - before, double(after - before) / kCards);
+    std::vector<double> typicalUpdate, typicalLayout, longUpdate, longLayout;
+    for (int answer = 0; answer < 10; ++answer)
+        stream(60, typicalUpdate, typicalLayout);   // about 720 characters, a typical short answer
+    stream(250, longUpdate, longLayout);            // up to 3,000 characters
+
+    std::printf("bench_ui_transcript: %d cards in the view, answer deltas of 12 characters to the last card\n",
+                kCards);
+    std::printf("  typical answer (to ~720 chars), %zu deltas:\n", typicalUpdate.size());
+    std::printf("    card update:           median %.3f ms, p90 %.3f ms\n", median(typicalUpdate),
+                percentile(typicalUpdate, 0.9));
+    std::printf("    update + layout/paint: median %.3f ms, p90 %.3f ms\n", median(typicalLayout),
+                percentile(typicalLayout, 0.9));
+    std::printf("  long answer (to 3,000 chars), %zu deltas:\n", longUpdate.size());
+    std::printf("    card update:           median %.3f ms, p90 %.3f ms\n", median(longUpdate),
+                percentile(longUpdate, 0.9));
+    std::printf("    update + layout/paint: median %.3f ms, p90 %.3f ms\n", median(longLayout),
+                percentile(longLayout, 0.9));
+    std::printf("  cards made: %d for %lld cards (streaming rebuilt nothing)\n", view.cardsCreated(),
+                static_cast<long long>(pairs.size()));
+    std::printf("  filling %d cards: %.1f ms\n", kCards, fillMs);
+    std::printf("  memory: %ld KiB resident before, %ld KiB with %d cards (+%ld KiB, %.1f KiB per card)\n", before,
+                after, kCards, after - before, double(after - before) / kCards);
     std::printf("  following the bottom: %s\n",
                 view.scrollArea()->verticalScrollBar()->value() == view.scrollArea()->verticalScrollBar()->maximum()
                     ? "yes"
