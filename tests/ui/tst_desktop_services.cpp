@@ -2,6 +2,12 @@
 // desktop's file manager and screen saver.
 #include "ui/DBusFileRevealer.h"
 #include "ui/DBusIdleInhibitor.h"
+#include "ui/DialogRecordingPicker.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFileDialog>
+#include <QStandardPaths>
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -152,6 +158,46 @@ private slots:
         QTest::qWait(200);
         QVERIFY(!inhibitor.cookie());
         inhibitor.release();
+    }
+
+    void recordingPickerOffersTheSavedWavs()
+    {
+        const QString folder =
+            QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QStringLiteral("/Ketterbloom");
+        QVERIFY(QDir().mkpath(folder));
+        QFile wav(folder + QStringLiteral("/meeting_2025-03-04_14-05-09.wav"));
+        QVERIFY(wav.open(QIODevice::WriteOnly));
+        wav.write(QByteArray(44, '\0'));
+        wav.close();
+
+        DialogRecordingPicker picker;
+        QList<std::optional<QString>> answers;
+        const auto openDialog = [&] {
+            picker.pickRecording([&answers](const std::optional<QString> &path) { answers.append(path); });
+            QFileDialog *dialog = nullptr;
+            for (QWidget *w : QApplication::topLevelWidgets()) {
+                if (auto *d = qobject_cast<QFileDialog *>(w); d && d->isVisible())
+                    dialog = d;
+            }
+            return dialog;
+        };
+
+        QFileDialog *dialog = openDialog();
+        QVERIFY(dialog);
+        QCOMPARE(QDir(dialog->directory()).canonicalPath(), QDir(folder).canonicalPath());
+        QVERIFY(dialog->nameFilters().join(QLatin1Char(' ')).contains(QStringLiteral("*.wav")));
+        QCOMPARE(dialog->labelText(QFileDialog::Accept), QStringLiteral("Transcribe"));
+        dialog->selectFile(wav.fileName());
+        static_cast<QDialog *>(dialog)->accept();   // as the Transcribe button does
+        QTRY_COMPARE(answers.size(), 1);
+        QCOMPARE(QFileInfo(answers.first().value_or(QString())).canonicalFilePath(),
+                 QFileInfo(wav.fileName()).canonicalFilePath());
+
+        dialog = openDialog();
+        QVERIFY(dialog);
+        dialog->reject();
+        QTRY_COMPARE(answers.size(), 2);
+        QVERIFY(!answers.last().has_value());
     }
 };
 

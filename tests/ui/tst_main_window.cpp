@@ -15,6 +15,7 @@
 #include "ui/StatusPill.h"
 
 #include <QAction>
+#include <QClipboard>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDoubleSpinBox>
@@ -254,6 +255,12 @@ private slots:
         emit rig.window->bannerView()->revealRequested(transcript);
         QCOMPARE(rig.session.revealer.revealed.size(), 1);
         QCOMPARE(rig.session.revealer.revealed.first(), QStringList{transcript});
+
+        // Copy Transcript puts the plain-text export on the clipboard.
+        rig.session.client.transcript(QStringLiteral("Why payments?"));
+        rig.window->copyTranscriptAction()->trigger();
+        QCOMPARE(QApplication::clipboard()->text(), rig.session.controller->transcriptForExport());
+        QVERIFY(QApplication::clipboard()->text().contains(QStringLiteral("Why payments?")));
 
         emit rig.window->bannerView()->closeRequested();
         QVERIFY(!rig.session.controller->bannerText());
