@@ -36,16 +36,17 @@ void HeadlessRunner::requestStop()
         return;
     m_stopping = true;
     m_controller.stop();
-    // Whatever changed after a card was printed (a late question, the user's own answer).
+    // Whatever changed after a card was printed: a late question, or the user's own answer,
+    // which is printed only now so that its partial texts don't repeat the card.
     const QList<QAPair> pairs = m_controller.pairs();
     for (const QAPair &pair : pairs) {
-        if (pair.isComplete && m_printed.value(pair.id) != cardBlock(pair))
-            printCard(pair);
+        if (pair.isComplete && m_printed.value(pair.id) != cardBlock(pair, true))
+            printCard(pair, true);
     }
     finish(m_started ? 0 : 1);
 }
 
-QString HeadlessRunner::cardBlock(const QAPair &pair)
+QString HeadlessRunner::cardBlock(const QAPair &pair, bool withMyAnswer)
 {
     const QString dash = QStringLiteral("—");
     QString block = QStringLiteral("### ") + pair.timestamp;
@@ -53,7 +54,7 @@ QString HeadlessRunner::cardBlock(const QAPair &pair)
         block += QStringLiteral(" (question extended)");
     block += QStringLiteral("\n**Interviewer:** ") + (pair.question.isEmpty() ? dash : pair.question);
     block += QStringLiteral("\n\n**Copilot:** ") + (pair.answer.isEmpty() ? dash : pair.answer);
-    if (!pair.myAnswer.isEmpty())
+    if (withMyAnswer && !pair.myAnswer.isEmpty())
         block += QStringLiteral("\n\n**You:** ") + pair.myAnswer;
     block += QStringLiteral("\n\n");
     return block;
@@ -69,13 +70,13 @@ void HeadlessRunner::considerCard(int index)
     // that overtook its question waits for it (or for the stop).
     if (!pair.isComplete || pair.question.isEmpty())
         return;
-    if (m_printed.value(pair.id) != cardBlock(pair))
-        printCard(pair);
+    if (m_printed.value(pair.id) != cardBlock(pair, false))
+        printCard(pair, false);
 }
 
-void HeadlessRunner::printCard(const QAPair &pair)
+void HeadlessRunner::printCard(const QAPair &pair, bool withMyAnswer)
 {
-    const QString block = cardBlock(pair);
+    const QString block = cardBlock(pair, withMyAnswer);
     m_printed.insert(pair.id, block);
     const QByteArray bytes = block.toUtf8();
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_out);

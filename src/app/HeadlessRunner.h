@@ -12,7 +12,8 @@ struct QAPair;
 
 // Runs one session without a window: starts it, prints each card to standard output as
 // Markdown once its answer is complete (again when an extended question gets its new
-// answer), prints banners to standard error, and stops cleanly on request or after a set
+// answer, and at the end with the user's own transcribed answer), prints banners to
+// standard error, and stops cleanly on request or after a set
 // time so that the transcript, events log and recording are saved.
 class HeadlessRunner : public QObject
 {
@@ -26,8 +27,8 @@ public:
     // Stops the session and saves its records (Ctrl-C, SIGTERM, --stop-after).
     void requestStop();
 
-    // The Markdown block printed for one card.
-    static QString cardBlock(const QAPair &pair);
+    // The Markdown block printed for one card, with or without the user's own answer.
+    static QString cardBlock(const QAPair &pair, bool withMyAnswer);
 
 signals:
     // 0 after a clean stop; 1 when the session could not start or ended by itself.
@@ -35,7 +36,7 @@ signals:
 
 private:
     void considerCard(int index);
-    void printCard(const QAPair &pair);
+    void printCard(const QAPair &pair, bool withMyAnswer);
     void printBanner();
     void printLinks();
     void writeError(const QString &text);

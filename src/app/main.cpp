@@ -9,6 +9,7 @@
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QLoggingCategory>
 #include <QTimer>
 
 #include <cstdio>
@@ -41,6 +42,9 @@ int transcribe(int argc, char *argv[], const QString &wavPath)
 int runHeadless(int argc, char *argv[], const CommandLine::Options &options)
 {
     QCoreApplication app(argc, argv);
+    // Standard error carries the banners; diagnostics only when asked for.
+    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
+        QLoggingCategory::setFilterRules(QStringLiteral("ketterbloom.*.info=false"));
     SessionStack stack;
     HeadlessRunner runner(stack.controller, stdout, stderr, options.stopAfter);
     TerminationSignals termination;

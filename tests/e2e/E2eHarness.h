@@ -1,0 +1,67 @@
+#pragma once
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <memory>
+
+namespace e2e {
+
+// The realtime simulator as a separate process, driven through its standard input.
+class Simulator
+{
+public:
+    ~Simulator();
+    // Starts it with `script`.
+    bool start(const QJsonObject &script, const QString &dir);
+    QString url() const { return m_url; }
+    // Sends one control command and returns its answer line.
+    QString command(const QString &line, int timeoutMs = 5000);
+    // Waits until `count` connections have been opened.
+    bool waitForConnections(int count, int timeoutMs);
+    // Every recorded client message of a type, as objects {connection, type, message}.
+    QList<QJsonObject> records(const QString &type);
+
+private:
+    QString readLine(int timeoutMs, bool skipEvents);
+
+    std::unique_ptr<QProcess> m_process;
+    QString m_url;
+    QStringList m_events;
+};
+
+// A run of the ketterbloom executable with its own home folder.
+class App
+{
+public:
+    explicit App(const QString &home);
+    ~App();
+    // Writes the settings the run starts with (QSettings key -> value).
+    void writeSettings(const QJsonObject &values);
+    bool start(const QStringList &arguments, const QString &realtimeUrl);
+    // Waits for the process to end; false on time-out (it is then killed).
+    bool wait(int timeoutMs);
+    int exitCode() const;
+    QString out() const { return m_out; }
+    QString err() const { return m_err; }
+    QString sessionFolder() const;
+    // The newest file in the session folder whose name ends with `suffix`.
+    QString newestFile(const QString &suffix) const;
+
+private:
+    QString m_home;
+    std::unique_ptr<QProcess> m_process;
+    QString m_out;
+    QString m_err;
+};
+
+// Reads a whole file as UTF-8.
+QString readText(const QString &path);
+// Lines of a JSON-lines file as objects.
+QList<QJsonObject> readJsonLines(const QString &path);
+
+} // namespace e2e

@@ -1,0 +1,243 @@
+// The whole program against a real private sound server and the local realtime simulator:
+// questions are spoken into the "speakers" sink, the user's answer into a virtual
+// microphone, and the test reads what a user would find afterwards.
+
+#include "E2eHarness.h"
+#include "SoundServer.h"
+#include "TestSignals.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+using namespace e2e;
+
+namespace {
+
+const QString kQ1 = QStringLiteral("Tell me about a project you led.");
+const QString kA1 = QStringLiteral("I led the billing migration: twelve services moved with no downtime.");
+const QString kQ2 = QStringLiteral("and how did you measure its success?");
+const QString kQ3 = QStringLiteral("What would you do in your first ninety days?");
+const QString kA3 = QStringLiteral("Listen first, ship one small fix in week two, then propose a roadmap.");
+
+QJsonObject turn(const QString &question, const QString &answer, bool transcriptAfter = false)
+{
+    QJsonObject object{{QStringLiteral("question"), question}, {QStringLiteral("answer"), answer}};
+    if (transcriptAfter)
+        object.insert(QStringLiteral("transcript"), QStringLiteral("after"));
+    return object;
+}
+
+// Seconds of audio in 100 ms windows where one channel is loud and the other quiet.
+struct ChannelActivity
+{
+    int leftOnly = 0;
+    int rightOnly = 0;
+};
+
+ChannelActivity channelActivity(const kbtest::WavData &wav)
+{
+    ChannelActivity activity;
+    const std::vector<float> left = wav.channel(0);
+    const std::vector<float> right = wav.channel(1);
+    const int window = wav.sampleRate / 10;
+    for (size_t start = 0; start + size_t(window) <= left.size(); start += size_t(window)) {
+        const double l = kbtest::rms(left.data() + start, window);
+        const double r = kbtest::rms(right.data() + start, window);
+        if (l > 0.01 && r < 0.002)
+            ++activity.leftOnly;
+        if (r > 0.01 && l < 0.002)
+            ++activity.rightOnly;
+    }
+    return activity;
+}
+
+} // namespace
+
+class EndToEndTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(kbtest::soundServerAvailable(), "the private sound server of the test fixture is not running");
+        QVERIFY(m_dir.isValid());
+        QVERIFY(kbtest::makeSpeech(path("q1.wav"), kQ1));
+        QVERIFY(kbtest::makeSpeech(path("q2.wav"), kQ2));
+        QVERIFY(kbtest::makeSpeech(path("q3.wav"), kQ3));
+        // The user's answer: a recorded human voice the on-device recogniser knows well.
+        const QString clip = QStringLiteral("/usr/share/pocketsphinx/test/data/goforward.raw");
+        QVERIFY2(QFile::exists(clip), "pocketsphinx-testdata is not installed");
+        QVERIFY(kbtest::run(QStringLiteral("sox"), {QStringLiteral("-t"), QStringLiteral("raw"), QStringLiteral("-r"),
+                                                    QStringLiteral("16000"), QStringLiteral("-e"), QStringLiteral("signed"),
+                                                    QStringLiteral("-b"), QStringLiteral("16"), QStringLiteral("-c"),
+                                                    QStringLiteral("1"), clip, QStringLiteral("-r"),
+                                                    QStringLiteral("48000"), path("answer.wav")})
+                    .ok());
+        QVERIFY(m_modules.virtualMic(QStringLiteral("e2e_mic"), QStringLiteral("Interview Mic")));
+        QVERIFY(kbtest::setDefaultSource(QStringLiteral("e2e_mic")));
+        QVERIFY(kbtest::waitForDefaultSink(QStringLiteral("speakers")));
+    }
+
+    void headlessSession()
+    {
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
+                                      {QStringLiteral("turns"),
+                                       QJsonArray{turn(kQ1, kA1), turn(kQ2, QStringLiteral("Not used.")),
+                                                  turn(kQ3, kA3, true)}}},
+                          m_dir.path()));
+        App app(path("home-headless"));
+        app.writeSettings(recordingSettings());
+        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("40")}, sim.url()));
+        QVERIFY(sim.waitForConnections(1, 20000));
+        QThread::sleep(2);   // configured, audio flowing
+
+        play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 5);
+        play(QStringLiteral("q2.wav"), QStringLiteral("speakers"), 4);    // a follow-up within the window
+        play(QStringLiteral("answer.wav"), QStringLiteral("e2e_mic_feed"), 6);   // the user answers
+        play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 5);    // answer streams before its transcript
+
+        QVERIFY2(app.wait(90000), qPrintable(app.err()));
+        QCOMPARE(app.exitCode(), 0);
+
+        // Standard output: the cards as Markdown.
+        const QString out = app.out();
+        QVERIFY2(out.contains(QStringLiteral("**Interviewer:** ") + kQ1), qPrintable(out));
+        QVERIFY2(out.contains(QStringLiteral("**Interviewer:** ") + kQ3 + QStringLiteral("\n\n**Copilot:** ") + kA3),
+                 qPrintable(out));
+        QVERIFY2(out.contains(QStringLiteral("(question extended)")), qPrintable(out));
+        QVERIFY2(app.err().contains(QStringLiteral("Session saved — transcript and recording")), qPrintable(app.err()));
+
+        // The Markdown transcript.
+        const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
+        QVERIFY2(transcript.startsWith(QStringLiteral("# Meeting transcript — ")), qPrintable(transcript));
+        QVERIFY2(transcript.contains(QStringLiteral(" (question extended)\n**Interviewer:** ") + kQ1 + QLatin1Char(' ') + kQ2),
+                 qPrintable(transcript));
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ3 + QStringLiteral("\n\n**Copilot:** ") + kA3),
+                 qPrintable(transcript));
+        const QRegularExpression you(QStringLiteral("\\*\\*You:\\*\\* .*\\b(go|forward|ten|meters)\\b"),
+                                     QRegularExpression::CaseInsensitiveOption);
+        QVERIFY2(you.match(transcript).hasMatch(), qPrintable(transcript));
+
+        // The events log.
+        const QList<QJsonObject> events = readJsonLines(app.newestFile(QStringLiteral(".events.jsonl")));
+        QStringList names;
+        bool latencyLogged = false;
+        for (const QJsonObject &event : events) {
+            names.append(event.value(QStringLiteral("event")).toString());
+            if (names.last() == QStringLiteral("answer_started") && event.contains(QStringLiteral("latency_after_question_s")))
+                latencyLogged = true;
+        }
+        for (const char *expected : {"session_started", "config", "question", "question_extended", "answer_started",
+                                     "answer_done", "usage", "you_started", "you_stopped", "session_cost", "session_ended"})
+            QVERIFY2(names.contains(QLatin1String(expected)), expected);
+        QVERIFY(latencyLogged);
+
+        // The recording: left the microphone, right the meeting.
+        const QString wavPath = app.newestFile(QStringLiteral(".wav"));
+        const QHash<QString, QString> info = kbtest::soxInfo(wavPath);
+        QCOMPARE(info.value(QStringLiteral("channels")), QStringLiteral("2"));
+        QCOMPARE(info.value(QStringLiteral("rate")), QStringLiteral("48000"));
+        const ChannelActivity activity = channelActivity(kbtest::readWav(wavPath));
+        QVERIFY2(activity.leftOnly >= 10, qPrintable(QString::number(activity.leftOnly)));
+        QVERIFY2(activity.rightOnly >= 20, qPrintable(QString::number(activity.rightOnly)));
+
+        // The key went to the service as a header only.
+        QVERIFY(!out.contains(QStringLiteral("sk-e2e-test-key")));
+        QVERIFY(!app.err().contains(QStringLiteral("sk-e2e-test-key")));
+    }
+
+    void reconnectsAndReseeds()
+    {
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
+                                      {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1), turn(kQ3, kA3)}}},
+                          m_dir.path()));
+        App app(path("home-reconnect"));
+        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
+        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("25")}, sim.url()));
+        QVERIFY(sim.waitForConnections(1, 20000));
+        QThread::sleep(2);
+
+        play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 3);
+        // The connection is cut without a close frame; the client comes back by itself.
+        QCOMPARE(sim.command(QStringLiteral("drop")), QStringLiteral("ok"));
+        QVERIFY(sim.waitForConnections(2, 15000));
+        QThread::sleep(2);
+        play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 5);
+
+        QVERIFY2(app.wait(60000), qPrintable(app.err()));
+        QCOMPARE(app.exitCode(), 0);
+        const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ1 + QStringLiteral("\n\n**Copilot:** ") + kA1),
+                 qPrintable(transcript));
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ3 + QStringLiteral("\n\n**Copilot:** ") + kA3),
+                 qPrintable(transcript));
+
+        // The second connection was seeded with the first question and its answer.
+        bool seeded = false;
+        QString seen;
+        for (const QJsonObject &record : sim.records(QStringLiteral("conversation.item.create"))) {
+            const QString text = QString::fromUtf8(QJsonDocument(record).toJson(QJsonDocument::Compact));
+            seen += text + QLatin1Char('\n');
+            if (record.value(QStringLiteral("connection")).toInt() == 2 && text.contains(kQ1))
+                seeded = true;
+        }
+        QVERIFY2(seeded, qPrintable(seen));
+    }
+
+    void windowStartsSession()
+    {
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false}, {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1)}}},
+                          m_dir.path()));
+        App app(path("home-window"));
+        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
+        QVERIFY(app.start({QStringLiteral("--start"), QStringLiteral("--stop-after"), QStringLiteral("15")}, sim.url()));
+        QVERIFY(sim.waitForConnections(1, 20000));
+        QThread::sleep(2);
+        play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 4);
+        QVERIFY2(app.wait(60000), qPrintable(app.err()));
+        QCOMPARE(app.exitCode(), 0);
+        const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ1 + QStringLiteral("\n\n**Copilot:** ") + kA1),
+                 qPrintable(transcript));
+    }
+
+    void cleanupTestCase()
+    {
+        m_modules.unloadAll();
+    }
+
+private:
+    QString path(const QString &name) const { return m_dir.filePath(name); }
+
+    static QJsonObject recordingSettings()
+    {
+        return {{QStringLiteral("hasCompletedOnboarding"), true},
+                {QStringLiteral("saveAudio"), true},
+                {QStringLiteral("transcribeMyAnswers"), true}};
+    }
+
+    // Plays a file to its end, then waits `pauseSeconds` more.
+    void play(const QString &file, const QString &device, int pauseSeconds)
+    {
+        const kbtest::CommandResult played =
+            kbtest::run(QStringLiteral("paplay"), {QStringLiteral("--device=") + device, path(file)}, 30000);
+        QVERIFY2(played.ok(), qPrintable(played.err));
+        QThread::sleep(pauseSeconds);
+    }
+
+    QTemporaryDir m_dir;
+    kbtest::ServerModules m_modules;
+};
+
+QTEST_GUILESS_MAIN(EndToEndTest)
+#include "tst_e2e_session.moc"
