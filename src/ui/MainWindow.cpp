@@ -12,6 +12,7 @@
 #include "ui/SettingsDialog.h"
 #include "ui/TextSize.h"
 #include "ui/TranscriptView.h"
+#include "ui/WorkspacePin.h"
 
 #include <QAction>
 #include <QActionGroup>
@@ -172,13 +173,16 @@ void MainWindow::applyAlwaysOnTop()
 {
     const bool on = m_settings.alwaysOnTop();
     m_onTopAction->setChecked(on);
-    if (bool(windowFlags() & Qt::WindowStaysOnTopHint) == on)
-        return;
-    const bool wasVisible = isVisible();
-    setWindowFlag(Qt::WindowStaysOnTopHint, on);
-    // Changing the flags hides the window; showing it again makes the change take effect.
-    if (wasVisible)
-        show();
+    if (bool(windowFlags() & Qt::WindowStaysOnTopHint) != on) {
+        const bool wasVisible = isVisible();
+        setWindowFlag(Qt::WindowStaysOnTopHint, on);
+        // Changing the flags hides the window; showing it again makes the change take effect.
+        if (wasVisible)
+            show();
+    }
+    // Where the window manager allows it, a floating window follows the user to every
+    // workspace. Asked once the window is mapped again.
+    QTimer::singleShot(0, this, [this] { WorkspacePin::setOnAllWorkspaces(this, m_settings.alwaysOnTop()); });
 }
 
 Theme::Scheme MainWindow::schemeFor(AppSettings::Appearance appearance)
@@ -265,6 +269,8 @@ void MainWindow::showEvent(QShowEvent *event)
     if (m_shownOnce)
         return;
     m_shownOnce = true;
+    if (m_settings.alwaysOnTop())
+        QTimer::singleShot(0, this, [this] { WorkspacePin::setOnAllWorkspaces(this, m_settings.alwaysOnTop()); });
     if (!m_settings.hasCompletedOnboarding())
         QTimer::singleShot(0, this, &MainWindow::openOnboarding);
 }
