@@ -2,6 +2,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QRegularExpression>
 
 #include <cmath>
 
@@ -46,7 +47,9 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
     if (!parser.parse(arguments))
         return usageError(parser.errorText());
     if (parser.isSet(help))
-        return Exit{0, parser.helpText().replace(QStringLiteral("<executable_name>"), QStringLiteral("ketterbloom"))};
+        // The usage line names the program as users type it, not the path it was run from.
+        return Exit{0, parser.helpText().replace(QRegularExpression(QStringLiteral("^Usage: \\S+")),
+                                                 QStringLiteral("Usage: ketterbloom"))};
     if (parser.isSet(version)) {
         return Exit{0, QCoreApplication::applicationName() + QLatin1Char(' ')
                            + QCoreApplication::applicationVersion() + QLatin1Char('\n')};

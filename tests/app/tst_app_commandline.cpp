@@ -1,0 +1,116 @@
+// The command line as a user types it: what each option turns into, and the message and
+// exit code 2 for everything that can't be run.
+#include "app/CommandLine.h"
+#include "app/TranscribeCommand.h"
+
+#include <QTest>
+
+class CommandLineTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    static CommandLine::Options options(const QStringList &arguments)
+    {
+        const auto parsed = CommandLine::parse(QStringList{QStringLiteral("ketterbloom")} + arguments);
+        if (const auto *exit = std::get_if<CommandLine::Exit>(&parsed))
+            qWarning("unexpected exit %d: %s", exit->code, qPrintable(exit->text));
+        return std::get<CommandLine::Options>(parsed);
+    }
+
+private slots:
+    void validCombinations()
+    {
+        const CommandLine::Options none = options({});
+        QVERIFY(!none.start && !none.headless && !none.stopAfter && !none.isTerminalOnly());
+
+        const CommandLine::Options headless = options({QStringLiteral("--headless"), QStringLiteral("--stop-after"),
+                                                       QStringLiteral("2.5")});
+        QVERIFY(headless.headless && headless.isTerminalOnly());
+        QCOMPARE(headless.stopAfter, std::optional<double>(2.5));
+
+        const CommandLine::Options window = options({QStringLiteral("--start"), QStringLiteral("--stop-after=30")});
+        QVERIFY(window.start && !window.isTerminalOnly());
+        QCOMPARE(window.stopAfter, std::optional<double>(30));
+
+        QCOMPARE(options({QStringLiteral("--transcribe"), QStringLiteral("a b.wav")}).transcribe,
+                 std::optional<QString>(QStringLiteral("a b.wav")));
+        QVERIFY(options({QStringLiteral("--print-instructions")}).printInstructions);
+    }
+
+    void helpAndVersionExitCleanly()
+    {
+        const auto help = CommandLine::parse({QStringLiteral("ketterbloom"), QStringLiteral("--help")});
+        QCOMPARE(std::get<CommandLine::Exit>(help).code, 0);
+        const QString text = std::get<CommandLine::Exit>(help).text;
+        QVERIFY(text.startsWith(QStringLiteral("Usage: ketterbloom [options]")));
+        for (const char *option : {"--start", "--headless", "--stop-after <seconds>", "--print-instructions",
+                                   "--transcribe <file.wav>", "--version"})
+            QVERIFY2(text.contains(QLatin1String(option)), option);
+        const auto version = CommandLine::parse({QStringLiteral("ketterbloom"), QStringLiteral("-v")});
+        QCOMPARE(std::get<CommandLine::Exit>(version).code, 0);
+    }
+
+    void refusedWithExitCode2_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("unknown option") << QStringList{QStringLiteral("--bogus")}
+                                        << QStringLiteral("ketterbloom: Unknown option 'bogus'.");
+        QTest::newRow("stray argument") << QStringList{QStringLiteral("notes.txt")}
+                                        << QStringLiteral("ketterbloom: unexpected argument 'notes.txt'");
+        QTest::newRow("missing value") << QStringList{QStringLiteral("--headless"), QStringLiteral("--stop-after")}
+                                       << QStringLiteral("ketterbloom: Missing value after '--stop-after'.");
+        QTest::newRow("not a number") << QStringList{QStringLiteral("--headless"), QStringLiteral("--stop-after"),
+                                                     QStringLiteral("soon")}
+                                      << QStringLiteral("ketterbloom: --stop-after needs a number of seconds above 0, not 'soon'");
+        QTest::newRow("zero") << QStringList{QStringLiteral("--headless"), QStringLiteral("--stop-after=0")}
+                              << QStringLiteral("ketterbloom: --stop-after needs a number of seconds above 0, not '0'");
+        QTest::newRow("infinite") << QStringList{QStringLiteral("--headless"), QStringLiteral("--stop-after=inf")}
+                                  << QStringLiteral("ketterbloom: --stop-after needs a number of seconds above 0, not 'inf'");
+        QTest::newRow("no session to stop") << QStringList{QStringLiteral("--stop-after=5")}
+                                            << QStringLiteral("ketterbloom: --stop-after only applies with --start or --headless");
+        QTest::newRow("two modes") << QStringList{QStringLiteral("--headless"), QStringLiteral("--print-instructions")}
+                                   << QStringLiteral("ketterbloom: --headless, --print-instructions and --transcribe can't be combined");
+        QTest::newRow("start and transcribe")
+            << QStringList{QStringLiteral("--start"), QStringLiteral("--transcribe=x.wav")}
+            << QStringLiteral("ketterbloom: --start can't be combined with --print-instructions or --transcribe");
+    }
+
+    void refusedWithExitCode2()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, message);
+        const auto parsed = CommandLine::parse(QStringList{QStringLiteral("ketterbloom")} + arguments);
+        QVERIFY(std::holds_alternative<CommandLine::Exit>(parsed));
+        const CommandLine::Exit exit = std::get<CommandLine::Exit>(parsed);
+        QCOMPARE(exit.code, 2);
+        QCOMPARE(exit.text, message + QStringLiteral("\nTry 'ketterbloom --help' for the options.\n"));
+    }
+
+    void transcribeProgressBar()
+    {
+        QCOMPARE(TranscribeCommand::progressLine(0, 90, 10), QStringLiteral("[··········]   0% (0s of 90s)"));
+        QCOMPARE(TranscribeCommand::progressLine(45, 90, 10), QStringLiteral("[#####·····]  50% (45s of 90s)"));
+        QCOMPARE(TranscribeCommand::progressLine(90.7, 90.7, 10), QStringLiteral("[##########] 100% (90s of 90s)"));
+        // A file shorter than a second never divides by less than one.
+        QCOMPARE(TranscribeCommand::progressLine(0.4, 0.4, 10), QStringLiteral("[####······]  40% (0s of 0s)"));
+    }
+
+    void transcribeRefusesAMissingFile()
+    {
+        std::FILE *out = std::tmpfile();
+        std::FILE *err = std::tmpfile();
+        QCOMPARE(TranscribeCommand::run(QStringLiteral("/nonexistent/meeting.wav"), out, err), 2);
+        std::rewind(err);
+        char buffer[256] = {};
+        const size_t read = std::fread(buffer, 1, sizeof buffer - 1, err);
+        QCOMPARE(QString::fromUtf8(buffer, qsizetype(read)),
+                 QStringLiteral("ketterbloom: /nonexistent/meeting.wav: no such file\n"));
+        std::fclose(out);
+        std::fclose(err);
+    }
+};
+
+QTEST_GUILESS_MAIN(CommandLineTest)
+#include "tst_app_commandline.moc"
