@@ -14,6 +14,7 @@
 #include "ui/SettingsDialog.h"
 #include "ui/StatusPill.h"
 
+#include <QAbstractButton>
 #include <QAction>
 #include <QClipboard>
 #include <QCheckBox>
@@ -161,6 +162,25 @@ private slots:
         QVERIFY(rig.window->biggerTextAction()->shortcuts().contains(QKeySequence(Qt::CTRL | Qt::Key_Plus)));
         QCOMPARE(rig.window->smallerTextAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Minus));
         QCOMPARE(rig.window->resetTextAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_0));
+    }
+
+    void everyControlIsNamedAndReachableByKeyboard()
+    {
+        UiRig rig;
+        rig.playConversation();
+        showAndWait(rig.window.get());
+        QList<QAbstractButton *> buttons = rig.window->controlBar()->findChildren<QAbstractButton *>();
+        buttons += rig.transcript().findChildren<QAbstractButton *>();
+        QVERIFY(buttons.size() >= 12);
+        for (QAbstractButton *button : std::as_const(buttons)) {
+            if (!button->isVisibleTo(rig.window.get()) || button->focusPolicy() == Qt::NoFocus)
+                continue;   // hidden, or a second way to the same action (a card's chevron)
+            QVERIFY2(button->focusPolicy() & Qt::TabFocus, qPrintable(button->text()));
+            QVERIFY2(!button->text().isEmpty() || !button->accessibleName().isEmpty(),
+                     qPrintable(button->toolTip()));
+        }
+        for (LevelMeter *meter : rig.window->controlBar()->findChildren<LevelMeter *>())
+            QVERIFY(!meter->accessibleName().isEmpty());
     }
 
     void alwaysOnTopTakesEffectAtOnce()
