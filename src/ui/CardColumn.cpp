@@ -11,8 +11,12 @@ CardColumn::CardColumn(QWidget *parent)
 
 int CardColumn::measure(QACard *card)
 {
+    // Before the column knows its width there is nothing sensible to measure against; the
+    // first width measures every card.
+    if (m_width <= 2 * margin)
+        return 0;
     ++m_measurements;
-    const int inner = qMax(1, m_width - 2 * margin);
+    const int inner = m_width - 2 * margin;
     return card->hasHeightForWidth() ? card->heightForWidth(inner) : card->sizeHint().height();
 }
 

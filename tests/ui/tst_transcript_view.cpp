@@ -1,6 +1,7 @@
 // The cards view: following the bottom, "New answers below", the "My answer" toggle, the
 // empty state, and updating one card per change without rebuilding the list.
 #include "session/QAPair.h"
+#include "ui/CardColumn.h"
 #include "ui/FollowBottom.h"
 #include "ui/QACard.h"
 #include "ui/TranscriptView.h"
@@ -214,8 +215,14 @@ private slots:
         m_pairs.last().isComplete = false;
         m_view->pairChanged(19);
         QVERIFY(last->isThinkingShown());
-        for (int i = 0; i < 50; ++i)
+        QCoreApplication::processEvents();
+        const int measuredBefore = m_view->column()->measurements();
+        for (int i = 0; i < 50; ++i) {
             appendDelta(QStringLiteral(" word"));
+            QCoreApplication::processEvents();
+        }
+        // One measurement per delta, of the card that changed, whatever the number of cards.
+        QCOMPARE(m_view->column()->measurements() - measuredBefore, 50);
         QCOMPARE(m_view->cardsCreated(), 20);
         QCOMPARE(m_view->card(19), last);
         QCOMPARE(m_view->card(0), first);
