@@ -14,8 +14,10 @@
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPushButton>
 #include <QToolButton>
+#include <QWindow>
 
 namespace {
 constexpr int kStartWidth = 74;
@@ -259,4 +261,14 @@ void ControlBar::changeEvent(QEvent *event)
     if (event->type() == QEvent::PaletteChange)
         refreshAppearanceIcon();
     QWidget::changeEvent(event);
+}
+
+void ControlBar::mousePressEvent(QMouseEvent *event)
+{
+    if (event->button() == Qt::LeftButton && window()->windowHandle()) {
+        window()->windowHandle()->startSystemMove();
+        event->accept();
+        return;
+    }
+    QWidget::mousePressEvent(event);
 }

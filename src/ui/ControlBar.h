@@ -53,6 +53,8 @@ signals:
 
 protected:
     void changeEvent(QEvent *event) override;
+    // Dragging the bar's background moves the window.
+    void mousePressEvent(QMouseEvent *event) override;
 
 private:
     void refreshSession();
