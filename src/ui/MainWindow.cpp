@@ -127,6 +127,8 @@ void MainWindow::buildMenus()
     file->addAction(tr("Setup Guide…"), this, &MainWindow::openOnboarding);
     file->addSeparator();
     m_copyTranscriptAction = file->addAction(tr("Copy Transcript"), this, &MainWindow::copyTranscript);
+    m_transcribeRecordingAction = file->addAction(tr("Transcribe Recording…"), &m_controller,
+                                                  &SessionController::transcribeRecording);
     file->addSeparator();
     QAction *quit = file->addAction(tr("Quit"), this, &QWidget::close);
     quit->setShortcut(QKeySequence::Quit);

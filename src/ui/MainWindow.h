@@ -67,6 +67,7 @@ public:
     QAction *smallerTextAction() const { return m_smallerAction; }
     QAction *resetTextAction() const { return m_resetTextAction; }
     QAction *copyTranscriptAction() const { return m_copyTranscriptAction; }
+    QAction *transcribeRecordingAction() const { return m_transcribeRecordingAction; }
 
     // Flips between light and dark, starting from what is shown now.
     void toggleAppearance();
@@ -116,4 +117,5 @@ private:
     QAction *m_smallerAction = nullptr;
     QAction *m_resetTextAction = nullptr;
     QAction *m_copyTranscriptAction = nullptr;
+    QAction *m_transcribeRecordingAction = nullptr;
 };

@@ -287,6 +287,33 @@ private slots:
         QVERIFY(rig.window->bannerView()->isHidden());
     }
 
+    void transcribeRecordingCommand()
+    {
+        UiRig rig;
+        showAndWait(rig.window.get());
+        const QString wav = rig.session.dir.filePath(QStringLiteral("meeting_2026-11-21_14-05-09.wav"));
+        rig.session.picker.choice = wav;
+        rig.window->transcribeRecordingAction()->trigger();
+        QCOMPARE(rig.session.picker.pickCount, 1);
+        QCOMPARE(rig.session.recordingTranscriber.path, wav);
+        QCOMPARE(rig.window->bannerView()->text(),
+                 QStringLiteral("Transcribing meeting_2026-11-21_14-05-09.wav… this runs locally and takes a while."));
+        rig.session.recordingTranscriber.progress(RecordingProgress{45.9, 90.2});
+        QCOMPARE(rig.window->bannerView()->text(),
+                 QStringLiteral("Transcribing meeting_2026-11-21_14-05-09.wav — 50% (45s of 90s)"));
+        const QString written = rig.session.dir.filePath(QStringLiteral("meeting_2026-11-21_14-05-09.transcript.md"));
+        rig.session.recordingTranscriber.completion(RecordingTranscription::Written{written});
+        QCOMPARE(rig.window->bannerView()->text(),
+                 QStringLiteral("Transcript written: meeting_2026-11-21_14-05-09.transcript.md"));
+        QCOMPARE(rig.session.revealer.revealed.last(), QStringList{written});
+
+        // Cancelling the file dialog does nothing.
+        rig.session.picker.choice.reset();
+        rig.session.recordingTranscriber.path.clear();
+        rig.window->transcribeRecordingAction()->trigger();
+        QVERIFY(rig.session.recordingTranscriber.path.isEmpty());
+    }
+
     void jobContextSavePushesInstructions()
     {
         UiRig rig;
