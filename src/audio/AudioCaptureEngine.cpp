@@ -84,6 +84,10 @@ std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, St
         return std::nullopt;
     m_isRecording = record;
     m_meetingFIFO.clear();
+    {
+        const std::vector<float> preroll(meetingPrerollFrames, 0.0f);
+        m_meetingFIFO.push(preroll.data(), meetingPrerollFrames);
+    }
     m_meetingPeak = 0.0f;
     m_lastLevelPostMs = -1000000;
     std::optional<QString> error;
@@ -130,6 +134,7 @@ void AudioCaptureEngine::prepareConverters()
     m_converterAPIFrom48 = std::make_unique<Pcm16Resampler>(48000.0);
     m_block.assign(size_t(micBlockFrames) * size_t(m_deviceChannels), 0.0f);
     m_blockFill = 0;
+    m_meetingDeficit = 0;
     m_micMono.assign(micBlockFrames, 0.0f);
     m_meetingMono.assign(micBlockFrames, 0.0f);
     m_mixMono.assign(micBlockFrames, 0.0f);
@@ -410,7 +415,7 @@ void AudioCaptureEngine::handleMicBlock(int n)
         emitPCM16(m_converterAPIFromMicRate.get(), mic, n);
     const bool recording = m_recordingOpen;
     if (recording || source == StreamSource::both) {
-        m_meetingFIFO.popInto(m_meetingMono.data(), n);
+        popMeeting(m_meetingMono.data(), n);
         const float *meeting = m_meetingMono.data();
         if (source == StreamSource::both) {
             for (int i = 0; i < n; ++i)
@@ -421,6 +426,23 @@ void AudioCaptureEngine::handleMicBlock(int n)
             writeStereo(mic, meeting, n);
     }
     postLevels(peakOf(mic, n), m_meetingPeak.load());
+}
+
+void AudioCaptureEngine::popMeeting(float *out, int frames)
+{
+    // Meeting audio that comes in after silence had to stand in for it is dropped, so the
+    // two sides keep the offset they started with.
+    if (m_meetingDeficit > 0) {
+        const int spare = m_meetingFIFO.available() - frames;
+        if (spare > 0)
+            m_meetingDeficit -= m_meetingFIFO.discard(std::min(m_meetingDeficit, spare));
+    }
+    const int real = m_meetingFIFO.popInto(out, frames);
+    if (real < frames) {
+        m_meetingDeficit += frames - real;
+        if (m_meetingDeficit > maxMeetingDeficitFrames)
+            m_meetingDeficit = 0;
+    }
 }
 
 void AudioCaptureEngine::handleTapAudio(const float *samples, int frames)

@@ -38,6 +38,12 @@ public:
     static constexpr int micBlockFrames = 2048;
     static constexpr int micStartDeadlineMs = 8000;
     static constexpr qint64 levelIntervalMs = 50;
+    // Meeting samples queued before the first microphone block, to absorb the two threads'
+    // scheduling jitter (one 20 ms fragment).
+    static constexpr int meetingPrerollFrames = 960;
+    // Meeting audio that arrives this late (after silence stood in for it) is dropped so the
+    // archive's channels keep their offset; a longer gap is a real pause and is not repaid.
+    static constexpr int maxMeetingDeficitFrames = 24000;
 
     explicit AudioCaptureEngine(QObject *parent = nullptr);
     ~AudioCaptureEngine() override;
@@ -93,6 +99,7 @@ private:
     void handleDeviceBlock(int frames);                        // mic thread, device mode
     void handleMicBlock(int frames);                           // mic thread, tap mode
     void handleTapAudio(const float *samples, int frames);     // tap thread
+    void popMeeting(float *out, int frames);                    // mic thread
     void emitPCM16(Pcm16Resampler *converter, const float *samples, int frames);
     void writeStereo(const float *left, const float *right, int frames);
     void postLevels(float mic, float meeting);
@@ -129,6 +136,7 @@ private:
     // Mic-thread working storage, sized once per session.
     std::vector<float> m_block;       // interleaved re-blocking buffer
     int m_blockFill = 0;
+    int m_meetingDeficit = 0;
     std::vector<float> m_micMono;
     std::vector<float> m_meetingMono;
     std::vector<float> m_mixMono;

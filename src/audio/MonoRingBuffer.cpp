@@ -28,22 +28,33 @@ std::vector<float> MonoRingBuffer::pop(int count)
     return out;
 }
 
-void MonoRingBuffer::popInto(float *out, int count)
+int MonoRingBuffer::popInto(float *out, int count)
 {
     Q_ASSERT(count >= 0);
     if (count <= 0)
-        return;
+        return 0;
     std::lock_guard guard(m_lock);
     const int k = std::min(int(m_samples.size()), count);
     std::copy(m_samples.begin(), m_samples.begin() + k, out);
     m_samples.erase(m_samples.begin(), m_samples.begin() + k);
     std::fill(out + k, out + count, 0.0f);
+    return k;
 }
 
 void MonoRingBuffer::clear()
 {
     std::lock_guard guard(m_lock);
     m_samples.clear();   // keeps the allocated storage for the next session
+}
+
+int MonoRingBuffer::discard(int count)
+{
+    if (count <= 0)
+        return 0;
+    std::lock_guard guard(m_lock);
+    const int k = std::min(int(m_samples.size()), count);
+    m_samples.erase(m_samples.begin(), m_samples.begin() + k);
+    return k;
 }
 
 int MonoRingBuffer::available() const

@@ -14,9 +14,12 @@ public:
     void push(const float *samples, int count);
     // Exactly `count` samples: the oldest queued ones, then zeros.
     std::vector<float> pop(int count);
-    // The same into caller storage of at least `count` floats (no allocation).
-    void popInto(float *out, int count);
+    // The same into caller storage of at least `count` floats (no allocation); returns how
+    // many were real samples rather than padding.
+    int popInto(float *out, int count);
     void clear();
+    // Drops up to `count` of the oldest samples; returns how many were dropped.
+    int discard(int count);
 
     int capacity() const { return m_capacity; }
     int available() const;

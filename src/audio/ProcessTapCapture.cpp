@@ -6,6 +6,8 @@
 #include "audio/PulseQueries.h"
 #include "audio/StartupTrace.h"
 
+#include <pulse/rtclock.h>
+
 #include <QCollator>
 #include <QSet>
 
@@ -15,6 +17,7 @@ namespace {
 constexpr int connectTimeoutMs = 3000;
 constexpr int streamTimeoutMs = 3000;
 constexpr quint32 systemKey = PA_INVALID_INDEX;
+constexpr pa_usec_t defaultSinkPollUs = 1000 * 1000;
 
 const pa_sample_spec &tapSpec()
 {
@@ -189,6 +192,8 @@ std::optional<TapError> ProcessTapCapture::startSystemOutput()
     m_mixer.addStream(int(systemKey));
     m_streams[systemKey] = std::move(ms);
     m_streamCount = 1;
+    m_defaultSinkPoll = pa_context_rttime_new(c.context(), pa_rtclock_now() + defaultSinkPollUs,
+                                              &ProcessTapCapture::pollDefaultSink, this);
     return std::nullopt;
 }
 
@@ -276,6 +281,10 @@ void ProcessTapCapture::cleanUp()
         PulseLock lock(*m_connection);
         m_connection->onEvent = nullptr;
         m_connection->onConnectionLost = nullptr;
+        if (m_defaultSinkPoll) {
+            pa_threaded_mainloop_get_api(m_connection->mainloop())->time_free(m_defaultSinkPoll);
+            m_defaultSinkPoll = nullptr;
+        }
         m_mixer.reset();   // nothing pending is delivered from this thread
         while (!m_streams.empty())
             dropStream(m_streams.begin()->first);
@@ -403,6 +412,13 @@ void ProcessTapCapture::checkSinkInput(uint32_t index)
         pa_operation_unref(op);
     else
         delete pending;
+}
+
+void ProcessTapCapture::pollDefaultSink(pa_mainloop_api *, pa_time_event *e, const struct timeval *, void *userdata)
+{
+    auto *self = static_cast<ProcessTapCapture *>(userdata);
+    self->checkDefaultSink();
+    pa_context_rttime_restart(self->m_connection->context(), e, pa_rtclock_now() + defaultSinkPollUs);
 }
 
 void ProcessTapCapture::checkDefaultSink()

@@ -92,6 +92,7 @@ private:
     void onEvent(pa_subscription_event_type_t type, uint32_t index);
     void checkSinkInput(uint32_t index);
     void checkDefaultSink();
+    static void pollDefaultSink(pa_mainloop_api *api, pa_time_event *e, const struct timeval *tv, void *userdata);
     void deliver(const float *samples, int frames);
 
     static void streamRead(pa_stream *s, size_t nbytes, void *userdata);
@@ -108,4 +109,5 @@ private:
     // Loop-thread state.
     std::map<quint32, std::unique_ptr<MonitorStream>> m_streams;   // by sink input (0 key: the monitor)
     TapMixer m_mixer;
+    pa_time_event *m_defaultSinkPoll = nullptr;   // backstop for a missed server event
 };

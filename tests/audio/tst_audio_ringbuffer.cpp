@@ -53,6 +53,15 @@ private slots:
         b.push(a, 3);
         b.push(c, 2);
         QCOMPARE(b.pop(4), (std::vector<float>{1, 2, 3, 4}));
+        b.push(a, 3);
+        QCOMPARE(b.discard(2), 2);
+        float out[3];
+        QCOMPARE(b.popInto(out, 3), 2);   // 5, 1, 2, 3 less the two oldest
+        QCOMPARE(out[0], 2.0f);
+        QCOMPARE(out[1], 3.0f);
+        QCOMPARE(out[2], 0.0f);
+        QCOMPARE(b.discard(4), 0);
+        b.push(a, 3);
         b.clear();
         QCOMPARE(b.pop(2), (std::vector<float>{0, 0}));
     }
