@@ -27,7 +27,7 @@ struct TapTarget
 // An application that is playing (or can play) audio.
 struct AudioProcessInfo
 {
-    quint32 objectID = 0;   // a server-side index of one of its streams; 0 when it has none
+    quint32 objectID = 0;   // server index of one of its playing streams + 1; 0 when none plays
     QString bundleID;       // application id, or process binary when it has no id
     QString name;           // display name
 

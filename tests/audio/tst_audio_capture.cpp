@@ -237,6 +237,24 @@ private slots:
         engine.stop();
     }
 
+    // What a session that waits for a player to start sees: a plain paplay is known by its
+    // binary (pacat), or by its command name through the alias table, only while it plays.
+    void plainPlayerIsFoundWhilePlaying()
+    {
+        m_awake.reset();   // they are paplay too
+        m_micAwake.reset();
+        QTRY_VERIFY_WITH_TIMEOUT(!ProcessTapCapture::audioObject(QStringLiteral("pacat")), 10000);
+        play("t440.wav");
+        QTRY_VERIFY_WITH_TIMEOUT(ProcessTapCapture::audioObject(QStringLiteral("pacat")).has_value(), 10000);
+        QVERIFY(ProcessTapCapture::audioObject(QStringLiteral("paplay")).has_value());
+        const auto apps = ProcessTapCapture::selectableApps();
+        QVERIFY(!apps.isEmpty());
+        QCOMPARE(apps.first().bundleID, QStringLiteral("pacat"));   // playing entries come first
+        QVERIFY(apps.first().objectID > 0);
+        m_players.clear();
+        QTRY_VERIFY_WITH_TIMEOUT(!ProcessTapCapture::audioObject(QStringLiteral("pacat")).has_value(), 10000);
+    }
+
     void nativePipeWirePlayerIsFoundByItsClient()
     {
         if (!isPipeWire())
