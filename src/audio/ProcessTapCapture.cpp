@@ -212,7 +212,7 @@ std::optional<TapError> ProcessTapCapture::startProcess(const QString &appID)
         return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
     for (const auto &e : PulseQueries::sinkInputs(c)) {
         if (e.sink != PA_INVALID_INDEX && AudioApplications::belongsToOrHelper(e.properties, appID))
-            attachSinkInput(e.index, e.sink);
+            attachSinkInput(e.index);
     }
     qCInfo(lcAudio, "[Ketterbloom] tapping %s: %d stream(s)", qUtf8Printable(appID), int(m_streamCount));
     return std::nullopt;
@@ -231,9 +231,8 @@ pa_stream *ProcessTapCapture::newRecordStream(const char *name, void *userdata)
     return s;
 }
 
-void ProcessTapCapture::attachSinkInput(quint32 sinkInput, quint32 sink)
+void ProcessTapCapture::attachSinkInput(quint32 sinkInput)
 {
-    Q_UNUSED(sink);
     if (m_streams.count(sinkInput))
         return;
     auto ms = std::make_unique<MonitorStream>();
@@ -372,7 +371,7 @@ void ProcessTapCapture::checkSinkInput(uint32_t index)
 {
     auto *pending = new PendingSinkInput{this, {}, [this](const PulseQueries::SinkInputEntry &e) {
         if (e.sink != PA_INVALID_INDEX && AudioApplications::belongsToOrHelper(e.properties, m_target.appID))
-            attachSinkInput(e.index, e.sink);
+            attachSinkInput(e.index);
     }};
     pending->entry.index = PA_INVALID_INDEX;
     auto sinkInputCb = [](pa_context *ctx, const pa_sink_input_info *i, int eol, void *userdata) {

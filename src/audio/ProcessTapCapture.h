@@ -87,7 +87,7 @@ private:
     std::optional<TapError> startSystemOutput();
     std::optional<TapError> startProcess(const QString &appID);
     pa_stream *newRecordStream(const char *name, void *userdata);
-    void attachSinkInput(quint32 sinkInput, quint32 sink);   // loop thread or lock held
+    void attachSinkInput(quint32 sinkInput);   // loop thread or lock held
     void dropStream(quint32 sinkInput);                       // loop thread or lock held
     void onEvent(pa_subscription_event_type_t type, uint32_t index);
     void checkSinkInput(uint32_t index);
