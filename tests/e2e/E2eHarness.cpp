@@ -61,6 +61,11 @@ bool Simulator::start(const QJsonObject &script, const QString &dir)
     return true;
 }
 
+qint64 Simulator::pid() const
+{
+    return m_process ? m_process->processId() : 0;
+}
+
 QString Simulator::readLine(int timeoutMs, bool skipEvents)
 {
     QDeadlineTimer deadline(timeoutMs);
@@ -150,8 +155,23 @@ bool App::start(const QStringList &arguments, const QString &realtimeUrl)
     m_process->setProcessEnvironment(env);
     m_process->setProgram(qEnvironmentVariable("KETTERBLOOM_EXE"));
     m_process->setArguments(arguments);
+    if (!m_outPath.isEmpty())
+        m_process->setStandardOutputFile(m_outPath);
+    if (!m_errPath.isEmpty())
+        m_process->setStandardErrorFile(m_errPath);
     m_process->start();
     return m_process->waitForStarted(10000);
+}
+
+void App::setOutputFiles(const QString &outPath, const QString &errPath)
+{
+    m_outPath = outPath;
+    m_errPath = errPath;
+}
+
+qint64 App::pid() const
+{
+    return m_process ? m_process->processId() : 0;
 }
 
 bool App::wait(int timeoutMs)
@@ -161,8 +181,10 @@ bool App::wait(int timeoutMs)
         m_process->kill();
         m_process->waitForFinished(3000);
     }
-    m_out += QString::fromUtf8(m_process->readAllStandardOutput());
-    m_err += QString::fromUtf8(m_process->readAllStandardError());
+    if (m_outPath.isEmpty())
+        m_out += QString::fromUtf8(m_process->readAllStandardOutput());
+    if (m_errPath.isEmpty())
+        m_err += QString::fromUtf8(m_process->readAllStandardError());
     return finished;
 }
 

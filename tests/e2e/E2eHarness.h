@@ -19,6 +19,8 @@ public:
     // Starts it with `script`.
     bool start(const QJsonObject &script, const QString &dir);
     QString url() const { return m_url; }
+    // The running process's id, or 0.
+    qint64 pid() const;
     // Sends one control command and returns its answer line.
     QString command(const QString &line, int timeoutMs = 5000);
     // Waits until `count` connections have been opened.
@@ -43,6 +45,11 @@ public:
     // Writes the settings the run starts with (QSettings key -> value).
     void writeSettings(const QJsonObject &values);
     bool start(const QStringList &arguments, const QString &realtimeUrl);
+    // Sends the run's standard output and error to files instead of pipes (call before
+    // start(); out() and err() then stay empty). For long runs that nobody reads live.
+    void setOutputFiles(const QString &outPath, const QString &errPath);
+    // The running process's id, or 0.
+    qint64 pid() const;
     // Waits for the process to end; false on time-out (it is then killed).
     bool wait(int timeoutMs);
     int exitCode() const;
@@ -57,6 +64,8 @@ private:
     std::unique_ptr<QProcess> m_process;
     QString m_out;
     QString m_err;
+    QString m_outPath;
+    QString m_errPath;
 };
 
 // Reads a whole file as UTF-8.
