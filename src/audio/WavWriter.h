@@ -28,6 +28,8 @@ public:
     void close();
 
     QString path() const { return m_file.fileName(); }
+    int sampleRate() const { return m_sampleRate; }
+    int channels() const { return m_channels; }
     qint64 dataBytes() const { return m_dataBytes; }
 
     // The canonical 44-byte header for the given sizes.
