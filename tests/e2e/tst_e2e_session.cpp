@@ -211,6 +211,73 @@ private slots:
                  qPrintable(transcript));
     }
 
+    void narrowsToTheChosenAppOnceItPlays()
+    {
+        // A meeting app that is not playing yet when the session starts, and a radio that
+        // plays all along and must not be heard once the session has narrowed to the app.
+        const QString meetApp = QStringLiteral("org.example.Meet");
+        QVERIFY(kbtest::makeTone(path("radio.wav"), 440, 60));
+        // A call keeps its stream open: the question, then the line's quiet.
+        QVERIFY(kbtest::makeSilence(path("quiet.wav"), 12));
+        QVERIFY(kbtest::run(QStringLiteral("sox"), {path("q3.wav"), path("quiet.wav"), path("call.wav")}).ok());
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false}, {QStringLiteral("turns"), QJsonArray{turn(kQ3, kA3)}}},
+                          m_dir.path()));
+        App app(path("home-narrow"));
+        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true},
+                                      {QStringLiteral("meetingSource"), QStringLiteral("singleApp")},
+                                      {QStringLiteral("tappedBundleID"), meetApp}});
+        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("30")}, sim.url()));
+        QVERIFY(sim.waitForConnections(1, 20000));
+        QThread::sleep(8);
+
+        // The app starts playing 10 s in; the radio starts at the same time, from another app.
+        const auto radio = kbtest::Player::start(path("radio.wav"), QStringLiteral("speakers"),
+                                                 {QStringLiteral("application.id=org.example.Radio")});
+        QVERIFY(radio);
+        const auto meeting = kbtest::Player::start(path("call.wav"), QStringLiteral("speakers"),
+                                                   {QStringLiteral("application.id=") + meetApp});
+        QVERIFY(meeting);
+        QVERIFY2(app.wait(60000), qPrintable(app.err()));
+        QCOMPARE(app.exitCode(), 0);
+        QVERIFY2(app.err().contains(QStringLiteral("Started, listening to all of this computer's audio. ") + meetApp
+                                    + QStringLiteral(" isn't playing anything yet; I'll narrow to it alone as soon as it does.")),
+                 qPrintable(app.err()));
+        QVERIFY2(app.err().contains(QStringLiteral("Now listening to ")), qPrintable(app.err()));
+        const QList<QJsonObject> events = readJsonLines(app.newestFile(QStringLiteral(".events.jsonl")));
+        bool narrowed = false;
+        for (const QJsonObject &event : events) {
+            if (event.value(QStringLiteral("event")).toString() == QStringLiteral("tap_narrowed"))
+                narrowed = event.value(QStringLiteral("app")).toString() == meetApp;
+        }
+        QVERIFY(narrowed);
+        // The app's question still made it into a card, over the radio.
+        const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ3), qPrintable(transcript));
+    }
+
+    void transcribesASavedRecording()
+    {
+        // The user's voice on the left, the meeting on the right, as the app records it.
+        QVERIFY(kbtest::makeSilence(path("pad.wav"), 3));
+        QVERIFY(kbtest::run(QStringLiteral("sox"), {path("answer.wav"), path("pad.wav"), path("left.wav")}).ok());
+        QVERIFY(kbtest::run(QStringLiteral("sox"), {path("pad.wav"), path("answer.wav"), path("right.wav")}).ok());
+        QVERIFY(kbtest::mergeToStereo(path("left.wav"), path("right.wav"), path("meeting_saved.wav")));
+        App app(path("home-transcribe"));
+        QVERIFY(app.start({QStringLiteral("--transcribe"), path("meeting_saved.wav")}, QString()));
+        QVERIFY2(app.wait(120000), qPrintable(app.err()));
+        QCOMPARE(app.exitCode(), 0);
+        QCOMPARE(app.out(), path("meeting_saved.transcript.md") + QLatin1Char('\n'));
+        QVERIFY2(app.err().contains(QStringLiteral("100% (")), qPrintable(app.err()));
+        const QString transcript = readText(path("meeting_saved.transcript.md"));
+        QVERIFY2(transcript.startsWith(QStringLiteral("# Meeting transcript\n\nSource: `meeting_saved.wav`\n")),
+                 qPrintable(transcript));
+        const QRegularExpression you(QStringLiteral("\\*\\*You:\\*\\* Go forward ten meters"));
+        const QRegularExpression interviewer(QStringLiteral("\\*\\*Interviewer:\\*\\* Go forward ten meters"));
+        QVERIFY2(you.match(transcript).hasMatch(), qPrintable(transcript));
+        QVERIFY2(interviewer.match(transcript).hasMatch(), qPrintable(transcript));
+    }
+
     void cleanupTestCase()
     {
         m_modules.unloadAll();
