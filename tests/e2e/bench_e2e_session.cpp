@@ -11,18 +11,18 @@
 //   bench_e2e_session [--seconds N]          (or KETTERBLOOM_BENCH_SECONDS; default 600)
 //   KETTERBLOOM_BENCH_KEEP=1 keeps the temporary folder with the session's records.
 
-#include "CreationWatch.h"
 #include "E2eHarness.h"
+#include "EventsLogWatch.h"
+#include "PrivateSoundServer.h"
 #include "ProcessSampler.h"
+#include "SessionStats.h"
 #include "SoundServer.h"
 #include "TestSignals.h"
 #include "TimingRelay.h"
 
 #include <QCoreApplication>
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QPointer>
@@ -31,21 +31,17 @@
 #include <QThread>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <thread>
 #include <vector>
 
-#include <sys/wait.h>
 #include <time.h>
-#include <unistd.h>
 
 using namespace e2e;
+using namespace benchstats;
 
 namespace {
 
@@ -97,13 +93,6 @@ std::int64_t monotonicNs()
     return TimingRelay::monotonicNs();
 }
 
-std::int64_t realtimeNs()
-{
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return std::int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
-
 void sleepUntil(std::int64_t monotonic)
 {
     const std::int64_t left = monotonic - monotonicNs();
@@ -114,95 +103,6 @@ void sleepUntil(std::int64_t monotonic)
 void sleepSeconds(double seconds)
 {
     sleepUntil(monotonicNs() + std::int64_t(seconds * 1e9));
-}
-
-// --- The private sound server, stopped by its PIDs at the end, on failure and on a signal ---
-
-char g_script[1024];
-char g_serverDir[1024];
-std::atomic<pid_t> g_appPid{0};
-std::atomic<pid_t> g_simPid{0};
-std::atomic<bool> g_serverUp{false};
-
-void stopServerFromSignal(int signal)
-{
-    // Only async-signal-safe calls here.
-    for (pid_t pid : {g_appPid.load(), g_simPid.load()}) {
-        if (pid > 0)
-            kill(pid, SIGTERM);
-    }
-    if (g_serverUp.load()) {
-        const pid_t child = fork();
-        if (child == 0) {
-            execl("/bin/bash", "bash", g_script, "stop", g_serverDir, static_cast<char *>(nullptr));
-            _exit(127);
-        }
-        if (child > 0)
-            waitpid(child, nullptr, 0);
-    }
-    _exit(128 + signal);
-}
-
-class PrivateSoundServer
-{
-public:
-    explicit PrivateSoundServer(const QString &dir)
-        : m_dir(dir)
-    {
-        const QByteArray script = QByteArray(KB_BENCH_SOUNDSERVER_SCRIPT);
-        const QByteArray path = dir.toLocal8Bit();
-        std::snprintf(g_script, sizeof g_script, "%s", script.constData());
-        std::snprintf(g_serverDir, sizeof g_serverDir, "%s", path.constData());
-        // Every client this process starts (pactl, paplay, the app) finds the private server.
-        qputenv("XDG_RUNTIME_DIR", (path + "/run"));
-        qputenv("PULSE_SERVER", "unix:" + path + "/run/pulse/native");
-        qputenv("KETTERBLOOM_SOUNDSERVER_DIR", path);
-        qputenv("KETTERBLOOM_SOUNDSERVER_KIND", "pipewire");
-        std::signal(SIGINT, stopServerFromSignal);
-        std::signal(SIGTERM, stopServerFromSignal);
-        std::signal(SIGHUP, stopServerFromSignal);
-    }
-    ~PrivateSoundServer() { stop(); }
-
-    bool start()
-    {
-        g_serverUp = true;
-        const kbtest::CommandResult started = kbtest::run(QStringLiteral("bash"),
-            {QString::fromLocal8Bit(g_script), QStringLiteral("start"), m_dir, QStringLiteral("pipewire")}, 90000);
-        if (!started.ok())
-            std::fprintf(stderr, "sound server did not start: %s\n", qPrintable(started.err));
-        return started.ok();
-    }
-
-    void stop()
-    {
-        if (!g_serverUp.exchange(false))
-            return;
-        kbtest::run(QStringLiteral("bash"), {QString::fromLocal8Bit(g_script), QStringLiteral("stop"), m_dir}, 30000);
-    }
-
-private:
-    QString m_dir;
-};
-
-// --- Measurements on the audio we play ---
-
-// Where the speech in a question file ends, by the simulator's own rule: the end of the last
-// 10 ms frame whose RMS reaches `threshold / 10` of full scale. Returns {voiced end, file length}
-// in seconds.
-std::pair<double, double> voicedEnd(const QString &wav, double threshold)
-{
-    const kbtest::WavData data = kbtest::readWav(wav);
-    if (!data.ok || data.channels != 1)
-        return {0, 0};
-    const int frame = data.sampleRate / 100;
-    const double level = threshold / 10.0;
-    size_t lastVoiced = 0;
-    for (size_t start = 0; start + size_t(frame) <= data.samples.size(); start += size_t(frame)) {
-        if (kbtest::rms(data.samples.data() + start, frame) >= level)
-            lastVoiced = start + size_t(frame);
-    }
-    return {double(lastVoiced) / data.sampleRate, double(data.samples.size()) / data.sampleRate};
 }
 
 // Plays a file to its end. paplay exits once its stream has drained, i.e. when the server has
@@ -223,54 +123,6 @@ std::int64_t play(const QString &wav, const QString &device)
 }
 
 // The first number found under `key` anywhere in a JSON tree.
-std::optional<double> findNumber(const QJsonValue &value, const QString &key)
-{
-    if (value.isObject()) {
-        const QJsonObject object = value.toObject();
-        if (object.value(key).isDouble())
-            return object.value(key).toDouble();
-        for (auto it = object.begin(); it != object.end(); ++it) {
-            if (auto found = findNumber(it.value(), key))
-                return found;
-        }
-    } else if (value.isArray()) {
-        for (const QJsonValue &item : value.toArray()) {
-            if (auto found = findNumber(item, key))
-                return found;
-        }
-    }
-    return std::nullopt;
-}
-
-struct Stats
-{
-    int count = 0;
-    double median = 0;
-    double mean = 0;
-    double p90 = 0;
-    double min = 0;
-    double max = 0;
-};
-
-Stats stats(std::vector<double> values)
-{
-    Stats s;
-    s.count = int(values.size());
-    if (values.empty())
-        return s;
-    std::sort(values.begin(), values.end());
-    const size_t n = values.size();
-    s.median = n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
-    double sum = 0;
-    for (double v : values)
-        sum += v;
-    s.mean = sum / double(n);
-    s.p90 = values[size_t(std::ceil(0.9 * double(n))) - 1];   // nearest rank
-    s.min = values.front();
-    s.max = values.back();
-    return s;
-}
-
 QString firstLine(const QString &program, const QStringList &args, const QString &containing = {})
 {
     const kbtest::CommandResult result = kbtest::run(program, args, 5000);
@@ -360,7 +212,7 @@ int main(int argc, char *argv[])
     Simulator sim;
     if (!sim.start(QJsonObject{{QStringLiteral("loop"), true}, {QStringLiteral("turns"), turns}}, dir.path()))
         return fail("the simulator did not start");
-    g_simPid = pid_t(sim.pid());
+    PrivateSoundServer::setChildren(0, pid_t(sim.pid()));
 
     QThread relayThread;
     relayThread.setObjectName(QStringLiteral("bench-relay"));
@@ -398,23 +250,18 @@ int main(int argc, char *argv[])
     const QString errPath = dir.filePath(QStringLiteral("app.err"));
     app.setOutputFiles(outPath, errPath);
 
-    // The app's session clock is monotonic and starts the moment its events log is created. The
-    // file's birth time says when that was on the wall clock, but only to the kernel's coarse
-    // clock tick (and to the millisecond); an inotify watch on the session folder sees the
-    // creation a moment after it happened. The start is the watch's time, kept within the
-    // window the birth time allows. Wall and monotonic time are related through an offset read
-    // now and at the end.
-    const std::int64_t wallMinusMonotonicStart = realtimeNs() - monotonicNs();
+    // The app's events log gives times as "t", seconds on its monotonic session clock; the
+    // watch places that clock's zero on ours (see EventsLogWatch).
     QDir().mkpath(app.sessionFolder());
-    CreationWatch logCreated;
-    if (!logCreated.start(app.sessionFolder().toStdString(), ".events.jsonl"))
+    EventsLogWatch logWatch;
+    if (!logWatch.start(app.sessionFolder().toStdString()))
         return fail("cannot watch the session folder");
 
     std::fprintf(stderr, "Running a %d s session ...\n", seconds);
     const std::int64_t launched = monotonicNs();
     if (!app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QString::number(seconds)}, relay.url().toString()))
         return fail("ketterbloom did not start");
-    g_appPid = pid_t(app.pid());
+    PrivateSoundServer::setChildren(pid_t(app.pid()), pid_t(sim.pid()));
     ProcessSampler sampler;
     sampler.start(app.pid());
 
@@ -450,10 +297,9 @@ int main(int argc, char *argv[])
     if (!app.wait((seconds + 120) * 1000))
         return fail("ketterbloom did not stop by itself");
     const std::int64_t exited = monotonicNs();
-    g_appPid = 0;
+    PrivateSoundServer::setChildren(0, pid_t(sim.pid()));
     sampler.stop();
     const ProcessSampler::Figures cpu = sampler.figures();
-    const std::int64_t wallMinusMonotonicEnd = realtimeNs() - monotonicNs();
 
     // --- What the run left ---
     const QString eventsPath = app.newestFile(QStringLiteral(".events.jsonl"));
@@ -461,17 +307,10 @@ int main(int argc, char *argv[])
     if (eventsPath.isEmpty() || wavPath.isEmpty())
         return fail("the session left no events log or recording");
     const QList<QJsonObject> events = readJsonLines(eventsPath);
-    const QDateTime born = QFileInfo(eventsPath).birthTime();
-    if (!born.isValid())
-        return fail("the file system does not keep birth times; cannot place the session start");
-    const std::int64_t offset = (wallMinusMonotonicStart + wallMinusMonotonicEnd) / 2;
-    timespec tick{};
-    clock_getres(CLOCK_REALTIME_COARSE, &tick);
-    const std::int64_t bornEarliest = born.toMSecsSinceEpoch() * 1'000'000 - offset;   // monotonic
-    const std::int64_t bornLatest = bornEarliest + 1'000'000 + std::int64_t(tick.tv_sec) * 1'000'000'000 + tick.tv_nsec;
-    const std::int64_t seen = logCreated.createdAt();
-    logCreated.stop();
-    const std::int64_t sessionZero = seen ? std::clamp(seen, bornEarliest, bornLatest) : (bornEarliest + bornLatest) / 2;
+    logWatch.stop();
+    const std::int64_t sessionZero = logWatch.zero();
+    if (!sessionZero)
+        return fail("never saw the events log being written");
     auto appTime = [&](const QJsonObject &event) {
         return sessionZero + std::int64_t(event.value(QStringLiteral("t")).toDouble() * 1e9);
     };
@@ -548,6 +387,15 @@ int main(int argc, char *argv[])
         if (audioStarted < 0 && e.value(QStringLiteral("event")).toString() == QLatin1String("audio_started"))
             audioStarted = e.value(QStringLiteral("t")).toDouble();
     }
+    if (audioStarted < 0) {
+        // Without the event, the start-up trace says when capture went live, in seconds since
+        // the start was requested (which is when the session log opens).
+        const QString trace = readText(app.sessionFolder() + QStringLiteral("/startup.log"));
+        for (const QString &traceLine : trace.split(QLatin1Char('\n'))) {
+            if (traceLine.contains(QStringLiteral("capture live")))
+                audioStarted = traceLine.section(QLatin1Char('s'), 0, 0).section(QLatin1Char(' '), -1).toDouble();
+        }
+    }
 
     // Audio bytes lost. The meeting side goes to the service as 24 kHz mono 16-bit PCM, i.e.
     // 24000 samples/s x 2 bytes = 48000 bytes per second of captured audio. The recording holds
@@ -556,8 +404,9 @@ int main(int argc, char *argv[])
     // The simulator records the decoded size of every "input_audio_buffer.append" it received;
     // their sum is what arrived. Two shares of the difference are by design: audio captured
     // before the connection was configured is not sent (the app logs "audio_started" when
-    // capture runs, and the relay saw the simulator's "session.updated"), and the last batch,
-    // shorter than 4800 bytes (100 ms), is not sent when the session stops. What is left is loss.
+    // capture runs, or its start-up trace says "capture live"; the relay saw the simulator's
+    // "session.updated"), and the last batch, shorter than 4800 bytes (100 ms), is not sent
+    // when the session stops. Whatever the difference holds beyond those two is loss.
     const qint64 wavFrames = kbtest::soxInfo(wavPath).value(QStringLiteral("samples")).toLongLong();
     const double capturedSeconds = double(wavFrames) / 48000.0;
     const qint64 expectedBytes = qint64(std::llround(capturedSeconds * 48000.0));
@@ -570,7 +419,8 @@ int main(int argc, char *argv[])
         beforeConfigured = std::max(0.0, double(configured.first() - sessionZero) / 1e9 - audioStarted);
     const qint64 beforeConfiguredBytes = qint64(std::llround(beforeConfigured * 48000.0)) & ~qint64(1);
     const qint64 missing = expectedBytes - receivedBytes;
-    const qint64 lost = missing - beforeConfiguredBytes;
+    const qint64 remaining = missing - beforeConfiguredBytes;
+    const qint64 lost = std::max<qint64>(0, remaining - 4799);
 
     // --- Report ---
     const QString cores = QString::number(QThread::idealThreadCount());
@@ -596,15 +446,15 @@ int main(int argc, char *argv[])
     std::printf("%-44s %12lld\n", "threads (last sample)", static_cast<long long>(cpu.threads));
     std::printf("%-44s %12d\n", "/proc samples (every 200 ms)", cpu.samples);
 
-    std::printf("\nLatency after the end of a question's speech (s); simulator: VAD silence %.0f ms, threshold %.2f\n",
+    std::printf("\nLatency after the end of a question's speech (ms); simulator: VAD silence %.0f ms, threshold %.2f\n",
                 silenceMs, threshold);
-    std::printf("(session start placed to within %.1f ms: log birth time + coarse tick %.1f ms; inotify saw it %.2f ms after the earliest)\n",
-                double(bornLatest - bornEarliest) / 1e6, double(tick.tv_nsec) / 1e6,
-                seen ? double(seen - bornEarliest) / 1e6 : -1.0);
+    std::printf("(the app's times: its events log's t, placed on this clock from %d lines as they were written)\n",
+                logWatch.linesSeen());
     std::printf("%-44s %6s %8s %8s %8s %8s %8s\n", "", "n", "median", "mean", "p90", "min", "max");
     auto line = [](const char *label, const std::vector<double> &values) {
         const Stats s = stats(values);
-        std::printf("%-44s %6d %8.3f %8.3f %8.3f %8.3f %8.3f\n", label, s.count, s.median, s.mean, s.p90, s.min, s.max);
+        std::printf("%-44s %6d %8.1f %8.1f %8.1f %8.1f %8.1f\n", label, s.count, s.median * 1e3, s.mean * 1e3, s.p90 * 1e3,
+                    s.min * 1e3, s.max * 1e3);
     };
     line("transcript sent by the simulator", simCard);
     line("question card in the app", appCard);
@@ -617,9 +467,9 @@ int main(int argc, char *argv[])
         upload.push_back(v - silenceMs / 1000.0);
     line("capture + upload (sent - VAD silence)", upload);
 
-    std::printf("\nPer question (s after the end of speech): sim transcript / app card / sim text / app text\n");
+    std::printf("\nPer question (ms after the end of speech): sim transcript / app card / sim text / app text\n");
     auto cell = [](const std::optional<double> &v) {
-        return v ? QString::asprintf("%7.3f", *v) : QStringLiteral("      -");
+        return v ? QString::asprintf("%7.1f", *v * 1e3) : QStringLiteral("      -");
     };
     for (size_t i = 0; i < rows.size(); ++i)
         std::printf("  %2zu %-44s %s %s %s %s\n", i + 1, qPrintable(rows[i].text.left(44)), qPrintable(cell(rows[i].simCard)),
@@ -634,8 +484,8 @@ int main(int argc, char *argv[])
     std::printf("%-44s %14lld\n", "bytes the simulator received", static_cast<long long>(receivedBytes));
     std::printf("%-44s %14lld\n", "difference", static_cast<long long>(missing));
     std::printf("%-44s %14lld\n", "  before the connection was configured", static_cast<long long>(beforeConfiguredBytes));
-    std::printf("%-44s %14s\n", "  unsent last batch at stop", "< 4800");
-    std::printf("%-44s %14lld\n", "bytes lost (difference - before configured)", static_cast<long long>(lost));
+    std::printf("%-44s %14lld\n", "  the rest (the last batch, < 4800, is unsent)", static_cast<long long>(remaining));
+    std::printf("%-44s %14lld\n", "bytes lost", static_cast<long long>(lost));
     std::printf("\n");
     std::fflush(stdout);
     return 0;
