@@ -18,6 +18,12 @@ constexpr int connectTimeoutMs = 3000;
 constexpr int streamTimeoutMs = 3000;
 constexpr quint32 systemKey = PA_INVALID_INDEX;
 constexpr pa_usec_t defaultSinkPollUs = 1000 * 1000;
+// The application counts as silent once none of its audio has come through for this long;
+// the quiet line then fills in, from the last audio on, in 20 ms steps.
+constexpr pa_usec_t quietAfterUs = 500 * 1000;
+constexpr pa_usec_t quietLineTickUs = 20 * 1000;
+constexpr int quietBlockFrames = 960;
+const float quietBlock[quietBlockFrames] = {};
 
 const pa_sample_spec &tapSpec()
 {
@@ -215,6 +221,10 @@ std::optional<TapError> ProcessTapCapture::startProcess(const QString &appID)
             attachSinkInput(e.index);
     }
     qCInfo(lcAudio, "[Ketterbloom] tapping %s: %d stream(s)", qUtf8Printable(appID), int(m_streamCount));
+    m_lastAudioUs = pa_rtclock_now();
+    m_quietFrames = 0;
+    m_quietLineClock = pa_context_rttime_new(c.context(), m_lastAudioUs + quietLineTickUs,
+                                             &ProcessTapCapture::quietLineTick, this);
     return std::nullopt;
 }
 
@@ -280,9 +290,11 @@ void ProcessTapCapture::cleanUp()
         PulseLock lock(*m_connection);
         m_connection->onEvent = nullptr;
         m_connection->onConnectionLost = nullptr;
-        if (m_defaultSinkPoll) {
-            pa_threaded_mainloop_get_api(m_connection->mainloop())->time_free(m_defaultSinkPoll);
-            m_defaultSinkPoll = nullptr;
+        for (pa_time_event **event : {&m_defaultSinkPoll, &m_quietLineClock}) {
+            if (*event) {
+                pa_threaded_mainloop_get_api(m_connection->mainloop())->time_free(*event);
+                *event = nullptr;
+            }
         }
         m_mixer.reset();   // nothing pending is delivered from this thread
         while (!m_streams.empty())
@@ -295,6 +307,8 @@ void ProcessTapCapture::cleanUp()
 
 void ProcessTapCapture::deliver(const float *samples, int frames)
 {
+    m_lastAudioUs = pa_rtclock_now();
+    m_quietFrames = 0;
     if (onAudio)
         onAudio(samples, frames);
 }
@@ -411,6 +425,28 @@ void ProcessTapCapture::checkSinkInput(uint32_t index)
         pa_operation_unref(op);
     else
         delete pending;
+}
+
+void ProcessTapCapture::quietLineTick(pa_mainloop_api *, pa_time_event *e, const struct timeval *, void *userdata)
+{
+    auto *self = static_cast<ProcessTapCapture *>(userdata);
+    self->deliverQuietLine();
+    pa_context_rttime_restart(self->m_connection->context(), e, pa_rtclock_now() + quietLineTickUs);
+}
+
+void ProcessTapCapture::deliverQuietLine()
+{
+    const pa_usec_t now = pa_rtclock_now();
+    if (now < m_lastAudioUs + quietAfterUs)
+        return;
+    // Silence for the whole time since the application's last audio, so the line keeps time.
+    const long long due = (long long)((now - m_lastAudioUs) * tapSpec().rate / PA_USEC_PER_SEC);
+    while (m_quietFrames < due) {
+        const int frames = int(std::min<long long>(quietBlockFrames, due - m_quietFrames));
+        m_quietFrames += frames;
+        if (onAudio)
+            onAudio(quietBlock, frames);
+    }
 }
 
 void ProcessTapCapture::pollDefaultSink(pa_mainloop_api *, pa_time_event *e, const struct timeval *, void *userdata)

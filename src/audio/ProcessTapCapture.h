@@ -93,6 +93,8 @@ private:
     void checkSinkInput(uint32_t index);
     void checkDefaultSink();
     static void pollDefaultSink(pa_mainloop_api *api, pa_time_event *e, const struct timeval *tv, void *userdata);
+    static void quietLineTick(pa_mainloop_api *api, pa_time_event *e, const struct timeval *tv, void *userdata);
+    void deliverQuietLine();
     void deliver(const float *samples, int frames);
 
     static void streamRead(pa_stream *s, size_t nbytes, void *userdata);
@@ -110,4 +112,9 @@ private:
     std::map<quint32, std::unique_ptr<MonitorStream>> m_streams;   // by sink input (0 key: the monitor)
     TapMixer m_mixer;
     pa_time_event *m_defaultSinkPoll = nullptr;   // backstop for a missed server event
+    // One application: while it plays nothing (no stream, or all paused), silence keeps the
+    // meeting line running in real time, as a monitor of a sink would.
+    pa_time_event *m_quietLineClock = nullptr;
+    pa_usec_t m_lastAudioUs = 0;      // when the application's audio last came through
+    long long m_quietFrames = 0;      // silence delivered since then
 };

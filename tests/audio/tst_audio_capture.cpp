@@ -11,6 +11,7 @@
 
 #include <QtTest>
 
+#include <cmath>
 #include <mutex>
 
 using namespace kbtest;
@@ -218,6 +219,10 @@ private slots:
                               StreamSource::meetingOnly, false),
                  std::nullopt);
         QCOMPARE(engine.tapCapture().attachedStreamCount(), 1);
+        // Until the first block of the application's audio arrives (late on PulseAudio), the
+        // line runs on silence; judge what comes after.
+        QTRY_VERIFY_WITH_TIMEOUT(c.pcmSeconds() > 1.5, 10000);
+        c.clear();
         QTRY_VERIFY_WITH_TIMEOUT(c.pcmSeconds() > 1.5, 10000);
         auto tail = c.lastPcm(1.0);
         QVERIFY2(toneShare(tail, 24000, 440, 1000) > 0.9, "the other application is heard");
@@ -271,6 +276,29 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(frames > 48000, 10000);
         tap.cleanUp();
         QVERIFY(!tap.isRunning());
+    }
+
+    void silentApplicationKeepsTheLineRunning()
+    {
+        // The chosen application plays nothing: the meeting line still runs in real time, with
+        // silence, so the service hears the end of the last question. Its audio, once it
+        // plays, comes through as before.
+        ProcessTapCapture tap;
+        std::atomic<int> frames{0};
+        std::atomic<int> loudFrames{0};
+        tap.onAudio = [&](const float *samples, int n) {
+            frames += n;
+            for (int i = 0; i < n; ++i)
+                loudFrames += std::fabs(samples[i]) > 0.05f ? 1 : 0;
+        };
+        QCOMPARE(tap.start(TapTarget::process(QStringLiteral("org.example.Quiet"))), std::nullopt);
+        QCOMPARE(tap.attachedStreamCount(), 0);
+        QTest::qWait(1500);
+        QVERIFY2(frames >= 48000 && frames <= 48000 * 2, qPrintable(QString::number(frames)));
+        QCOMPARE(loudFrames.load(), 0);
+        play("t440.wav", {}, {QStringLiteral("application.id=org.example.Quiet")});
+        QTRY_VERIFY_WITH_TIMEOUT(loudFrames > 24000, 10000);
+        tap.cleanUp();
     }
 
     void deviceChannelsTakeTheChosenChannels()
