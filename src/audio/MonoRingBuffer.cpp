@@ -5,19 +5,29 @@
 #include <algorithm>
 
 MonoRingBuffer::MonoRingBuffer(double maxSeconds, double sampleRate)
-    : m_capacity(int(maxSeconds * sampleRate))
+    : m_capacity(std::max(0, int(maxSeconds * sampleRate)))
+    , m_samples(size_t(m_capacity), 0.0f)
 {
 }
 
 void MonoRingBuffer::push(const float *samples, int count)
 {
-    if (count <= 0)
+    if (count <= 0 || m_capacity == 0)
         return;
+    // Of a run longer than the whole buffer, only its newest samples can stay.
+    if (count > m_capacity) {
+        samples += count - m_capacity;
+        count = m_capacity;
+    }
     std::lock_guard guard(m_lock);
-    m_samples.insert(m_samples.end(), samples, samples + count);
-    const auto total = qsizetype(m_samples.size());
-    if (total > m_capacity)
-        m_samples.erase(m_samples.begin(), m_samples.begin() + (total - m_capacity));
+    const int overflow = m_size + count - m_capacity;
+    if (overflow > 0)
+        dropOldest(overflow);
+    const int end = (m_start + m_size) % m_capacity;
+    const int first = std::min(count, m_capacity - end);
+    std::copy(samples, samples + first, m_samples.begin() + end);
+    std::copy(samples + first, samples + count, m_samples.begin());
+    m_size += count;
 }
 
 std::vector<float> MonoRingBuffer::pop(int count)
@@ -34,9 +44,9 @@ int MonoRingBuffer::popInto(float *out, int count)
     if (count <= 0)
         return 0;
     std::lock_guard guard(m_lock);
-    const int k = std::min(int(m_samples.size()), count);
-    std::copy(m_samples.begin(), m_samples.begin() + k, out);
-    m_samples.erase(m_samples.begin(), m_samples.begin() + k);
+    const int k = std::min(m_size, count);
+    copyOut(out, k);
+    dropOldest(k);
     std::fill(out + k, out + count, 0.0f);
     return k;
 }
@@ -44,7 +54,8 @@ int MonoRingBuffer::popInto(float *out, int count)
 void MonoRingBuffer::clear()
 {
     std::lock_guard guard(m_lock);
-    m_samples.clear();   // keeps the allocated storage for the next session
+    m_start = 0;
+    m_size = 0;
 }
 
 int MonoRingBuffer::discard(int count)
@@ -52,13 +63,26 @@ int MonoRingBuffer::discard(int count)
     if (count <= 0)
         return 0;
     std::lock_guard guard(m_lock);
-    const int k = std::min(int(m_samples.size()), count);
-    m_samples.erase(m_samples.begin(), m_samples.begin() + k);
+    const int k = std::min(m_size, count);
+    dropOldest(k);
     return k;
 }
 
 int MonoRingBuffer::available() const
 {
     std::lock_guard guard(m_lock);
-    return int(m_samples.size());
+    return m_size;
+}
+
+void MonoRingBuffer::copyOut(float *out, int count) const
+{
+    const int first = std::min(count, m_capacity - m_start);
+    std::copy(m_samples.begin() + m_start, m_samples.begin() + m_start + first, out);
+    std::copy(m_samples.begin(), m_samples.begin() + (count - first), out + first);
+}
+
+void MonoRingBuffer::dropOldest(int count)
+{
+    m_start = (m_start + count) % m_capacity;
+    m_size -= count;
 }

@@ -6,6 +6,7 @@
 // A bounded, thread-safe first-in first-out queue of float samples that hands meeting audio
 // from the tap thread to the microphone thread. When full, the oldest samples are dropped;
 // when short, pop() pads with silence, so it always returns exactly what was asked for.
+// The storage is allocated once, at construction: pushing and popping never allocate.
 class MonoRingBuffer
 {
 public:
@@ -25,7 +26,13 @@ public:
     int available() const;
 
 private:
+    // Both with m_lock held.
+    void copyOut(float *out, int count) const;
+    void dropOldest(int count);
+
     mutable std::mutex m_lock;
-    std::vector<float> m_samples;
     int m_capacity;
+    std::vector<float> m_samples;   // m_capacity slots
+    int m_start = 0;                // slot of the oldest queued sample
+    int m_size = 0;
 };
