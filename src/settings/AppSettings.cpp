@@ -44,15 +44,6 @@ constexpr std::array<std::pair<AppSettings::Appearance, const char *>, 3> appear
     {AppSettings::Appearance::dark, "dark"},
 }};
 
-template<typename E, std::size_t N>
-QList<E> allOf(const std::array<std::pair<E, const char *>, N> &table)
-{
-    QList<E> result;
-    for (const auto &entry : table)
-        result.append(entry.first);
-    return result;
-}
-
 // Stores the new value, writes it through (every call, changed or not) and tells whether it
 // changed.
 template<typename T>
@@ -82,9 +73,6 @@ std::optional<AppSettings::Appearance> AppSettings::appearanceFromRaw(const QStr
 {
     return fromRaw(raw, appearances);
 }
-QList<AppSettings::MeetingSource> AppSettings::allMeetingSources() { return allOf(meetingSources); }
-QList<AppSettings::StreamSource> AppSettings::allStreamSources() { return allOf(streamSources); }
-QList<AppSettings::Appearance> AppSettings::allAppearances() { return allOf(appearances); }
 
 std::unique_ptr<QSettings> AppSettings::openDefaultStore()
 {

@@ -69,9 +69,6 @@ public:
     static std::optional<MeetingSource> meetingSourceFromRaw(const QString &raw);
     static std::optional<StreamSource> streamSourceFromRaw(const QString &raw);
     static std::optional<Appearance> appearanceFromRaw(const QString &raw);
-    static QList<MeetingSource> allMeetingSources();
-    static QList<StreamSource> allStreamSources();
-    static QList<Appearance> allAppearances();
 
     static constexpr const char *defaultModel = "gpt-realtime-2.1";
     static constexpr const char *defaultTranscribeModel = "gpt-live-transcribe";
