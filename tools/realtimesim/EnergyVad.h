@@ -19,8 +19,6 @@ public:
 
     void configure(double threshold, int prefixPaddingMs, int silenceDurationMs);
     QList<Event> feed(const QByteArray &pcm16);
-    qint64 receivedMs() const { return m_frames * 10; }
-    bool inSpeech() const { return m_inSpeech; }
 
 private:
     void frame(const qint16 *samples, QList<Event> &events);

@@ -45,7 +45,6 @@ public:
     QList<SimConnectionInfo> connections() const;
     int connectionCount() const { return m_connections.size(); }
     int openConnectionCount() const;
-    void clearRecords() { m_records.clear(); }
 
     // Control, acting on the newest open connection; false when there is none.
     // A turn with the next scripted question, or with `question` and the answer scripted for it.
