@@ -199,6 +199,7 @@ private:
     void appendPair(const QAPair &pair);
     void removeEmptyCompletePairs();
     int indexOfPair(const QString &id) const;
+    int indexOfResponse(const QString &responseID) const;
 
     // Speaking.
     void startAnswerClock(Clock::TimePoint at);

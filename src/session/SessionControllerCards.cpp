@@ -35,6 +35,16 @@ int SessionController::indexOfPair(const QString &id) const
     return -1;
 }
 
+int SessionController::indexOfResponse(const QString &responseID) const
+{
+    for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
+        if (m_pairs.at(i).responseID == responseID) {
+            return i;
+        }
+    }
+    return -1;
+}
+
 void SessionController::appendPair(const QAPair &pair)
 {
     m_pairs.append(pair);
@@ -136,12 +146,7 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
         return;
     }
 
-    int index = -1;
-    for (int i = int(m_pairs.size()) - 1; i >= 0 && index < 0; --i) {
-        if (m_pairs.at(i).responseID == responseID) {
-            index = i;
-        }
-    }
+    int index = indexOfResponse(responseID);
     if (index < 0) {
         for (int i = int(m_pairs.size()) - 1; i >= 0 && index < 0; --i) {
             if (!m_pairs.at(i).responseID && !m_pairs.at(i).isComplete) {
@@ -183,12 +188,7 @@ void SessionController::completeResponse(const QString &responseID)
         return;
     }
 
-    int index = -1;
-    for (int i = int(m_pairs.size()) - 1; i >= 0 && index < 0; --i) {
-        if (m_pairs.at(i).responseID == responseID) {
-            index = i;
-        }
-    }
+    const int index = indexOfResponse(responseID);
     if (index >= 0) {
         QAPair &pair = m_pairs[index];
         pair.isComplete = true;
