@@ -83,8 +83,6 @@ public:
     // Test hooks: a shorter start deadline, and a delay before the microphone stream starts.
     void setMicStartDeadlineForTesting(int ms) { m_micDeadlineMs = ms; }
     void setMicStartDelayForTesting(int ms) { m_micStartDelayMs = ms; }
-    // Forgets an earlier stall, as a restart of the application would.
-    void resetMicStallForTesting() { m_micEngineUnusable = false; }
 
 private:
     std::optional<QString> startDeviceMode(const DeviceChannelsSource &source, StreamSource streamSource);

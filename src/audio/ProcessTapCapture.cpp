@@ -536,11 +536,6 @@ bool ProcessTapCapture::probeTapAccess()
     return true;
 }
 
-QList<AudioProcessInfo> ProcessTapCapture::runningAudioProcesses()
-{
-    return playingFrom(snapshot(false));
-}
-
 std::optional<AudioProcessInfo> ProcessTapCapture::audioObject(const QString &bundleID)
 {
     if (bundleID.isEmpty())

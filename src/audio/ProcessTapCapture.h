@@ -72,8 +72,6 @@ public:
 
     // The sound server answers and its default sink has a monitor.
     static bool probeTapAccess();
-    // Applications with a sink input that is playing now, sorted by name.
-    static QList<AudioProcessInfo> runningAudioProcesses();
     // The playing application `bundleID`, or else the first playing helper of it.
     static std::optional<AudioProcessInfo> audioObject(const QString &bundleID);
     // Applications that can be chosen: playing ones first, then the other clients of the

@@ -22,7 +22,6 @@ public:
     void removeStream(int key);
     void feed(int key, const float *samples, int frames);
     void reset();
-    int streamCount() const { return int(m_cursors.size()); }
 
 private:
     void emitUpTo(long long position);
