@@ -8,9 +8,6 @@
 
 #include <pulse/rtclock.h>
 
-#include <QCollator>
-#include <QSet>
-
 #include <algorithm>
 
 namespace {
@@ -40,25 +37,6 @@ pa_buffer_attr tapBufferAttr()
     attr.minreq = uint32_t(-1);
     attr.fragsize = uint32_t(pa_usec_to_bytes(20000, &tapSpec()));
     return attr;
-}
-
-void sortByName(QList<AudioProcessInfo> &list)
-{
-    QCollator collator;
-    collator.setCaseSensitivity(Qt::CaseInsensitive);
-    std::stable_sort(list.begin(), list.end(), [&collator](const AudioProcessInfo &a, const AudioProcessInfo &b) {
-        return collator.compare(a.name, b.name) < 0;
-    });
-}
-
-bool isPlaying(const PulseQueries::SinkInputEntry &e)
-{
-    return !e.corked && e.sink != PA_INVALID_INDEX;
-}
-
-AudioProcessInfo infoOf(const PulseQueries::SinkInputEntry &e)
-{
-    return {e.index + 1, AudioApplications::appID(e.properties), AudioApplications::displayName(e.properties)};
 }
 } // namespace
 
@@ -471,119 +449,4 @@ void ProcessTapCapture::checkDefaultSink()
     };
     if (pa_operation *op = pa_context_get_server_info(m_connection->context(), cb, this))
         pa_operation_unref(op);
-}
-
-// ---- static queries -------------------------------------------------------------------------
-
-namespace {
-struct Snapshot
-{
-    bool ok = false;
-    std::optional<PulseQueries::ServerInfo> server;
-    QList<PulseQueries::SinkInputEntry> sinkInputs;
-    QHash<quint32, PulseQueries::Properties> clients;
-};
-
-Snapshot snapshot(bool withClients)
-{
-    Snapshot s;
-    PulseConnection c("Ketterbloom app list");
-    if (!c.connect(connectTimeoutMs))
-        return s;
-    PulseLock lock(c);
-    s.sinkInputs = PulseQueries::sinkInputs(c);
-    if (withClients)
-        s.clients = PulseQueries::clients(c);
-    s.ok = true;
-    return s;
-}
-
-QList<AudioProcessInfo> playingFrom(const Snapshot &s)
-{
-    QList<AudioProcessInfo> out;
-    QSet<QString> seen;
-    for (const auto &e : s.sinkInputs) {
-        if (!isPlaying(e) || AudioApplications::isOwnOrServer(e.properties))
-            continue;
-        const auto info = infoOf(e);
-        if (seen.contains(info.bundleID))
-            continue;
-        seen.insert(info.bundleID);
-        out.append(info);
-    }
-    sortByName(out);
-    return out;
-}
-} // namespace
-
-bool ProcessTapCapture::probeTapAccess()
-{
-    PulseConnection c("Ketterbloom probe");
-    QString reason;
-    if (!c.connect(connectTimeoutMs, &reason)) {
-        qCWarning(lcAudio, "[Ketterbloom] tap probe failed: %s", qUtf8Printable(reason));
-        return false;
-    }
-    PulseLock lock(c);
-    const auto info = PulseQueries::serverInfo(c);
-    if (!info)
-        return false;
-    const auto sink = PulseQueries::sink(c, info->defaultSink);
-    if (!sink || sink->monitorSource.isEmpty()) {
-        qCWarning(lcAudio, "[Ketterbloom] tap probe failed: the default output has no monitor");
-        return false;
-    }
-    return true;
-}
-
-std::optional<AudioProcessInfo> ProcessTapCapture::audioObject(const QString &bundleID)
-{
-    if (bundleID.isEmpty())
-        return std::nullopt;
-    const Snapshot s = snapshot(false);
-    auto firstPlaying = [&s](const QString &id) -> std::optional<AudioProcessInfo> {
-        for (const auto &e : s.sinkInputs) {
-            if (isPlaying(e) && !AudioApplications::isOwnOrServer(e.properties)
-                && AudioApplications::belongsTo(e.properties, id))
-                return infoOf(e);
-        }
-        return std::nullopt;
-    };
-    if (auto direct = firstPlaying(bundleID))
-        return direct;
-    for (const QString &helper : AudioApplications::helpersOf(bundleID)) {
-        if (auto viaHelper = firstPlaying(helper))
-            return viaHelper;
-    }
-    return std::nullopt;
-}
-
-QList<AudioProcessInfo> ProcessTapCapture::selectableApps()
-{
-    const Snapshot s = snapshot(true);
-    QList<AudioProcessInfo> playing = playingFrom(s);
-    QSet<QString> seen;
-    for (const auto &p : playing)
-        seen.insert(p.bundleID);
-    QList<AudioProcessInfo> others;
-    auto consider = [&](const PulseQueries::Properties &props) {
-        if (AudioApplications::isOwnOrServer(props))
-            return;
-        const QString id = AudioApplications::appID(props);
-        if (seen.contains(id))
-            return;
-        seen.insert(id);
-        others.append({0, id, AudioApplications::displayName(props)});
-    };
-    for (const auto &e : s.sinkInputs)
-        consider(e.properties);
-    for (const auto &props : s.clients)
-        consider(props);
-    sortByName(others);
-    return playing + others;
-}
-
-QList<QPair<QString, QStringList>> ProcessTapCapture::audioHelpers()
-{
-    return AudioApplications::helpers();
 }
