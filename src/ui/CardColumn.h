@@ -23,6 +23,7 @@ public:
     void clear();
     int count() const { return int(m_cards.size()); }
     QACard *cardAt(int index) const { return m_cards.value(index); }
+    const QList<QACard *> &cards() const { return m_cards; }
 
     // Measures one card again (after its content changed) and moves those below it.
     void refresh(QACard *card);

@@ -115,9 +115,19 @@ void TranscriptView::setSource(const QList<QAPair> *pairs)
 void TranscriptView::setCardFonts(const CardFonts &fonts)
 {
     m_fonts = fonts;
-    for (QACard *card : std::as_const(m_cards))
+    for (QACard *card : m_column->cards())
         card->setFonts(fonts);
     m_column->refreshAll();
+}
+
+int TranscriptView::cardCount() const
+{
+    return m_column->count();
+}
+
+QACard *TranscriptView::card(int index) const
+{
+    return m_column->cardAt(index);
 }
 
 QACard *TranscriptView::makeCard(const QAPair &pair)
@@ -130,24 +140,21 @@ QACard *TranscriptView::makeCard(const QAPair &pair)
 
 void TranscriptView::pairInserted(int index)
 {
-    if (!m_pairs || index < 0 || index >= m_pairs->size() || index > m_cards.size()) {
+    if (!m_pairs || index < 0 || index >= m_pairs->size() || index > m_column->count()) {
         pairsReset();
         return;
     }
-    QACard *card = makeCard(m_pairs->at(index));
-    m_cards.insert(index, card);
-    m_column->insertCard(index, card);
+    m_column->insertCard(index, makeCard(m_pairs->at(index)));
     updateEmptyState();
 }
 
 void TranscriptView::pairChanged(int index)
 {
-    if (!m_pairs || index < 0 || index >= m_pairs->size() || index >= m_cards.size() ||
-        m_cards.size() != m_pairs->size()) {
+    if (!m_pairs || index < 0 || index >= m_pairs->size() || m_column->count() != m_pairs->size()) {
         pairsReset();
         return;
     }
-    QACard *card = m_cards[index];
+    QACard *card = m_column->cardAt(index);
     card->setPair(m_pairs->at(index));
     m_column->refresh(card);
 }
@@ -155,13 +162,9 @@ void TranscriptView::pairChanged(int index)
 void TranscriptView::pairsReset()
 {
     m_column->clear();
-    m_cards.clear();
     if (m_pairs) {
-        for (int i = 0; i < m_pairs->size(); ++i) {
-            QACard *card = makeCard(m_pairs->at(i));
-            m_cards.append(card);
-            m_column->insertCard(i, card);
-        }
+        for (int i = 0; i < m_pairs->size(); ++i)
+            m_column->insertCard(i, makeCard(m_pairs->at(i)));
     }
     updateEmptyState();
 }
@@ -172,7 +175,7 @@ void TranscriptView::toggleMyAnswer(const QString &pairID)
         m_expanded.remove(pairID);
     else
         m_expanded.insert(pairID);
-    for (QACard *card : std::as_const(m_cards)) {
+    for (QACard *card : m_column->cards()) {
         if (card->pair().id == pairID) {
             card->setMyAnswerShown(m_expanded.contains(pairID));
             m_column->refresh(card);
@@ -209,7 +212,7 @@ QString TranscriptView::emptyStateText() const
 
 void TranscriptView::updateEmptyState()
 {
-    m_stack->setCurrentWidget(m_cards.isEmpty() ? m_empty : static_cast<QWidget *>(m_scroll));
+    m_stack->setCurrentWidget(m_column->count() == 0 ? m_empty : static_cast<QWidget *>(m_scroll));
 }
 
 void TranscriptView::jumpToBottom(bool animated)

@@ -48,8 +48,8 @@ public:
     bool isEmptyStateShown() const;
     QString emptyStateHeadline() const;
     QString emptyStateText() const;
-    int cardCount() const { return int(m_cards.size()); }
-    QACard *card(int index) const { return m_cards.value(index); }
+    int cardCount() const;
+    QACard *card(int index) const;
     CardColumn *column() const { return m_column; }
     QScrollArea *scrollArea() const { return m_scroll; }
     QPushButton *newAnswersButton() const { return m_newAnswers; }
@@ -73,7 +73,6 @@ private:
 
     const QList<QAPair> *m_pairs = nullptr;
     CardFonts m_fonts;
-    QList<QACard *> m_cards;
     QSet<QString> m_expanded;
     FollowBottom m_follow;
     FollowBottom::Geo m_geo;
