@@ -229,9 +229,7 @@ std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &s
         // The session runs on the tap alone: the meeting goes to the model, and no archive
         // is kept that could only ever hold silence on one side.
         m_streamSource = int(StreamSource::meetingOnly);
-        m_recordingOpen = false;
-        if (auto writer = std::exchange(m_recWriter, nullptr))
-            QMetaObject::invokeMethod(&m_writeContext, [writer] { writer->close(); }, Qt::BlockingQueuedConnection);
+        closeRecording();
         m_recordingPath.reset();
         postToOwner([this] {
             if (onMicUnavailable)
@@ -277,15 +275,20 @@ void AudioCaptureEngine::fallBackToMeetingOnly(const QString &message)
     m_micIsStalled = true;
     m_streamSource = int(StreamSource::meetingOnly);
     StartupTrace::write(QStringLiteral("        stream switched to meeting-only; recording disabled"));
-    m_recordingOpen = false;
-    if (auto writer = std::exchange(m_recWriter, nullptr))
-        QMetaObject::invokeMethod(&m_writeContext, [writer] { writer->close(); }, Qt::BlockingQueuedConnection);
+    closeRecording();
     m_recordingPath.reset();
     m_meetingFIFO.clear();
     postToOwner([this, message] {
         if (onMicUnavailable)
             onMicUnavailable(message);
     });
+}
+
+void AudioCaptureEngine::closeRecording()
+{
+    m_recordingOpen = false;
+    if (auto writer = std::exchange(m_recWriter, nullptr))
+        QMetaObject::invokeMethod(&m_writeContext, [writer] { writer->close(); }, Qt::BlockingQueuedConnection);
 }
 
 std::optional<QString> AudioCaptureEngine::retarget(const TapTarget &meeting)
@@ -338,9 +341,7 @@ void AudioCaptureEngine::releaseSession()
         m_mic.reset();   // stops its thread: no microphone block follows
     else if (m_stalledMic)
         StartupTrace::step(QStringLiteral("skipped engine teardown — mic engine was stalled"));
-    m_recordingOpen = false;
-    if (auto writer = std::exchange(m_recWriter, nullptr))
-        QMetaObject::invokeMethod(&m_writeContext, [writer] { writer->close(); }, Qt::BlockingQueuedConnection);
+    closeRecording();   // its path stays, for the caller to show the file
     m_converterAPIFromMicRate.reset();
     m_converterAPIFrom48.reset();
     m_meetingFIFO.clear();

@@ -89,6 +89,8 @@ private:
     std::optional<QString> startTapMode(const SystemTapSource &source, StreamSource streamSource);
     std::optional<QString> openRecording();
     void fallBackToMeetingOnly(const QString &message);
+    // Stops writing the archive and closes its file on the writer thread.
+    void closeRecording();
     void prepareConverters();
     void releaseSession();
     void restartTap();
