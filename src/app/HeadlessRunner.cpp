@@ -1,5 +1,6 @@
 #include "app/HeadlessRunner.h"
 
+#include "app/ConsoleText.h"
 #include "session/QAPair.h"
 #include "session/SessionController.h"
 
@@ -78,9 +79,7 @@ void HeadlessRunner::printCard(const QAPair &pair, bool withMyAnswer)
 {
     const QString block = cardBlock(pair, withMyAnswer);
     m_printed.insert(pair.id, block);
-    const QByteArray bytes = block.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_out);
-    std::fflush(m_out);
+    ConsoleText::write(m_out, block);
 }
 
 void HeadlessRunner::printBanner()
@@ -104,9 +103,7 @@ void HeadlessRunner::writeError(const QString &text)
 {
     if (text.isEmpty())
         return;
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_err);
-    std::fflush(m_err);
+    ConsoleText::write(m_err, text);
 }
 
 void HeadlessRunner::sessionActiveChanged()

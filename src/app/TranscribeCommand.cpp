@@ -1,20 +1,12 @@
 #include "app/TranscribeCommand.h"
 
+#include "app/ConsoleText.h"
 #include "speech/RecordingTranscriber.h"
 
 #include <QFileInfo>
 
 #include <algorithm>
 #include <unistd.h>
-
-namespace {
-void write(std::FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fflush(stream);
-}
-} // namespace
 
 QString TranscribeCommand::progressLine(double secondsDone, double secondsTotal, int width)
 {
@@ -33,22 +25,22 @@ int TranscribeCommand::run(const QString &wavPath, std::FILE *out, std::FILE *er
 {
     const QFileInfo info(wavPath);
     if (!info.isFile()) {
-        write(err, QStringLiteral("ketterbloom: %1: no such file\n").arg(wavPath));
+        ConsoleText::write(err, QStringLiteral("ketterbloom: %1: no such file\n").arg(wavPath));
         return 2;
     }
     const bool terminal = ::isatty(fileno(err)) == 1;
-    write(err, QStringLiteral("Transcribing %1… this runs locally and takes a while.\n").arg(info.fileName()));
+    ConsoleText::write(err, QStringLiteral("Transcribing %1… this runs locally and takes a while.\n").arg(info.fileName()));
     const auto result = RecordingTranscriber::transcribeFile(
         info.absoluteFilePath(), [&](const RecordingProgress &progress) {
             const QString line = progressLine(progress.secondsDone, progress.secondsTotal);
-            write(err, terminal ? QStringLiteral("\r") + line : line + QLatin1Char('\n'));
+            ConsoleText::write(err, terminal ? QStringLiteral("\r") + line : line + QLatin1Char('\n'));
         });
     if (terminal)
-        write(err, QStringLiteral("\n"));
+        ConsoleText::write(err, QStringLiteral("\n"));
     if (const auto *failed = std::get_if<RecordingTranscriber::Failed>(&result)) {
-        write(err, QStringLiteral("Transcription failed: %1\n").arg(failed->message));
+        ConsoleText::write(err, QStringLiteral("Transcription failed: %1\n").arg(failed->message));
         return 1;
     }
-    write(out, std::get<RecordingTranscriber::Written>(result).transcriptPath + QLatin1Char('\n'));
+    ConsoleText::write(out, std::get<RecordingTranscriber::Written>(result).transcriptPath + QLatin1Char('\n'));
     return 0;
 }

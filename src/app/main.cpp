@@ -1,5 +1,6 @@
 #include "app/AppShell.h"
 #include "app/CommandLine.h"
+#include "app/ConsoleText.h"
 #include "app/HeadlessRunner.h"
 #include "app/SessionStack.h"
 #include "app/TerminationSignals.h"
@@ -16,20 +17,11 @@
 
 namespace {
 
-void write(std::FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fflush(stream);
-}
-
 int printInstructions(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     const AppSettings settings;
-    const QByteArray text = settings.instructions().toUtf8();
-    std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
-    std::fflush(stdout);
+    ConsoleText::write(stdout, settings.instructions());
     return 0;
 }
 
@@ -87,7 +79,7 @@ int main(int argc, char *argv[])
         arguments.append(QString::fromLocal8Bit(argv[i]));
     const auto parsed = CommandLine::parse(arguments);
     if (const auto *exit = std::get_if<CommandLine::Exit>(&parsed)) {
-        write(exit->code == 0 ? stdout : stderr, exit->text);
+        ConsoleText::write(exit->code == 0 ? stdout : stderr, exit->text);
         return exit->code;
     }
     const auto &options = std::get<CommandLine::Options>(parsed);
