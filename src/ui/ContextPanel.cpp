@@ -75,13 +75,19 @@ ContextPanel::ContextPanel(AppSettings &settings, QWidget *parent)
     refresh();
 }
 
-void ContextPanel::chooseFiles()
+QFileDialog *ContextPanel::documentsDialog(QWidget *parent)
 {
-    auto *dialog = new QFileDialog(this, tr("Add Context Documents"),
+    auto *dialog = new QFileDialog(parent, tr("Add Context Documents"),
                                    QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation),
                                    ContextLoader::fileDialogFilter());
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setFileMode(QFileDialog::ExistingFiles);
+    return dialog;
+}
+
+void ContextPanel::chooseFiles()
+{
+    QFileDialog *dialog = documentsDialog(this);
     connect(dialog, &QFileDialog::filesSelected, this, &ContextPanel::addFiles);
     dialog->open();
 }

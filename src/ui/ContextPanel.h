@@ -3,6 +3,7 @@
 #include <QDialog>
 
 class AppSettings;
+class QFileDialog;
 class QLabel;
 class QListWidget;
 class QPushButton;
@@ -27,6 +28,9 @@ public:
 
     // The context text without the block of the named file.
     static QString withoutBlock(const QString &contextText, const QString &name, const QStringList &allNames);
+    // A window-modal chooser of context documents in the Documents folder, deleted on close;
+    // connect its filesSelected, then open() it.
+    static QFileDialog *documentsDialog(QWidget *parent);
 
 private:
     void chooseFiles();

@@ -5,6 +5,7 @@
 #include "settings/ContextLoader.h"
 #include "ui/ApiKeyField.h"
 #include "ui/AudioEnvironment.h"
+#include "ui/ContextPanel.h"
 #include "ui/LevelMeter.h"
 
 #include <QFileDialog>
@@ -15,7 +16,6 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QStackedWidget>
-#include <QStandardPaths>
 #include <QVBoxLayout>
 
 namespace {
@@ -247,11 +247,7 @@ QString OnboardingDialog::microphoneText() const
 
 void OnboardingDialog::chooseContextFiles()
 {
-    auto *dialog = new QFileDialog(this, tr("Add Context Documents"),
-                                   QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation),
-                                   ContextLoader::fileDialogFilter());
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setFileMode(QFileDialog::ExistingFiles);
+    QFileDialog *dialog = ContextPanel::documentsDialog(this);
     connect(dialog, &QFileDialog::filesSelected, this, &OnboardingDialog::loadContextFiles);
     dialog->open();
 }
