@@ -16,6 +16,7 @@ namespace {
 // What the signal handler needs, prepared beforehand: it may only make async-signal-safe calls.
 char g_script[1024];
 char g_serverDir[1024];
+char g_removeOnSignal[1024];
 std::atomic<pid_t> g_appPid{0};
 std::atomic<pid_t> g_simPid{0};
 std::atomic<bool> g_serverUp{false};
@@ -30,6 +31,15 @@ void stopFromSignal(int signal)
         const pid_t child = fork();
         if (child == 0) {
             execl("/bin/bash", "bash", g_script, "stop", g_serverDir, static_cast<char *>(nullptr));
+            _exit(127);
+        }
+        if (child > 0)
+            waitpid(child, nullptr, 0);
+    }
+    if (g_removeOnSignal[0]) {
+        const pid_t child = fork();
+        if (child == 0) {
+            execl("/bin/rm", "rm", "-rf", g_removeOnSignal, static_cast<char *>(nullptr));
             _exit(127);
         }
         if (child > 0)
@@ -75,6 +85,11 @@ void PrivateSoundServer::stop()
     if (!g_serverUp.exchange(false))
         return;
     kbtest::run(QStringLiteral("bash"), {QString::fromLocal8Bit(g_script), QStringLiteral("stop"), m_dir}, 30000);
+}
+
+void PrivateSoundServer::removeOnSignal(const QString &folder)
+{
+    std::snprintf(g_removeOnSignal, sizeof g_removeOnSignal, "%s", folder.toLocal8Bit().constData());
 }
 
 void PrivateSoundServer::setChildren(pid_t app, pid_t simulator)

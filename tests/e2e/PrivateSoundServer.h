@@ -22,6 +22,8 @@ public:
 
     // The processes a signal ends before the server stops; 0 for none.
     static void setChildren(pid_t app, pid_t simulator);
+    // A folder a signal removes after stopping the server (the run's temporary folder).
+    static void removeOnSignal(const QString &folder);
 
 private:
     QString m_dir;

@@ -177,6 +177,8 @@ int main(int argc, char *argv[])
         return fail("no temporary folder");
     dir.setAutoRemove(!qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_KEEP"));   // keep the session's files to look at
     PrivateSoundServer server(dir.filePath(QStringLiteral("sound")));
+    if (dir.autoRemove())
+        PrivateSoundServer::removeOnSignal(dir.path());
     std::fprintf(stderr, "Starting a private sound server in %s ...\n", qPrintable(dir.path()));
     if (!server.start())
         return fail("the private sound server did not start");
