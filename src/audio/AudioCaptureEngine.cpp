@@ -23,6 +23,7 @@ namespace {
 constexpr int micStreamTimeoutMs = 20000;
 constexpr int recordRate = 48000;
 constexpr int recordChannels = 2;
+constexpr int recordDrainIntervalMs = 100;
 
 const QString kStalledText = QStringLiteral(
     "The microphone didn't start. The interviewer is still heard and answered, but your own answers aren't "
@@ -52,6 +53,9 @@ AudioCaptureEngine::AudioCaptureEngine(QObject *parent)
 {
     m_writeThread.setObjectName(QStringLiteral("kb-wav"));
     m_writeContext.moveToThread(&m_writeThread);
+    m_drainTimer.setInterval(recordDrainIntervalMs);
+    m_drainTimer.moveToThread(&m_writeThread);
+    connect(&m_drainTimer, &QTimer::timeout, &m_writeContext, [this] { drainRecording(); });
     m_writeThread.start();
     m_clock.start();
 }
@@ -124,6 +128,11 @@ std::optional<QString> AudioCaptureEngine::openRecording()
         return QStringLiteral("Could not create the recording ") + path + QStringLiteral(" (") + why + QStringLiteral(").");
     m_recWriter = std::move(writer);
     m_recordingPath = path;
+    m_recordFIFO.clear();
+    QMetaObject::invokeMethod(&m_writeContext, [this, writer = m_recWriter] {
+        m_drainWriter = writer;
+        m_drainTimer.start();
+    }, Qt::BlockingQueuedConnection);
     m_recordingOpen = true;
     return std::nullopt;
 }
@@ -138,6 +147,7 @@ void AudioCaptureEngine::prepareConverters()
     m_micMono.assign(micBlockFrames, 0.0f);
     m_meetingMono.assign(micBlockFrames, 0.0f);
     m_mixMono.assign(micBlockFrames, 0.0f);
+    m_stereoBlock.assign(size_t(micBlockFrames) * recordChannels, 0.0f);
 }
 
 std::optional<QString> AudioCaptureEngine::startDeviceMode(const DeviceChannelsSource &source, StreamSource streamSource)
@@ -287,8 +297,14 @@ void AudioCaptureEngine::fallBackToMeetingOnly(const QString &message)
 void AudioCaptureEngine::closeRecording()
 {
     m_recordingOpen = false;
-    if (auto writer = std::exchange(m_recWriter, nullptr))
-        QMetaObject::invokeMethod(&m_writeContext, [writer] { writer->close(); }, Qt::BlockingQueuedConnection);
+    if (!std::exchange(m_recWriter, nullptr))
+        return;
+    QMetaObject::invokeMethod(&m_writeContext, [this] {
+        m_drainTimer.stop();
+        drainRecording();
+        if (auto writer = std::exchange(m_drainWriter, nullptr))
+            writer->close();
+    }, Qt::BlockingQueuedConnection);
 }
 
 std::optional<QString> AudioCaptureEngine::retarget(const TapTarget &meeting)
@@ -472,16 +488,31 @@ void AudioCaptureEngine::emitPCM16(Pcm16Resampler *converter, const float *sampl
 
 void AudioCaptureEngine::writeStereo(const float *left, const float *right, int frames)
 {
-    std::shared_ptr<WavWriter> writer = m_recWriter;
-    if (!writer)
+    frames = std::min(frames, micBlockFrames);
+    float *out = m_stereoBlock.data();
+    for (int i = 0; i < frames; ++i) {
+        out[2 * i] = left[i];
+        out[2 * i + 1] = right[i];
+    }
+    m_recordFIFO.push(out, frames * recordChannels);
+}
+
+void AudioCaptureEngine::drainRecording()
+{
+    const int frames = m_recordFIFO.available() / recordChannels;
+    if (frames == 0 || !m_drainWriter)
         return;
-    std::vector<float> block(size_t(frames) * 2);
-    std::memcpy(block.data(), left, size_t(frames) * sizeof(float));
-    std::memcpy(block.data() + frames, right, size_t(frames) * sizeof(float));
-    QMetaObject::invokeMethod(&m_writeContext, [writer, block = std::move(block), frames] {
-        const float *channels[2] = {block.data(), block.data() + frames};
-        writer->write(channels, 2, frames);
-    }, Qt::QueuedConnection);
+    const size_t n = size_t(frames);
+    m_drainInterleaved.resize(n * recordChannels);
+    m_drainLeft.resize(n);
+    m_drainRight.resize(n);
+    m_recordFIFO.popInto(m_drainInterleaved.data(), frames * recordChannels);
+    for (size_t i = 0; i < n; ++i) {
+        m_drainLeft[i] = m_drainInterleaved[2 * i];
+        m_drainRight[i] = m_drainInterleaved[2 * i + 1];
+    }
+    const float *channels[recordChannels] = {m_drainLeft.data(), m_drainRight.data()};
+    m_drainWriter->write(channels, recordChannels, frames);
 }
 
 void AudioCaptureEngine::postLevels(float mic, float meeting)

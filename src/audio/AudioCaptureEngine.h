@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QString>
 #include <QThread>
+#include <QTimer>
 
 #include <atomic>
 #include <functional>
@@ -101,7 +102,8 @@ private:
     void handleTapAudio(const float *samples, int frames);     // tap thread
     void popMeeting(float *out, int frames);                    // mic thread
     void emitPCM16(Pcm16Resampler *converter, const float *samples, int frames);
-    void writeStereo(const float *left, const float *right, int frames);
+    void writeStereo(const float *left, const float *right, int frames);   // mic thread
+    void drainRecording();                                                   // writer thread
     void postLevels(float mic, float meeting);
     void postToOwner(std::function<void()> call);
 
@@ -110,6 +112,14 @@ private:
     MonoRingBuffer m_meetingFIFO{5.0, 48000.0};
     QThread m_writeThread;
     QObject m_writeContext;
+    // The archive's interleaved stereo samples, from the microphone thread to the writer
+    // thread, which drains them on a timer: no allocation or posting per block.
+    MonoRingBuffer m_recordFIFO{5.0, 2 * 48000.0};   // 5 s of 48 kHz stereo
+    QTimer m_drainTimer;                            // lives on the writer thread
+    std::shared_ptr<WavWriter> m_drainWriter;       // writer thread only
+    std::vector<float> m_drainInterleaved;          // writer thread only
+    std::vector<float> m_drainLeft;
+    std::vector<float> m_drainRight;
 
     std::shared_ptr<MicInput> m_mic;
     std::shared_ptr<MicInput> m_stalledMic;   // left alone once stalled
@@ -140,6 +150,7 @@ private:
     std::vector<float> m_micMono;
     std::vector<float> m_meetingMono;
     std::vector<float> m_mixMono;
+    std::vector<float> m_stereoBlock;   // interleaved archive block
     QElapsedTimer m_clock;
     std::atomic<qint64> m_lastLevelPostMs{-1000000};
     std::atomic<qint64> m_lastTapArrivalNs{0};
