@@ -414,7 +414,7 @@ private slots:
         const int lagEarly = bestLag(left, right, early, 4800, 6000);
         const int lagLate = bestLag(left, right, late, 4800, 6000);
         // Constant to the sample while the machine keeps up; a machine starved of CPU for
-        // longer than the one-fragment pre-roll may shift the meeting by part of a fragment.
+        // longer than the one-fragment pre-roll may shift the meeting by up to one fragment.
         QVERIFY2(std::abs(lagEarly - lagLate) <= 960,
                  qPrintable(QStringLiteral("offset drifted from %1 to %2").arg(lagEarly).arg(lagLate)));
         QVERIFY2(std::abs(lagEarly) < 4096, qPrintable(QStringLiteral("offset %1").arg(lagEarly)));
