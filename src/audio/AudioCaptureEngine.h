@@ -45,6 +45,9 @@ public:
     // Meeting audio that arrives this late (after silence stood in for it) is dropped so the
     // archive's channels keep their offset; a longer gap is a real pause and is not repaid.
     static constexpr int maxMeetingDeficitFrames = 24000;
+    // The archive: left the microphone, right the meeting.
+    static constexpr int recordRate = 48000;
+    static constexpr int recordChannels = 2;
 
     explicit AudioCaptureEngine(QObject *parent = nullptr);
     ~AudioCaptureEngine() override;
@@ -114,7 +117,7 @@ private:
     QObject m_writeContext;
     // The archive's interleaved stereo samples, from the microphone thread to the writer
     // thread, which drains them on a timer: no allocation or posting per block.
-    MonoRingBuffer m_recordFIFO{5.0, 2 * 48000.0};   // 5 s of 48 kHz stereo
+    MonoRingBuffer m_recordFIFO{5.0, double(recordChannels * recordRate)};   // 5 s of stereo
     QTimer m_drainTimer;                            // lives on the writer thread
     std::shared_ptr<WavWriter> m_drainWriter;       // writer thread only
     std::vector<float> m_drainInterleaved;          // writer thread only
