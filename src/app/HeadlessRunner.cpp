@@ -41,8 +41,8 @@ void HeadlessRunner::requestStop()
     // which is printed only now so that its partial texts don't repeat the card.
     const QList<QAPair> pairs = m_controller.pairs();
     for (const QAPair &pair : pairs) {
-        if (pair.isComplete && m_printed.value(pair.id) != cardBlock(pair, true))
-            printCard(pair, true);
+        if (pair.isComplete)
+            printIfChanged(pair, true);
     }
     finish(m_started ? 0 : 1);
 }
@@ -71,13 +71,14 @@ void HeadlessRunner::considerCard(int index)
     // that overtook its question waits for it (or for the stop).
     if (!pair.isComplete || pair.question.isEmpty())
         return;
-    if (m_printed.value(pair.id) != cardBlock(pair, false))
-        printCard(pair, false);
+    printIfChanged(pair, false);
 }
 
-void HeadlessRunner::printCard(const QAPair &pair, bool withMyAnswer)
+void HeadlessRunner::printIfChanged(const QAPair &pair, bool withMyAnswer)
 {
     const QString block = cardBlock(pair, withMyAnswer);
+    if (m_printed.value(pair.id) == block)
+        return;
     m_printed.insert(pair.id, block);
     ConsoleText::write(m_out, block);
 }

@@ -36,7 +36,8 @@ signals:
 
 private:
     void considerCard(int index);
-    void printCard(const QAPair &pair, bool withMyAnswer);
+    // Prints the card unless exactly this text was printed for it already.
+    void printIfChanged(const QAPair &pair, bool withMyAnswer);
     void printBanner();
     void printLinks();
     void writeError(const QString &text);
