@@ -343,7 +343,8 @@ void SessionController::finishStarting()
     pushHistory();
 
     RealtimeConfig config;
-    config.apiKey = m_settings.apiKey();
+    // A key pasted with a stray blank or line end would fail in the Authorization header.
+    config.apiKey = m_settings.apiKey().trimmed();
     config.model = m_settings.model();
     config.transcribeModel = m_settings.transcribeModel();
     config.instructions = m_settings.instructions();

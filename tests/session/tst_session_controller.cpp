@@ -322,6 +322,7 @@ private slots:
         rig.settings.setStreamSource(AppSettings::StreamSource::both);
         rig.settings.setSaveAudio(true);
         rig.audio.recording = QStringLiteral("/recordings/meeting_2025-03-04_14-05-09.wav");
+        rig.settings.setApiKey(QStringLiteral(" sk-test\n"));   // pasted with a blank and a line end
         QSignalSpy ended(&SessionEvents::instance(), &SessionEvents::sessionEnded);
         QVERIFY(rig.startSession());
 
