@@ -322,7 +322,7 @@ void ProcessTapCapture::streamState(pa_stream *s, void *userdata)
     const auto state = pa_stream_get_state(s);
     if (state != PA_STREAM_FAILED && state != PA_STREAM_TERMINATED)
         return;
-    if (ms->key == systemKey)
+    if (ms->key == systemKey || !c)
         return;   // the whole-machine stream is restarted by its owner
     // A sink input that ended takes its monitor with it; drop ours outside this callback.
     auto *d = new DeferredDrop{ms->owner, ms->key};
