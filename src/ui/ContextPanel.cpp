@@ -1,5 +1,7 @@
 #include "ui/ContextPanel.h"
 
+#include "ui/BackgroundContextLoad.h"
+
 #include "settings/AppSettings.h"
 #include "settings/ContextLoader.h"
 
@@ -9,6 +11,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QLocale>
+#include <QFileInfo>
 #include <QPushButton>
 #include <QStandardPaths>
 #include <QVBoxLayout>
@@ -28,6 +31,8 @@ ContextPanel::ContextPanel(AppSettings &settings, QWidget *parent)
     , m_size(new QLabel(this))
     , m_remove(new QPushButton(tr("&Remove"), this))
     , m_clear(new QPushButton(tr("C&lear All"), this))
+    , m_add(new QPushButton(QStringLiteral("Add files…"), this))
+    , m_reading(new QLabel(this))
 {
     setWindowTitle(tr("Context Documents"));
     setWindowModality(Qt::WindowModal);
@@ -45,9 +50,8 @@ ContextPanel::ContextPanel(AppSettings &settings, QWidget *parent)
     layout->addWidget(m_list, 1);
 
     auto *row = new QHBoxLayout;
-    auto *add = new QPushButton(QStringLiteral("Add files…"), this);
-    add->setAccessibleName(QStringLiteral("Add files…"));
-    row->addWidget(add);
+    m_add->setAccessibleName(QStringLiteral("Add files…"));
+    row->addWidget(m_add);
     row->addWidget(m_remove);
     row->addWidget(m_clear);
     row->addStretch(1);
@@ -57,13 +61,16 @@ ContextPanel::ContextPanel(AppSettings &settings, QWidget *parent)
     m_error->setStyleSheet(QStringLiteral("color: #e53935;"));
     m_error->hide();
     layout->addWidget(m_error);
+    m_reading->setForegroundRole(QPalette::PlaceholderText);
+    m_reading->hide();
+    layout->addWidget(m_reading);
     m_size->setForegroundRole(QPalette::PlaceholderText);
     layout->addWidget(m_size);
 
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
     layout->addWidget(buttons);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
-    connect(add, &QPushButton::clicked, this, &ContextPanel::chooseFiles);
+    connect(m_add, &QPushButton::clicked, this, &ContextPanel::chooseFiles);
     connect(m_remove, &QPushButton::clicked, this, [this] {
         if (QListWidgetItem *item = m_list->currentItem())
             removeFile(item->text());
@@ -96,7 +103,32 @@ void ContextPanel::addFiles(const QStringList &paths)
 {
     if (paths.isEmpty())
         return;
-    const ContextLoader::Result result = ContextLoader::load(paths);
+    m_pending.append(paths);
+    if (m_pending.size() == 1)
+        readNext();
+}
+
+void ContextPanel::readNext()
+{
+    const QStringList &paths = m_pending.first();
+    m_reading->setText(paths.size() == 1 ? tr("Reading %1…").arg(QFileInfo(paths.first()).fileName())
+                                         : tr("Reading %1 files…").arg(paths.size()));
+    m_reading->show();
+    m_add->setEnabled(false);
+    BackgroundContextLoad::start(this, paths, [this](const ContextLoader::Result &result) {
+        m_pending.removeFirst();
+        apply(result);
+        if (!m_pending.isEmpty()) {
+            readNext();
+            return;
+        }
+        m_reading->hide();
+        m_add->setEnabled(true);
+    });
+}
+
+void ContextPanel::apply(const ContextLoader::Result &result)
+{
     if (result.text.isEmpty()) {
         m_error->setText(ContextLoader::panelNothingReadMessage());
         m_error->show();

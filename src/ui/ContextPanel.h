@@ -1,6 +1,10 @@
 #pragma once
 
+#include "settings/ContextLoader.h"
+
 #include <QDialog>
+#include <QList>
+#include <QStringList>
 
 class AppSettings;
 class QFileDialog;
@@ -16,8 +20,11 @@ class ContextPanel : public QDialog
 public:
     explicit ContextPanel(AppSettings &settings, QWidget *parent = nullptr);
 
-    // Reads the files and appends what they yield; shows the error line when none gave text.
+    // Reads the files on a worker thread and appends what they yield, in the order asked;
+    // shows the error line when none gave text.
     void addFiles(const QStringList &paths);
+    // Files are being read.
+    bool isReading() const { return !m_pending.isEmpty(); }
     // Drops one file's name and its block of text.
     void removeFile(const QString &name);
     void clearAll();
@@ -35,6 +42,8 @@ public:
 private:
     void chooseFiles();
     void refresh();
+    void readNext();
+    void apply(const ContextLoader::Result &result);
 
     AppSettings &m_settings;
     QListWidget *m_list;
@@ -42,4 +51,7 @@ private:
     QLabel *m_size;
     QPushButton *m_remove;
     QPushButton *m_clear;
+    QPushButton *m_add;
+    QLabel *m_reading;
+    QList<QStringList> m_pending;   // the batch being read first
 };

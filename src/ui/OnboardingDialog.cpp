@@ -3,6 +3,7 @@
 #include "session/SessionController.h"
 #include "settings/AppSettings.h"
 #include "settings/ContextLoader.h"
+#include "ui/BackgroundContextLoad.h"
 #include "ui/ApiKeyField.h"
 #include "ui/AudioEnvironment.h"
 #include "ui/ContextPanel.h"
@@ -254,14 +255,17 @@ void OnboardingDialog::chooseContextFiles()
 
 void OnboardingDialog::loadContextFiles(const QStringList &paths)
 {
-    if (paths.isEmpty())
+    if (paths.isEmpty() || m_readingContext)
         return;
-    const ContextLoader::Result result = ContextLoader::load(paths);
-    if (result.text.isEmpty()) {
-        m_controller.setBannerText(ContextLoader::onboardingNothingReadMessage());
-        return;
-    }
-    m_settings.replaceContext(result.text, result.names);
+    m_readingContext = true;
+    BackgroundContextLoad::start(this, paths, [this](const ContextLoader::Result &result) {
+        m_readingContext = false;
+        if (result.text.isEmpty()) {
+            m_controller.setBannerText(ContextLoader::onboardingNothingReadMessage());
+            return;
+        }
+        m_settings.replaceContext(result.text, result.names);
+    });
 }
 
 void OnboardingDialog::refreshContextList()

@@ -30,7 +30,9 @@ public:
     void next();
     void back();
     // Loads the files as the context documents, replacing what was there.
+    // Reads the files on a worker thread; what they yield replaces the context.
     void loadContextFiles(const QStringList &paths);
+    bool isReadingContext() const { return m_readingContext; }
 
     ApiKeyField *apiKeyField() const { return m_key; }
     QPushButton *nextButton() const { return m_next; }
@@ -66,4 +68,5 @@ private:
     QLabel *m_mic = nullptr;
     LevelMeter *m_meter = nullptr;
     bool m_metering = false;
+    bool m_readingContext = false;
 };

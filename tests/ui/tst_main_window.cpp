@@ -352,12 +352,15 @@ private slots:
         ContextPanel *panel = rig.window->contextPanel();
         QVERIFY(panel);
         panel->addFiles({dir.filePath(QStringLiteral("blank.txt"))});
+        QVERIFY(panel->isReading());   // off the GUI thread
+        QTRY_VERIFY(!panel->isReading());
         QCOMPARE(panel->errorText(), QStringLiteral("Couldn't read any text from those files. A scanned PDF has no "
                                                     "text layer — export it as text first."));
         QVERIFY(rig.session.settings.contextFileNames().isEmpty());
 
         panel->addFiles({dir.filePath(QStringLiteral("cv.txt"))});
         panel->addFiles({dir.filePath(QStringLiteral("notes.md"))});
+        QTRY_VERIFY(!panel->isReading());
         QCOMPARE(panel->errorText(), QString());
         QCOMPARE(panel->shownNames(), (QStringList{QStringLiteral("cv.txt"), QStringLiteral("notes.md")}));
         QCOMPARE(rig.window->controlBar()->contextButton()->text(), QStringLiteral("Context (2)"));
@@ -444,6 +447,7 @@ private slots:
         blank.write("  ");
         blank.close();
         onboarding->loadContextFiles({blank.fileName()});
+        QTRY_VERIFY(!onboarding->isReadingContext());
         QCOMPARE(rig.session.controller->banner(), QStringLiteral("Couldn't read any text from that file."));
         QFile cv(dir.filePath(QStringLiteral("cv.txt")));
         QVERIFY(cv.open(QIODevice::WriteOnly));
@@ -451,6 +455,7 @@ private slots:
         cv.close();
         rig.session.settings.setContextText(QStringLiteral("old"));
         onboarding->loadContextFiles({cv.fileName()});
+        QTRY_VERIFY(!onboarding->isReadingContext());
         QCOMPARE(rig.session.settings.contextText(), QStringLiteral("----- cv.txt -----\nTen years of payments."));
         QCOMPARE(rig.session.settings.contextFileNames(), QStringList{QStringLiteral("cv.txt")});
         onboarding->next();
