@@ -24,72 +24,64 @@ void install()
         g_system = lightPalette();
 }
 
-QPalette lightPalette()
+namespace {
+// The colours that set our light and dark palettes apart; everything else is shared.
+struct Colors
+{
+    QColor window, base, text, button, highlight, disabledText;
+    QColor alternateBase, toolTipBase;
+    QColor light, midlight, mid, dark, shadow;
+    QColor link, linkVisited;
+};
+
+QPalette paletteOf(const Colors &c)
 {
     QPalette p;
-    const QColor window(0xf4, 0xf4, 0xf6);
-    const QColor base(0xff, 0xff, 0xff);
-    const QColor text(0x1c, 0x1c, 0x1e);
-    const QColor button(0xec, 0xec, 0xef);
-    const QColor highlight(0x2f, 0x7c, 0xf6);
-    const QColor disabledText(0xa0, 0xa0, 0xa6);
-    p.setColor(QPalette::Window, window);
-    p.setColor(QPalette::WindowText, text);
-    p.setColor(QPalette::Base, base);
-    p.setColor(QPalette::AlternateBase, QColor(0xf0, 0xf0, 0xf3));
-    p.setColor(QPalette::ToolTipBase, QColor(0xff, 0xff, 0xe8));
-    p.setColor(QPalette::ToolTipText, text);
+    p.setColor(QPalette::Window, c.window);
+    p.setColor(QPalette::WindowText, c.text);
+    p.setColor(QPalette::Base, c.base);
+    p.setColor(QPalette::AlternateBase, c.alternateBase);
+    p.setColor(QPalette::ToolTipBase, c.toolTipBase);
+    p.setColor(QPalette::ToolTipText, c.text);
     p.setColor(QPalette::PlaceholderText, QColor(0x8e, 0x8e, 0x93));
-    p.setColor(QPalette::Text, text);
-    p.setColor(QPalette::Button, button);
-    p.setColor(QPalette::ButtonText, text);
+    p.setColor(QPalette::Text, c.text);
+    p.setColor(QPalette::Button, c.button);
+    p.setColor(QPalette::ButtonText, c.text);
     p.setColor(QPalette::BrightText, Qt::white);
-    p.setColor(QPalette::Light, Qt::white);
-    p.setColor(QPalette::Midlight, QColor(0xe2, 0xe2, 0xe6));
-    p.setColor(QPalette::Mid, QColor(0xc6, 0xc6, 0xcc));
-    p.setColor(QPalette::Dark, QColor(0xa0, 0xa0, 0xa8));
-    p.setColor(QPalette::Shadow, QColor(0x60, 0x60, 0x66));
-    p.setColor(QPalette::Highlight, highlight);
+    p.setColor(QPalette::Light, c.light);
+    p.setColor(QPalette::Midlight, c.midlight);
+    p.setColor(QPalette::Mid, c.mid);
+    p.setColor(QPalette::Dark, c.dark);
+    p.setColor(QPalette::Shadow, c.shadow);
+    p.setColor(QPalette::Highlight, c.highlight);
     p.setColor(QPalette::HighlightedText, Qt::white);
-    p.setColor(QPalette::Link, highlight);
-    p.setColor(QPalette::LinkVisited, QColor(0x7a, 0x4c, 0xd9));
+    p.setColor(QPalette::Link, c.link);
+    p.setColor(QPalette::LinkVisited, c.linkVisited);
     for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
-        p.setColor(QPalette::Disabled, role, disabledText);
+        p.setColor(QPalette::Disabled, role, c.disabledText);
     return p;
+}
+} // namespace
+
+QPalette lightPalette()
+{
+    const QColor highlight(0x2f, 0x7c, 0xf6);
+    return paletteOf({QColor(0xf4, 0xf4, 0xf6), QColor(0xff, 0xff, 0xff), QColor(0x1c, 0x1c, 0x1e),
+                      QColor(0xec, 0xec, 0xef), highlight, QColor(0xa0, 0xa0, 0xa6),
+                      QColor(0xf0, 0xf0, 0xf3), QColor(0xff, 0xff, 0xe8),
+                      Qt::white, QColor(0xe2, 0xe2, 0xe6), QColor(0xc6, 0xc6, 0xcc), QColor(0xa0, 0xa0, 0xa8),
+                      QColor(0x60, 0x60, 0x66),
+                      highlight, QColor(0x7a, 0x4c, 0xd9)});
 }
 
 QPalette darkPalette()
 {
-    QPalette p;
-    const QColor window(0x24, 0x24, 0x27);
-    const QColor base(0x1b, 0x1b, 0x1e);
-    const QColor text(0xec, 0xec, 0xef);
-    const QColor button(0x34, 0x34, 0x38);
-    const QColor highlight(0x3d, 0x8b, 0xff);
-    const QColor disabledText(0x6c, 0x6c, 0x72);
-    p.setColor(QPalette::Window, window);
-    p.setColor(QPalette::WindowText, text);
-    p.setColor(QPalette::Base, base);
-    p.setColor(QPalette::AlternateBase, QColor(0x2c, 0x2c, 0x30));
-    p.setColor(QPalette::ToolTipBase, QColor(0x3a, 0x3a, 0x3e));
-    p.setColor(QPalette::ToolTipText, text);
-    p.setColor(QPalette::PlaceholderText, QColor(0x8e, 0x8e, 0x93));
-    p.setColor(QPalette::Text, text);
-    p.setColor(QPalette::Button, button);
-    p.setColor(QPalette::ButtonText, text);
-    p.setColor(QPalette::BrightText, Qt::white);
-    p.setColor(QPalette::Light, QColor(0x4a, 0x4a, 0x50));
-    p.setColor(QPalette::Midlight, QColor(0x3e, 0x3e, 0x44));
-    p.setColor(QPalette::Mid, QColor(0x2e, 0x2e, 0x32));
-    p.setColor(QPalette::Dark, QColor(0x18, 0x18, 0x1a));
-    p.setColor(QPalette::Shadow, QColor(0x0a, 0x0a, 0x0c));
-    p.setColor(QPalette::Highlight, highlight);
-    p.setColor(QPalette::HighlightedText, Qt::white);
-    p.setColor(QPalette::Link, QColor(0x6a, 0xa8, 0xff));
-    p.setColor(QPalette::LinkVisited, QColor(0xb3, 0x8c, 0xff));
-    for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
-        p.setColor(QPalette::Disabled, role, disabledText);
-    return p;
+    return paletteOf({QColor(0x24, 0x24, 0x27), QColor(0x1b, 0x1b, 0x1e), QColor(0xec, 0xec, 0xef),
+                      QColor(0x34, 0x34, 0x38), QColor(0x3d, 0x8b, 0xff), QColor(0x6c, 0x6c, 0x72),
+                      QColor(0x2c, 0x2c, 0x30), QColor(0x3a, 0x3a, 0x3e),
+                      QColor(0x4a, 0x4a, 0x50), QColor(0x3e, 0x3e, 0x44), QColor(0x2e, 0x2e, 0x32),
+                      QColor(0x18, 0x18, 0x1a), QColor(0x0a, 0x0a, 0x0c),
+                      QColor(0x6a, 0xa8, 0xff), QColor(0xb3, 0x8c, 0xff)});
 }
 
 QPalette systemPalette()
