@@ -21,12 +21,8 @@ AppShell::AppShell()
     stack.recordingPicker.setParentWindow(m_parts->window.get());
 }
 
-AppShell::~AppShell()
-{
-    // A session still running at quit is stopped so its records are closed.
-    m_parts->stack.controller.stop();
-    m_parts->window.reset();
-}
+// The window goes first, then the stack, whose controller stops a session still running.
+AppShell::~AppShell() = default;
 
 AppSettings &AppShell::settings() { return m_parts->stack.settings; }
 SessionController &AppShell::controller() { return m_parts->stack.controller; }

@@ -17,9 +17,6 @@ public:
         std::optional<double> stopAfter;     // seconds
         bool printInstructions = false;
         std::optional<QString> transcribe;   // a WAV to transcribe on the device
-
-        // Runs without a display: nothing here opens a window.
-        bool isTerminalOnly() const { return headless || printInstructions || transcribe.has_value(); }
     };
 
     // Print `text` (to stdout for help and version, to stderr for errors) and exit with `code`.

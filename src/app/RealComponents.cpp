@@ -31,11 +31,10 @@ RealComponents::RealComponents()
 
 RealComponents::~RealComponents()
 {
-    // The session has been stopped by the controller's owner; make sure nothing is left
-    // running before the parts go away.
+    // The adapters go before the parts they present, and the capture's audio threads call
+    // straight into them: stop those threads first. (The other parts only post to this
+    // thread, and nothing is delivered while it is tearing down.)
     m_parts->captureEngine.stop();
-    m_parts->realtimeClient.stop();
-    m_parts->micTranscriber.stopTask(true);
 }
 
 RealtimeLink &RealComponents::realtime() { return m_parts->realtime; }
