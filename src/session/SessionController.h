@@ -70,7 +70,7 @@ public:
     using BannerLink = SessionBannerLink;
 
     // The one action button a banner may carry.
-    enum class BannerAction { openAccountSettings, openOnboarding, openContext };
+    enum class BannerAction { openAccountSettings, openOnboarding, openContext, cancelTranscription };
     Q_ENUM(BannerAction)
 
     // Runs a job off the GUI thread. The default uses the global thread pool; tests pass
@@ -137,6 +137,8 @@ public:
     void revealRecording();
     // Lets the user pick a saved recording and transcribes it on the device.
     void transcribeRecording();
+    // Stops a running transcription of a recording (the banner's action while it runs).
+    void cancelRecordingTranscription();
     void setBanner(const QString &text, const QList<BannerLink> &links);
     void setBanner(const QString &text, BannerAction action);
     // Sets or clears the banner text alone (links and action follow the usual rules).

@@ -31,7 +31,8 @@ public:
     QString partialHypothesis() override;
     std::variant<QString, Error> endUtterance() override;
     void cancelUtterance() override;
-    std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count) override;
+    std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
+                                           const std::atomic<bool> &stop) override;
 
 private:
     QString hypothesis();

@@ -77,11 +77,18 @@ public:
     }
     void cancelUtterance() override { ++cancels; }
     // "level N": N is the amplitude of a sine in tenths of full scale (from its RMS).
-    std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count) override
+    // A held recognition gives up as soon as `stop` is set.
+    std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
+                                           const std::atomic<bool> &stop) override
     {
         ++recognitions;
         QMutexLocker lock(&m_mutex);
-        waitWhileHeld();
+        holding = m_hold;
+        while (m_hold && !stop.load())
+            m_released.wait(&m_mutex, 10);
+        holding = false;
+        if (stop.load())
+            return Error{kCancelled, QStringLiteral("The decoding was stopped")};
         double energy = 0;
         for (std::size_t i = 0; i < count; ++i)
             energy += double(samples[i]) * samples[i];

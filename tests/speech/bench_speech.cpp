@@ -97,6 +97,7 @@ int main(int argc, char **argv)
     }
 
     PocketSphinxEngine engine;
+    const std::atomic<bool> never{false};
     QElapsedTimer wall;
     wall.start();
     const double cpu0 = cpuSeconds();
@@ -126,7 +127,7 @@ int main(int argc, char **argv)
                 if (auto *s = std::get_if<QString>(&r))
                     hyp = *s;
             } else {
-                auto r = engine.recognise(pcm.data(), pcm.size());
+                auto r = engine.recognise(pcm.data(), pcm.size(), never);
                 if (auto *s = std::get_if<QString>(&r))
                     hyp = *s;
             }
