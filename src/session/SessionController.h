@@ -154,6 +154,8 @@ public:
     void recordUsage(const QVariantMap &usage);
     void trackSpeaking(float micLevel);
     void updateMyAnswer(const QString &text, bool final);
+    // Usage of the service that transcribes the user's answers (when the user opted in).
+    void recordAnswerTranscriptionUsage(const QVariantMap &usage);
 
     // The folder that holds the session files.
     static QString sessionFolder();

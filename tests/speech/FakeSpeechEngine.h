@@ -77,6 +77,11 @@ public:
     }
     void cancelUtterance() override { ++cancels; }
     // "level N": N is the amplitude of a sine in tenths of full scale (from its RMS).
+    std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count) override
+    {
+        const std::atomic<bool> never{false};
+        return recognise(samples, count, never);
+    }
     // A held recognition gives up as soon as `stop` is set.
     std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
                                            const std::atomic<bool> &stop) override
