@@ -53,13 +53,14 @@ void tightenMode(const QString &path, mode_t mode, const char *what)
     struct stat info{};
     if (::lstat(native.constData(), &info) != 0 || S_ISLNK(info.st_mode) || (info.st_mode & 077) == 0)
         return;
+    const QString from = QString::number(info.st_mode & 0777, 8);
+    const QString to = QString::number(mode, 8);
     if (::chmod(native.constData(), mode) == 0) {
-        qCInfo(lcSettings).noquote() << "[Ketterbloom] the key" << what << path << "was open to others (mode"
-                                     << QString::number(info.st_mode & 0777, 8) << "); tightened to"
-                                     << QString::number(mode, 8);
+        qCInfo(lcSettings).noquote() << QStringLiteral("[Ketterbloom] the key %1 %2 was open to others (mode %3); tightened to %4")
+                                            .arg(QLatin1String(what), path, from, to);
     } else {
-        qCWarning(lcSettings).noquote() << "[Ketterbloom] the key" << what << path << "is open to others and"
-                                        << "could not be tightened to" << QString::number(mode, 8);
+        qCWarning(lcSettings).noquote() << QStringLiteral("[Ketterbloom] the key %1 %2 is open to others (mode %3) and could not be tightened to %4")
+                                               .arg(QLatin1String(what), path, from, to);
     }
 }
 
