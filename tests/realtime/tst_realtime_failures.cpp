@@ -114,10 +114,12 @@ private slots:
         makeClient();
         startAndWaitConnected();
         for (int round = 1; round <= 3; ++round) {
-            QVERIFY(sim->closeConnection(4000, QStringLiteral("maintenance")));
+            // A reason that echoes the key is logged without it (checked at the end of every test).
+            QVERIFY(sim->closeConnection(4000, QStringLiteral("maintenance for ") + kTestKey));
             QTRY_COMPARE_WITH_TIMEOUT(probe.configured, round + 1, kWait);
         }
         QCOMPARE(probe.failedCount(), 0);
+        QCOMPARE(probe.logsContaining("socket closed (maintenance for [key])"), 3);
     }
 
     void aRateLimitIsANoticeAndTheSessionGoesOn()
