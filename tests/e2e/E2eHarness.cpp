@@ -50,6 +50,8 @@ bool Simulator::start(const QJsonObject &script, const QString &dir, Mode mode, 
     m_process = std::make_unique<QProcess>();
     m_process->setProgram(qEnvironmentVariable("KETTERBLOOM_SIM_EXE"));
     QStringList arguments{QStringLiteral("--script"), scriptPath};
+    if (qEnvironmentVariable("KETTERBLOOM_E2E_SIM_MODE") == QLatin1String("classic"))
+        mode = Mode::classic;
     if (mode == Mode::realistic)
         arguments.append(QStringLiteral("--realistic"));
     m_process->setArguments(arguments + extraArguments);

@@ -22,7 +22,8 @@ public:
     enum class Mode { realistic, classic };
 
     ~Simulator();
-    // Starts it with `script`; `extraArguments` go to ketterbloom-sim as they are.
+    // Starts it with `script`; `extraArguments` go to ketterbloom-sim as they are. With
+    // KETTERBLOOM_E2E_SIM_MODE=classic in the environment every run uses the classic mode.
     bool start(const QJsonObject &script, const QString &dir, Mode mode = Mode::realistic,
                const QStringList &extraArguments = {});
     QString url() const { return m_url; }
