@@ -20,5 +20,6 @@ struct SimConnectionInfo
     QString model;
     QString intent;        // "transcription" for a transcription-only connection
     QString authorization; // "valid", "invalid" or "missing"
+    bool beta = false;     // the handshake carried "OpenAI-Beta: realtime=v1"
     bool open = true;
 };
