@@ -5,7 +5,8 @@
 // For each set, word error rate "cold" (each clip as the first utterance after loading the
 // model) and "warm" (every clip after the decoder has heard another utterance), for the
 // decoder as it was set up before (untuned) and as it is now.
-// KETTERBLOOM_SPEECH_ARGS="-name value …" adds decoder settings to "now", for experiments.
+// KETTERBLOOM_SPEECH_ARGS="-name value …" adds decoder settings to "now", for experiments;
+// KETTERBLOOM_BENCH_WARMUP=1 also measures a warm-up with a generated voice after loading.
 #include "speech/PocketSphinxEngine.h"
 
 #include <QCoreApplication>
@@ -139,15 +140,24 @@ QStringList words(const QString &text)
     return text.toLower().split(QRegularExpression(QStringLiteral("\\s+")), Qt::SkipEmptyParts);
 }
 
-// As the microphone path decodes: 0.1 s blocks, a partial hypothesis after each.
-QString decodeLive(PocketSphinxEngine &engine, const Clip &clip)
+// As the microphone path decodes: 0.1 s blocks, a partial hypothesis after each; with
+// `redecodeCold`, while the engine has heard under 20 s, the final text comes from decoding
+// the whole utterance again (as MicDecoderWorker does).
+QString decodeLive(PocketSphinxEngine &engine, const Clip &clip, bool redecodeCold, double &heard)
 {
+    const bool cold = heard < 20.0;
+    heard += clip.pcm.size() / 16000.0;
     engine.startUtterance();
     for (std::size_t i = 0; i < clip.pcm.size(); i += 1600) {
         engine.process(clip.pcm.data() + i, std::min<std::size_t>(1600, clip.pcm.size() - i));
         engine.partialHypothesis();
     }
     auto r = engine.endUtterance();
+    if (redecodeCold && cold && clip.pcm.size() <= 10 * 16000) {
+        auto whole = engine.recogniseWhole(clip.pcm.data(), clip.pcm.size());
+        if (std::holds_alternative<QString>(whole))
+            r = whole;
+    }
     const auto *s = std::get_if<QString>(&r);
     return s ? *s : QString();
 }
@@ -181,11 +191,23 @@ int main(int argc, char **argv)
     PocketSphinxEngine::Options now;
     const QString extra = qEnvironmentVariable("KETTERBLOOM_SPEECH_ARGS");
     now.extraArguments = extra.split(u' ', Qt::SkipEmptyParts);
-    const QList<QPair<QString, PocketSphinxEngine::Options>> configs{{QStringLiteral("before (untuned)"), PocketSphinxEngine::Options::untuned()},
-                                                                     {QStringLiteral("now"), now}};
+    struct Config
+    {
+        QString name;
+        PocketSphinxEngine::Options options;
+        bool redecodeCold;
+    };
+    const QList<Config> configs{{QStringLiteral("before"), PocketSphinxEngine::Options::untuned(), false},
+                                {QStringLiteral("warm-up with a generated voice"), PocketSphinxEngine::Options::warmedUp(), false},
+                                {QStringLiteral("now"), now, true}};
     const bool verbose = qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_VERBOSE");
 
-    for (const auto &[configName, options] : configs) {
+    const bool wholeOnly = qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WHOLE_ONLY");
+    for (const auto &[configName, options, redecodeCold] : configs) {
+        if (options.warmUp && !qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WARMUP"))
+            continue; // measured once; see the README
+        if (wholeOnly && configName != QLatin1String("now"))
+            continue;
         out << "\n== " << configName << (options.extraArguments.isEmpty() ? QString() : QStringLiteral(" + ") + extra) << " ==\n";
         {
             PocketSphinxEngine engine(QString(), options);
@@ -205,11 +227,12 @@ int main(int argc, char **argv)
                 continue;
             // Cold: a fresh decoder for each clip.
             Score cold;
-            for (const Clip &clip : clips) {
+            for (const Clip &clip : wholeOnly ? QList<Clip>() : clips) {
                 PocketSphinxEngine engine(QString(), options);
                 engine.load();
                 const double start = cpuSeconds();
-                const QString hyp = decodeLive(engine, clip);
+                double heard = 0;
+                const QString hyp = decodeLive(engine, clip, redecodeCold, heard);
                 cold.add(clip, hyp, cpuSeconds() - start);
                 if (verbose)
                     out << "  cold " << clip.name << ": " << hyp << "\n";
@@ -219,10 +242,12 @@ int main(int argc, char **argv)
             PocketSphinxEngine engine(QString(), options);
             engine.load();
             const QList<Clip> &other = sets[1 - s].second.isEmpty() ? clips : sets[1 - s].second;
-            decodeLive(engine, other.last());
-            for (const Clip &clip : clips) {
+            double heard = 0;
+            if (!wholeOnly)
+                decodeLive(engine, other.last(), redecodeCold, heard);
+            for (const Clip &clip : wholeOnly ? QList<Clip>() : clips) {
                 const double start = cpuSeconds();
-                const QString hyp = decodeLive(engine, clip);
+                const QString hyp = decodeLive(engine, clip, redecodeCold, heard);
                 warm.add(clip, hyp, cpuSeconds() - start);
                 if (verbose)
                     out << "  warm " << clip.name << ": " << hyp << "\n";
@@ -230,7 +255,7 @@ int main(int argc, char **argv)
             out << QStringLiteral("%1 (%2 clips, %3 s): WER cold %4%, warm %5%; real-time factor %6\n")
                        .arg(sets[s].first).arg(clips.size()).arg(warm.audio, 0, 'f', 1)
                        .arg(cold.wer(), 0, 'f', 1).arg(warm.wer(), 0, 'f', 1).arg(warm.cpu / warm.audio, 0, 'f', 2);
-            if (qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WHOLE")) {
+            if (wholeOnly || qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WHOLE")) {
                 Score whole;
                 PocketSphinxEngine fresh(QString(), options);
                 fresh.load();

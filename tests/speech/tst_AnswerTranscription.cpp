@@ -98,18 +98,20 @@ class TestAnswerTranscription : public QObject
 private slots:
     void init()
     {
-        QVERIFY(m_sim.listen());
-        qputenv("KQ_REALTIME_URL", m_sim.url().toString().toUtf8());
+        m_simulator = std::make_unique<RealtimeSimulator>(); // counts start from zero in each test
+        QVERIFY(m_simulator->listen());
+        qputenv("KQ_REALTIME_URL", m_simulator->url().toString().toUtf8());
     }
     void cleanup()
     {
-        m_sim.close();
+        m_simulator->close();
+        m_simulator.reset();
         qunsetenv("KQ_REALTIME_URL");
     }
 
     void serviceFillsMyAnswer()
     {
-        m_sim.setTranscriptionTexts({QStringLiteral("I led the migration of our billing system."),
+        m_simulator->setTranscriptionTexts({QStringLiteral("I led the migration of our billing system."),
                                      QStringLiteral("We moved it without downtime.")});
         Rig rig;
         rig.settings.setTranscribeAnswersWithService(true);
@@ -118,11 +120,11 @@ private slots:
         QTRY_COMPARE(rig.connected(), 1);
 
         // One connection, for transcription only, with the key, configured as a transcription session.
-        QCOMPARE(m_sim.connectionCount(), 1);
-        const SimConnectionInfo info = m_sim.connections().first();
+        QCOMPARE(m_simulator->connectionCount(), 1);
+        const SimConnectionInfo info = m_simulator->connections().first();
         QCOMPARE(info.intent, QStringLiteral("transcription"));
         QCOMPARE(info.authorization, QStringLiteral("valid"));
-        const QList<QJsonObject> updates = m_sim.received(QStringLiteral("session.update"));
+        const QList<QJsonObject> updates = m_simulator->received(QStringLiteral("session.update"));
         QCOMPARE(updates.size(), 1);
         const QJsonObject session = updates.first().value("session").toObject();
         QCOMPARE(session.value("type").toString(), QStringLiteral("transcription"));
@@ -140,24 +142,24 @@ private slots:
         QCOMPARE(rig.partials, (QStringList{QStringLiteral("I led the"), QStringLiteral("I led the migration of our"),
                                             QStringLiteral("I led the migration of our billing system.")}));
         QCOMPARE(rig.onDevice.frames, 0L); // the microphone went to the service only
-        QVERIFY(!m_sim.received(QStringLiteral("input_audio_buffer.append")).isEmpty());
+        QVERIFY(!m_simulator->received(QStringLiteral("input_audio_buffer.append")).isEmpty());
         QTRY_COMPARE(rig.usages.size(), 1);
         QCOMPARE(rig.usages.first().value("type").toString(), QStringLiteral("tokens"));
         rig.answers.end();
         QVERIFY(!rig.answers.isSegmentRunning());
 
         // The connection drops: the client reconnects, configures again, and the next item arrives.
-        QVERIFY(m_sim.dropConnection());
+        QVERIFY(m_simulator->dropConnection());
         QTRY_COMPARE(rig.connected(), 2);
-        QCOMPARE(m_sim.connectionCount(), 2);
-        QCOMPARE(m_sim.connections().last().intent, QStringLiteral("transcription"));
-        QVERIFY(m_sim.triggerTranscription(QStringLiteral("Then I trained the team.")));
+        QCOMPARE(m_simulator->connectionCount(), 2);
+        QCOMPARE(m_simulator->connections().last().intent, QStringLiteral("transcription"));
+        QVERIFY(m_simulator->triggerTranscription(QStringLiteral("Then I trained the team.")));
         QTRY_COMPARE(rig.finals.size(), 2);
         QCOMPARE(rig.finals.last(), QStringLiteral("Then I trained the team."));
         QVERIFY(rig.failures.isEmpty());
 
         rig.answers.sessionStopped();
-        QTRY_COMPARE(m_sim.openConnectionCount(), 0);
+        QTRY_COMPARE(m_simulator->openConnectionCount(), 0);
         QVERIFY(!rig.answers.usesService());
     }
 
@@ -183,7 +185,7 @@ private slots:
         rig.answers.sessionStarted();
         QVERIFY(!rig.answers.usesService());
         QTest::qWait(300);
-        QCOMPARE(m_sim.connectionCount(), 0);
+        QCOMPARE(m_simulator->connectionCount(), 0);
         QVERIFY(rig.statuses.isEmpty());
     }
 
@@ -196,11 +198,11 @@ private slots:
         rig.answers.sessionStarted();
         QTRY_COMPARE(rig.failures.size(), 1);
         QVERIFY(rig.failures.first().startsWith(QStringLiteral("Transcribing your answers with OpenAI failed: ")));
-        QCOMPARE(m_sim.connectionCount(), 0);
+        QCOMPARE(m_simulator->connectionCount(), 0);
     }
 
 private:
-    RealtimeSimulator m_sim;
+    std::unique_ptr<RealtimeSimulator> m_simulator;
 };
 
 QTEST_GUILESS_MAIN(TestAnswerTranscription)
