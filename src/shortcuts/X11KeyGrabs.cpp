@@ -49,7 +49,8 @@ void X11KeyGrabs::releaseAll()
         return;
     for (const Grab &grab : m_grabs)
         xcb_ungrab_key(m_connection, grab.keycode, m_root, grab.modifiers);
-    xcb_flush(m_connection);
+    // A round trip: the keys are free for other applications once this returns.
+    std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
     m_grabs.clear();
 }
 
