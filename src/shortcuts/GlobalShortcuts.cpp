@@ -90,8 +90,8 @@ QString GlobalShortcuts::statusText() const
                               "the desktop may ask you to confirm them, and its own settings can change them.");
         break;
     case Mechanism::x11:
-        text = QStringLiteral("Global shortcuts are X11 key grabs; they work while an X11 window has the focus "
-                              "(on Wayland, that is an XWayland window).");
+        text = QStringLiteral("Global shortcuts are X11 key grabs. On a Wayland desktop (through XWayland) they "
+                              "work only while an X11 window has the focus.");
         break;
     case Mechanism::none:
         return QStringLiteral("No global shortcuts on this desktop: it offers no shortcut service (XDG desktop "

@@ -6,6 +6,7 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QDir>
 #include <QDBusConnection>
 #include <QKeySequenceEdit>
 #include <QLabel>
@@ -104,6 +105,12 @@ private slots:
         QVERIFY(settings.keys(QStringLiteral("toggle-window")).isEmpty());
         QCOMPARE(fake->calls.size(), 3);
         QCOMPARE(fake->calls.last().size(), 3);
+
+        // For reviewers, beside the UI tests' renders.
+        page.resize(560, 520);
+        const QString shots = qEnvironmentVariable("KETTERBLOOM_BINARY_DIR") + QStringLiteral("/screenshots");
+        QVERIFY(QDir().mkpath(shots));
+        QVERIFY(page.grab().save(shots + QStringLiteral("/settings-desktop.png")));
     }
 };
 
