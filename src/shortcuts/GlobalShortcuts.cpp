@@ -18,13 +18,15 @@ GlobalShortcuts::~GlobalShortcuts() = default;
 
 void GlobalShortcuts::start()
 {
-    PortalShortcuts::probe(m_bus, this, [this](bool offered) {
-        if (m_mechanism != Mechanism::probing)
-            return;
-        if (offered)
-            adopt(std::make_unique<PortalShortcuts>(m_bus), Mechanism::portal);
-        else
-            fallBack();
+    PortalShortcuts::registerApplication(m_bus, QString::fromLatin1(appID), this, [this] {
+        PortalShortcuts::probe(m_bus, this, [this](bool offered) {
+            if (m_mechanism != Mechanism::probing)
+                return;
+            if (offered)
+                adopt(std::make_unique<PortalShortcuts>(m_bus), Mechanism::portal);
+            else
+                fallBack();
+        });
     });
 }
 

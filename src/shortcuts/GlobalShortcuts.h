@@ -26,6 +26,9 @@ public:
                     QObject *parent = nullptr);
     ~GlobalShortcuts() override;
 
+    // The name the desktop knows this application by (its launcher entry, without .desktop).
+    static constexpr const char *appID = "ketterbloom";
+
     // Starts looking for a mechanism and binds the keys once one is found.
     void start();
 

@@ -20,6 +20,26 @@ QString latin(const char *text) { return QString::fromLatin1(text); }
 enum PortalResponse : uint { success = 0, cancelled = 1 };
 } // namespace
 
+void PortalShortcuts::registerApplication(const QDBusConnection &bus, const QString &appID, QObject *context,
+                                          std::function<void()> done)
+{
+    if (!bus.isConnected()) {
+        done();
+        return;
+    }
+    QDBusMessage call = QDBusMessage::createMethodCall(latin(service), latin(objectPath),
+                                                       QStringLiteral("org.freedesktop.host.portal.Registry"),
+                                                       QStringLiteral("Register"));
+    call << appID << QVariantMap();
+    auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, probeTimeoutMs), context);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context, [watcher, done = std::move(done)] {
+        watcher->deleteLater();
+        if (watcher->isError())
+            qCInfo(lcShortcuts).noquote() << "[Ketterbloom] portal registration:" << watcher->error().message();
+        done();
+    });
+}
+
 void PortalShortcuts::probe(const QDBusConnection &bus, QObject *context, std::function<void(bool)> done)
 {
     if (!bus.isConnected()) {

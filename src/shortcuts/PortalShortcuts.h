@@ -21,6 +21,12 @@ public:
     static constexpr const char *objectPath = "/org/freedesktop/portal/desktop";
     static constexpr const char *interface = "org.freedesktop.portal.GlobalShortcuts";
 
+    // Tells the portal which application this is (the launcher entry's name), so that the
+    // desktop can file its shortcuts under it; portals before 1.19 don't have the call, and
+    // then the desktop works it out itself. `done` runs once, whatever the answer.
+    static void registerApplication(const QDBusConnection &bus, const QString &appID, QObject *context,
+                                    std::function<void()> done);
+
     // Asks the bus whether the portal offers global shortcuts; `done` runs once, on the
     // calling thread, with the answer (false also when no portal answers in time).
     static void probe(const QDBusConnection &bus, QObject *context, std::function<void(bool)> done);

@@ -47,6 +47,18 @@ bool StandInPortal::handleMessage(const QDBusMessage &message, const QDBusConnec
                                                      QStringLiteral("no such property")));
         return true;
     }
+    if (message.interface() == QLatin1String("org.freedesktop.host.portal.Registry")
+        && member == QLatin1String("Register")) {
+        // Only before any other call of the same client, as the real portal insists.
+        if (!sessions.isEmpty()) {
+            connection.send(message.createErrorReply(QStringLiteral("org.freedesktop.DBus.Error.AccessDenied"),
+                                                     QStringLiteral("registered too late")));
+            return true;
+        }
+        registeredApps.append(args.value(0).toString());
+        connection.send(message.createReply());
+        return true;
+    }
     if (message.interface() == QLatin1String("org.freedesktop.portal.Session") && member == QLatin1String("Close")) {
         closedSessions.append(message.path());
         connection.send(message.createReply());

@@ -22,6 +22,7 @@ public:
     // Presses a shortcut: Activated for `session`.
     void activate(const QString &session, const QString &id);
 
+    QStringList registeredApps;       // org.freedesktop.host.portal.Registry.Register
     QStringList sessions;             // created, in order
     QStringList closedSessions;
     QList<QList<PortalShortcut>> bindCalls;

@@ -178,6 +178,7 @@ private slots:
         // what the desktop granted shown per action.
         QTRY_COMPARE_WITH_TIMEOUT(shortcuts.triggers().size(), 2, 10000);
         QCOMPARE(shortcuts.mechanism(), GlobalShortcuts::Mechanism::portal);
+        QCOMPARE(portal.registeredApps, QStringList{QStringLiteral("ketterbloom")});
         QCOMPARE(portal.sessions.size(), 1);
         QCOMPARE(portal.bindCalls.size(), 1);
         const QList<PortalShortcut> sent = portal.bindCalls.first();
