@@ -100,7 +100,7 @@ std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, St
     m_micExpected = false;
     m_micUp = false;
     m_meetingUp = false;
-    m_micFeedsArchive = false;
+    m_archiveClock = ArchiveClock::awaitingMic;
     m_micSource.clear();
     m_micName.clear();
     std::optional<QString> error;
@@ -154,7 +154,7 @@ std::optional<QString> AudioCaptureEngine::openRecording()
     QMetaObject::invokeMethod(&m_writeContext, [this, writer = m_recWriter] { m_drainWriter = writer; },
                               Qt::BlockingQueuedConnection);
     // The archive keeps wall-clock time from here; the microphone's first block takes over.
-    m_micFeedsArchive = false;
+    m_archiveClock = ArchiveClock::awaitingMic;
     m_archiveClockNs = std::chrono::duration_cast<std::chrono::nanoseconds>(
                            std::chrono::steady_clock::now().time_since_epoch())
                            .count();

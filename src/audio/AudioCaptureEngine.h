@@ -190,9 +190,11 @@ private:
     // Which sides capture right now (set by the watch thread).
     std::atomic<bool> m_micUp{false};
     std::atomic<bool> m_meetingUp{false};
-    // The microphone clocks the archive; while it is missing the writer thread fills in wall
-    // clock time. m_archiveClockNs is the steady time up to which the archive is written.
-    std::atomic<bool> m_micFeedsArchive{false};
+    // The microphone clocks the archive. Its first block (after the start, or after it was
+    // lost) covers the time since the archive was last written; while it is lost, the writer
+    // thread fills in wall-clock time. m_archiveClockNs: the steady time the archive reaches.
+    enum class ArchiveClock { micFeeds, awaitingMic, micLost };
+    std::atomic<ArchiveClock> m_archiveClock{ArchiveClock::awaitingMic};
     std::atomic<qint64> m_archiveClockNs{0};
     qint64 m_silentLineNs = 0;              // writer thread
     std::vector<float> m_fillBlock;         // writer thread: interleaved stereo

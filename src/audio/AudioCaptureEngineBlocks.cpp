@@ -166,7 +166,7 @@ void AudioCaptureEngine::writeStereo(const float *left, const float *right, int 
     // microphone, a lost server) first fills the time the writer thread has not covered.
     const qint64 now = steadyNowNs();
     const qint64 coveredUntil = m_archiveClockNs.exchange(now);
-    if (!m_micFeedsArchive.exchange(true))
+    if (m_archiveClock.exchange(ArchiveClock::micFeeds) != ArchiveClock::micFeeds)
         catchUpArchive(int(std::min<qint64>(framesIn(now - coveredUntil, recordRate) - frames, recordRate * 4)));
     float *out = m_stereoBlock.data();
     for (int i = 0; i < frames; ++i) {

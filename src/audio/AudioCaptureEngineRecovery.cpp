@@ -170,7 +170,7 @@ void AudioCaptureEngine::dropMic()
     if (m_mic)
         m_mic.reset();   // joins its thread: no block of it follows
     // The writer thread keeps the archive's time until a microphone feeds it again.
-    m_micFeedsArchive = false;
+    m_archiveClock = ArchiveClock::micLost;
 }
 
 void AudioCaptureEngine::publishHealth(const CaptureHealth &health)
@@ -197,10 +197,14 @@ void AudioCaptureEngine::lineTick()
 
 void AudioCaptureEngine::fillArchive()
 {
-    if (!m_drainWriter || m_micFeedsArchive)
+    const ArchiveClock clock = m_archiveClock;
+    if (!m_drainWriter || clock == ArchiveClock::micFeeds)
         return;
-    // No microphone clocks the archive: fill the time since it was last written, with the
-    // meeting that came in meanwhile (silence where there was none) beside a silent left.
+    // No microphone clocks the archive: fill the time since it was last written, so a crash
+    // loses nothing of it. A lost microphone leaves a silent left beside the meeting that came
+    // in meanwhile. Before the microphone's first block both sides are silent: the meeting
+    // waits in the FIFO for the microphone, as it will be paired with it.
+    const bool withMeeting = clock == ArchiveClock::micLost;
     const qint64 now = nowNs();
     qint64 coveredUntil = m_archiveClockNs.load();
     const qint64 frames = now > coveredUntil ? (now - coveredUntil) * recordRate / 1000000000LL : 0;
@@ -213,7 +217,10 @@ void AudioCaptureEngine::fillArchive()
     m_fillMeeting.resize(size_t(micBlockFrames));
     for (qint64 left = frames; left > 0;) {
         const int n = int(std::min<qint64>(left, micBlockFrames));
-        m_meetingFIFO.popInto(m_fillMeeting.data(), n);
+        if (withMeeting)
+            m_meetingFIFO.popInto(m_fillMeeting.data(), n);
+        else
+            std::fill_n(m_fillMeeting.begin(), n, 0.0f);
         for (int i = 0; i < n; ++i) {
             m_fillBlock[size_t(2 * i)] = 0.0f;
             m_fillBlock[size_t(2 * i + 1)] = m_fillMeeting[size_t(i)];
