@@ -61,7 +61,7 @@ public:
     // Retries while a part is down: these, then the last one again and again.
     static constexpr int retryDelaysMs[] = {200, 500, 1000, 2000};
     // While all is well: how often the default output is read afresh (a missed event).
-    static constexpr int healthyCheckMs = 2000;
+    static constexpr int healthyCheckMs = 5000;
     // The writer thread's tick: archive drain, gap filling, the silent meeting line.
     static constexpr int lineTickMs = 100;
 
