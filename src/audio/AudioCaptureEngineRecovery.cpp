@@ -79,7 +79,6 @@ void AudioCaptureEngine::runCheck()
     // A fresh connection every time: a long-lived one may keep reporting an old default.
     const std::optional<QString> defaultSink = ProcessTapCapture::usableDefaultSink(checkTimeoutMs);
     CaptureHealth health;
-    health.microphoneName = m_micName;
     health.soundServer = defaultSink.has_value();
     bool settled = true;   // nothing to retry soon
     if (!health.soundServer) {
@@ -102,6 +101,7 @@ void AudioCaptureEngine::runCheck()
         health.meetingOutput = m_usingTap ? recoverMeeting() : micOk;
         settled = settled && health.meetingOutput && health.microphone;
     }
+    health.microphoneName = m_micName;
     m_meetingUp = health.meetingOutput;
     if (!health.meetingOutput)
         m_meetingPeak = 0.0f;

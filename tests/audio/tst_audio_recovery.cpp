@@ -292,6 +292,37 @@ private slots:
         QVERIFY(rmsOf(right, seconds - 0.8, 0.5) > 0.05);
     }
 
+    // The user picks another microphone in Settings mid-session: it is used at once, and the
+    // meeting side is not touched.
+    void microphoneSwitchedDuringTheSession()
+    {
+        ServerModules other;
+        QVERIFY(other.virtualMic(QStringLiteral("vmic2"), QStringLiteral("VirtualMic2")));
+        settle(QStringLiteral("vmic2_feed"));
+        play("t1000.wav", QStringLiteral("vmic_feed"));
+        play("t440.wav", QStringLiteral("vmic2_feed"));
+        AudioCaptureEngine engine;
+        Watch w;
+        w.attach(engine);
+        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
+                              StreamSource::meetingOnly, false),
+                 std::nullopt);
+        QTRY_VERIFY_WITH_TIMEOUT(w.micSeconds() > 1.0, 20000);
+        auto lastMic = [&w](double seconds) {
+            std::lock_guard g(w.lock);
+            const size_t n = std::min(w.mic.size(), size_t(seconds * 48000));
+            return std::vector<float>(w.mic.end() - qsizetype(n), w.mic.end());
+        };
+        QVERIFY(toneShare(lastMic(0.5), 48000, 1000, 440) > 0.95);
+        engine.switchMicrophone(QStringLiteral("vmic2"), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(toneShare(lastMic(0.5), 48000, 440, 1000) > 0.95, 10000);
+        QVERIFY(engine.isRunning());
+        QCOMPARE(engine.tapCapture().monitoredSink(), QStringLiteral("speakers"));
+        QVERIFY(w.lastHealth().allGood());
+        QCOMPARE(engine.health().microphoneName, QStringLiteral("VirtualMic2"));
+        engine.stop();
+    }
+
     void soundServerRestart_data()
     {
         QTest::addColumn<int>("downMs");
@@ -322,7 +353,12 @@ private slots:
         m_modules->forget();   // they went with the server
         QTRY_VERIFY_WITH_TIMEOUT(!w.lastHealth().soundServer, 10000);
         QVERIFY(engine.isRunning());
+        const double pcmWhileDown = w.pcmSeconds();
         QTest::qWait(downMs);
+        // Meanwhile the model hears silence in real time, so its turn detection goes on.
+        if (downMs >= 1000)
+            QVERIFY2(w.pcmSeconds() - pcmWhileDown > downMs / 1000.0 * 0.6,
+                     qPrintable(QStringLiteral("%1 s of audio in %2 ms").arg(w.pcmSeconds() - pcmWhileDown).arg(downMs)));
         QVERIFY(startSoundServerAgain());
         QVERIFY(m_modules->virtualMic(QStringLiteral("vmic"), QStringLiteral("VirtualMic")));
         w.armMeeting();
