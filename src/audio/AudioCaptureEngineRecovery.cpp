@@ -73,11 +73,14 @@ void AudioCaptureEngine::switchMicrophone(const std::optional<QString> &deviceUI
 
 void AudioCaptureEngine::runCheck()
 {
-    std::lock_guard guard(m_control);
     if (!m_running)
         return;
     // A fresh connection every time: a long-lived one may keep reporting an old default.
+    // (Asked before taking the control lock, so a slow server never holds up stop().)
     const std::optional<QString> defaultSink = ProcessTapCapture::usableDefaultSink(checkTimeoutMs);
+    std::lock_guard guard(m_control);
+    if (!m_running)
+        return;
     CaptureHealth health;
     health.soundServer = defaultSink.has_value();
     bool settled = true;   // nothing to retry soon
