@@ -385,6 +385,41 @@ private slots:
         QVERIFY2(std::fabs(seconds - wall) < 0.75, qPrintable(QStringLiteral("%1 s recorded in %2 s").arg(seconds).arg(wall)));
     }
 
+    // The same with the meeting narrowed to one application: its new streams are attached.
+    void oneApplicationIsHeardAgainAfterAServerRestart()
+    {
+        const QStringList meet{QStringLiteral("application.id=org.example.Meet")};
+        m_players.push_back(Player::start(path("t440.wav"), {}, meet));
+        AudioCaptureEngine engine;
+        Watch w;
+        w.attach(engine);
+        QCOMPARE(engine.start(SystemTapSource{TapTarget::process(QStringLiteral("org.example.Meet")),
+                                              QStringLiteral("vmic"), 0},
+                              StreamSource::meetingOnly, false),
+                 std::nullopt);
+        w.armMeeting();
+        QTRY_VERIFY_WITH_TIMEOUT(w.meetingLoudAt != 0, 20000);
+
+        m_players.clear();
+        m_awake.clear();
+        QVERIFY(stopSoundServer());
+        m_modules->forget();
+        QTRY_VERIFY_WITH_TIMEOUT(!w.lastHealth().soundServer, 10000);
+        QTest::qWait(500);
+        QVERIFY(startSoundServerAgain());
+        QVERIFY(m_modules->virtualMic(QStringLiteral("vmic"), QStringLiteral("VirtualMic")));
+        w.armMeeting();
+        settle(QStringLiteral("speakers"));
+        settle(QStringLiteral("vmic_feed"));
+        m_players.push_back(Player::start(path("t440.wav"), {}, meet));
+        QTRY_VERIFY_WITH_TIMEOUT(w.meetingLoudAt != 0, 20000);
+        const double delay = Watch::delay(w.meetingArmedAt, w.meetingLoudAt);
+        QVERIFY2(delay <= 3.0, qPrintable(QString::number(delay)));
+        QTRY_VERIFY_WITH_TIMEOUT(w.lastHealth().allGood(), 10000);
+        QCOMPARE(engine.tapCapture().target(), TapTarget::process(QStringLiteral("org.example.Meet")));
+        engine.stop();
+    }
+
     void killedRecording_data()
     {
         QTest::addColumn<double>("killAfter");
