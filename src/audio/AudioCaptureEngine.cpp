@@ -116,7 +116,6 @@ std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, St
         return error;
     }
     m_running = true;
-    m_micUp = m_micExpected;
     m_meetingUp = true;
     m_health = CaptureHealth{true, true, true, m_micName};
     QMetaObject::invokeMethod(&m_writeContext, [this] {
@@ -224,6 +223,7 @@ std::optional<QString> AudioCaptureEngine::startDeviceMode(const DeviceChannelsS
         return QStringLiteral("The microphone couldn't be opened (") + *error + QStringLiteral(").");
     }
     m_micExpected = true;
+    m_micUp = true;
     m_micSource = device->uid;
     m_micName = mic->description();
     m_micChannelWanted = source.micChannel;
@@ -326,6 +326,7 @@ std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &s
     }
     StartupTrace::step(QStringLiteral("engine started — capture live"));
     m_micExpected = true;
+    m_micUp = true;
     return std::nullopt;
 }
 
