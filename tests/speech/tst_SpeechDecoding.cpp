@@ -134,6 +134,9 @@ void TestSpeechDecoding::stereoRecordingTranscript()
     QVERIFY(QDir().mkpath(dir));
     const QString wav = dir + QStringLiteral("/meeting_2026-01-02_10-00-00.wav");
     QVERIFY(writeWav(wav, rate, tracks));
+    // Transcripts of earlier runs are never written over; start without them.
+    for (const QString &earlier : QDir(dir).entryList({QStringLiteral("meeting_2026-01-02_10-00-00.recording*.md")}, QDir::Files))
+        QVERIFY(QFile::remove(dir + u'/' + earlier));
 
     RecordingTranscriber transcriber;
     QList<RecordingProgress> progress;
