@@ -20,7 +20,7 @@ AnswerTimerView::AnswerTimerView(QWidget *parent)
     setAccessibleName(tr("Answer timer"));
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     auto *layout = new QHBoxLayout(this);
-    layout->setContentsMargins(6, 2, 7, 2);
+    layout->setContentsMargins(5, 2, 5, 2);
     layout->setSpacing(3);
     layout->addWidget(m_icon);
     layout->addWidget(m_label);

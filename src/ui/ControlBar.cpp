@@ -24,12 +24,12 @@
 namespace {
 constexpr int kStartWidth = 74;
 constexpr int kJobLabelMax = 22;
-constexpr int kPadX = 10;
+constexpr int kPadX = 8;
 constexpr int kPadY = 8;
-constexpr int kGroupGap = 7;
+constexpr int kGroupGap = 5;
 constexpr int kButtonGap = 2;
 
-QWidget *iconAndLabel(Icons::Id icon, QLabel *label, QWidget *parent)
+QWidget *iconAndLabel(Icons::Id icon, QLabel *label, QWidget *parent, IconLabel **glyphOut = nullptr)
 {
     auto *box = new QWidget(parent);
     auto *layout = new QHBoxLayout(box);
@@ -37,6 +37,8 @@ QWidget *iconAndLabel(Icons::Id icon, QLabel *label, QWidget *parent)
     layout->setSpacing(3);
     auto *glyph = new IconLabel(icon, box);
     glyph->setFont(label->font());   // the icon goes with its text's size
+    if (glyphOut)
+        *glyphOut = glyph;
     layout->addWidget(glyph);
     layout->addWidget(label);
     return box;
@@ -81,14 +83,14 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, QWi
     QFont mono = m_clock->font();
     mono.setFamilies({QStringLiteral("DejaVu Sans Mono"), QStringLiteral("Liberation Mono"), QStringLiteral("monospace")});
     m_clock->setFont(mono);
-    auto *clockRow = iconAndLabel(Icons::Id::clock, m_clock, m_clockBox);
+    auto *clockRow = iconAndLabel(Icons::Id::clock, m_clock, m_clockBox, &m_clockGlyph);
     clockRow->setToolTip(QStringLiteral("Total meeting time"));
     QFont small = m_lastAnswer->font();
     small.setPointSizeF(qMax(8.0, small.pointSizeF() - 1));
     m_lastAnswer->setFont(small);
     m_lastAnswer->setMinimumWidth(QFontMetrics(small).horizontalAdvance(QStringLiteral("last 0:00")));
     m_lastAnswer->setToolTip(tr("Length of your last answer"));
-    m_lastAnswerBox = iconAndLabel(Icons::Id::lastAnswer, m_lastAnswer, m_clockBox);
+    m_lastAnswerBox = iconAndLabel(Icons::Id::lastAnswer, m_lastAnswer, m_clockBox, &m_lastGlyph);
     m_lastAnswerBox->setToolTip(tr("Length of your last answer"));
     QSizePolicy keep = m_lastAnswerBox->sizePolicy();
     keep.setRetainSizeWhenHidden(true);
@@ -251,6 +253,22 @@ int ControlBar::fixedWidth() const
     return width;
 }
 
+int ControlBar::clockIconsWidth() const
+{
+    return qMax(m_clockGlyph->sizeHint().width(), m_lastGlyph->sizeHint().width()) + 3;
+}
+
+void ControlBar::setClockIconsShown(bool shown)
+{
+    if (m_clockGlyph->isHidden() != shown)
+        return;
+    m_clockGlyph->setVisible(shown);
+    m_lastGlyph->setVisible(shown);
+    // The boxes' layouts settle their new widths before the bar places them again.
+    m_clockBox->layout()->activate();
+    m_lastAnswerBox->layout()->activate();
+}
+
 int ControlBar::rowHeight() const
 {
     int height = 0;
@@ -271,11 +289,17 @@ QSize ControlBar::sizeHint() const
 
 QSize ControlBar::minimumSizeHint() const
 {
-    return {fixedWidth() + m_overflow->sizeHint().width() + kPadX, rowHeight() + 2 * kPadY};
+    const int icons = m_clockGlyph->isHidden() ? 0 : clockIconsWidth();
+    return {fixedWidth() - icons + m_overflow->sizeHint().width() + kPadX, rowHeight() + 2 * kPadY};
 }
 
 void ControlBar::relayout()
 {
+    // Where even the fixed controls are short of room, the clock column drops its icons
+    // (their text keeps its place).
+    const int fullWidth = fixedWidth() + (m_clockGlyph->isHidden() ? clockIconsWidth() : 0)
+                          + m_overflow->sizeHint().width() + kPadX;
+    setClockIconsShown(width() >= fullWidth);
     const int row = rowHeight();
     const int top = kPadY;
     int x = kPadX;

@@ -87,6 +87,8 @@ private:
     void relayout();
     int fixedWidth() const;
     int rowHeight() const;
+    int clockIconsWidth() const;
+    void setClockIconsShown(bool shown);
     void refreshSession();
     void refreshStatus();
     void refreshLevels();
@@ -110,6 +112,8 @@ private:
     QWidget *m_lastAnswerBox = nullptr;
     QLabel *m_lastAnswer;
     QLabel *m_clock;
+    IconLabel *m_clockGlyph = nullptr;
+    IconLabel *m_lastGlyph = nullptr;
 
     QList<QAction *> m_actions;
     QList<QToolButton *> m_buttons;

@@ -213,9 +213,9 @@ bool QACard::showsMyAnswerRow(const QAPair &pair, bool sessionLive)
     return (pair.myAnswerInProgress && sessionLive) || !pair.myAnswer.isEmpty();
 }
 
-bool QACard::showsThinking(const QAPair &pair)
+bool QACard::showsThinking(const QAPair &pair, bool sessionLive)
 {
-    return pair.answer.isEmpty() && !pair.isComplete;
+    return pair.answer.isEmpty() && !pair.isComplete && sessionLive;
 }
 
 void QACard::setPair(const QAPair &pair)
@@ -259,6 +259,8 @@ void QACard::setSessionLive(bool live)
     m_sessionLive = live;
     if (m_pair.myAnswerInProgress)
         refreshMyAnswer();
+    if (m_pair.answer.isEmpty())
+        refreshAnswer();
 }
 
 void QACard::setFonts(const CardFonts &fonts)
@@ -346,9 +348,10 @@ void QACard::refreshAnswer()
     }
     m_stream->setVisible(streaming);
     m_answer->setVisible(!empty && !streaming);
-    // A finished card without an answer shows neither the answer header nor a progress line.
-    const bool thinking = showsThinking(m_pair);
-    m_answerHeader->setVisible(!(empty && m_pair.isComplete));
+    // A card whose answer is not coming (finished empty, or the session stopped first) shows
+    // neither the answer header nor a progress line.
+    const bool thinking = showsThinking(m_pair, m_sessionLive);
+    m_answerHeader->setVisible(!empty || thinking);
     if (thinking)
         ensureThinkingRow();
     if (m_thinkingRow) {

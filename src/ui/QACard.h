@@ -57,8 +57,9 @@ public:
     static int wordCount(const QString &text);
     // The row is left out for cards with neither an own answer nor a recording in progress.
     static bool showsMyAnswerRow(const QAPair &pair, bool sessionLive = true);
-    // The progress indicator shows while the answer is empty and still to come.
-    static bool showsThinking(const QAPair &pair);
+    // The progress indicator shows while the answer is empty and still to come (the card is
+    // not finished and a session runs).
+    static bool showsThinking(const QAPair &pair, bool sessionLive = true);
 
 signals:
     void toggleMyAnswer(const QString &pairID);

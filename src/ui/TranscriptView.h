@@ -87,7 +87,7 @@ private:
     FollowBottom::Geo m_geo;
     int m_cardsCreated = 0;
     bool m_buttonShown = false;
-    bool m_sessionLive = false;
+    bool m_sessionLive = true;
     QSet<QACard *> m_pending;
     QTimer *m_frameTimer;
 

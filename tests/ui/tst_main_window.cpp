@@ -469,6 +469,10 @@ private slots:
         pair.wasExtended = true;
         card.setPair(pair);
         QCOMPARE(card.thinkingText(), QStringLiteral("re-answering the full question…"));
+        // The session stops before the answer came: it is not coming any more.
+        card.setSessionLive(false);
+        QVERIFY(!card.isThinkingShown());
+        QVERIFY(!card.isAnswerHeaderShown());
     }
 
     void offScreenFrameComesBack()

@@ -20,11 +20,13 @@
 #include <QImage>
 #include <QLabel>
 #include <QMenu>
+#include <QMenuBar>
 #include <QTabWidget>
 #include <QToolButton>
 #include <QScrollArea>
 #include <QScrollBar>
 
+#include <algorithm>
 #include <limits>
 
 class ScreenshotsTest : public QObject
@@ -100,6 +102,22 @@ private:
         }
         QVERIFY2(shown >= 5, qPrintable(where));
         QVERIFY2(top < bottom, qPrintable(where + QStringLiteral(": the bar wraps")));
+        // Nothing overlaps: left to right, each starts after the one before ends.
+        QList<QRect> boxes;
+        for (QWidget *child : bar->findChildren<QWidget *>(Qt::FindDirectChildrenOnly)) {
+            if (child->isVisibleTo(bar) && !child->isWindow())
+                boxes.append(child->geometry());
+        }
+        std::sort(boxes.begin(), boxes.end(), [](const QRect &a, const QRect &b) { return a.left() < b.left(); });
+        QStringList layout;
+        for (const QRect &r : boxes)
+            layout << QStringLiteral("%1..%2").arg(r.left()).arg(r.right());
+        for (qsizetype i = 1; i < boxes.size(); ++i) {
+            if (boxes.at(i).left() <= boxes.at(i - 1).right())
+                qInfo("%s: bar %s", qPrintable(where), qPrintable(layout.join(QLatin1Char(' '))));
+            QVERIFY2(boxes.at(i).left() > boxes.at(i - 1).right(),
+                     qPrintable(where + QStringLiteral(": controls overlap at x=%1").arg(boxes.at(i).left())));
+        }
         // Buttons that did not fit are in the menu, not lost.
         int inBar = 0;
         for (QAction *action : bar->toolActions())
@@ -194,9 +212,10 @@ private slots:
         rig.session.client.status(RealtimeStatus::connected());
         rig.session.audio.levels(0.62f, 0.35f);
         openMyAnswer(rig);
-        rig.window->resize(size);
+        // The sizes are of the window's content, under its menu bar.
+        rig.window->resize(size + QSize(0, rig.window->menuBar()->sizeHint().height()));
         save(rig.window.get(), QStringLiteral("window-") + name + QStringLiteral("-streaming"), 120);
-        QCOMPARE(rig.window->size(), size);
+        QCOMPARE(rig.window->centralWidget()->size(), size);
         ControlBar *bar = rig.window->controlBar();
         checkBarIsOneRow(bar, name);
         checkNothingElided(bar, name);
@@ -205,6 +224,7 @@ private slots:
 
         // After Stop: the banner with its links, a third of the window at most.
         rig.session.controller->stop();
+        rig.session.client.status(RealtimeStatus::idle());   // as the real client reports
         QVERIFY(rig.window->bannerView()->isVisible());
         save(rig.window.get(), QStringLiteral("window-") + name + QStringLiteral("-stopped"), 120);
         BannerView *banner = rig.window->bannerView();
@@ -248,15 +268,19 @@ private slots:
 
     void settingsDialog()
     {
-        UiRig rig;
-        rig.session.settings.setAppearance(AppSettings::Appearance::light);
-        rig.session.taps.apps = {{7, QStringLiteral("org.mozilla.firefox"), QStringLiteral("Firefox")}};
-        rig.window->show();
-        rig.window->openSettings();
-        SettingsDialog *dialog = rig.window->settingsDialog();
-        for (int tab = 0; tab < dialog->tabs()->count(); ++tab) {
-            dialog->tabs()->setCurrentIndex(tab);
-            save(dialog, QStringLiteral("settings-%1").arg(tab + 1));
+        for (bool dark : {false, true}) {
+            UiRig rig;
+            rig.session.settings.setAppearance(dark ? AppSettings::Appearance::dark : AppSettings::Appearance::light);
+            rig.session.settings.setSaveAudio(true);
+            rig.session.taps.apps = {{7, QStringLiteral("org.mozilla.firefox"), QStringLiteral("Firefox")}};
+            rig.window->show();
+            rig.window->openSettings();
+            SettingsDialog *dialog = rig.window->settingsDialog();
+            for (int tab = 0; tab < dialog->tabs()->count(); ++tab) {
+                dialog->tabs()->setCurrentIndex(tab);
+                save(dialog, QStringLiteral("settings-%1-%2").arg(dark ? QStringLiteral("dark") : QStringLiteral("light")).arg(tab + 1), 150);
+                checkNothingElided(dialog, QStringLiteral("settings tab %1").arg(tab + 1));
+            }
         }
     }
 
