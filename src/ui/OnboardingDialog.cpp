@@ -101,12 +101,14 @@ QWidget *OnboardingDialog::buildKeyPage()
     m_keyCheck = new ApiKeyCheck(this);
     m_checkKey = new QPushButton(tr("&Check key"), page);
     m_checkKey->setToolTip(tr("Ask the service whether this key works"));
+    m_checkKey->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     m_keyStatus = body(QString(), page);
     m_keyStatus->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_keyStatus->hide();
     auto *checkRow = new QHBoxLayout;
     checkRow->addWidget(m_checkKey, 0, Qt::AlignTop);
     checkRow->addWidget(m_keyStatus, 1);
+    checkRow->addStretch(0);
     layout->addLayout(checkRow);
     connect(m_checkKey, &QPushButton::clicked, this, &OnboardingDialog::checkKey);
     connect(m_key->lineEdit(), &QLineEdit::textEdited, this, [this] {
