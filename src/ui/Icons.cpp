@@ -63,7 +63,7 @@ QColor red() { return QColor(0xd9, 0x30, 0x25); }
 QColor accentFor(bool dark) { return dark ? QColor(0x6a, 0xa8, 0xff) : QColor(0x1f, 0x66, 0xd6); }
 
 // Draws `id` on a 16 by 16 grid in `ink` (the palette's text colour) or its own signal colour.
-void draw(Id id, QPainter &p, const QColor &ink, const QColor &accent)
+void draw(Id id, QPainter &p, const QColor &ink, const QColor &accent, bool on)
 {
     QPen pen(ink, 1.5, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
     p.setPen(pen);
@@ -92,8 +92,13 @@ void draw(Id id, QPainter &p, const QColor &ink, const QColor &accent)
         p.drawRoundedRect(QRectF(3, 3, 10, 10), 2, 2);
         return;
     case Id::record:
-        fill(red());
-        p.drawEllipse(QRectF(3, 3, 10, 10));
+        // Red only while on (a checked "Save .wav"), so a red dot always means recording.
+        if (on) {
+            fill(red());
+            p.drawEllipse(QRectF(3, 3, 10, 10));
+        } else {
+            p.drawEllipse(QRectF(3.5, 3.5, 9, 9));
+        }
         return;
     case Id::mic:
     case Id::micActive: {
@@ -279,7 +284,7 @@ class DrawnEngine final : public QIconEngine
 public:
     explicit DrawnEngine(Id id) : m_id(id) {}
 
-    void paint(QPainter *painter, const QRect &rect, QIcon::Mode mode, QIcon::State) override
+    void paint(QPainter *painter, const QRect &rect, QIcon::Mode mode, QIcon::State state) override
     {
         const QPalette pal = QGuiApplication::palette();
         const bool dark = pal.color(QPalette::Window).lightness() < pal.color(QPalette::WindowText).lightness();
@@ -292,7 +297,7 @@ public:
         const double side = qMin(rect.width(), rect.height());
         painter->translate(rect.x() + (rect.width() - side) / 2.0, rect.y() + (rect.height() - side) / 2.0);
         painter->scale(side / 16.0, side / 16.0);
-        draw(m_id, *painter, ink, accent);
+        draw(m_id, *painter, ink, accent, state == QIcon::On);
         painter->restore();
     }
 

@@ -4,6 +4,8 @@
 #include "ui/Colors.h"
 #include "ui/ControlBar.h"
 #include "ui/DisplayFormat.h"
+#include "ui/IconLabel.h"
+#include "ui/Icons.h"
 #include "ui/LevelMeter.h"
 #include "ui/MeterBallistics.h"
 #include "ui/QACard.h"
@@ -11,6 +13,7 @@
 #include "ui/TextSize.h"
 
 #include <QApplication>
+#include <QImage>
 #include <QTest>
 
 #include <cmath>
@@ -63,6 +66,48 @@ private slots:
         QCOMPARE(meter.filledWidth(), 0.0);
         meter.setLevel(0.5f);
         QCOMPARE(meter.filledWidth(), LevelMeter::kBarWidth * 0.5);
+    }
+
+    void iconsAreOneDrawnSetThatScales()
+    {
+        // Every icon has a drawing of its own (no style icon of another look stands in), at
+        // any size.
+        for (int i = 0; i <= int(Icons::Id::more); ++i) {
+            const QIcon icon = Icons::drawnIcon(Icons::Id(i));
+            for (int side : {12, 48}) {
+                const QImage image = icon.pixmap(side, side).toImage();
+                QCOMPARE(image.width(), side);
+                int inked = 0;
+                for (int y = 0; y < side; ++y) {
+                    for (int x = 0; x < side; ++x)
+                        inked += qAlpha(image.pixel(x, y)) > 0 ? 1 : 0;
+                }
+                QVERIFY2(inked > side, qPrintable(Icons::themeName(Icons::Id(i))));
+            }
+        }
+        // "Save .wav" is red only while on.
+        const QIcon record = Icons::drawnIcon(Icons::Id::record);
+        QVERIFY(record.pixmap(16, 16, QIcon::Normal, QIcon::On).toImage()
+                != record.pixmap(16, 16, QIcon::Normal, QIcon::Off).toImage());
+        // An icon beside text grows with the text.
+        IconLabel small(Icons::Id::person);
+        IconLabel large(Icons::Id::person);
+        QFont f = small.font();
+        f.setPointSizeF(9);
+        small.setFont(f);
+        f.setPointSizeF(32);
+        large.setFont(f);
+        QVERIFY(small.iconSize() >= 12);
+        QVERIFY(large.iconSize() >= 3 * small.iconSize());
+        QCOMPARE(large.sizeHint(), QSize(large.iconSize(), large.iconSize()));
+    }
+
+    void contrastArithmetic()
+    {
+        QCOMPARE(Colors::contrast(Qt::black, Qt::white), 21.0);
+        QCOMPARE(Colors::contrast(Qt::white, Qt::white), 1.0);
+        QVERIFY(qAbs(Colors::contrast(QColor(0x77, 0x77, 0x77), Qt::white) - 4.48) < 0.01);
+        QVERIFY(qAbs(Colors::over(Colors::withAlpha(Qt::black, 0.5), Qt::white).red() - 128) <= 1);
     }
 
     void meterBallistics()
