@@ -17,7 +17,11 @@
 
 #include <QAbstractButton>
 #include <QCheckBox>
+#include <QFile>
 #include <QImage>
+#include <QPainter>
+#include <QPdfWriter>
+#include <QTemporaryDir>
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
@@ -313,7 +317,22 @@ private slots:
         save(rig.window->jobContextDialog(), QStringLiteral("job-context"));
         rig.window->jobContextDialog()->close();
         rig.window->openContextPanel();
-        save(rig.window->contextPanel(), QStringLiteral("context-panel"));
+        // A scanned PDF and a long file beside one that reads: the panel says what each gave.
+        QTemporaryDir dir;
+        const auto write = [&dir](const QString &name, const QByteArray &bytes) {
+            QFile f(dir.filePath(name));
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(bytes);
+            return dir.filePath(name);
+        };
+        QPdfWriter scan(dir.filePath(QStringLiteral("scanned-cv.pdf")));
+        QPainter(&scan).fillRect(QRect(0, 0, 100, 100), Qt::gray);
+        ContextPanel *panel = rig.window->contextPanel();
+        panel->addFiles({dir.filePath(QStringLiteral("scanned-cv.pdf")),
+                         write(QStringLiteral("stories.md"), QByteArray("Cut p99 latency by 40 %. ").repeated(1200))});
+        QTRY_VERIFY(!panel->isReading());
+        QVERIFY(panel->notesText().contains(QStringLiteral("scanned-cv.pdf: no text found")));
+        save(panel, QStringLiteral("context-panel-notes"));
     }
 };
 
