@@ -206,7 +206,12 @@ void ControlBar::addToolAction(QAction *action, bool beforeSettings)
     };
     name();
     connect(action, &QAction::changed, button, name);
-    connect(action, &QAction::changed, this, [this] { updateGeometry(); });
+    connect(action, &QAction::changed, this, [this] {
+        // A shown or hidden action changes what goes where.
+        m_shownButtons = -1;
+        updateGeometry();
+        relayout();
+    });
     qsizetype at = m_actions.size();
     if (beforeSettings && m_actions.size() > 0 && m_actions.constLast() == m_settingsAction)
         at = m_actions.size() - 1;
@@ -309,49 +314,57 @@ void ControlBar::relayout()
         x += size.width() + kGroupGap;
     }
 
-    // The compact buttons, right-aligned; those that do not fit go into the menu.
+    // The compact buttons, right-aligned; those that do not fit go into the menu. Buttons
+    // of hidden actions take no room and stay out of the menu.
     const int right = width() - kPadX;
     const int available = right - x;
+    QList<qsizetype> offered;
+    for (qsizetype i = 0; i < m_actions.size(); ++i) {
+        if (m_actions.at(i)->isVisible())
+            offered.append(i);
+    }
     QList<int> widths;
-    int total = 0;
-    for (QToolButton *b : m_buttons) {
-        widths.append(b->sizeHint().width());
+    int total = -kButtonGap;
+    for (qsizetype i : offered) {
+        widths.append(m_buttons.at(i)->sizeHint().width());
         total += widths.last() + kButtonGap;
     }
-    total -= kButtonGap;
-    qsizetype shown = m_buttons.size();
+    qsizetype shown = offered.size();
     if (total > available) {
         const int room = available - m_overflow->sizeHint().width() - kButtonGap;
         int used = 0;
         shown = 0;
-        while (shown < m_buttons.size() && used + widths.at(shown) <= room) {
+        while (shown < offered.size() && used + widths.at(shown) <= room) {
             used += widths.at(shown) + kButtonGap;
             ++shown;
         }
     }
     int bx = right;
-    if (shown < m_buttons.size()) {
+    if (shown < offered.size()) {
         const QSize size = m_overflow->sizeHint();
         bx -= size.width();
         m_overflow->setGeometry(bx, top + (row - size.height()) / 2, size.width(), size.height());
         bx -= kButtonGap;
     }
-    for (qsizetype i = shown - 1; i >= 0; --i) {
-        const QSize size = m_buttons.at(i)->sizeHint();
+    for (qsizetype k = shown - 1; k >= 0; --k) {
+        QToolButton *button = m_buttons.at(offered.at(k));
+        const QSize size = button->sizeHint();
         bx -= size.width();
-        m_buttons.at(i)->setGeometry(bx, top + (row - size.height()) / 2, size.width(), size.height());
+        button->setGeometry(bx, top + (row - size.height()) / 2, size.width(), size.height());
         bx -= kButtonGap;
     }
-    if (shown == m_shownButtons)
+    const int layoutKey = int(shown) * 1000 + int(offered.size());
+    if (layoutKey == m_shownButtons)
         return;
-    m_shownButtons = int(shown);
+    m_shownButtons = layoutKey;
     m_overflowMenu->clear();
     for (qsizetype i = 0; i < m_buttons.size(); ++i) {
-        m_buttons.at(i)->setVisible(i < shown);
-        if (i >= shown)
+        const qsizetype k = offered.indexOf(i);
+        m_buttons.at(i)->setVisible(k >= 0 && k < shown);
+        if (k >= shown)
             m_overflowMenu->addAction(m_actions.at(i));
     }
-    m_overflow->setVisible(shown < m_buttons.size());
+    m_overflow->setVisible(shown < offered.size());
 }
 
 bool ControlBar::event(QEvent *event)

@@ -60,7 +60,8 @@ public:
     QList<QAction *> overflowActions() const;
     QToolButton *buttonFor(const QAction *action) const;
     // Adds a compact button for `action` at the right end of the bar (before Settings when
-    // `beforeSettings`). The action needs an icon and a text; its tool tip is its help.
+    // `beforeSettings`). The action needs an icon and a text; its tool tip is its help. An
+    // action made invisible takes its button out of the bar and the menu.
     void addToolAction(QAction *action, bool beforeSettings = true);
 
     // The widgets that keep their places, left to right.

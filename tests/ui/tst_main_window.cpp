@@ -11,6 +11,7 @@
 #include "ui/JobContextDialog.h"
 #include "ui/LevelMeter.h"
 #include "ui/OnboardingDialog.h"
+#include "ui/Icons.h"
 #include "ui/QACard.h"
 #include "ui/SettingsDialog.h"
 #include "ui/StatusPill.h"
@@ -451,6 +452,30 @@ private slots:
                                           SessionController::BannerAction::openContext);
         rig.session.controller->setBannerText(QStringLiteral("Microphone unavailable"));
         QVERIFY(rig.window->bannerView()->buttonLabels().isEmpty());
+    }
+
+    void barActionsCanBeAddedAndHidden()
+    {
+        UiRig rig;
+        rig.window->resize(900, 700);
+        showAndWait(rig.window.get());
+        ControlBar *bar = rig.window->controlBar();
+        QTRY_VERIFY(bar->overflowActions().isEmpty());
+        // Another part of the program adds a button: it goes before Settings.
+        auto *extra = new QAction(Icons::icon(Icons::Id::check), QStringLiteral("Check for Updates…"), bar);
+        bar->addToolAction(extra);
+        QCOMPARE(bar->toolActions().at(bar->toolActions().size() - 2), extra);
+        QVERIFY(bar->buttonFor(extra));
+        // A hidden action leaves the bar and the menu alike.
+        QAction *onTop = bar->onTopToggle()->defaultAction();
+        onTop->setVisible(false);
+        QTRY_VERIFY(bar->onTopToggle()->isHidden());
+        rig.window->resize(430, 500);
+        QTRY_VERIFY(!bar->overflowActions().isEmpty());
+        QVERIFY(!bar->overflowActions().contains(onTop));
+        QVERIFY(bar->overflowActions().contains(extra));
+        onTop->setVisible(true);
+        QTRY_VERIFY(bar->overflowActions().contains(onTop));
     }
 
     void finishedCardWithoutAnswerShowsNoProgress()
