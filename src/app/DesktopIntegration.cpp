@@ -20,6 +20,7 @@
 #include <QLabel>
 #include <QSettings>
 #include <QTabWidget>
+#include <QToolButton>
 
 DesktopIntegration::DesktopIntegration(AppShell &shell, const PlatformChoice &platform, QObject *parent)
     : QObject(parent)
@@ -52,7 +53,7 @@ DesktopIntegration::DesktopIntegration(AppShell &shell, const PlatformChoice &pl
     if (!m_platform.stayOnTopWorks) {
         // A toggle that can't do anything is not offered; Settings says why.
         window.alwaysOnTopAction()->setVisible(false);
-        window.controlBar()->onTopToggle()->setVisible(false);
+        window.controlBar()->onTopToggle()->defaultAction()->setVisible(false);
     }
 }
 

@@ -36,7 +36,8 @@ void SessionController::setBannerText(const std::optional<QString> &text)
     if (m_banner != m_bannerOwningLinks) {
         setBannerLinks({});
     }
-    if (!m_banner) {
+    // An action belongs to the text that offered it (setBanner(text, action) sets it after).
+    if (!m_banner || changed) {
         setBannerAction(std::nullopt);
     }
 }

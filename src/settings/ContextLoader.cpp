@@ -5,12 +5,14 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QLocale>
 #include <QRegularExpression>
 #include <QStringDecoder>
 #include <QTextBoundaryFinder>
 
 #include <poppler-qt6.h>
 
+#include <limits>
 #include <memory>
 
 namespace {
@@ -56,6 +58,15 @@ qsizetype cutAfterGraphemes(const QString &text, int limit)
     return -1;
 }
 
+int graphemeCount(const QString &text)
+{
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    int count = 0;
+    while (finder.toNextBoundary() != -1)
+        ++count;
+    return count;
+}
+
 } // namespace
 
 QString ContextLoader::clean(const QString &text, int limit)
@@ -96,6 +107,14 @@ std::optional<QString> ContextLoader::pdfText(const QString &path)
 
 std::optional<QString> ContextLoader::extract(const QString &path)
 {
+    const auto extraction = read(path);
+    if (!extraction)
+        return std::nullopt;
+    return extraction->text;
+}
+
+std::optional<ContextLoader::Extraction> ContextLoader::read(const QString &path)
+{
     const QString ext = QFileInfo(path).suffix().toLower();
     std::optional<QString> raw;
     if (ext == QLatin1String("pdf")) {
@@ -109,7 +128,15 @@ std::optional<QString> ContextLoader::extract(const QString &path)
     }
     if (!raw)
         return std::nullopt;
-    return clean(*raw, perFileLimit);
+    Extraction extraction;
+    extraction.text = clean(*raw, perFileLimit);
+    if (extraction.text.endsWith(QStringLiteral("\n[\u2026truncated]"))) {
+        // Only a text longer than the limit gets the marker; count what it had.
+        const QString full = clean(*raw, std::numeric_limits<int>::max());
+        extraction.total = graphemeCount(full);
+        extraction.cut = extraction.total > perFileLimit;
+    }
+    return extraction;
 }
 
 ContextLoader::Result ContextLoader::load(const QStringList &paths)
@@ -117,14 +144,17 @@ ContextLoader::Result ContextLoader::load(const QStringList &paths)
     Result result;
     QStringList blocks;
     for (const QString &path : paths) {
-        const auto text = extract(path);
+        const auto extraction = read(path);
         const QString name = QFileInfo(path).fileName();
-        if (!text || text->isEmpty()) {
+        if (!extraction || extraction->text.isEmpty()) {
             qCDebug(lcSettings) << "[Ketterbloom] no text from context file" << name;
+            (extraction ? result.noText : result.unreadable).append(name);
             continue;
         }
+        if (extraction->cut)
+            result.cut.append({name, perFileLimit, extraction->total});
         result.names.append(name);
-        blocks.append(QStringLiteral("----- ") + name + QStringLiteral(" -----\n") + *text);
+        blocks.append(QStringLiteral("----- ") + name + QStringLiteral(" -----\n") + extraction->text);
     }
     result.text = blocks.join(QStringLiteral("\n\n"));
     return result;
@@ -160,4 +190,21 @@ QString ContextLoader::panelNothingReadMessage()
 QString ContextLoader::onboardingNothingReadMessage()
 {
     return QStringLiteral("Couldn't read any text from that file.");
+}
+
+QStringList ContextLoader::notes(const Result &result)
+{
+    const QLocale locale;
+    QStringList lines;
+    for (const QString &name : result.noText) {
+        const bool pdf = name.endsWith(QLatin1String(".pdf"), Qt::CaseInsensitive);
+        lines.append(pdf ? QStringLiteral("%1: no text found \u2014 a scanned PDF?").arg(name)
+                         : QStringLiteral("%1: no text found").arg(name));
+    }
+    for (const QString &name : result.unreadable)
+        lines.append(QStringLiteral("%1: could not be read (not a PDF, RTF or UTF-8 text file?)").arg(name));
+    for (const Cut &cut : result.cut)
+        lines.append(QStringLiteral("%1: first %2 of %3 characters used")
+                         .arg(cut.name, locale.toString(cut.used), locale.toString(cut.total)));
+    return lines;
 }

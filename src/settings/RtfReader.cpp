@@ -5,6 +5,7 @@
 #include <QStringDecoder>
 
 #include <array>
+#include <utility>
 
 namespace {
 
@@ -38,6 +39,9 @@ bool isSkippedDestination(const QByteArray &word)
         "xmlnstbl", "themedata", "colorschememapping", "datastore", "latentstyles", "filetbl",
         "revtbl", "bkmkstart", "bkmkend", "datafield", "private", "mmathPr", "pgdsctbl",
         "operator", "author", "title", "subject", "keywords", "comment", "doccomm",
+        // Shape properties, and the drawing-object copy of a text box's text (read once,
+        // from \shptxt).
+        "sp", "shprslt",
     };
     return skipped.contains(word);
 }
@@ -112,6 +116,7 @@ public:
                 flush();
                 m_pendingSkip = 0;
                 m_groups.append(Group(m_groups.last()));
+                m_groups.last().starred = false;
                 break;
             case '}':
                 flush();
@@ -146,6 +151,7 @@ private:
         int unicodeSkip = 1;
         int font = -1;          // current \fN, -1 before any
         bool fontTable = false; // inside \fonttbl, where \fN and \fcharsetN define fonts
+        bool starred = false;   // "\*" opened this group and its destination word is still to come
     };
 
     Group &group() { return m_groups.last(); }
@@ -231,6 +237,7 @@ private:
         }
         case '*':
             group().skip = true;
+            group().starred = true;
             return;
         case '{':
         case '}':
@@ -279,6 +286,12 @@ private:
         }
         if (consumedBySkip())
             return;
+        if (std::exchange(group().starred, false) && word == "shpinst" && m_groups.size() >= 2
+            && !m_groups.at(m_groups.size() - 2).skip) {
+            // A Word shape (a text box): its properties are skipped below, its \shptxt is text.
+            group().skip = false;
+            return;
+        }
         if (word == "fonttbl") {
             group().skip = true;
             group().fontTable = true;

@@ -8,7 +8,8 @@
 // Reads the plain text out of a Rich Text Format document: the visible characters, with
 // paragraph and line breaks as "\n" and tabs as "\t". Formatting is dropped, and so are the
 // destinations that hold no body text (font, colour and style tables, document info,
-// pictures, headers and footers, field instructions, and every "\*" destination).
+// pictures, headers and footers, field instructions, and every "\*" destination except a
+// shape's "\*\shpinst", whose "\shptxt" holds the text of a Word text box).
 //
 // Characters come from plain text, from "\'hh" bytes decoded in the document's code page
 // ("\ansicpg", Windows-1252 when absent, or the character set of the current font when its

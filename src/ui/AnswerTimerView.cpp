@@ -2,15 +2,17 @@
 
 #include "ui/Colors.h"
 #include "ui/DisplayFormat.h"
-#include "ui/Icons.h"
+#include "ui/IconLabel.h"
+#include "ui/Theme.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPainter>
 
 AnswerTimerView::AnswerTimerView(QWidget *parent)
     : QWidget(parent)
-    , m_icon(new QLabel(this))
+    , m_icon(new IconLabel(Icons::Id::mic, this))
     , m_label(new QLabel(this))
 {
     setToolTip(tr("How long you have been answering. It turns amber at 45 seconds. "
@@ -18,17 +20,17 @@ AnswerTimerView::AnswerTimerView(QWidget *parent)
     setAccessibleName(tr("Answer timer"));
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     auto *layout = new QHBoxLayout(this);
-    layout->setContentsMargins(7, 2, 8, 2);
-    layout->setSpacing(4);
+    layout->setContentsMargins(5, 2, 5, 2);
+    layout->setSpacing(3);
     layout->addWidget(m_icon);
     layout->addWidget(m_label);
     QFont f = m_label->font();
     f.setWeight(QFont::DemiBold);
     f.setStyleHint(QFont::Monospace);
-    f.setFamilies({QStringLiteral("DejaVu Sans Mono"), QStringLiteral("monospace")});
+    f.setFamilies({QStringLiteral("DejaVu Sans Mono"), QStringLiteral("Liberation Mono"), QStringLiteral("monospace")});
     m_label->setFont(f);
-    // Room for "88:88" so the bar does not shift as the digits change.
-    m_label->setMinimumWidth(QFontMetrics(f).horizontalAdvance(QStringLiteral("88:88")));
+    // Room for "8:88" so the bar does not shift as the digits change.
+    m_label->setMinimumWidth(QFontMetrics(f).horizontalAdvance(QStringLiteral("8:88")));
     refresh();
 }
 
@@ -46,18 +48,38 @@ QString AnswerTimerView::text() const
     return m_label->text();
 }
 
+QColor AnswerTimerView::textColor() const
+{
+    return Colors::answerTimerText(m_seconds, Theme::isDark(palette()));
+}
+
+QColor AnswerTimerView::backgroundColor() const
+{
+    return Colors::over(Colors::withAlpha(m_color, tintOpacity()), palette().color(QPalette::Window));
+}
+
 void AnswerTimerView::refresh()
 {
     m_color = Colors::answerTimer(m_seconds);
-    const QColor shown = Colors::withAlpha(m_color, opacity());
     m_label->setText(DisplayFormat::shortDuration(m_seconds));
     QPalette pal = m_label->palette();
-    pal.setColor(QPalette::WindowText, shown);
+    pal.setColor(QPalette::WindowText, textColor());
     m_label->setPalette(pal);
-    const QIcon icon = Icons::icon(m_speaking ? Icons::Id::micActive : Icons::Id::mic);
-    m_icon->setPixmap(icon.pixmap(14, 14, m_speaking ? QIcon::Normal : QIcon::Disabled));
+    m_icon->setIcon(m_speaking ? Icons::Id::micActive : Icons::Id::mic);
     setAccessibleDescription(m_label->text());
     update();
+}
+
+void AnswerTimerView::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::PaletteChange && m_color.isValid()) {
+        QPalette pal = m_label->palette();
+        if (pal.color(QPalette::WindowText) != textColor()) {
+            pal.setColor(QPalette::WindowText, textColor());
+            m_label->setPalette(pal);
+        }
+    }
+    QWidget::changeEvent(event);
 }
 
 void AnswerTimerView::paintEvent(QPaintEvent *)
@@ -65,7 +87,7 @@ void AnswerTimerView::paintEvent(QPaintEvent *)
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
     const QRectF r = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
-    p.setPen(QPen(Colors::withAlpha(m_color, 0.35), 1));
-    p.setBrush(Colors::withAlpha(m_color, 0.14));
+    p.setPen(QPen(Colors::withAlpha(m_color, m_speaking ? 0.55 : 0.35), 1));
+    p.setBrush(Colors::withAlpha(m_color, tintOpacity()));
     p.drawRoundedRect(r, 6, 6);
 }

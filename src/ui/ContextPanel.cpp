@@ -11,6 +11,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QLocale>
+#include <QMessageBox>
 #include <QFileInfo>
 #include <QPushButton>
 #include <QStandardPaths>
@@ -28,6 +29,7 @@ ContextPanel::ContextPanel(AppSettings &settings, QWidget *parent)
     , m_settings(settings)
     , m_list(new QListWidget(this))
     , m_error(new QLabel(this))
+    , m_notes(new QLabel(this))
     , m_size(new QLabel(this))
     , m_remove(new QPushButton(tr("&Remove"), this))
     , m_clear(new QPushButton(tr("C&lear All"), this))
@@ -58,9 +60,15 @@ ContextPanel::ContextPanel(AppSettings &settings, QWidget *parent)
     layout->addLayout(row);
 
     m_error->setWordWrap(true);
-    m_error->setStyleSheet(QStringLiteral("color: #e53935;"));
+    QPalette errorPalette = m_error->palette();
+    errorPalette.setColor(QPalette::WindowText, QColor(0xc6, 0x28, 0x28));
+    m_error->setPalette(errorPalette);
     m_error->hide();
     layout->addWidget(m_error);
+    m_notes->setWordWrap(true);
+    m_notes->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_notes->hide();
+    layout->addWidget(m_notes);
     m_reading->setForegroundRole(QPalette::PlaceholderText);
     m_reading->hide();
     layout->addWidget(m_reading);
@@ -75,7 +83,7 @@ ContextPanel::ContextPanel(AppSettings &settings, QWidget *parent)
         if (QListWidgetItem *item = m_list->currentItem())
             removeFile(item->text());
     });
-    connect(m_clear, &QPushButton::clicked, this, &ContextPanel::clearAll);
+    connect(m_clear, &QPushButton::clicked, this, &ContextPanel::confirmClearAll);
     connect(m_list, &QListWidget::currentRowChanged, this, [this](int row) { m_remove->setEnabled(row >= 0); });
     connect(&m_settings, &AppSettings::contextFileNamesChanged, this, &ContextPanel::refresh);
     connect(&m_settings, &AppSettings::instructionsChanged, this, &ContextPanel::refresh);
@@ -129,6 +137,10 @@ void ContextPanel::readNext()
 
 void ContextPanel::apply(const ContextLoader::Result &result)
 {
+    // Files that gave nothing or were cut are named, also when the others read fine.
+    const QStringList notes = ContextLoader::notes(result);
+    m_notes->setText(notes.join(QLatin1Char('\n')));
+    m_notes->setVisible(!notes.isEmpty());
     if (result.text.isEmpty()) {
         m_error->setText(ContextLoader::panelNothingReadMessage());
         m_error->show();
@@ -178,6 +190,31 @@ void ContextPanel::clearAll()
     m_settings.setContextText(QString());
     m_settings.setContextFileNames({});
     m_error->hide();
+    m_notes->hide();
+}
+
+void ContextPanel::confirmClearAll()
+{
+    if (m_confirm)
+        return;
+    const int files = int(m_settings.contextFileNames().size());
+    auto *box = new QMessageBox(QMessageBox::Question, tr("Clear All Context?"),
+                                files > 0 ? tr("Remove all %1 context documents and their text? Answers will no "
+                                               "longer quote them.").arg(files)
+                                          : tr("Remove all context text? Answers will no longer quote it."),
+                                QMessageBox::Cancel, this);
+    QPushButton *clear = box->addButton(tr("Clear All"), QMessageBox::DestructiveRole);
+    box->setDefaultButton(QMessageBox::Cancel);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    connect(clear, &QPushButton::clicked, this, &ContextPanel::clearAll);
+    m_confirm = box;
+    box->open();
+}
+
+QString ContextPanel::notesText() const
+{
+    return m_notes->isHidden() ? QString() : m_notes->text();
 }
 
 QString ContextPanel::errorText() const

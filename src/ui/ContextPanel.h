@@ -4,12 +4,15 @@
 
 #include <QDialog>
 #include <QList>
+#include <QMessageBox>
+#include <QPointer>
 #include <QStringList>
 
 class AppSettings;
 class QFileDialog;
 class QLabel;
 class QListWidget;
+
 class QPushButton;
 
 // The user's context documents: the loaded file names, adding more (PDF, text, Markdown,
@@ -28,8 +31,14 @@ public:
     // Drops one file's name and its block of text.
     void removeFile(const QString &name);
     void clearAll();
+    // Asks first ("Clear All" button); clearAll() runs only when the user confirms.
+    void confirmClearAll();
+    QMessageBox *clearConfirmation() const { return m_confirm; }
+    QPushButton *clearAllButton() const { return m_clear; }
 
     QString errorText() const;
+    // What the last read reported about single files (no text found, cut to the limit).
+    QString notesText() const;
     QString sizeText() const;
     QStringList shownNames() const;
 
@@ -48,6 +57,8 @@ private:
     AppSettings &m_settings;
     QListWidget *m_list;
     QLabel *m_error;
+    QLabel *m_notes;
+    QPointer<QMessageBox> m_confirm;
     QLabel *m_size;
     QPushButton *m_remove;
     QPushButton *m_clear;

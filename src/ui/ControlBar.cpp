@@ -3,54 +3,45 @@
 #include "session/SessionController.h"
 #include "ui/AnswerTimerView.h"
 #include "ui/DisplayFormat.h"
-#include "ui/FlowLayout.h"
+#include "ui/IconLabel.h"
 #include "ui/Icons.h"
 #include "ui/LevelMeter.h"
 #include "ui/StatusPill.h"
 #include "ui/TextSize.h"
 #include "ui/Theme.h"
 
-#include <QCheckBox>
+#include <QAction>
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenu>
 #include <QMouseEvent>
 #include <QPushButton>
 #include <QToolButton>
+#include <QVBoxLayout>
 #include <QWindow>
 
 namespace {
 constexpr int kStartWidth = 74;
 constexpr int kJobLabelMax = 22;
+constexpr int kPadX = 8;
+constexpr int kPadY = 8;
+constexpr int kGroupGap = 5;
+constexpr int kButtonGap = 2;
 
-QWidget *group(QWidget *parent, std::initializer_list<QWidget *> widgets, int spacing = 4)
+QWidget *iconAndLabel(Icons::Id icon, QLabel *label, QWidget *parent, IconLabel **glyphOut = nullptr)
 {
     auto *box = new QWidget(parent);
     auto *layout = new QHBoxLayout(box);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(spacing);
-    for (QWidget *w : widgets)
-        layout->addWidget(w);
+    layout->setSpacing(3);
+    auto *glyph = new IconLabel(icon, box);
+    glyph->setFont(label->font());   // the icon goes with its text's size
+    if (glyphOut)
+        *glyphOut = glyph;
+    layout->addWidget(glyph);
+    layout->addWidget(label);
     return box;
-}
-
-QToolButton *toolButton(const QString &text, Icons::Id icon, const QString &help, QWidget *parent)
-{
-    auto *button = new QToolButton(parent);
-    button->setText(text);
-    button->setIcon(Icons::icon(icon));
-    button->setToolButtonStyle(text.isEmpty() ? Qt::ToolButtonIconOnly : Qt::ToolButtonTextBesideIcon);
-    button->setToolTip(help);
-    button->setAccessibleName(text.isEmpty() ? help : text);
-    button->setFocusPolicy(Qt::StrongFocus);
-    return button;
-}
-
-QLabel *iconLabel(Icons::Id id, QWidget *parent)
-{
-    auto *label = new QLabel(parent);
-    label->setPixmap(Icons::icon(id).pixmap(14, 14));
-    return label;
 }
 } // namespace
 
@@ -58,65 +49,90 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, QWi
     : QWidget(parent)
     , m_settings(settings)
     , m_controller(controller)
+    , m_startStop(new QPushButton(this))
+    , m_status(new StatusPill(this))
+    , m_meters(new QWidget(this))
+    , m_micMeter(new LevelMeter(QStringLiteral("Mic"), m_meters))
+    , m_meetingMeter(new LevelMeter(QStringLiteral("Mtg"), m_meters))
+    , m_timer(new AnswerTimerView(this))
+    , m_clockBox(new QWidget(this))
+    , m_lastAnswer(new QLabel(m_clockBox))
+    , m_clock(new QLabel(m_clockBox))
+    , m_overflow(new QToolButton(this))
+    , m_overflowMenu(new QMenu(this))
 {
     setAccessibleName(tr("Controls"));
-    auto *flow = new FlowLayout(this, 10, 6);
-    flow->setContentsMargins(10, 10, 10, 10);
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 
-    m_startStop = new QPushButton(this);
-    m_startStop->setFixedWidth(kStartWidth);
     m_startStop->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return));
     m_startStop->setDefault(false);
     m_startStop->setAutoDefault(false);
-    m_status = new StatusPill(this);
-    flow->addWidget(group(this, {m_startStop, m_status}, 8));
 
-    m_micMeter = new LevelMeter(QStringLiteral("Mic"), this);
-    m_meetingMeter = new LevelMeter(QStringLiteral("Mtg"), this);
+    // The two meters one above the other, as one column of the row.
+    auto *meters = new QVBoxLayout(m_meters);
+    meters->setContentsMargins(0, 0, 0, 0);
+    meters->setSpacing(3);
+    meters->addWidget(m_micMeter);
+    meters->addWidget(m_meetingMeter);
     m_meetingMeter->setToolTip(tr("Meeting audio level"));
-    flow->addWidget(group(this, {m_micMeter, m_meetingMeter}, 8));
 
-    m_timer = new AnswerTimerView(this);
-    flow->addWidget(m_timer);
-
-    m_lastAnswer = new QLabel(this);
-    m_lastAnswer->setToolTip(tr("Length of your last answer"));
-    m_lastAnswerBox = group(this, {iconLabel(Icons::Id::lastAnswer, this), m_lastAnswer});
-    flow->addWidget(m_lastAnswerBox);
-
-    m_clock = new QLabel(this);
+    // The meeting clock with the last answer's length under it, in one column: room for
+    // "last 0:00" is kept, so nothing moves when it appears.
     m_clock->setToolTip(QStringLiteral("Total meeting time"));
     m_clock->setAccessibleName(QStringLiteral("Total meeting time"));
     QFont mono = m_clock->font();
-    mono.setFamilies({QStringLiteral("DejaVu Sans Mono"), QStringLiteral("monospace")});
+    mono.setFamilies({QStringLiteral("DejaVu Sans Mono"), QStringLiteral("Liberation Mono"), QStringLiteral("monospace")});
     m_clock->setFont(mono);
-    auto *clockBox = group(this, {iconLabel(Icons::Id::clock, this), m_clock});
-    clockBox->setToolTip(QStringLiteral("Total meeting time"));
-    flow->addWidget(clockBox);
+    auto *clockRow = iconAndLabel(Icons::Id::clock, m_clock, m_clockBox, &m_clockGlyph);
+    clockRow->setToolTip(QStringLiteral("Total meeting time"));
+    QFont small = m_lastAnswer->font();
+    small.setPointSizeF(qMax(8.0, small.pointSizeF() - 1));
+    m_lastAnswer->setFont(small);
+    m_lastAnswer->setMinimumWidth(QFontMetrics(small).horizontalAdvance(QStringLiteral("last 0:00")));
+    m_lastAnswer->setToolTip(tr("Length of your last answer"));
+    m_lastAnswerBox = iconAndLabel(Icons::Id::lastAnswer, m_lastAnswer, m_clockBox, &m_lastGlyph);
+    m_lastAnswerBox->setToolTip(tr("Length of your last answer"));
+    QSizePolicy keep = m_lastAnswerBox->sizePolicy();
+    keep.setRetainSizeWhenHidden(true);
+    m_lastAnswerBox->setSizePolicy(keep);
+    auto *clockColumn = new QVBoxLayout(m_clockBox);
+    clockColumn->setContentsMargins(0, 0, 0, 0);
+    clockColumn->setSpacing(0);
+    clockColumn->addWidget(clockRow);
+    clockColumn->addWidget(m_lastAnswerBox);
 
-    m_context = toolButton(QStringLiteral("Context"), Icons::Id::context, tr("Your documents: CV, notes, stories"), this);
-    m_job = toolButton(QStringLiteral("Job"), Icons::Id::job, tr("Company, role, job description and interviewers"), this);
-    flow->addWidget(group(this, {m_context, m_job}));
+    m_contextAction = makeAction(QStringLiteral("Context"), tr("Your documents: CV, notes, stories"), int(Icons::Id::context));
+    m_jobAction = makeAction(QStringLiteral("Job"), tr("Company, role, job description and interviewers"),
+                             int(Icons::Id::job));
+    m_showFilesAction = makeAction(QStringLiteral("Show files"),
+                                   QStringLiteral("Reveal the saved .wav in ~/Documents/Ketterbloom"),
+                                   int(Icons::Id::folder));
+    m_onTopAction = makeAction(QStringLiteral("On top"), tr("Keep this window above all other windows"),
+                               int(Icons::Id::pin));
+    m_onTopAction->setCheckable(true);
+    m_saveWavAction = makeAction(QStringLiteral("Save .wav"),
+                                 tr("Keep a stereo recording of the session (you left, meeting right)"),
+                                 int(Icons::Id::record));
+    m_saveWavAction->setCheckable(true);
+    m_smallerAction = makeAction(tr("Smaller text"), QStringLiteral("Smaller answer text (Ctrl+−)"),
+                                 int(Icons::Id::textSmaller));
+    m_biggerAction = makeAction(tr("Bigger text"), QStringLiteral("Bigger answer text (Ctrl++)"),
+                                int(Icons::Id::textLarger));
+    m_appearanceAction = makeAction(tr("Light / dark"), QStringLiteral("Toggle light / dark (Ctrl+Shift+L)"),
+                                    int(Icons::Id::moon));
+    m_settingsAction = makeAction(QStringLiteral("Settings"), tr("Settings"), int(Icons::Id::settings));
 
-    m_showFiles = toolButton(QStringLiteral("Show files"), Icons::Id::folder,
-                             QStringLiteral("Reveal the saved .wav in ~/Documents/Ketterbloom"), this);
-    flow->addWidget(m_showFiles);
-
-    m_onTop = new QCheckBox(QStringLiteral("On top"), this);
-    m_onTop->setToolTip(tr("Keep this window above all other windows"));
-    m_saveWav = new QCheckBox(QStringLiteral("Save .wav"), this);
-    m_saveWav->setToolTip(tr("Keep a stereo recording of the session (you left, meeting right)"));
-    flow->addWidget(group(this, {m_onTop, m_saveWav}, 8));
-
-    m_smaller = toolButton({}, Icons::Id::textSmaller, QStringLiteral("Smaller answer text (Ctrl+−)"), this);
-    m_bigger = toolButton({}, Icons::Id::textLarger, QStringLiteral("Bigger answer text (Ctrl++)"), this);
-    flow->addWidget(group(this, {m_smaller, m_bigger}, 2));
-
-    m_appearance = toolButton({}, Icons::Id::moon, QStringLiteral("Toggle light / dark (Ctrl+Shift+L)"), this);
-    flow->addWidget(m_appearance);
-
-    m_settingsButton = toolButton(QStringLiteral("Settings"), Icons::Id::settings, tr("Settings"), this);
-    flow->addWidget(m_settingsButton);
+    m_overflow->setText(QStringLiteral("\u22EF"));
+    m_overflow->setIcon(Icons::icon(Icons::Id::more));
+    m_overflow->setToolButtonStyle(Qt::ToolButtonIconOnly);
+    m_overflow->setAutoRaise(true);
+    m_overflow->setToolTip(tr("More controls"));
+    m_overflow->setAccessibleName(tr("More controls"));
+    m_overflow->setFocusPolicy(Qt::StrongFocus);
+    m_overflow->setPopupMode(QToolButton::InstantPopup);
+    m_overflow->setMenu(m_overflowMenu);
+    m_overflow->setStyleSheet(QStringLiteral("QToolButton::menu-indicator { image: none; width: 0; }"));
+    m_overflow->hide();
 
     // Actions.
     connect(m_startStop, &QPushButton::clicked, this, [this] {
@@ -125,16 +141,16 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, QWi
         else
             m_controller.start();
     });
-    connect(m_context, &QToolButton::clicked, this, &ControlBar::contextRequested);
-    connect(m_job, &QToolButton::clicked, this, &ControlBar::jobRequested);
-    connect(m_settingsButton, &QToolButton::clicked, this, &ControlBar::settingsRequested);
-    connect(m_appearance, &QToolButton::clicked, this, &ControlBar::appearanceToggleRequested);
-    connect(m_showFiles, &QToolButton::clicked, this, [this] { m_controller.revealRecording(); });
-    connect(m_onTop, &QCheckBox::toggled, this, [this](bool on) { m_settings.setAlwaysOnTop(on); });
-    connect(m_saveWav, &QCheckBox::toggled, this, [this](bool on) { m_settings.setSaveAudio(on); });
-    connect(m_smaller, &QToolButton::clicked, this,
+    connect(m_contextAction, &QAction::triggered, this, &ControlBar::contextRequested);
+    connect(m_jobAction, &QAction::triggered, this, &ControlBar::jobRequested);
+    connect(m_settingsAction, &QAction::triggered, this, &ControlBar::settingsRequested);
+    connect(m_appearanceAction, &QAction::triggered, this, &ControlBar::appearanceToggleRequested);
+    connect(m_showFilesAction, &QAction::triggered, this, [this] { m_controller.revealRecording(); });
+    connect(m_onTopAction, &QAction::triggered, this, [this](bool on) { m_settings.setAlwaysOnTop(on); });
+    connect(m_saveWavAction, &QAction::triggered, this, [this](bool on) { m_settings.setSaveAudio(on); });
+    connect(m_smallerAction, &QAction::triggered, this,
             [this] { m_settings.setFontSize(TextSize::smaller(m_settings.fontSize())); });
-    connect(m_bigger, &QToolButton::clicked, this,
+    connect(m_biggerAction, &QAction::triggered, this,
             [this] { m_settings.setFontSize(TextSize::bigger(m_settings.fontSize())); });
 
     // Published state.
@@ -146,23 +162,225 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, QWi
     connect(&m_controller, &SessionController::speakingElapsedChanged, this, &ControlBar::refreshTimers);
     connect(&m_controller, &SessionController::lastAnswerDurationChanged, this, &ControlBar::refreshTimers);
     connect(&m_controller, &SessionController::sessionElapsedChanged, this, &ControlBar::refreshTimers);
+    connect(&m_controller, &SessionController::lastRecordingURLChanged, this, &ControlBar::refreshFiles);
+    connect(&m_controller, &SessionController::lastTranscriptURLChanged, this, &ControlBar::refreshFiles);
     connect(&m_settings, &AppSettings::contextFileNamesChanged, this, &ControlBar::refreshContext);
     connect(&m_settings, &AppSettings::roleTitleChanged, this, &ControlBar::refreshJob);
     connect(&m_settings, &AppSettings::streamSourceChanged, this, &ControlBar::refreshMicLabel);
-    connect(&m_settings, &AppSettings::alwaysOnTopChanged, m_onTop, &QCheckBox::setChecked);
-    connect(&m_settings, &AppSettings::saveAudioChanged, m_saveWav, &QCheckBox::setChecked);
+    connect(&m_settings, &AppSettings::alwaysOnTopChanged, m_onTopAction, &QAction::setChecked);
+    connect(&m_settings, &AppSettings::saveAudioChanged, m_saveWavAction, &QAction::setChecked);
     connect(&m_settings, &AppSettings::appearanceChanged, this, &ControlBar::refreshAppearanceIcon);
 
-    m_onTop->setChecked(m_settings.alwaysOnTop());
-    m_saveWav->setChecked(m_settings.saveAudio());
+    m_onTopAction->setChecked(m_settings.alwaysOnTop());
+    m_saveWavAction->setChecked(m_settings.saveAudio());
     refreshSession();
     refreshStatus();
     refreshLevels();
     refreshTimers();
     refreshContext();
     refreshJob();
+    refreshFiles();
     refreshMicLabel();
     refreshAppearanceIcon();
+    refreshIconSizes();
+}
+
+QAction *ControlBar::makeAction(const QString &text, const QString &help, int icon)
+{
+    auto *action = new QAction(Icons::icon(Icons::Id(icon)), text, this);
+    action->setToolTip(help);
+    addToolAction(action, false);
+    return action;
+}
+
+void ControlBar::addToolAction(QAction *action, bool beforeSettings)
+{
+    auto *button = new QToolButton(this);
+    button->setDefaultAction(action);
+    button->setToolButtonStyle(Qt::ToolButtonIconOnly);
+    button->setAutoRaise(true);
+    button->setFocusPolicy(Qt::StrongFocus);
+    const auto name = [button, action] {
+        button->setAccessibleName(action->text());
+        button->setAccessibleDescription(action->toolTip());
+    };
+    name();
+    connect(action, &QAction::changed, button, name);
+    connect(action, &QAction::changed, this, [this] {
+        // A shown or hidden action changes what goes where.
+        m_shownButtons = -1;
+        updateGeometry();
+        relayout();
+    });
+    qsizetype at = m_actions.size();
+    if (beforeSettings && m_actions.size() > 0 && m_actions.constLast() == m_settingsAction)
+        at = m_actions.size() - 1;
+    m_actions.insert(at, action);
+    m_buttons.insert(at, button);
+    button->setIconSize(QSize(Icons::sizeFor(fontMetrics()), Icons::sizeFor(fontMetrics())));
+    m_shownButtons = -1;
+    updateGeometry();
+    relayout();
+}
+
+QToolButton *ControlBar::buttonFor(const QAction *action) const
+{
+    const qsizetype index = m_actions.indexOf(const_cast<QAction *>(action));
+    return index < 0 ? nullptr : m_buttons.at(index);
+}
+
+QList<QAction *> ControlBar::overflowActions() const
+{
+    return m_overflowMenu->actions();
+}
+
+QList<QWidget *> ControlBar::fixedWidgets() const
+{
+    return {m_startStop, m_status, m_meters, m_timer, m_clockBox};
+}
+
+namespace {
+// The room a fixed widget keeps, shown or not.
+QSize reserved(QWidget *widget, int startWidth)
+{
+    QSize size = widget->sizeHint().expandedTo(widget->minimumSizeHint());
+    if (qobject_cast<QPushButton *>(widget))
+        size.setWidth(qMax(startWidth, size.width()));
+    return size;
+}
+} // namespace
+
+int ControlBar::fixedWidth() const
+{
+    int width = kPadX;
+    for (QWidget *w : fixedWidgets())
+        width += reserved(w, kStartWidth).width() + kGroupGap;
+    return width;
+}
+
+int ControlBar::clockIconsWidth() const
+{
+    return qMax(m_clockGlyph->sizeHint().width(), m_lastGlyph->sizeHint().width()) + 3;
+}
+
+void ControlBar::setClockIconsShown(bool shown)
+{
+    if (m_clockGlyph->isHidden() != shown)
+        return;
+    m_clockGlyph->setVisible(shown);
+    m_lastGlyph->setVisible(shown);
+    // The boxes' layouts settle their new widths before the bar places them again.
+    m_clockBox->layout()->activate();
+    m_lastAnswerBox->layout()->activate();
+}
+
+int ControlBar::rowHeight() const
+{
+    int height = 0;
+    for (QWidget *w : fixedWidgets())
+        height = qMax(height, reserved(w, kStartWidth).height());
+    for (QToolButton *b : m_buttons)
+        height = qMax(height, b->sizeHint().height());
+    return height;
+}
+
+QSize ControlBar::sizeHint() const
+{
+    int width = fixedWidth();
+    for (QToolButton *b : m_buttons)
+        width += b->sizeHint().width() + kButtonGap;
+    return {width + kPadX, rowHeight() + 2 * kPadY};
+}
+
+QSize ControlBar::minimumSizeHint() const
+{
+    const int icons = m_clockGlyph->isHidden() ? 0 : clockIconsWidth();
+    return {fixedWidth() - icons + m_overflow->sizeHint().width() + kPadX, rowHeight() + 2 * kPadY};
+}
+
+void ControlBar::relayout()
+{
+    // Where even the fixed controls are short of room, the clock column drops its icons
+    // (their text keeps its place).
+    const int fullWidth = fixedWidth() + (m_clockGlyph->isHidden() ? clockIconsWidth() : 0)
+                          + m_overflow->sizeHint().width() + kPadX;
+    setClockIconsShown(width() >= fullWidth);
+    const int row = rowHeight();
+    const int top = kPadY;
+    int x = kPadX;
+    for (QWidget *w : fixedWidgets()) {
+        const QSize size = reserved(w, kStartWidth);
+        w->setGeometry(x, top + (row - size.height()) / 2, size.width(), size.height());
+        x += size.width() + kGroupGap;
+    }
+
+    // The compact buttons, right-aligned; those that do not fit go into the menu. Buttons
+    // of hidden actions take no room and stay out of the menu.
+    const int right = width() - kPadX;
+    const int available = right - x;
+    QList<qsizetype> offered;
+    for (qsizetype i = 0; i < m_actions.size(); ++i) {
+        if (m_actions.at(i)->isVisible())
+            offered.append(i);
+    }
+    QList<int> widths;
+    int total = -kButtonGap;
+    for (qsizetype i : offered) {
+        widths.append(m_buttons.at(i)->sizeHint().width());
+        total += widths.last() + kButtonGap;
+    }
+    qsizetype shown = offered.size();
+    if (total > available) {
+        const int room = available - m_overflow->sizeHint().width() - kButtonGap;
+        int used = 0;
+        shown = 0;
+        while (shown < offered.size() && used + widths.at(shown) <= room) {
+            used += widths.at(shown) + kButtonGap;
+            ++shown;
+        }
+    }
+    int bx = right;
+    if (shown < offered.size()) {
+        const QSize size = m_overflow->sizeHint();
+        bx -= size.width();
+        m_overflow->setGeometry(bx, top + (row - size.height()) / 2, size.width(), size.height());
+        bx -= kButtonGap;
+    }
+    for (qsizetype k = shown - 1; k >= 0; --k) {
+        QToolButton *button = m_buttons.at(offered.at(k));
+        const QSize size = button->sizeHint();
+        bx -= size.width();
+        button->setGeometry(bx, top + (row - size.height()) / 2, size.width(), size.height());
+        bx -= kButtonGap;
+    }
+    const int layoutKey = int(shown) * 1000 + int(offered.size());
+    if (layoutKey == m_shownButtons)
+        return;
+    m_shownButtons = layoutKey;
+    m_overflowMenu->clear();
+    for (qsizetype i = 0; i < m_buttons.size(); ++i) {
+        const qsizetype k = offered.indexOf(i);
+        m_buttons.at(i)->setVisible(k >= 0 && k < shown);
+        if (k >= shown)
+            m_overflowMenu->addAction(m_actions.at(i));
+    }
+    m_overflow->setVisible(shown < offered.size());
+}
+
+bool ControlBar::event(QEvent *event)
+{
+    if (event->type() == QEvent::LayoutRequest) {
+        updateGeometry();
+        m_shownButtons = -1;
+        relayout();
+    }
+    return QWidget::event(event);
+}
+
+void ControlBar::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    relayout();
 }
 
 QString ControlBar::contextButtonLabel(int fileCount)
@@ -194,6 +412,12 @@ QString ControlBar::micMeterHelp(AppSettings::StreamSource source)
 {
     return isMicStreamed(source) ? QStringLiteral("Mic audio is streamed to the model")
                                  : QStringLiteral("Mic is monitored and recorded locally, but not sent to the model");
+}
+
+QString ControlBar::showFilesDisabledHelp()
+{
+    return QStringLiteral("Nothing saved yet: the transcript and recording of a session appear in "
+                          "~/Documents/Ketterbloom after Stop");
 }
 
 void ControlBar::refreshSession()
@@ -232,14 +456,24 @@ void ControlBar::refreshTimers()
 
 void ControlBar::refreshContext()
 {
-    m_context->setText(contextButtonLabel(int(m_settings.contextFileNames().size())));
-    m_context->setAccessibleName(m_context->text());
+    const QString label = contextButtonLabel(int(m_settings.contextFileNames().size()));
+    m_contextAction->setText(label);
+    m_contextAction->setToolTip(label + QStringLiteral(" \u2014 ") + tr("Your documents: CV, notes, stories"));
 }
 
 void ControlBar::refreshJob()
 {
-    m_job->setText(jobButtonLabel(m_settings.roleTitle()));
-    m_job->setAccessibleName(tr("Job: %1").arg(m_job->text()));
+    const QString label = jobButtonLabel(m_settings.roleTitle());
+    m_jobAction->setText(label);
+    m_jobAction->setToolTip(tr("Job: %1 \u2014 company, role, job description and interviewers").arg(label));
+}
+
+void ControlBar::refreshFiles()
+{
+    const bool saved = !m_controller.lastRecordingURL().isEmpty() || !m_controller.lastTranscriptURL().isEmpty();
+    m_showFilesAction->setEnabled(saved);
+    m_showFilesAction->setToolTip(saved ? QStringLiteral("Reveal the saved .wav in ~/Documents/Ketterbloom")
+                                        : showFilesDisabledHelp());
 }
 
 void ControlBar::refreshMicLabel()
@@ -253,13 +487,26 @@ void ControlBar::refreshMicLabel()
 void ControlBar::refreshAppearanceIcon()
 {
     const bool dark = Theme::isDark(palette());
-    m_appearance->setIcon(Icons::icon(dark ? Icons::Id::sun : Icons::Id::moon));
+    m_appearanceAction->setIcon(Icons::icon(dark ? Icons::Id::sun : Icons::Id::moon));
+}
+
+void ControlBar::refreshIconSizes()
+{
+    const int side = Icons::sizeFor(fontMetrics());
+    for (QToolButton *b : m_buttons)
+        b->setIconSize(QSize(side, side));
+    m_overflow->setIconSize(QSize(side, side));
+    m_startStop->setIconSize(QSize(side, side));
 }
 
 void ControlBar::changeEvent(QEvent *event)
 {
     if (event->type() == QEvent::PaletteChange)
         refreshAppearanceIcon();
+    if (event->type() == QEvent::FontChange) {
+        refreshIconSizes();
+        updateGeometry();
+    }
     QWidget::changeEvent(event);
 }
 

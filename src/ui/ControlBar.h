@@ -2,19 +2,26 @@
 
 #include "settings/AppSettings.h"
 
+#include <QList>
 #include <QWidget>
 
 class AnswerTimerView;
+class IconLabel;
 class LevelMeter;
-class QCheckBox;
+class QAction;
 class QLabel;
+class QMenu;
 class QPushButton;
 class QToolButton;
 class SessionController;
 class StatusPill;
 
-// The row of controls at the top of the window: Start/Stop, status, meters, timers, the
-// context and job buttons, quick toggles, text size, appearance and settings.
+// The row of controls at the top of the window, one row at every width from the window's
+// minimum: Start/Stop, the status pill, the two meters (one above the other), the answer
+// timer, and the meeting clock with the last answer's length under it keep their places (room for each is kept even while it is
+// hidden); then compact icon buttons for the context, the job, the saved files, on top,
+// saving a recording, text size, appearance and settings. Buttons that do not fit go, right
+// to left, into a "⋯" menu holding the same actions.
 class ControlBar : public QWidget
 {
     Q_OBJECT
@@ -27,6 +34,7 @@ public:
     static bool isMicStreamed(AppSettings::StreamSource source);
     static QString micMeterLabel(AppSettings::StreamSource source);
     static QString micMeterHelp(AppSettings::StreamSource source);
+    static QString showFilesDisabledHelp();
 
     QPushButton *startStopButton() const { return m_startStop; }
     StatusPill *statusPill() const { return m_status; }
@@ -35,15 +43,32 @@ public:
     AnswerTimerView *answerTimer() const { return m_timer; }
     QLabel *lastAnswerLabel() const { return m_lastAnswer; }
     QLabel *clockLabel() const { return m_clock; }
-    QToolButton *contextButton() const { return m_context; }
-    QToolButton *jobButton() const { return m_job; }
-    QToolButton *showFilesButton() const { return m_showFiles; }
-    QCheckBox *onTopToggle() const { return m_onTop; }
-    QCheckBox *saveWavToggle() const { return m_saveWav; }
-    QToolButton *smallerButton() const { return m_smaller; }
-    QToolButton *biggerButton() const { return m_bigger; }
-    QToolButton *appearanceButton() const { return m_appearance; }
-    QToolButton *settingsButton() const { return m_settingsButton; }
+    QToolButton *contextButton() const { return buttonFor(m_contextAction); }
+    QToolButton *jobButton() const { return buttonFor(m_jobAction); }
+    QToolButton *showFilesButton() const { return buttonFor(m_showFilesAction); }
+    QToolButton *onTopToggle() const { return buttonFor(m_onTopAction); }
+    QToolButton *saveWavToggle() const { return buttonFor(m_saveWavAction); }
+    QToolButton *smallerButton() const { return buttonFor(m_smallerAction); }
+    QToolButton *biggerButton() const { return buttonFor(m_biggerAction); }
+    QToolButton *appearanceButton() const { return buttonFor(m_appearanceAction); }
+    QToolButton *settingsButton() const { return buttonFor(m_settingsAction); }
+    QToolButton *overflowButton() const { return m_overflow; }
+
+    // The actions of the compact buttons, left to right; the "⋯" menu shows those whose
+    // buttons did not fit.
+    const QList<QAction *> &toolActions() const { return m_actions; }
+    QList<QAction *> overflowActions() const;
+    QToolButton *buttonFor(const QAction *action) const;
+    // Adds a compact button for `action` at the right end of the bar (before Settings when
+    // `beforeSettings`). The action needs an icon and a text; its tool tip is its help. An
+    // action made invisible takes its button out of the bar and the menu.
+    void addToolAction(QAction *action, bool beforeSettings = true);
+
+    // The widgets that keep their places, left to right.
+    QList<QWidget *> fixedWidgets() const;
+
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
 
 signals:
     void contextRequested();
@@ -52,37 +77,57 @@ signals:
     void appearanceToggleRequested();
 
 protected:
+    bool event(QEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
     void changeEvent(QEvent *event) override;
     // Dragging the bar's background moves the window.
     void mousePressEvent(QMouseEvent *event) override;
 
 private:
+    QAction *makeAction(const QString &text, const QString &help, int icon);
+    void relayout();
+    int fixedWidth() const;
+    int rowHeight() const;
+    int clockIconsWidth() const;
+    void setClockIconsShown(bool shown);
     void refreshSession();
     void refreshStatus();
     void refreshLevels();
     void refreshTimers();
     void refreshContext();
     void refreshJob();
+    void refreshFiles();
     void refreshMicLabel();
     void refreshAppearanceIcon();
+    void refreshIconSizes();
 
     AppSettings &m_settings;
     SessionController &m_controller;
     QPushButton *m_startStop;
     StatusPill *m_status;
+    QWidget *m_meters;
     LevelMeter *m_micMeter;
     LevelMeter *m_meetingMeter;
     AnswerTimerView *m_timer;
-    QWidget *m_lastAnswerBox;
+    QWidget *m_clockBox;
+    QWidget *m_lastAnswerBox = nullptr;
     QLabel *m_lastAnswer;
     QLabel *m_clock;
-    QToolButton *m_context;
-    QToolButton *m_job;
-    QToolButton *m_showFiles;
-    QCheckBox *m_onTop;
-    QCheckBox *m_saveWav;
-    QToolButton *m_smaller;
-    QToolButton *m_bigger;
-    QToolButton *m_appearance;
-    QToolButton *m_settingsButton;
+    IconLabel *m_clockGlyph = nullptr;
+    IconLabel *m_lastGlyph = nullptr;
+
+    QList<QAction *> m_actions;
+    QList<QToolButton *> m_buttons;
+    QAction *m_contextAction = nullptr;
+    QAction *m_jobAction = nullptr;
+    QAction *m_showFilesAction = nullptr;
+    QAction *m_onTopAction = nullptr;
+    QAction *m_saveWavAction = nullptr;
+    QAction *m_smallerAction = nullptr;
+    QAction *m_biggerAction = nullptr;
+    QAction *m_appearanceAction = nullptr;
+    QAction *m_settingsAction = nullptr;
+    QToolButton *m_overflow;
+    QMenu *m_overflowMenu;
+    int m_shownButtons = -1;
 };

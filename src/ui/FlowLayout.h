@@ -4,7 +4,7 @@
 #include <QList>
 
 // Lays its items out left to right and wraps onto further rows when the width runs out, so
-// the control bar keeps its order at any window width.
+// the banner's buttons keep their order and full labels at any window width.
 class FlowLayout : public QLayout
 {
 public:

@@ -1,9 +1,16 @@
 #pragma once
 
+#include "ui/MeterBallistics.h"
+
 #include <QColor>
 #include <QWidget>
 
-// A small labelled bar showing an audio level from 0 to 1.
+#include <functional>
+
+class QTimer;
+
+// A small labelled bar showing an audio level from 0 to 1: it rises at once, falls back
+// smoothly and marks the recent peak (see MeterBallistics).
 class LevelMeter : public QWidget
 {
     Q_OBJECT
@@ -18,12 +25,20 @@ public:
     // Values outside 0...1 are clamped when drawn.
     void setLevel(float level);
     float level() const { return m_level; }
+    // The level the bar shows now and its peak mark, after smoothing.
+    double shownLevel() const { return m_ballistics.level(); }
+    double peakLevel() const { return m_ballistics.peak(); }
+
+    // Seconds on a monotonic clock; tests pass their own.
+    void setClock(std::function<double()> clock);
+    // Lets the animation catch up with the clock (what its timer does).
+    void tick();
 
     // A larger bar than the control bar's, for the sound check.
     void setBarSize(int width, int height);
 
-    // The filled part of the bar in pixels: the bar's width times the clamped level.
-    double filledWidth() const { return filledWidth(m_level, m_barWidth); }
+    // The filled part of the bar in pixels: the bar's width times the shown level.
+    double filledWidth() const { return filledWidth(float(shownLevel()), m_barWidth); }
     QColor fillColor() const;
     static double filledWidth(float level, int barWidth = kBarWidth);
 
@@ -35,9 +50,14 @@ protected:
 
 private:
     QFont labelFont() const;
+    double elapsed();
 
     QString m_label;
     float m_level = 0;
     int m_barWidth = kBarWidth;
     int m_barHeight = kBarHeight;
+    MeterBallistics m_ballistics;
+    std::function<double()> m_clock;
+    double m_lastTime = -1;
+    QTimer *m_animation;
 };

@@ -74,6 +74,9 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
     connect(&m_controller, &SessionController::pairInserted, m_transcript, &TranscriptView::pairInserted);
     connect(&m_controller, &SessionController::pairChanged, m_transcript, &TranscriptView::pairChanged);
     connect(&m_controller, &SessionController::pairsReset, m_transcript, &TranscriptView::pairsReset);
+    connect(&m_controller, &SessionController::isSessionActiveChanged, this,
+            [this] { m_transcript->setSessionLive(m_controller.isSessionActive()); });
+    m_transcript->setSessionLive(m_controller.isSessionActive());
 
     connect(m_controlBar, &ControlBar::contextRequested, this, &MainWindow::openContextPanel);
     connect(m_controlBar, &ControlBar::jobRequested, this, &MainWindow::openJobContext);
@@ -112,6 +115,7 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
     buildMenus();
     applyFonts();
     applyAppearance();
+    m_banner->setMaximumBannerHeight(qMax(40, defaultHeight / 3));
     applyAlwaysOnTop();
     refreshBanner();
     restoreFrame();
@@ -235,11 +239,28 @@ bool MainWindow::isRestorableFrame(const QRect &frame)
     return frame.isValid() && frame.width() >= kRestorableWidth && frame.height() >= kRestorableHeight;
 }
 
+QRect MainWindow::placedFrame(const QRect &frame, const QList<QRect> &screens, const QRect &primaryAvailable)
+{
+    const qint64 area = qint64(frame.width()) * frame.height();
+    for (const QRect &screen : screens) {
+        const QRect on = screen.intersected(frame);
+        if (on.isValid() && qint64(on.width()) * on.height() * 2 >= area)
+            return frame;
+    }
+    QRect placed(QPoint(0, 0), frame.size().boundedTo(primaryAvailable.size()));
+    placed.moveCenter(primaryAvailable.center());
+    return placed;
+}
+
 void MainWindow::restoreFrame()
 {
     const QRect stored = m_settings.store().value(QLatin1String(frameKey)).toRect();
     if (isRestorableFrame(stored)) {
-        setGeometry(stored);
+        QList<QRect> screens;
+        for (const QScreen *screen : QGuiApplication::screens())
+            screens.append(screen->geometry());
+        const QScreen *primary = QGuiApplication::primaryScreen();
+        setGeometry(primary ? placedFrame(stored, screens, primary->availableGeometry()) : stored);
         return;
     }
     resize(defaultWidth, defaultHeight);
@@ -263,6 +284,8 @@ void MainWindow::moveEvent(QMoveEvent *event)
 void MainWindow::resizeEvent(QResizeEvent *event)
 {
     QMainWindow::resizeEvent(event);
+    // The banner never takes more than a third of the window.
+    m_banner->setMaximumBannerHeight(qMax(40, height() / 3));
     if (m_shownOnce)
         m_frameSaveTimer->start();
 }

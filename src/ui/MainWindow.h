@@ -76,6 +76,10 @@ public:
 
     // A stored frame is used only when at least 380 by 300.
     static bool isRestorableFrame(const QRect &frame);
+    // Where a restored frame goes: where it was, unless less than half of it lies on any one
+    // screen (a monitor that is gone, a changed arrangement); then onto the primary screen's
+    // available area, at the same size where it fits.
+    static QRect placedFrame(const QRect &frame, const QList<QRect> &screens, const QRect &primaryAvailable);
     // Writes the frame now (otherwise it is written shortly after a move or resize).
     void saveFrame();
 

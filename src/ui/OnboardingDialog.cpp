@@ -1,5 +1,6 @@
 #include "ui/OnboardingDialog.h"
 
+#include "keycheck/ApiKeyCheck.h"
 #include "session/SessionController.h"
 #include "settings/AppSettings.h"
 #include "settings/ContextLoader.h"
@@ -10,6 +11,7 @@
 #include "ui/LevelMeter.h"
 
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -96,6 +98,30 @@ QWidget *OnboardingDialog::buildKeyPage()
     layout->addSpacing(8);
     layout->addWidget(label);
     layout->addWidget(m_key);
+    m_keyCheck = new ApiKeyCheck(this);
+    m_checkKey = new QPushButton(tr("&Check key"), page);
+    m_checkKey->setToolTip(tr("Ask the service whether this key works"));
+    m_checkKey->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    m_keyStatus = body(QString(), page);
+    m_keyStatus->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_keyStatus->hide();
+    auto *checkRow = new QHBoxLayout;
+    checkRow->addWidget(m_checkKey, 0, Qt::AlignTop);
+    checkRow->addWidget(m_keyStatus, 1);
+    checkRow->addStretch(0);
+    layout->addLayout(checkRow);
+    connect(m_checkKey, &QPushButton::clicked, this, &OnboardingDialog::checkKey);
+    connect(m_key->lineEdit(), &QLineEdit::textEdited, this, [this] {
+        m_keyCheck->cancel();
+        m_keyStatus->hide();
+        m_checkKey->setEnabled(true);
+    });
+    connect(m_keyCheck, &ApiKeyCheck::finished, this, [this](const ApiKeyCheck::Result &result) {
+        const bool works = result.outcome == ApiKeyCheck::Outcome::works;
+        m_keyStatus->setText((works ? QStringLiteral("\u2713 ") : QStringLiteral("\u2717 ")) + result.message);
+        m_keyStatus->show();
+        m_checkKey->setEnabled(true);
+    });
     auto *note = body(tr("Stored in a file only you can read. You can change it later in Settings."), page);
     note->setForegroundRole(QPalette::PlaceholderText);
     layout->addWidget(note);
@@ -122,6 +148,10 @@ QWidget *OnboardingDialog::buildContextPage()
     row->addStretch(1);
     layout->addLayout(row);
     layout->addWidget(m_contextList);
+    m_contextNote = body(QString(), page);
+    m_contextNote->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_contextNote->hide();
+    layout->addWidget(m_contextNote);
     layout->addWidget(body(tr("You can skip this and add documents later with the Context button."), page));
     layout->addStretch(1);
     connect(add, &QPushButton::clicked, this, &OnboardingDialog::chooseContextFiles);
@@ -258,14 +288,38 @@ void OnboardingDialog::loadContextFiles(const QStringList &paths)
     if (paths.isEmpty() || m_readingContext)
         return;
     m_readingContext = true;
+    m_contextNote->setText(paths.size() == 1 ? tr("Reading %1…").arg(QFileInfo(paths.first()).fileName())
+                                             : tr("Reading %1 files…").arg(paths.size()));
+    m_contextNote->show();
     BackgroundContextLoad::start(this, paths, [this](const ContextLoader::Result &result) {
         m_readingContext = false;
-        if (result.text.isEmpty()) {
-            m_controller.setBannerText(ContextLoader::onboardingNothingReadMessage());
-            return;
-        }
-        m_settings.replaceContext(result.text, result.names);
+        // Shown here, in the dialog the user is looking at.
+        QStringList lines = ContextLoader::notes(result);
+        if (result.text.isEmpty())
+            lines.prepend(ContextLoader::onboardingNothingReadMessage());
+        else
+            m_settings.replaceContext(result.text, result.names);
+        m_contextNote->setText(lines.join(QLatin1Char('\n')));
+        m_contextNote->setVisible(!lines.isEmpty());
     });
+}
+
+void OnboardingDialog::checkKey()
+{
+    m_checkKey->setEnabled(false);
+    m_keyStatus->setText(tr("Checking…"));
+    m_keyStatus->show();
+    m_keyCheck->check(m_key->text());
+}
+
+QString OnboardingDialog::keyStatusText() const
+{
+    return m_keyStatus->isHidden() ? QString() : m_keyStatus->text();
+}
+
+QString OnboardingDialog::contextNoteText() const
+{
+    return m_contextNote->isHidden() ? QString() : m_contextNote->text();
 }
 
 void OnboardingDialog::refreshContextList()

@@ -2,6 +2,7 @@
 
 #include <QDialog>
 
+class ApiKeyCheck;
 class ApiKeyField;
 class AppSettings;
 class AudioEnvironment;
@@ -40,6 +41,13 @@ public:
     QString soundServerText() const;
     QString microphoneText() const;
     LevelMeter *micMeter() const { return m_meter; }
+    // Asks the service whether the key in the field works; the answer shows under it.
+    void checkKey();
+    ApiKeyCheck *keyCheck() const { return m_keyCheck; }
+    QPushButton *checkKeyButton() const { return m_checkKey; }
+    QString keyStatusText() const;
+    // What reading the context documents reported (nothing read, files without text, cuts).
+    QString contextNoteText() const;
 
 protected:
     void done(int result) override;
@@ -64,6 +72,10 @@ private:
     QPushButton *m_next;
     ApiKeyField *m_key = nullptr;
     QListWidget *m_contextList = nullptr;
+    QLabel *m_contextNote = nullptr;
+    ApiKeyCheck *m_keyCheck = nullptr;
+    QPushButton *m_checkKey = nullptr;
+    QLabel *m_keyStatus = nullptr;
     QLabel *m_server = nullptr;
     QLabel *m_mic = nullptr;
     LevelMeter *m_meter = nullptr;

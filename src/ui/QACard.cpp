@@ -1,11 +1,16 @@
 #include "ui/QACard.h"
 
 #include "ui/Colors.h"
+#include "ui/FlowLayout.h"
+#include "ui/IconLabel.h"
 #include "ui/Icons.h"
+#include "ui/StreamingText.h"
+#include "ui/Theme.h"
 
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QProgressBar>
 #include <QRegularExpression>
@@ -34,6 +39,14 @@ void setTextColor(QWidget *widget, const QColor &color)
     widget->setPalette(pal);
 }
 
+QLabel *wrappingLabel(QWidget *parent)
+{
+    auto *label = new QLabel(parent);
+    label->setWordWrap(true);
+    label->setTextFormat(Qt::PlainText);
+    return label;
+}
+
 // The small "updated" badge: accent text on the accent colour at 0.18 opacity.
 class Badge : public QLabel
 {
@@ -52,14 +65,6 @@ protected:
         QLabel::paintEvent(event);
     }
 };
-
-QLabel *iconLabel(Icons::Id id, int size, QWidget *parent)
-{
-    auto *label = new QLabel(parent);
-    label->setPixmap(Icons::icon(id).pixmap(size, size));
-    label->setFixedSize(size, size);
-    return label;
-}
 } // namespace
 
 QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, QWidget *parent)
@@ -68,45 +73,48 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     , m_fonts(fonts)
     , m_myAnswerShown(myAnswerShown)
 {
-    setAttribute(Qt::WA_OpaquePaintEvent, false);
     auto *layout = new QVBoxLayout(this);
     m_layout = layout;
     layout->setContentsMargins(10, 10, 10, 10);
     layout->setSpacing(5);
 
-    auto *header = new QHBoxLayout;
-    header->setSpacing(5);
-    m_interviewerIcon = iconLabel(Icons::Id::interviewer, 14, this);
-    m_interviewer = new QLabel(QStringLiteral("Interviewer"), this);
-    m_timestamp = new QLabel(this);
-    m_updated = new Badge(QStringLiteral("updated"), this);
+    // The header wraps onto a second line rather than run out of the card at large sizes.
+    auto *headerBox = new QWidget(this);
+    auto *header = new FlowLayout(headerBox, 6, 2);
+    header->setContentsMargins(0, 0, 0, 0);
+    m_interviewerIcon = new IconLabel(Icons::Id::interviewer, headerBox);
+    m_interviewer = new QLabel(QStringLiteral("Interviewer"), headerBox);
+    m_timestamp = new QLabel(headerBox);
+    m_updated = new Badge(QStringLiteral("updated"), headerBox);
     m_updated->setContentsMargins(5, 0, 5, 0);
     header->addWidget(m_interviewerIcon);
     header->addWidget(m_interviewer);
     header->addWidget(m_timestamp);
     header->addWidget(m_updated);
-    header->addStretch(1);
-    layout->addLayout(header);
+    layout->addWidget(headerBox);
 
-    m_question = new QLabel(this);
-    m_question->setWordWrap(true);
+    m_question = wrappingLabel(this);
     m_question->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_question->setTextFormat(Qt::PlainText);
     layout->addWidget(m_question);
 
-    auto *answerHeader = new QHBoxLayout;
+    m_answerHeader = new QWidget(this);
+    auto *answerHeader = new QHBoxLayout(m_answerHeader);
+    answerHeader->setContentsMargins(0, 0, 0, 0);
     answerHeader->setSpacing(5);
-    m_copilotIcon = iconLabel(Icons::Id::copilot, 12, this);
-    m_copilot = new QLabel(QStringLiteral("Copilot"), this);
+    m_copilotIcon = new IconLabel(Icons::Id::copilot, m_answerHeader);
+    m_copilot = new QLabel(QStringLiteral("Copilot"), m_answerHeader);
     answerHeader->addWidget(m_copilotIcon);
     answerHeader->addWidget(m_copilot);
     answerHeader->addStretch(1);
-    layout->addLayout(answerHeader);
+    layout->addWidget(m_answerHeader);
 
-    m_answer = new QLabel(this);
-    m_answer->setWordWrap(true);
-    m_answer->setTextFormat(Qt::PlainText);
+    // A complete answer is a selectable label; one still streaming grows in a text document.
+    m_answer = wrappingLabel(this);
+    m_answer->setTextInteractionFlags(Qt::TextSelectableByMouse);
     layout->addWidget(m_answer);
+    m_stream = new StreamingText(this);
+    m_stream->hide();
+    layout->addWidget(m_stream);
 
     setFonts(fonts);
     refreshAll();
@@ -125,12 +133,11 @@ void QACard::ensureThinkingRow()
     m_thinkingBar->setTextVisible(false);
     m_thinkingBar->setFixedSize(36, 6);
     m_thinkingBar->setAccessibleName(tr("Answer in progress"));
-    m_thinking = new QLabel(m_thinkingRow);
+    m_thinking = wrappingLabel(m_thinkingRow);
     m_thinking->setFont(m_fonts.meta);
     thinking->addWidget(m_thinkingBar);
-    thinking->addWidget(m_thinking);
-    thinking->addStretch(1);
-    m_layout->insertWidget(m_layout->indexOf(m_answer) + 1, m_thinkingRow);
+    thinking->addWidget(m_thinking, 1);
+    m_layout->insertWidget(m_layout->indexOf(m_stream) + 1, m_thinkingRow);
     applyPaletteColors();
 }
 
@@ -141,36 +148,37 @@ void QACard::ensureMyAnswerRow()
     m_myAnswerRow = new QWidget(this);
     auto *row = new QHBoxLayout(m_myAnswerRow);
     row->setContentsMargins(0, 2, 0, 0);
-    row->setSpacing(3);
+    row->setSpacing(4);
     m_chevron = new QToolButton(m_myAnswerRow);
     m_chevron->setAutoRaise(true);
-    m_chevron->setFocusPolicy(Qt::NoFocus);
-    m_chevron->setFixedSize(14, 14);
-    m_chevron->setIconSize(QSize(8, 8));
-    m_personIcon = iconLabel(Icons::Id::person, 12, m_myAnswerRow);
-    m_myAnswerButton = new QToolButton(m_myAnswerRow);
-    m_myAnswerButton->setAutoRaise(true);
-    m_myAnswerButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
-    m_myAnswerButton->setFont(m_fonts.meta);
+    m_chevron->setFocusPolicy(Qt::StrongFocus);
+    m_personIcon = new IconLabel(Icons::Id::person, m_myAnswerRow);
+    m_myAnswerLabel = wrappingLabel(m_myAnswerRow);
+    m_myAnswerLabel->setCursor(Qt::PointingHandCursor);
+    m_myAnswerLabel->installEventFilter(this);
     m_wordCount = new QLabel(m_myAnswerRow);
-    m_wordCount->setFont(m_fonts.meta);
-    row->addWidget(m_chevron);
-    row->addWidget(m_personIcon);
-    row->addWidget(m_myAnswerButton);
-    row->addWidget(m_wordCount);
-    row->addStretch(1);
+    row->addWidget(m_chevron, 0, Qt::AlignTop);
+    row->addWidget(m_personIcon, 0, Qt::AlignTop);
+    row->addWidget(m_myAnswerLabel, 1);
+    row->addWidget(m_wordCount, 0, Qt::AlignTop);
     m_layout->addWidget(m_myAnswerRow);
-    auto toggle = [this] { emit toggleMyAnswer(m_pair.id); };
-    connect(m_chevron, &QToolButton::clicked, this, toggle);
-    connect(m_myAnswerButton, &QToolButton::clicked, this, toggle);
+    connect(m_chevron, &QToolButton::clicked, this, [this] { emit toggleMyAnswer(m_pair.id); });
 
-    m_myAnswer = new QLabel(this);
-    m_myAnswer->setWordWrap(true);
+    m_myAnswer = wrappingLabel(this);
     m_myAnswer->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_myAnswer->setTextFormat(Qt::PlainText);
-    m_myAnswer->setFont(m_fonts.answer);
     m_layout->addWidget(m_myAnswer);
+    setFonts(m_fonts);
     applyPaletteColors();
+}
+
+bool QACard::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_myAnswerLabel && event->type() == QEvent::MouseButtonRelease
+        && static_cast<QMouseEvent *>(event)->button() == Qt::LeftButton) {
+        emit toggleMyAnswer(m_pair.id);
+        return true;
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 QString QACard::placeholderText(const QAPair &pair)
@@ -178,9 +186,10 @@ QString QACard::placeholderText(const QAPair &pair)
     return pair.wasExtended ? QStringLiteral("re-answering the full question…") : QStringLiteral("thinking");
 }
 
-QString QACard::myAnswerLabel(const QAPair &pair)
+QString QACard::myAnswerLabel(const QAPair &pair, bool sessionLive)
 {
-    return pair.myAnswerInProgress ? QStringLiteral("My answer (recording…)") : QStringLiteral("My answer");
+    return pair.myAnswerInProgress && sessionLive ? QStringLiteral("My answer (recording…)")
+                                                  : QStringLiteral("My answer");
 }
 
 int QACard::wordCount(const QString &text)
@@ -199,9 +208,14 @@ QString QACard::wordCountLabel(const QAPair &pair, bool shown)
     return QString::number(n) + QStringLiteral(" words");
 }
 
-bool QACard::showsMyAnswerRow(const QAPair &pair)
+bool QACard::showsMyAnswerRow(const QAPair &pair, bool sessionLive)
 {
-    return pair.myAnswerInProgress || !pair.myAnswer.isEmpty();
+    return (pair.myAnswerInProgress && sessionLive) || !pair.myAnswer.isEmpty();
+}
+
+bool QACard::showsThinking(const QAPair &pair, bool sessionLive)
+{
+    return pair.answer.isEmpty() && !pair.isComplete && sessionLive;
 }
 
 void QACard::setPair(const QAPair &pair)
@@ -215,31 +229,64 @@ void QACard::setPair(const QAPair &pair)
         m_updated->setVisible(pair.wasExtended);
     if (old.question != pair.question)
         m_question->setText(pair.question);
-    if (old.answer != pair.answer || old.wasExtended != pair.wasExtended || old.isComplete != pair.isComplete)
-        refreshAnswer();
+    if (old.answer != pair.answer || old.wasExtended != pair.wasExtended || old.isComplete != pair.isComplete) {
+        // An answer that only grew while streaming waits for the next frame.
+        const bool grew = !pair.isComplete && !old.isComplete && !old.answer.isEmpty()
+                          && pair.answer.startsWith(old.answer) && old.wasExtended == pair.wasExtended;
+        if (grew)
+            m_pendingText = true;
+        else
+            refreshAnswer();
+    }
     if (old.myAnswer != pair.myAnswer || old.myAnswerInProgress != pair.myAnswerInProgress)
         refreshMyAnswer();
     if (old.id != pair.id)
         setAccessibleName(tr("Question at %1").arg(pair.timestamp));
 }
 
+void QACard::applyPendingText()
+{
+    if (!m_pendingText)
+        return;
+    m_pendingText = false;
+    m_stream->setText(m_pair.answer);
+}
+
+void QACard::setSessionLive(bool live)
+{
+    if (live == m_sessionLive)
+        return;
+    m_sessionLive = live;
+    if (m_pair.myAnswerInProgress)
+        refreshMyAnswer();
+    if (m_pair.answer.isEmpty())
+        refreshAnswer();
+}
+
 void QACard::setFonts(const CardFonts &fonts)
 {
     m_fonts = fonts;
     m_interviewer->setFont(semibold(fonts.meta));
+    m_interviewerIcon->setFont(fonts.meta);
     m_timestamp->setFont(monospaced(fonts.meta));
     QFont badge = fonts.meta;
     badge.setPointSizeF(qMax(8.0, fonts.meta.pointSizeF() - 1));
     m_updated->setFont(badge);
     m_question->setFont(fonts.question);
     m_copilot->setFont(semibold(fonts.meta));
+    m_copilotIcon->setFont(fonts.meta);
     m_answer->setFont(fonts.answer);
+    m_stream->setFont(fonts.answer);
     if (m_thinking)
         m_thinking->setFont(fonts.meta);
     if (m_myAnswerRow) {
-        m_myAnswerButton->setFont(fonts.meta);
+        m_myAnswerLabel->setFont(fonts.meta);
+        m_personIcon->setFont(fonts.meta);
         m_wordCount->setFont(fonts.meta);
         m_myAnswer->setFont(fonts.answer);
+        const int side = Icons::sizeFor(QFontMetrics(fonts.meta));
+        m_chevron->setIconSize(QSize(side * 2 / 3, side * 2 / 3));
+        m_chevron->setFixedSize(side + 4, side + 4);
     }
 }
 
@@ -257,9 +304,6 @@ void QACard::refreshAll()
     m_timestamp->setText(m_pair.timestamp);
     m_updated->setVisible(m_pair.wasExtended);
     m_question->setText(m_pair.question);
-    // Fixed colours that follow no palette role.
-    setTextColor(m_interviewer, Colors::accent());
-    setTextColor(m_updated, Colors::accent());
     m_updated->setAccessibleName(tr("Question updated"));
     refreshAnswer();
     refreshMyAnswer();
@@ -268,13 +312,18 @@ void QACard::refreshAll()
 
 void QACard::applyPaletteColors()
 {
-    const QColor text = palette().color(QPalette::WindowText);
-    setTextColor(m_copilot, Colors::withAlpha(text, 0.6));
+    const bool dark = Theme::isDark(palette());
+    const QColor secondary = Colors::over(Colors::withAlpha(palette().color(QPalette::WindowText), 0.74),
+                                          Colors::cardBackground(palette()));
+    setTextColor(m_interviewer, Colors::accentText(dark));
+    setTextColor(m_updated, Colors::accentText(dark));
+    setTextColor(m_copilot, secondary);
+    setTextColor(m_timestamp, secondary);
     if (m_thinking)
-        setTextColor(m_thinking, Colors::withAlpha(text, 0.6));
+        setTextColor(m_thinking, secondary);
     if (m_myAnswerRow) {
-        setTextColor(m_wordCount, Colors::withAlpha(text, 0.55));
-        setTextColor(m_myAnswerButton, Colors::withAlpha(text, 0.75));
+        setTextColor(m_wordCount, secondary);
+        setTextColor(m_myAnswerLabel, secondary);
     }
 }
 
@@ -287,33 +336,45 @@ void QACard::changeEvent(QEvent *event)
 
 void QACard::refreshAnswer()
 {
+    m_pendingText = false;
     const bool empty = m_pair.answer.isEmpty();
-    // Selectable text is laid out through a text document, several times dearer than a plain
-    // label; a streaming answer becomes selectable once it is complete.
-    m_answer->setTextInteractionFlags(m_pair.isComplete ? Qt::TextSelectableByMouse : Qt::NoTextInteraction);
-    m_answer->setText(m_pair.answer);
-    m_answer->setVisible(!empty);
-    if (empty)
+    const bool streaming = !empty && !m_pair.isComplete;
+    if (streaming) {
+        m_stream->setText(m_pair.answer);
+        m_answer->clear();
+    } else {
+        m_stream->clear();
+        m_answer->setText(m_pair.answer);
+    }
+    m_stream->setVisible(streaming);
+    m_answer->setVisible(!empty && !streaming);
+    // A card whose answer is not coming (finished empty, or the session stopped first) shows
+    // neither the answer header nor a progress line.
+    const bool thinking = showsThinking(m_pair, m_sessionLive);
+    m_answerHeader->setVisible(!empty || thinking);
+    if (thinking)
         ensureThinkingRow();
     if (m_thinkingRow) {
-        m_thinkingRow->setVisible(empty);
-        if (empty)
+        m_thinkingRow->setVisible(thinking);
+        if (thinking)
             m_thinking->setText(placeholderText(m_pair));
     }
 }
 
 void QACard::refreshMyAnswer()
 {
-    const bool showRow = showsMyAnswerRow(m_pair);
+    const bool showRow = showsMyAnswerRow(m_pair, m_sessionLive);
     if (!showRow && !m_myAnswerRow)
         return;
     ensureMyAnswerRow();
     m_myAnswerRow->setVisible(showRow);
     m_chevron->setIcon(Icons::icon(m_myAnswerShown ? Icons::Id::expand : Icons::Id::collapse));
-    m_myAnswerButton->setText(myAnswerLabel(m_pair));
-    m_myAnswerButton->setAccessibleName(myAnswerLabel(m_pair));
-    m_myAnswerButton->setAccessibleDescription(m_myAnswerShown ? tr("Hide your transcribed answer")
-                                                               : tr("Show your transcribed answer"));
+    const QString label = myAnswerLabel(m_pair, m_sessionLive);
+    m_myAnswerLabel->setText(label);
+    m_chevron->setAccessibleName(label);
+    m_chevron->setAccessibleDescription(m_myAnswerShown ? tr("Hide your transcribed answer")
+                                                        : tr("Show your transcribed answer"));
+    m_chevron->setToolTip(m_chevron->accessibleDescription());
     const QString count = wordCountLabel(m_pair, m_myAnswerShown);
     m_wordCount->setText(count);
     m_wordCount->setVisible(!count.isEmpty());
@@ -322,17 +383,28 @@ void QACard::refreshMyAnswer()
 }
 
 QString QACard::questionText() const { return m_question->text(); }
-QString QACard::answerText() const { return m_answer->text(); }
+QString QACard::answerText() const { return m_stream->isHidden() ? m_answer->text() : m_stream->text(); }
 bool QACard::isThinkingShown() const { return m_thinkingRow && !m_thinkingRow->isHidden(); }
 QString QACard::thinkingText() const { return isThinkingShown() ? m_thinking->text() : QString(); }
+bool QACard::isAnswerHeaderShown() const { return !m_answerHeader->isHidden(); }
 bool QACard::isUpdatedBadgeShown() const { return !m_updated->isHidden(); }
 bool QACard::isMyAnswerRowShown() const { return m_myAnswerRow && !m_myAnswerRow->isHidden(); }
-QString QACard::myAnswerLabelText() const { return isMyAnswerRowShown() ? m_myAnswerButton->text() : QString(); }
+QString QACard::myAnswerLabelText() const { return isMyAnswerRowShown() ? m_myAnswerLabel->text() : QString(); }
 QString QACard::wordCountText() const
 {
     return isMyAnswerRowShown() && !m_wordCount->isHidden() ? m_wordCount->text() : QString();
 }
 bool QACard::isMyAnswerTextShown() const { return m_myAnswer && !m_myAnswer->isHidden(); }
+
+QList<QLabel *> QACard::textLabels() const
+{
+    QList<QLabel *> labels{m_interviewer, m_timestamp, m_question, m_copilot, m_answer};
+    if (m_thinking)
+        labels << m_thinking;
+    if (m_myAnswerRow)
+        labels << m_myAnswerLabel << m_wordCount << m_myAnswer;
+    return labels;
+}
 
 void QACard::paintEvent(QPaintEvent *)
 {

@@ -5,46 +5,61 @@
 
 #include <QWidget>
 
+class FlowLayout;
+class IconLabel;
 class QLabel;
 class QProgressBar;
 class QToolButton;
 class QVBoxLayout;
+class StreamingText;
 
 // One question and its answer: the interviewer's question, the streamed answer (or a
-// "thinking" indicator while it is empty) and, behind a toggle, the user's own answer.
+// "thinking" indicator while it is empty and still coming) and, behind a toggle, the user's
+// own answer. Every row wraps, so the card reads at any text size and window width.
 class QACard : public QWidget
 {
     Q_OBJECT
 public:
     explicit QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, QWidget *parent = nullptr);
 
-    // Updates only what differs from the pair shown now.
+    // Takes the pair at once. A streaming answer that only grew is shown at the next
+    // applyPendingText() (the view calls it at most once per frame); any other change is
+    // shown now.
     void setPair(const QAPair &pair);
+    bool hasPendingText() const { return m_pendingText; }
+    void applyPendingText();
     const QAPair &pair() const { return m_pair; }
     void setFonts(const CardFonts &fonts);
     void setMyAnswerShown(bool shown);
     bool isMyAnswerShown() const { return m_myAnswerShown; }
+    // Whether a session runs: "(recording…)" is shown only then.
+    void setSessionLive(bool live);
 
     // What the widgets show, for the window's tests and accessibility.
     QString questionText() const;
     QString answerText() const;
     bool isThinkingShown() const;
     QString thinkingText() const;
+    bool isAnswerHeaderShown() const;
     bool isUpdatedBadgeShown() const;
     bool isMyAnswerRowShown() const;
     QString myAnswerLabelText() const;
     QString wordCountText() const;
     bool isMyAnswerTextShown() const;
+    QList<QLabel *> textLabels() const;
 
     // The label rules.
     static QString placeholderText(const QAPair &pair);
-    static QString myAnswerLabel(const QAPair &pair);
+    static QString myAnswerLabel(const QAPair &pair, bool sessionLive = true);
     // "" when the own answer is open or empty, else "<n> words".
     static QString wordCountLabel(const QAPair &pair, bool shown);
     // Runs of characters separated by white space.
     static int wordCount(const QString &text);
     // The row is left out for cards with neither an own answer nor a recording in progress.
-    static bool showsMyAnswerRow(const QAPair &pair);
+    static bool showsMyAnswerRow(const QAPair &pair, bool sessionLive = true);
+    // The progress indicator shows while the answer is empty and still to come (the card is
+    // not finished and a session runs).
+    static bool showsThinking(const QAPair &pair, bool sessionLive = true);
 
 signals:
     void toggleMyAnswer(const QString &pairID);
@@ -52,6 +67,7 @@ signals:
 protected:
     void paintEvent(QPaintEvent *event) override;
     void changeEvent(QEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void applyPaletteColors();
@@ -65,23 +81,27 @@ private:
     QAPair m_pair;
     CardFonts m_fonts;
     bool m_myAnswerShown = false;
+    bool m_sessionLive = true;
+    bool m_pendingText = false;
 
     QVBoxLayout *m_layout;
-    QLabel *m_interviewerIcon;
+    IconLabel *m_interviewerIcon;
     QLabel *m_interviewer;
     QLabel *m_timestamp;
     QLabel *m_updated;
     QLabel *m_question;
-    QLabel *m_copilotIcon;
+    QWidget *m_answerHeader;
+    IconLabel *m_copilotIcon;
     QLabel *m_copilot;
     QLabel *m_answer;
+    StreamingText *m_stream;
     QWidget *m_thinkingRow = nullptr;
     QProgressBar *m_thinkingBar = nullptr;
     QLabel *m_thinking = nullptr;
     QWidget *m_myAnswerRow = nullptr;
     QToolButton *m_chevron = nullptr;
-    QLabel *m_personIcon = nullptr;
-    QToolButton *m_myAnswerButton = nullptr;
+    IconLabel *m_personIcon = nullptr;
+    QLabel *m_myAnswerLabel = nullptr;
     QLabel *m_wordCount = nullptr;
     QLabel *m_myAnswer = nullptr;
 };

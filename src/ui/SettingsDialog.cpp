@@ -59,12 +59,10 @@ SettingsDialog::SettingsDialog(AppSettings &settings, SessionController &control
 {
     setWindowTitle(tr("Settings"));
     setWindowModality(Qt::WindowModal);
-    resize(540, 600);
     auto *layout = new QVBoxLayout(this);
-    m_tabs->addTab(buildAccountTab(), tr("&Account"));
+    m_tabs->addTab(buildGeneralTab(), tr("&General"));
     m_tabs->addTab(buildAudioTab(), tr("A&udio"));
     m_tabs->addTab(buildModelTab(), tr("&Model"));
-    m_tabs->addTab(buildLookTab(), tr("&Look"));
     layout->addWidget(m_tabs, 1);
 
     auto *bottom = new QHBoxLayout;
@@ -77,11 +75,28 @@ SettingsDialog::SettingsDialog(AppSettings &settings, SessionController &control
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     bottom->addWidget(buttons);
     layout->addLayout(bottom);
+    // As large as the fullest page needs, so no page is mostly empty space.
+    resize(qMax(520, sizeHint().width()), qMax(420, sizeHint().height()));
 }
 
-QWidget *SettingsDialog::buildAccountTab()
+int SettingsDialog::addPage(QWidget *page, const QString &title)
+{
+    return m_tabs->addTab(page, title);
+}
+
+QWidget *SettingsDialog::buildGeneralTab()
 {
     auto *page = new QWidget(this);
+    auto *layout = new QVBoxLayout(page);
+    layout->addWidget(buildAccountGroup(page));
+    layout->addWidget(buildLookGroup(page));
+    layout->addStretch(1);
+    return page;
+}
+
+QWidget *SettingsDialog::buildAccountGroup(QWidget *parent)
+{
+    auto *page = new QGroupBox(tr("OpenAI account"), parent);
     auto *layout = new QVBoxLayout(page);
     auto *form = new QFormLayout;
     m_apiKey = new ApiKeyField(page);
@@ -91,7 +106,6 @@ QWidget *SettingsDialog::buildAccountTab()
     layout->addWidget(hint(tr("Kept in a file only you can read, in ~/.local/share/Ketterbloom. "
                               "Without one, the OPENAI_API_KEY environment variable is used."),
                            page));
-    layout->addStretch(1);
     connect(m_apiKey, &ApiKeyField::editingFinished, this, &SettingsDialog::saveApiKey);
     connect(&m_settings, &AppSettings::apiKeyChanged, this, [this](const QString &key) {
         if (!m_apiKey->lineEdit()->hasFocus())
@@ -325,9 +339,9 @@ QWidget *SettingsDialog::buildModelTab()
     return page;
 }
 
-QWidget *SettingsDialog::buildLookTab()
+QWidget *SettingsDialog::buildLookGroup(QWidget *parent)
 {
-    auto *page = new QWidget(this);
+    auto *page = new QGroupBox(tr("Look"), parent);
     auto *layout = new QVBoxLayout(page);
     auto *form = new QFormLayout;
     m_fontFamily = new QComboBox(page);
@@ -359,7 +373,6 @@ QWidget *SettingsDialog::buildLookTab()
     form->addRow(tr("&Appearance:"), m_appearance);
     layout->addLayout(form);
     layout->addWidget(m_onTop);
-    layout->addStretch(1);
 
     connect(m_fontFamily, &QComboBox::activated, this,
             [this](int index) { m_settings.setFontFamily(m_fontFamily->itemData(index).toString()); });

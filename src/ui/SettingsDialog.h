@@ -27,6 +27,9 @@ public:
                    AudioEnvironment &audio, QWidget *parent = nullptr);
 
     QTabWidget *tabs() const { return m_tabs; }
+    // Adds a page of settings after the built-in ones (General, Audio, Model); returns its
+    // tab index. The dialog takes ownership.
+    int addPage(QWidget *page, const QString &title);
     ApiKeyField *apiKeyField() const { return m_apiKey; }
     QRadioButton *meetingSourceButton(AppSettings::MeetingSource source) const;
     QComboBox *appCombo() const { return m_apps; }
@@ -47,10 +50,11 @@ protected:
     void done(int result) override;
 
 private:
-    QWidget *buildAccountTab();
+    QWidget *buildGeneralTab();
+    QWidget *buildAccountGroup(QWidget *page);
     QWidget *buildAudioTab();
     QWidget *buildModelTab();
-    QWidget *buildLookTab();
+    QWidget *buildLookGroup(QWidget *page);
     void saveApiKey();
     void refreshMeetingSource();
     void refreshChannels();

@@ -9,7 +9,7 @@
 namespace {
 constexpr int kDot = 7;
 constexpr int kGap = 5;
-constexpr int kPadX = 8;
+constexpr int kPadX = 6;
 constexpr int kPadY = 3;
 } // namespace
 

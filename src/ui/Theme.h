@@ -4,7 +4,7 @@
 
 class QApplication;
 
-// The window's look: the Fusion style everywhere, with light and dark palettes of our own.
+// The window's look: the Fusion style everywhere (with check boxes and radio buttons of our own), with light and dark palettes of our own.
 // The "system" appearance uses the palette the desktop gave the application at start.
 namespace Theme {
 

@@ -13,12 +13,17 @@
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QStackedLayout>
+#include <QTimer>
 #include <QVBoxLayout>
+
+#include <utility>
 
 namespace {
 constexpr int kButtonAnimationMs = 150;
 constexpr int kButtonBottomGap = 12;
 constexpr int kButtonSlide = 8;
+// Deltas that arrive within one frame are drawn together.
+constexpr int kFrameMs = 16;
 } // namespace
 
 TranscriptView::TranscriptView(QWidget *parent)
@@ -32,6 +37,10 @@ TranscriptView::TranscriptView(QWidget *parent)
     , m_newAnswers(new QPushButton(this))
     , m_buttonAnimation(new QParallelAnimationGroup(this))
 {
+    m_frameTimer = new QTimer(this);
+    m_frameTimer->setSingleShot(true);
+    m_frameTimer->setInterval(kFrameMs);
+    connect(m_frameTimer, &QTimer::timeout, this, &TranscriptView::flushPendingUpdates);
     setAccessibleName(tr("Questions and answers"));
 
     // Empty state.
@@ -49,6 +58,7 @@ TranscriptView::TranscriptView(QWidget *parent)
         "Questions heard on the line are transcribed and answered here."));
     m_emptyText->setWordWrap(true);
     m_emptyText->setAlignment(Qt::AlignHCenter);
+    // The palette's secondary text colour, at least 4.5:1 on the window in both palettes.
     m_emptyText->setForegroundRole(QPalette::PlaceholderText);
     emptyLayout->addWidget(m_emptyHeadline);
     emptyLayout->addWidget(m_emptyText);
@@ -133,6 +143,7 @@ QACard *TranscriptView::card(int index) const
 QACard *TranscriptView::makeCard(const QAPair &pair)
 {
     auto *card = new QACard(pair, m_fonts, m_expanded.contains(pair.id), m_column);
+    card->setSessionLive(m_sessionLive);
     connect(card, &QACard::toggleMyAnswer, this, &TranscriptView::toggleMyAnswer);
     ++m_cardsCreated;
     return card;
@@ -156,11 +167,41 @@ void TranscriptView::pairChanged(int index)
     }
     QACard *card = m_column->cardAt(index);
     card->setPair(m_pairs->at(index));
+    if (card->hasPendingText()) {
+        m_pending.insert(card);
+        if (!m_frameTimer->isActive())
+            m_frameTimer->start();
+        return;
+    }
+    m_pending.remove(card);
     m_column->refresh(card);
+}
+
+void TranscriptView::flushPendingUpdates()
+{
+    m_frameTimer->stop();
+    const QSet<QACard *> pending = std::exchange(m_pending, {});
+    for (QACard *card : pending) {
+        card->applyPendingText();
+        m_column->refresh(card);
+    }
+}
+
+void TranscriptView::setSessionLive(bool live)
+{
+    if (live == m_sessionLive)
+        return;
+    m_sessionLive = live;
+    for (QACard *card : m_column->cards()) {
+        card->setSessionLive(live);
+        m_column->refresh(card);
+    }
 }
 
 void TranscriptView::pairsReset()
 {
+    m_pending.clear();
+    m_frameTimer->stop();
     m_column->clear();
     if (m_pairs) {
         for (int i = 0; i < m_pairs->size(); ++i)

@@ -15,10 +15,12 @@ class QParallelAnimationGroup;
 class QPushButton;
 class QScrollArea;
 class QStackedLayout;
+class QTimer;
 
 // The question and answer cards, newest at the bottom. Follows new content to the bottom
 // until the user scrolls up, then offers "New answers below". A changed card updates only
-// itself: streaming an answer never rebuilds the list.
+// itself: streaming an answer never rebuilds the list, and a card is laid out again at most
+// once a frame however fast the answer streams.
 class TranscriptView : public QWidget
 {
     Q_OBJECT
@@ -32,8 +34,15 @@ public:
     const CardFonts &cardFonts() const { return m_fonts; }
 
     void pairInserted(int index);
+    // The card takes the pair at once; an answer that only grew is drawn and measured at
+    // the next frame, once for all the deltas that arrived meanwhile.
     void pairChanged(int index);
     void pairsReset();
+    // Draws and measures what is waiting for the next frame now.
+    void flushPendingUpdates();
+    bool hasPendingUpdates() const { return !m_pending.isEmpty(); }
+    // Whether a session runs ("(recording…)" shows only then).
+    void setSessionLive(bool live);
 
     // Opens or closes a card's "My answer".
     void toggleMyAnswer(const QString &pairID);
@@ -78,6 +87,9 @@ private:
     FollowBottom::Geo m_geo;
     int m_cardsCreated = 0;
     bool m_buttonShown = false;
+    bool m_sessionLive = true;
+    QSet<QACard *> m_pending;
+    QTimer *m_frameTimer;
 
     QStackedLayout *m_stack;
     QWidget *m_empty;

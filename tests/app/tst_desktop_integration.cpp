@@ -15,6 +15,7 @@
 #include <QLabel>
 #include <QTabWidget>
 #include <QTest>
+#include <QToolButton>
 
 namespace {
 // Stands for the desktop: the test presses the shortcuts.

@@ -189,6 +189,47 @@ private slots:
         QCOMPARE(none.text, QString());
         QCOMPARE(none.names, QStringList());
     }
+
+    void loadTellsWhatEachFileGave()
+    {
+        // A scanned PDF and a long notes file beside one that reads fully: both are named.
+        const QString cv = file(QStringLiteral("cv.txt"), "Ten years of payments.\n");
+        const QString scan = pdf(QStringLiteral("scan.pdf"), {QString()});
+        const QString blank = file(QStringLiteral("blank.md"), " \n ");
+        const QString bad = file(QStringLiteral("latin1.txt"), "caf\xe9");
+        const QString notes = file(QStringLiteral("notes.md"), QByteArray(30000, 'x'));
+        const ContextLoader::Result r = ContextLoader::load({cv, scan, blank, bad, notes});
+        QCOMPARE(r.names, (QStringList{QStringLiteral("cv.txt"), QStringLiteral("notes.md")}));
+        QCOMPARE(r.noText, (QStringList{QStringLiteral("scan.pdf"), QStringLiteral("blank.md")}));
+        QCOMPARE(r.unreadable, QStringList{QStringLiteral("latin1.txt")});
+        QCOMPARE(r.cut, (QList<ContextLoader::Cut>{{QStringLiteral("notes.md"), 24000, 30000}}));
+        const QStringList lines = ContextLoader::notes(r);
+        QCOMPARE(lines.size(), 4);
+        QVERIFY(lines.contains(QStringLiteral("scan.pdf: no text found \u2014 a scanned PDF?")));
+        QVERIFY(lines.contains(QStringLiteral("blank.md: no text found")));
+        QVERIFY(lines.at(3).startsWith(QStringLiteral("notes.md: first 24")));
+        QVERIFY(lines.at(3).endsWith(QStringLiteral(" characters used")));
+        QVERIFY(lines.at(3).contains(QStringLiteral("30")));
+        // A file exactly at the limit is not cut.
+        const QString exact = file(QStringLiteral("exact.txt"), QByteArray(24000, 'y'));
+        QVERIFY(ContextLoader::load({exact}).cut.isEmpty());
+        QVERIFY(ContextLoader::notes(ContextLoader::load({cv})).isEmpty());
+    }
+
+    void rtfTextBoxes()
+    {
+        // A Word text box: the shape's properties are not text, its \shptxt is, once (the
+        // drawing-object copy in \shprslt is left out).
+        const QByteArray doc =
+            "{\\rtf1\\ansi Body before.\\par"
+            "{\\shp{\\*\\shpinst\\shpleft0\\shptop0{\\sp{\\sn shapeType}{\\sv 202}}"
+            "{\\sp{\\sn fFilled}{\\sv 0}}{\\shptxt \\pard Led the ledger migration.\\par}}"
+            "{\\shprslt{\\*\\do\\dobxcolumn{\\dptxbx{\\pard Led the ledger migration.\\par}}}}}"
+            "Body after.{\\*\\unknown hidden}\\par}";
+        QCOMPARE(rtfText(doc.constData()), QStringLiteral("Body before.\nLed the ledger migration.\nBody after.\n"));
+        // Inside a skipped destination a shape stays skipped.
+        QCOMPARE(rtfText("{\\rtf1 a{\\header{\\shp{\\*\\shpinst{\\shptxt hidden}}}}b}"), QStringLiteral("ab"));
+    }
 };
 
 QTEST_MAIN(TestContextLoader)

@@ -11,6 +11,8 @@
 #include "ui/JobContextDialog.h"
 #include "ui/LevelMeter.h"
 #include "ui/OnboardingDialog.h"
+#include "ui/Icons.h"
+#include "ui/QACard.h"
 #include "ui/SettingsDialog.h"
 #include "ui/StatusPill.h"
 
@@ -26,8 +28,12 @@
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
+#include <QScreen>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QToolButton>
 
@@ -98,7 +104,8 @@ private slots:
         // Speaking for 45 s turns the timer amber; the meeting clock runs.
         rig.session.clock.advance(44.8);
         QCOMPARE(bar->answerTimer()->color(), Colors::green());
-        QCOMPARE(bar->answerTimer()->opacity(), 1.0);
+        QVERIFY(bar->answerTimer()->isSpeaking());
+        QCOMPARE(bar->answerTimer()->tintOpacity(), 0.14);
         rig.session.clock.advance(0.4);
         QCOMPARE(bar->answerTimer()->text(), QStringLiteral("45s"));
         QCOMPARE(bar->answerTimer()->color(), Colors::orange());
@@ -107,7 +114,8 @@ private slots:
         rig.session.clock.advance(2.2);
         rig.session.audio.levels(0.0f, 0.4f);
         QVERIFY(!rig.session.controller->isSpeaking());
-        QCOMPARE(bar->answerTimer()->opacity(), 0.65);
+        QVERIFY(!bar->answerTimer()->isSpeaking());
+        QCOMPARE(bar->answerTimer()->tintOpacity(), 0.08);
 
         // The interviewer asks the next question: the last answer's length is shown.
         rig.session.client.transcript(QStringLiteral("Next question?"));
@@ -370,9 +378,152 @@ private slots:
         QCOMPARE(rig.session.settings.contextFileNames(), QStringList{QStringLiteral("notes.md")});
         QCOMPARE(rig.session.settings.contextText(),
                  QStringLiteral("----- notes.md -----\n# Stories\nCut p99 latency by 40%."));
-        panel->clearAll();
+        // A file that gives nothing beside one that reads: the panel names it.
+        write(QStringLiteral("more.md"), "More stories.");
+        panel->addFiles({dir.filePath(QStringLiteral("blank.txt")), dir.filePath(QStringLiteral("more.md"))});
+        QTRY_VERIFY(!panel->isReading());
+        QCOMPARE(panel->errorText(), QString());
+        QCOMPARE(panel->notesText(), QStringLiteral("blank.txt: no text found"));
+
+        // "Clear All" asks first; Cancel keeps everything.
+        panel->show();
+        panel->clearAllButton()->click();
+        QMessageBox *confirm = panel->clearConfirmation();
+        QVERIFY(confirm);
+        QTRY_VERIFY(confirm->isVisible());
+        QVERIFY(confirm->text().contains(QStringLiteral("2 context documents")));
+        QCOMPARE(confirm->defaultButton(), confirm->button(QMessageBox::Cancel));
+        confirm->button(QMessageBox::Cancel)->click();
+        QTRY_VERIFY(!panel->clearConfirmation());
+        QCOMPARE(rig.session.settings.contextFileNames().size(), 2);
+        panel->clearAllButton()->click();
+        confirm = panel->clearConfirmation();
+        QVERIFY(confirm);
+        QAbstractButton *clear = nullptr;
+        for (QAbstractButton *b : confirm->buttons())
+            clear = confirm->buttonRole(b) == QMessageBox::DestructiveRole ? b : clear;
+        QVERIFY(clear);
+        QCOMPARE(clear->text(), QStringLiteral("Clear All"));
+        clear->click();
         QVERIFY(rig.session.settings.contextText().isEmpty());
+        QVERIFY(rig.session.settings.contextFileNames().isEmpty());
         QCOMPARE(rig.window->controlBar()->contextButton()->text(), QStringLiteral("Context"));
+    }
+
+    void noStaleStates()
+    {
+        UiRig rig;
+        showAndWait(rig.window.get());
+        ControlBar *bar = rig.window->controlBar();
+        // "Show files" before anything was saved: disabled, and it says why.
+        QVERIFY(!bar->showFilesButton()->isEnabled());
+        QCOMPARE(bar->showFilesButton()->toolTip(), ControlBar::showFilesDisabledHelp());
+
+        // The user is still answering aloud when the session stops.
+        rig.session.settings.setTranscribeMyAnswers(true);
+        QVERIFY(rig.session.startSession());
+        rig.session.client.transcript(QStringLiteral("Tell me about a hard bug."));
+        rig.session.client.delta(QStringLiteral("r1"), QStringLiteral("The ledger race."));
+        rig.session.client.done(QStringLiteral("r1"));
+        rig.session.audio.levels(0.4f);
+        rig.session.clock.advance(0.4);
+        rig.session.mic.partial(QStringLiteral("So the race was"));
+        QCoreApplication::processEvents();
+        QACard *card = rig.transcript().card(0);
+        QVERIFY(rig.session.controller->pairs().first().myAnswerInProgress);
+        QCOMPARE(card->myAnswerLabelText(), QStringLiteral("My answer (recording…)"));
+        rig.session.controller->stop();
+        QCoreApplication::processEvents();
+        QVERIFY(!card->myAnswerLabelText().contains(QStringLiteral("recording")));
+
+        // Something was saved: the button works and reveals it.
+        QVERIFY(bar->showFilesButton()->isEnabled());
+        QCOMPARE(bar->showFilesButton()->toolTip(), QStringLiteral("Reveal the saved .wav in ~/Documents/Ketterbloom"));
+        bar->showFilesButton()->click();
+        QCOMPARE(rig.session.revealer.revealed.size(), 1);
+
+        // An action button goes with the banner text that offered it.
+        rig.session.controller->setBanner(QStringLiteral("Add your CV first."),
+                                          SessionController::BannerAction::openContext);
+        QCOMPARE(rig.window->bannerView()->buttonLabels(), QStringList{QStringLiteral("Add Context")});
+        rig.session.controller->setBanner(QStringLiteral("Session saved"), QList<SessionController::BannerLink>{});
+        QVERIFY(rig.window->bannerView()->buttonLabels().isEmpty());
+        rig.session.controller->setBanner(QStringLiteral("Add your CV first."),
+                                          SessionController::BannerAction::openContext);
+        rig.session.controller->setBannerText(QStringLiteral("Microphone unavailable"));
+        QVERIFY(rig.window->bannerView()->buttonLabels().isEmpty());
+    }
+
+    void barActionsCanBeAddedAndHidden()
+    {
+        UiRig rig;
+        rig.window->resize(900, 700);
+        showAndWait(rig.window.get());
+        ControlBar *bar = rig.window->controlBar();
+        QTRY_VERIFY(bar->overflowActions().isEmpty());
+        // Another part of the program adds a button: it goes before Settings.
+        auto *extra = new QAction(Icons::icon(Icons::Id::check), QStringLiteral("Check for Updates…"), bar);
+        bar->addToolAction(extra);
+        QCOMPARE(bar->toolActions().at(bar->toolActions().size() - 2), extra);
+        QVERIFY(bar->buttonFor(extra));
+        // A hidden action leaves the bar and the menu alike.
+        QAction *onTop = bar->onTopToggle()->defaultAction();
+        onTop->setVisible(false);
+        QTRY_VERIFY(bar->onTopToggle()->isHidden());
+        rig.window->resize(430, 500);
+        QTRY_VERIFY(!bar->overflowActions().isEmpty());
+        QVERIFY(!bar->overflowActions().contains(onTop));
+        QVERIFY(bar->overflowActions().contains(extra));
+        onTop->setVisible(true);
+        QTRY_VERIFY(bar->overflowActions().contains(onTop));
+    }
+
+    void finishedCardWithoutAnswerShowsNoProgress()
+    {
+        QAPair pair;
+        pair.id = QStringLiteral("A");
+        pair.timestamp = QStringLiteral("14:05:09");
+        QACard card(pair, CardFonts{QFont(), QFont(), QFont()}, false);
+        QVERIFY(card.isThinkingShown());
+        pair.isComplete = true;
+        card.setPair(pair);
+        QVERIFY(!card.isThinkingShown());
+        QVERIFY(!card.isAnswerHeaderShown());
+        // Re-answering brings the indicator back.
+        pair.isComplete = false;
+        pair.wasExtended = true;
+        card.setPair(pair);
+        QCOMPARE(card.thinkingText(), QStringLiteral("re-answering the full question…"));
+        // The session stops before the answer came: it is not coming any more.
+        card.setSessionLive(false);
+        QVERIFY(!card.isThinkingShown());
+        QVERIFY(!card.isAnswerHeaderShown());
+    }
+
+    void offScreenFrameComesBack()
+    {
+        const QRect primary(0, 0, 1920, 1080);
+        const QList<QRect> screens{QRect(0, 0, 1920, 1080), QRect(1920, 0, 1280, 1024)};
+        // On a screen, or mostly on one: kept.
+        QCOMPARE(MainWindow::placedFrame(QRect(100, 100, 560, 680), screens, primary), QRect(100, 100, 560, 680));
+        QCOMPARE(MainWindow::placedFrame(QRect(2000, 50, 560, 680), screens, primary), QRect(2000, 50, 560, 680));
+        QCOMPARE(MainWindow::placedFrame(QRect(1600, 100, 560, 680), screens, primary), QRect(1600, 100, 560, 680));
+        // On a monitor that is gone, or mostly off every screen: onto the primary one.
+        const QRect gone = MainWindow::placedFrame(QRect(3400, 200, 560, 680), screens, primary);
+        QCOMPARE(gone.size(), QSize(560, 680));
+        QVERIFY(primary.contains(gone));
+        const QRect hanging = MainWindow::placedFrame(QRect(-500, 900, 560, 680), screens, primary);
+        QVERIFY(primary.contains(hanging));
+        // Larger than the screen: shrunk to it.
+        QCOMPARE(MainWindow::placedFrame(QRect(5000, 0, 3000, 2000), screens, primary), primary);
+
+        UiRig rig;
+        rig.session.settings.store().setValue(QLatin1String(MainWindow::frameKey), QRect(9000, 9000, 600, 700));
+        rig.window = std::make_unique<MainWindow>(rig.session.settings, *rig.session.controller,
+                                                  MainWindow::Services{rig.session.revealer, rig.session.taps, rig.audio});
+        const QRect available = QGuiApplication::primaryScreen()->availableGeometry();
+        QVERIFY(available.intersects(rig.window->geometry()));
+        QCOMPARE(rig.window->size(), QSize(600, 700).boundedTo(available.size()));
     }
 
     void contextPanelRequestFromTheController()
@@ -437,10 +588,40 @@ private slots:
         OnboardingDialog *onboarding = rig.window->onboardingDialog();
         QCOMPARE(onboarding->currentPage(), int(OnboardingDialog::keyPage));
         onboarding->apiKeyField()->setText(QStringLiteral("sk-onboarded"));
+
+        // The key is checked against the service (a stand-in on this machine) on request.
+        QTcpServer service;
+        QVERIFY(service.listen(QHostAddress::LocalHost));
+        QByteArray request;
+        connect(&service, &QTcpServer::newConnection, &service, [&service, &request] {
+            QTcpSocket *socket = service.nextPendingConnection();
+            connect(socket, &QTcpSocket::readyRead, socket, [socket, &request] {
+                request += socket->readAll();
+                if (!request.contains("\r\n\r\n"))
+                    return;
+                const bool good = request.contains("Authorization: Bearer sk-onboarded");
+                socket->write(good ? "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}"
+                                   : "HTTP/1.1 401 Unauthorized\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}");
+                socket->disconnectFromHost();
+            });
+        });
+        qputenv("KQ_REALTIME_URL", QStringLiteral("ws://127.0.0.1:%1/v1/realtime").arg(service.serverPort()).toUtf8());
+        onboarding->checkKeyButton()->click();
+        QVERIFY(!onboarding->checkKeyButton()->isEnabled());
+        QTRY_VERIFY(onboarding->keyStatusText().startsWith(QStringLiteral("✓")));
+        QVERIFY(request.startsWith("GET /v1/models "));
+        onboarding->apiKeyField()->setText(QStringLiteral("sk-typo"));
+        request.clear();
+        onboarding->checkKey();
+        QTRY_VERIFY(onboarding->keyStatusText().startsWith(QStringLiteral("✗")));
+        QVERIFY(onboarding->keyStatusText().contains(QStringLiteral("401")));
+        qunsetenv("KQ_REALTIME_URL");
+        onboarding->apiKeyField()->setText(QStringLiteral("sk-onboarded"));
         onboarding->next();
         QCOMPARE(rig.session.settings.apiKey(), QStringLiteral("sk-onboarded"));
 
-        // Context: unreadable files leave a banner, readable ones replace the context.
+        // Context: what could not be read is said in the guide itself; readable files replace
+        // the context.
         QTemporaryDir dir;
         QFile blank(dir.filePath(QStringLiteral("scan.txt")));
         QVERIFY(blank.open(QIODevice::WriteOnly));
@@ -448,7 +629,9 @@ private slots:
         blank.close();
         onboarding->loadContextFiles({blank.fileName()});
         QTRY_VERIFY(!onboarding->isReadingContext());
-        QCOMPARE(rig.session.controller->banner(), QStringLiteral("Couldn't read any text from that file."));
+        QCOMPARE(onboarding->contextNoteText(),
+                 QStringLiteral("Couldn't read any text from that file.\nscan.txt: no text found"));
+        QVERIFY(!rig.session.controller->bannerText());
         QFile cv(dir.filePath(QStringLiteral("cv.txt")));
         QVERIFY(cv.open(QIODevice::WriteOnly));
         cv.write("Ten years of payments.");
@@ -458,6 +641,7 @@ private slots:
         QTRY_VERIFY(!onboarding->isReadingContext());
         QCOMPARE(rig.session.settings.contextText(), QStringLiteral("----- cv.txt -----\nTen years of payments."));
         QCOMPARE(rig.session.settings.contextFileNames(), QStringList{QStringLiteral("cv.txt")});
+        QCOMPARE(onboarding->contextNoteText(), QString());
         onboarding->next();
 
         // Sound check with a live meter.

@@ -215,14 +215,24 @@ private slots:
         m_pairs.last().isComplete = false;
         m_view->pairChanged(19);
         QVERIFY(last->isThinkingShown());
+        appendDelta(QStringLiteral("First"));
+        QVERIFY(!last->isThinkingShown());
         QCoreApplication::processEvents();
         const int measuredBefore = m_view->column()->measurements();
-        for (int i = 0; i < 50; ++i) {
+        // Deltas faster than frames: the card takes each at once but is measured once for all.
+        for (int i = 0; i < 50; ++i)
             appendDelta(QStringLiteral(" word"));
-            QCoreApplication::processEvents();
+        QCOMPARE(last->pair().answer, m_pairs.last().answer);
+        QVERIFY(m_view->hasPendingUpdates());
+        QTRY_VERIFY(!m_view->hasPendingUpdates());
+        QCOMPARE(m_view->column()->measurements() - measuredBefore, 1);
+        // Spread over several frames: at most one measurement per frame, of that card only.
+        const int before = m_view->column()->measurements();
+        for (int i = 0; i < 5; ++i) {
+            appendDelta(QStringLiteral(" word"));
+            QTRY_VERIFY(!m_view->hasPendingUpdates());
         }
-        // One measurement per delta, of the card that changed, whatever the number of cards.
-        QCOMPARE(m_view->column()->measurements() - measuredBefore, 50);
+        QCOMPARE(m_view->column()->measurements() - before, 5);
         QCOMPARE(m_view->cardsCreated(), 20);
         QCOMPARE(m_view->card(19), last);
         QCOMPARE(m_view->card(0), first);

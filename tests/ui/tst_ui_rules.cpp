@@ -4,13 +4,19 @@
 #include "ui/Colors.h"
 #include "ui/ControlBar.h"
 #include "ui/DisplayFormat.h"
+#include "ui/IconLabel.h"
+#include "ui/Icons.h"
 #include "ui/LevelMeter.h"
+#include "ui/MeterBallistics.h"
 #include "ui/QACard.h"
 #include "ui/StatusPill.h"
 #include "ui/TextSize.h"
 
 #include <QApplication>
+#include <QImage>
 #include <QTest>
+
+#include <cmath>
 
 class UiRulesTest : public QObject
 {
@@ -39,17 +45,98 @@ private slots:
         QCOMPARE(Colors::answerTimer(89.9), Colors::orange());
         QCOMPARE(Colors::answerTimer(90.0), Colors::red());
 
+        double now = 0;
         LevelMeter meter(QStringLiteral("Mtg"));
+        meter.setClock([&now] { return now; });
         meter.setLevel(0.9f);
         QCOMPARE(meter.fillColor(), Colors::green());
         meter.setLevel(0.91f);
         QCOMPARE(meter.fillColor(), Colors::red());
         meter.setLevel(1.7f);
         QCOMPARE(meter.filledWidth(), double(LevelMeter::kBarWidth));
+        // A quieter level is reached smoothly, not at once; the peak mark stays a moment.
         meter.setLevel(-0.5f);
+        QCOMPARE(meter.filledWidth(), double(LevelMeter::kBarWidth));
+        now += 0.1;
+        meter.tick();
+        QVERIFY(meter.shownLevel() > 0.3 && meter.shownLevel() < 0.7);
+        QCOMPARE(meter.peakLevel(), 1.0);
+        now += 2.0;
+        meter.tick();
         QCOMPARE(meter.filledWidth(), 0.0);
         meter.setLevel(0.5f);
         QCOMPARE(meter.filledWidth(), LevelMeter::kBarWidth * 0.5);
+    }
+
+    void iconsAreOneDrawnSetThatScales()
+    {
+        // Every icon has a drawing of its own (no style icon of another look stands in), at
+        // any size.
+        for (int i = 0; i <= int(Icons::Id::more); ++i) {
+            const QIcon icon = Icons::drawnIcon(Icons::Id(i));
+            for (int side : {12, 48}) {
+                const QImage image = icon.pixmap(side, side).toImage();
+                QCOMPARE(image.width(), side);
+                int inked = 0;
+                for (int y = 0; y < side; ++y) {
+                    for (int x = 0; x < side; ++x)
+                        inked += qAlpha(image.pixel(x, y)) > 0 ? 1 : 0;
+                }
+                QVERIFY2(inked > side, qPrintable(Icons::themeName(Icons::Id(i))));
+            }
+        }
+        // "Save .wav" is red only while on.
+        const QIcon record = Icons::drawnIcon(Icons::Id::record);
+        QVERIFY(record.pixmap(16, 16, QIcon::Normal, QIcon::On).toImage()
+                != record.pixmap(16, 16, QIcon::Normal, QIcon::Off).toImage());
+        // An icon beside text grows with the text.
+        IconLabel small(Icons::Id::person);
+        IconLabel large(Icons::Id::person);
+        QFont f = small.font();
+        f.setPointSizeF(9);
+        small.setFont(f);
+        f.setPointSizeF(32);
+        large.setFont(f);
+        QVERIFY(small.iconSize() >= 12);
+        QVERIFY(large.iconSize() >= 3 * small.iconSize());
+        QCOMPARE(large.sizeHint(), QSize(large.iconSize(), large.iconSize()));
+    }
+
+    void contrastArithmetic()
+    {
+        QCOMPARE(Colors::contrast(Qt::black, Qt::white), 21.0);
+        QCOMPARE(Colors::contrast(Qt::white, Qt::white), 1.0);
+        QVERIFY(qAbs(Colors::contrast(QColor(0x77, 0x77, 0x77), Qt::white) - 4.48) < 0.01);
+        QVERIFY(qAbs(Colors::over(Colors::withAlpha(Qt::black, 0.5), Qt::white).red() - 128) <= 1);
+    }
+
+    void meterBallistics()
+    {
+        MeterBallistics m;
+        // Rises at once.
+        m.step(0.8, 0.05);
+        QCOMPARE(m.level(), 0.8);
+        QCOMPARE(m.peak(), 0.8);
+        // Levels flickering between loud and quiet at 20 Hz keep the bar high: no flicker.
+        for (int i = 0; i < 10; ++i) {
+            m.step(i % 2 ? 0.8 : 0.1, 0.05);
+            QVERIFY2(m.level() > 0.45, qPrintable(QString::number(m.level())));
+        }
+        // The peak holds for a second, then falls, never below the bar.
+        m.step(0.0, 0.5);
+        QCOMPARE(m.peak(), 0.8);
+        m.step(0.0, 0.6);
+        QVERIFY(m.peak() < 0.8);
+        QVERIFY(m.peak() >= m.level());
+        m.advance(3.0);
+        QCOMPARE(m.level(), 0.0);
+        QCOMPARE(m.peak(), 0.0);
+        QVERIFY(m.isAtRest());
+        // Out of range and NaN inputs are clamped.
+        m.step(7.0, 0.01);
+        QCOMPARE(m.level(), 1.0);
+        m.step(std::nan(""), 10);
+        QCOMPARE(m.level(), 0.0);
     }
 
     void statusPillPerStatus()

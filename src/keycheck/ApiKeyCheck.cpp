@@ -1,0 +1,133 @@
+#include "keycheck/ApiKeyCheck.h"
+
+#include "realtime/RealtimeProtocol.h"
+
+#include <QHostAddress>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QTimer>
+
+ApiKeyCheck::ApiKeyCheck(QObject *parent)
+    : QObject(parent)
+    , m_network(new QNetworkAccessManager(this))
+    , m_timeout(new QTimer(this))
+{
+    m_timeout->setSingleShot(true);
+    m_timeout->setInterval(defaultTimeoutMs);
+    connect(m_timeout, &QTimer::timeout, this, [this] {
+        cancel();
+        finish({Outcome::unreachable, tr("The service did not answer within %1 seconds. Check your connection "
+                                         "and try again.").arg(m_timeout->interval() / 1000)});
+    });
+}
+
+ApiKeyCheck::~ApiKeyCheck()
+{
+    cancel();
+}
+
+void ApiKeyCheck::setTimeout(int ms)
+{
+    m_timeout->setInterval(ms);
+}
+
+QUrl ApiKeyCheck::modelsUrl(const QString &realtimeOverride, QString *error)
+{
+    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::resolveEndpoint(realtimeOverride, QString());
+    if (!endpoint.error.isEmpty()) {
+        if (error)
+            *error = endpoint.error;
+        return {};
+    }
+    QUrl url = endpoint.url;
+    url.setScheme(url.scheme().compare(QLatin1String("wss"), Qt::CaseInsensitive) == 0 ? QStringLiteral("https")
+                                                                                       : QStringLiteral("http"));
+    url.setPath(QStringLiteral("/v1/models"));
+    url.setQuery(QString());
+    return url;
+}
+
+ApiKeyCheck::Result ApiKeyCheck::fromStatus(int httpStatus)
+{
+    if (httpStatus >= 200 && httpStatus < 300)
+        return {Outcome::works, tr("The key works: the service accepted it.")};
+    if (httpStatus == 401)
+        return {Outcome::rejected, tr("The service refused this key (HTTP 401). Check that you copied all of it, "
+                                      "or make a new one on platform.openai.com.")};
+    if (httpStatus == 403)
+        return {Outcome::rejected, tr("This key may not use the service (HTTP 403). Check the key's project and "
+                                      "permissions on platform.openai.com.")};
+    if (httpStatus == 429)
+        return {Outcome::rejected, tr("The service accepted the key but refused for now (HTTP 429): the account "
+                                      "is out of credit or over its rate limit.")};
+    return {Outcome::unreachable, tr("The service answered with HTTP %1, so the key could not be checked. "
+                                     "Try again in a moment.").arg(httpStatus)};
+}
+
+void ApiKeyCheck::check(const QString &key)
+{
+    const QByteArray value = qgetenv(RealtimeProtocol::endpointVariable);
+    check(key, value.isEmpty() ? QString() : QString::fromUtf8(value));
+}
+
+void ApiKeyCheck::check(const QString &key, const QString &realtimeOverride)
+{
+    cancel();
+    const QString trimmed = key.trimmed();
+    if (trimmed.isEmpty()) {
+        // Reported after returning, like every other outcome.
+        QTimer::singleShot(0, this, [this] { finish({Outcome::refused, tr("Enter a key first.")}); });
+        return;
+    }
+    QString error;
+    const QUrl url = modelsUrl(realtimeOverride, &error);
+    if (url.isEmpty()) {
+        QTimer::singleShot(0, this, [this, error] { finish({Outcome::refused, error}); });
+        return;
+    }
+    // A service on this machine (tests, the simulator) is never asked through a proxy.
+    const QHostAddress host(url.host());
+    const bool loopback = host.isLoopback() || url.host().compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0;
+    m_network->setProxy(loopback ? QNetworkProxy(QNetworkProxy::NoProxy) : QNetworkProxy(QNetworkProxy::DefaultProxy));
+    QNetworkRequest request(url);
+    request.setRawHeader("Authorization", "Bearer " + trimmed.toUtf8());
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+    m_reply = m_network->get(request);
+    connect(m_reply, &QNetworkReply::finished, this, &ApiKeyCheck::replyFinished);
+    m_timeout->start();
+}
+
+void ApiKeyCheck::cancel()
+{
+    m_timeout->stop();
+    if (QNetworkReply *reply = m_reply) {
+        m_reply = nullptr;
+        reply->disconnect(this);
+        reply->abort();
+        reply->deleteLater();
+    }
+}
+
+void ApiKeyCheck::replyFinished()
+{
+    QNetworkReply *reply = m_reply;
+    if (!reply)
+        return;
+    m_reply = nullptr;
+    m_timeout->stop();
+    reply->deleteLater();
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (status.isValid() && status.toInt() > 0) {
+        finish(fromStatus(status.toInt()));
+        return;
+    }
+    finish({Outcome::unreachable, tr("Couldn't reach the service (%1). Check your connection and try again.")
+                                      .arg(reply->errorString())});
+}
+
+void ApiKeyCheck::finish(const Result &result)
+{
+    emit finished(result);
+}
