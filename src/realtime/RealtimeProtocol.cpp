@@ -22,6 +22,14 @@ QJsonObject turnDetection(const RealtimeConfig &config)
     };
 }
 
+QJsonObject transcription(const RealtimeConfig &config)
+{
+    QJsonObject object{{"model", config.transcribeModel}};
+    if (!config.transcriptionLanguage.isEmpty())
+        object.insert("language", config.transcriptionLanguage);
+    return object;
+}
+
 QJsonObject sessionUpdate(const RealtimeConfig &config, bool legacy)
 {
     QJsonObject session;
@@ -30,14 +38,14 @@ QJsonObject sessionUpdate(const RealtimeConfig &config, bool legacy)
             {"modalities", QJsonArray{"text"}},
             {"instructions", config.instructions},
             {"input_audio_format", "pcm16"},
-            {"input_audio_transcription", QJsonObject{{"model", config.transcribeModel}}},
+            {"input_audio_transcription", transcription(config)},
             {"turn_detection", turnDetection(config)},
         };
     } else {
         const QJsonObject input{
             {"format", QJsonObject{{"type", "audio/pcm"}, {"rate", 24000}}},
             {"turn_detection", turnDetection(config)},
-            {"transcription", QJsonObject{{"model", config.transcribeModel}}},
+            {"transcription", transcription(config)},
         };
         session = QJsonObject{
             {"type", "realtime"},

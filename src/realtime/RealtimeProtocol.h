@@ -19,6 +19,8 @@ inline constexpr auto defaultEndpoint = "wss://api.openai.com/v1/realtime";
 inline constexpr auto endpointVariable = "KQ_REALTIME_URL";
 
 QJsonObject turnDetection(const RealtimeConfig &config);
+// {"model": ...} plus "language" when the config names one.
+QJsonObject transcription(const RealtimeConfig &config);
 // {"type": "session.update", "session": ...} in the current or the legacy shape.
 QJsonObject sessionUpdate(const RealtimeConfig &config, bool legacy);
 QJsonObject userItem(const QString &text);

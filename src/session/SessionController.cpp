@@ -352,6 +352,7 @@ void SessionController::finishStarting()
     config.prefixPaddingMs = m_settings.prefixPaddingMs();
     config.silenceDurationMs = m_settings.silenceDurationMs();
     config.reconnectMinutes = m_settings.reconnectMinutes();
+    config.transcriptionLanguage = AnswerStyle::languageCode(m_settings.transcriptionLanguage());
     m_client.start(config);
 
     setSessionActive(true);

@@ -153,12 +153,13 @@ void AppSettings::load()
     m_companyName = str("companyName", QString());
     m_roleTitle = str("roleTitle", QString());
     m_jobDescription = str("jobDescription", QString());
+    loadAnswerSettings();
 }
 
 QString AppSettings::instructions() const
 {
     return InstructionsBuilder::build({m_systemPrompt, m_companyName, m_roleTitle, m_jobDescription,
-                                       m_interviewers, m_contextText});
+                                       m_interviewers, m_contextText, answerStyle()});
 }
 
 void AppSettings::appendContext(const QString &text, const QStringList &names)
