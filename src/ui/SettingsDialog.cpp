@@ -3,6 +3,7 @@
 #include "session/SessionController.h"
 #include "session/TapQueries.h"
 #include "settings/InstructionsBuilder.h"
+#include "ui/AnswersSettingsPage.h"
 #include "ui/ApiKeyField.h"
 #include "ui/AudioEnvironment.h"
 #include "ui/TextSize.h"
@@ -63,6 +64,7 @@ SettingsDialog::SettingsDialog(AppSettings &settings, SessionController &control
     m_tabs->addTab(buildAccountTab(), tr("&Account"));
     m_tabs->addTab(buildAudioTab(), tr("A&udio"));
     m_tabs->addTab(buildModelTab(), tr("&Model"));
+    m_tabs->addTab(new AnswersSettingsPage(m_settings, m_controller, this), tr("A&nswers"));
     m_tabs->addTab(buildLookTab(), tr("&Look"));
     layout->addWidget(m_tabs, 1);
 
