@@ -23,6 +23,11 @@ public:
     void updateHistory(const History &history) override { m_client.updateHistory(history); }
     void updateInstructions(const QString &instructions) override { m_client.updateInstructions(instructions); }
     void regenerate(const QString &question) override { m_client.regenerate(question); }
+    bool askAboutImage(const QByteArray &jpeg, const QString &text) override
+    {
+        m_client.askAboutImage(jpeg, text);
+        return true;
+    }
 
 private:
     RealtimeClient &m_client;

@@ -78,6 +78,7 @@ void RealtimeConnection::start(const RealtimeConfig &config)
     m_reconnectPending = false;
     teardown();
     m_config = config;
+    m_pendingImage.reset();
     m_shouldRun = true;
     m_reconnectAttempt = 0;
     trace(QStringLiteral("        websocket open"));
@@ -90,6 +91,7 @@ void RealtimeConnection::stop()
     m_shouldRun = false;
     m_reconnectPending = false;
     m_reconnectTimer.stop();
+    m_pendingImage.reset();
     teardown();
     report(RealtimeStatus::idle());
 }
@@ -324,6 +326,7 @@ void RealtimeConnection::handleText(const QString &text)
         m_isConfigured = true;
         m_reconnectAttempt = 0;
         seedHistory();
+        sendPendingImage();
         startTimers();
         report(RealtimeStatus::connected());
     } else if (type == QLatin1String("conversation.item.input_audio_transcription.completed")) {

@@ -1,6 +1,7 @@
 #include "realtimesim/SimConnection.h"
 
 #include "realtimesim/RealtimeSimulator.h"
+#include "realtimesim/SimImage.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -236,15 +237,21 @@ void SimConnection::handleItemCreate(const QJsonObject &message)
                   "item.content[0].type");
         return;
     }
-    const bool userOk = role == QLatin1String("user") && partType == QLatin1String("input_text");
+    const SimUserContent user = role == QLatin1String("user") ? SimImage::check(content) : SimUserContent{};
+    if (role == QLatin1String("user") && !user.error.isEmpty()) {
+        sendError(QStringLiteral("invalid_value"), QStringLiteral("Invalid value for '%1'.").arg(user.error), user.error);
+        return;
+    }
     const bool assistantOk = role == QLatin1String("assistant")
                              && (partType == QLatin1String("output_text") || partType == QLatin1String("text"));
-    if (!userOk && !assistantOk) {
+    if (role != QLatin1String("user") && !assistantOk) {
         sendError(QStringLiteral("invalid_value"), QStringLiteral("Invalid value: '%1'.").arg(partType), "item.content[0].type");
         return;
     }
-    if (role == QLatin1String("user"))
-        m_lastUserText = content.first().toObject().value("text").toString();
+    if (role == QLatin1String("user")) {
+        m_lastUserText = user.text;
+        m_lastUserImages = user.images;
+    }
     QJsonObject created = item;
     created.insert("id", nextId("item"));
     sendEvent({{"type", "conversation.item.added"}, {"item", created}});
@@ -258,7 +265,9 @@ void SimConnection::handleResponseCreate()
                                  "response is finished before creating a new one.").arg(m_activeResponseID));
         return;
     }
-    startResponse(m_simulator->answerFor(m_lastUserText), 15, 0, {});
+    const QString &imageAnswer = m_simulator->script().imageAnswer;
+    startResponse(m_lastUserImages > 0 && !imageAnswer.isEmpty() ? imageAnswer : m_simulator->answerFor(m_lastUserText),
+                  15, 0, {});
 }
 
 void SimConnection::handleCancel()
@@ -293,6 +302,7 @@ void SimConnection::runTurn(const SimTurn &turn)
     if (!turn.transcriptAfterResponse)
         enqueue(0, [this, transcript] { sendEvent(transcript); });
     m_lastUserText = turn.question;
+    m_lastUserImages = 0;
     enqueue(0, [this, turn, transcript] {
         startResponse(turn.answer, turn.deltaDelayMs, turn.deltaCount, [this, turn, transcript] {
             if (turn.transcriptAfterResponse)

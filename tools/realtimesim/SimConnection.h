@@ -63,6 +63,7 @@ private:
     QJsonObject m_session;
     QString m_speechItemID;
     QString m_lastUserText;
+    int m_lastUserImages = 0; // pictures in the last user item
     QString m_activeResponseID;
     bool m_responseCancelled = false;
     int m_responseOutputChars = 0;

@@ -64,6 +64,7 @@ std::optional<SimScript> SimScript::fromJson(const QByteArray &json, QString *er
     script.rejectOutputText = root.value("reject_output_text").toBool(false);
     script.apiKey = root.value("api_key").toString();
     script.cancelDelayMs = root.value("cancel_delay_ms").toInt(script.cancelDelayMs);
+    script.imageAnswer = root.value("image_answer").toString(SimScript().imageAnswer);
     const QJsonArray turns = root.value("turns").toArray();
     for (qsizetype i = 0; i < turns.size(); ++i) {
         const QJsonObject object = turns.at(i).toObject();
@@ -110,6 +111,10 @@ std::optional<SimScript> SimScript::load(const QString &path, QString *error)
 SimScript SimScript::builtin()
 {
     SimScript script;
+    script.imageAnswer = QStringLiteral(
+        "Approach: walk the list once, keeping a map from each value to its index; for each item, "
+        "look up its complement first. Code: seen = {}; for i, x in enumerate(nums): if target - x in "
+        "seen: return [seen[target - x], i]; seen[x] = i");
     auto turn = [](const char *question, const char *answer) {
         SimTurn t;
         t.question = QString::fromUtf8(question);

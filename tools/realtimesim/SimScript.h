@@ -49,6 +49,7 @@ struct SimScript
     bool rejectOutputText = false;   // refuse assistant items whose content type is "output_text"
     QString apiKey;                  // when set, only this key is accepted
     int cancelDelayMs = 40;          // a cancelled response ends this long after "response.cancel"
+    QString imageAnswer;             // the answer to a user item with a picture ("image_answer")
 
     static std::optional<SimScript> fromJson(const QByteArray &json, QString *error);
     static std::optional<SimScript> load(const QString &path, QString *error);
