@@ -145,6 +145,15 @@ public:
     // Makes a link with a fresh id.
     static BannerLink makeLink(const QString &label, const QUrl &url);
 
+    // Screen questions (SessionControllerScreen.cpp). Sends a picture of the screen (JPEG)
+    // to the running session and opens a "Screen question" card with `thumbnail` for its
+    // answer. Without a session, or when the link cannot send pictures, nothing is sent, a
+    // banner says so and the result is false.
+    bool askAboutScreen(const QByteArray &jpeg, const QByteArray &thumbnail);
+    // A screen question that ended before anything was sent (refused, cancelled): one line.
+    void screenQuestionFailed(const QString &message);
+    static const QString screenQuestionText;
+
     // --- Component events (installed as callbacks; public for the components' adapters) --
     void ingestTranscript(const QString &text);
     void ingestDelta(const QString &responseID, const QString &delta);
@@ -276,6 +285,7 @@ private:
     QHash<QString, Clock::TimePoint> m_questionAt;
     QSet<QString> m_firstTokenSeen;
     QSet<QString> m_supersededResponses;
+    std::optional<QString> m_screenPairID; // the screen question waiting for its response
     std::optional<Clock::TimePoint> m_speakingStart;
     std::optional<Clock::TimePoint> m_lastVoiceAt;
     std::unique_ptr<ClockTimer> m_speakingTimer;

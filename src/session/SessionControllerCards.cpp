@@ -86,8 +86,8 @@ void SessionController::ingestTranscript(const QString &text)
 bool SessionController::isContinuation(const QAPair &pair, const QString &text) const
 {
     const double window = m_settings.followUpWindow();
-    if (!(window > 0) || pair.question.isEmpty()) {
-        return false;
+    if (!(window > 0) || pair.question.isEmpty() || !pair.screenThumbnail.isEmpty()) {
+        return false;   // a screen question is never extended by speech
     }
     if (Clock::secondsBetween(pair.lastQuestionAt, m_clock.now()) > window) {
         return false;

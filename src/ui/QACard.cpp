@@ -2,6 +2,7 @@
 
 #include "ui/Colors.h"
 #include "ui/Icons.h"
+#include "ui/ScreenThumbnail.h"
 
 #include <QEvent>
 #include <QHBoxLayout>
@@ -93,6 +94,8 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     m_question->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_question->setTextFormat(Qt::PlainText);
     layout->addWidget(m_question);
+    if (!pair.screenThumbnail.isEmpty())
+        layout->addWidget(new ScreenThumbnail(pair.screenThumbnail, this));
 
     auto *answerHeader = new QHBoxLayout;
     answerHeader->setSpacing(5);
