@@ -8,6 +8,9 @@
 #include <QPainterPath>
 #include <QScreen>
 
+#include <algorithm>
+#include <cstdlib>
+
 namespace {
 
 // The rectangle between two corners of a drag (the far corner itself not included).
