@@ -50,21 +50,37 @@ void ScreenRegionPicker::present(QScreen *screen)
     setFocus(Qt::OtherFocusReason);
 }
 
+QRect ScreenRegionPicker::pictureArea() const
+{
+    // The whole picture, as large as fits, keeping its proportions (a screenshot of several
+    // monitors is wider than the one screen it is shown on).
+    if (m_frozen.isNull())
+        return rect();
+    QSize fitted = m_frozen.size();
+    fitted.scale(size(), Qt::KeepAspectRatio);
+    QRect area(QPoint(0, 0), fitted);
+    area.moveCenter(rect().center());
+    return area;
+}
+
 QRect ScreenRegionPicker::imageRect(const QRect &area) const
 {
-    if (width() <= 0 || height() <= 0)
+    const QRect picture = pictureArea();
+    if (picture.width() <= 0 || picture.height() <= 0)
         return {};
-    const double sx = double(m_frozen.width()) / width();
-    const double sy = double(m_frozen.height()) / height();
-    const QRectF mapped(area.x() * sx, area.y() * sy, area.width() * sx, area.height() * sy);
+    const double sx = double(m_frozen.width()) / picture.width();
+    const double sy = double(m_frozen.height()) / picture.height();
+    const QRect inside = area.intersected(picture).translated(-picture.topLeft());
+    const QRectF mapped(inside.x() * sx, inside.y() * sy, inside.width() * sx, inside.height() * sy);
     return mapped.toAlignedRect().intersected(m_frozen.rect());
 }
 
 void ScreenRegionPicker::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
+    painter.fillRect(rect(), Qt::black);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    painter.drawImage(rect(), m_frozen);
+    painter.drawImage(pictureArea(), m_frozen);
 
     // Dim everything but the selection.
     QPainterPath shade;
@@ -108,7 +124,7 @@ void ScreenRegionPicker::mouseMoveEvent(QMouseEvent *event)
 {
     if (!m_dragging)
         return;
-    m_selection = span(m_origin, event->position().toPoint()).intersected(rect());
+    m_selection = span(m_origin, event->position().toPoint()).intersected(pictureArea());
     update();
 }
 
@@ -117,7 +133,7 @@ void ScreenRegionPicker::mouseReleaseEvent(QMouseEvent *event)
     if (!m_dragging || event->button() != Qt::LeftButton)
         return;
     m_dragging = false;
-    m_selection = span(m_origin, event->position().toPoint()).intersected(rect());
+    m_selection = span(m_origin, event->position().toPoint()).intersected(pictureArea());
     if (m_selection.width() < minimumDrag || m_selection.height() < minimumDrag) {
         m_selection = QRect();
         update();

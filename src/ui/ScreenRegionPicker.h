@@ -25,6 +25,8 @@ public:
     // The part of the image under `area` of the overlay, in the image's pixels.
     QRect imageRect(const QRect &area) const;
     QRect selection() const { return m_selection; }
+    // Where the picture is drawn in the overlay.
+    QRect pictureArea() const;
 
     static QString hintText();
 

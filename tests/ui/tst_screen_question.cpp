@@ -126,6 +126,22 @@ private slots:
         QCOMPARE(sent.size(), QSize(1600, 1000));
     }
 
+    // A picture of two monitors keeps its proportions on one screen; picks map back to it.
+    void widePictureIsLetterboxed()
+    {
+        QImage twoScreens(3200, 1000, QImage::Format_RGB32);
+        twoScreens.fill(Qt::gray);
+        ScreenRegionPicker picker(twoScreens);
+        picker.resize(800, 500);
+        QCOMPARE(picker.pictureArea(), QRect(0, 125, 800, 250));
+        QSignalSpy picked(&picker, &ScreenRegionPicker::picked);
+        QTest::mousePress(&picker, Qt::LeftButton, {}, QPoint(400, 20)); // starts above the picture
+        QTest::mouseMove(&picker, QPoint(600, 200));
+        QTest::mouseRelease(&picker, Qt::LeftButton, {}, QPoint(600, 200));
+        QCOMPARE(picked.size(), 1);
+        QCOMPARE(picked.first().first().toRect(), QRect(1600, 0, 800, 300));
+    }
+
     void cancelAndRefusalSendNothing_data()
     {
         QTest::addColumn<int>("how");
