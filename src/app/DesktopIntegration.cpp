@@ -8,7 +8,6 @@
 #include "ui/ControlBar.h"
 #include "ui/DesktopSettingsPage.h"
 #include "ui/MainWindow.h"
-#include "ui/ScreenQuestionFlow.h"
 #include "ui/SettingsDialog.h"
 #include "ui/TranscriptView.h"
 
@@ -43,15 +42,6 @@ DesktopIntegration::DesktopIntegration(AppShell &shell, const PlatformChoice &pl
         window.transcriptView()->jumpToBottom();
     });
     m_handlers.insert(QString::fromLatin1(ShortcutCatalog::copyNewestAnswer), [this] { copyNewestAnswer(); });
-
-    // Answer from screen: the window's own action, which says why when no session runs.
-    addAction({QStringLiteral("answer-from-screen"), QStringLiteral("Answer from screen"),
-               QKeySequence(Qt::CTRL | Qt::ALT | Qt::SHIFT | Qt::Key_A)},
-              [this, &window] {
-                  if (!window.screenQuestion()->action()->isEnabled())
-                      raiseWindow();
-                  window.screenQuestion()->start();
-              });
 
     m_shortcutSettings = std::make_unique<ShortcutSettings>(*m_store, m_catalog);
     m_global = std::make_unique<GlobalShortcuts>(*m_shortcutSettings, QDBusConnection::sessionBus(),
