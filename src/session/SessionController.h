@@ -153,6 +153,8 @@ public:
     // A screen question that ended before anything was sent (refused, cancelled): one line.
     void screenQuestionFailed(const QString &message);
     static const QString screenQuestionText;
+    // Seconds a screen question waits for its response before its card gives up.
+    static constexpr double screenAnswerTimeoutSeconds = 60.0;
 
     // --- Component events (installed as callbacks; public for the components' adapters) --
     void ingestTranscript(const QString &text);
@@ -161,6 +163,8 @@ public:
     void recordUsage(const QVariantMap &usage);
     void trackSpeaking(float micLevel);
     void updateMyAnswer(const QString &text, bool final);
+    // A response has started; the first one we asked for answers the waiting screen question.
+    void screenResponseCreated(const QString &responseID, bool requested);
 
     // The folder that holds the session files.
     static QString sessionFolder();
@@ -209,6 +213,9 @@ private:
     void removeEmptyCompletePairs();
     int indexOfPair(const QString &id) const;
     int indexOfResponse(const QString &responseID) const;
+
+    // Screen questions.
+    void screenAnswerTimedOut(const QString &pairID);
 
     // Speaking.
     void startAnswerClock(Clock::TimePoint at);
@@ -286,6 +293,7 @@ private:
     QSet<QString> m_firstTokenSeen;
     QSet<QString> m_supersededResponses;
     std::optional<QString> m_screenPairID; // the screen question waiting for its response
+    std::unique_ptr<ClockTimer> m_screenTimer;
     std::optional<Clock::TimePoint> m_speakingStart;
     std::optional<Clock::TimePoint> m_lastVoiceAt;
     std::unique_ptr<ClockTimer> m_speakingTimer;

@@ -149,7 +149,7 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
     int index = indexOfResponse(responseID);
     if (index < 0) {
         for (int i = int(m_pairs.size()) - 1; i >= 0 && index < 0; --i) {
-            if (!m_pairs.at(i).responseID && !m_pairs.at(i).isComplete) {
+            if (!m_pairs.at(i).responseID && !m_pairs.at(i).isComplete && m_screenPairID != m_pairs.at(i).id) {
                 index = i;
                 m_pairs[i].responseID = responseID;
                 emit pairChanged(i);

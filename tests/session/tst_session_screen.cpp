@@ -95,6 +95,39 @@ private slots:
         QVERIFY(rig.client.regenerated.isEmpty());
     }
 
+    // The interviewer's own turn answered by the service meanwhile does not take the screen
+    // card; the response we asked for does.
+    void onlyTheRequestedResponseAnswersTheScreenCard()
+    {
+        SessionRig rig;
+        QVERIFY(rig.startSession());
+        QVERIFY(rig.controller->askAboutScreen(QByteArray("jpeg"), QByteArray("thumb")));
+        rig.client.onResponseCreated(QStringLiteral("r-vad"), false);
+        rig.client.delta(QStringLiteral("r-vad"), QStringLiteral("Answer to something heard."));
+        rig.client.onResponseCreated(QStringLiteral("r-screen"), true);
+        rig.client.delta(QStringLiteral("r-screen"), QStringLiteral("Answer to the screen."));
+        const QList<QAPair> &pairs = rig.controller->pairs();
+        QCOMPARE(pairs.size(), 2);
+        QCOMPARE(pairs.at(0).question, QStringLiteral("Screen question"));
+        QCOMPARE(pairs.at(0).answer, QStringLiteral("Answer to the screen."));
+        QCOMPARE(pairs.at(1).answer, QStringLiteral("Answer to something heard."));
+    }
+
+    void unansweredScreenQuestionGivesUp()
+    {
+        SessionRig rig;
+        QVERIFY(rig.startSession());
+        QVERIFY(rig.controller->askAboutScreen(QByteArray("jpeg"), QByteArray("thumb")));
+        rig.clock.advance(SessionController::screenAnswerTimeoutSeconds - 1);
+        QVERIFY(!rig.controller->pairs().last().isComplete);
+        rig.clock.advance(2);
+        QVERIFY(rig.controller->pairs().last().isComplete);
+        QCOMPARE(rig.controller->banner(), QStringLiteral("The screen question got no answer — ask again."));
+        // A late response no longer lands in it.
+        rig.client.onResponseCreated(QStringLiteral("late"), true);
+        QVERIFY(!rig.controller->pairs().first().responseID);
+    }
+
     // The real client against the simulator: the messages on the wire, the card and the
     // history re-sent after a reconnect (as text: the picture is not sent again).
     void againstTheSimulator()
