@@ -71,7 +71,7 @@ public:
     using BannerLink = SessionBannerLink;
 
     // The one action button a banner may carry.
-    enum class BannerAction { openAccountSettings, openOnboarding, openContext };
+    enum class BannerAction { openAccountSettings, openOnboarding, openContext, cancelTranscription };
     Q_ENUM(BannerAction)
 
     // Runs a job off the GUI thread. The default uses the global thread pool; tests pass
@@ -138,6 +138,8 @@ public:
     void revealRecording();
     // Lets the user pick a saved recording and transcribes it on the device.
     void transcribeRecording();
+    // Stops a running transcription of a recording (the banner's action while it runs).
+    void cancelRecordingTranscription();
     void setBanner(const QString &text, const QList<BannerLink> &links);
     void setBanner(const QString &text, BannerAction action);
     // Sets or clears the banner text alone (links and action follow the usual rules).
@@ -166,6 +168,8 @@ public:
     void updateMyAnswer(const QString &text, bool final);
     // A response has started; the first one we asked for answers the waiting screen question.
     void screenResponseCreated(const QString &responseID, bool requested);
+    // Usage of the service that transcribes the user's answers (when the user opted in).
+    void recordAnswerTranscriptionUsage(const QVariantMap &usage);
 
     // The folder that holds the session files.
     static QString sessionFolder();

@@ -38,6 +38,7 @@ QString actionLabel(SessionController::BannerAction action)
     case SessionController::BannerAction::openAccountSettings: return QStringLiteral("Open Settings");
     case SessionController::BannerAction::openOnboarding: return QStringLiteral("Open Setup");
     case SessionController::BannerAction::openContext: return QStringLiteral("Add Context");
+    case SessionController::BannerAction::cancelTranscription: return QStringLiteral("Cancel");
     }
     return {};
 }
@@ -94,6 +95,7 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
         case SessionController::BannerAction::openAccountSettings: openSettings(); break;
         case SessionController::BannerAction::openOnboarding: openOnboarding(); break;
         case SessionController::BannerAction::openContext: openContextPanel(); break;
+        case SessionController::BannerAction::cancelTranscription: m_controller.cancelRecordingTranscription(); break;
         }
     });
     connect(&m_controller, &SessionController::contextPanelRequestedChanged, this,
