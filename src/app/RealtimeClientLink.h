@@ -34,6 +34,11 @@ public:
     void updateHistory(const History &history) override { m_client.updateHistory(history); }
     void updateInstructions(const QString &instructions) override { m_client.updateInstructions(instructions); }
     void regenerate(const QString &question) override { m_client.regenerate(question); }
+    bool askAboutImage(const QByteArray &jpeg, const QString &text) override
+    {
+        m_client.askAboutImage(jpeg, text);
+        return true;
+    }
 
 private:
     // The link's callback is read when the event arrives, so the session may install it after

@@ -11,7 +11,10 @@
 #include "settings/AppSettings.h"
 #include "settings/StoreReader.h"
 #include "singleinstance/SingleInstance.h"
+#include "ui/MainWindow.h"
+#include "ui/ScreenQuestionFlow.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QCoreApplication>
 #include <QDir>
@@ -106,6 +109,19 @@ int runWindow(int argc, char *argv[], const CommandLine::Options &options)
     DesktopIntegration desktop(shell, platform);
     QObject::connect(&instance, &SingleInstance::requested, &desktop,
                      [&desktop](const SingleInstance::Request &request) { desktop.handleLaunchRequest(request.start); });
+    // Answer from screen: the window's own action, which says why when no session runs.
+    MainWindow &window = shell.window();
+    desktop.addAction({QStringLiteral("answer-from-screen"), QStringLiteral("Answer from screen"),
+                       QKeySequence(Qt::CTRL | Qt::ALT | Qt::SHIFT | Qt::Key_A)},
+                      [&window] {
+                          ScreenQuestionFlow &screen = *window.screenQuestion();
+                          if (!screen.action()->isEnabled()) {
+                              window.show();
+                              window.raise();
+                              window.activateWindow();
+                          }
+                          screen.start();
+                      });
     shell.show();
     desktop.start();
     SessionController &controller = shell.controller();

@@ -89,3 +89,8 @@ void RealtimeClient::regenerate(const QString &question)
 {
     post([c = m_connection, question] { c->regenerate(question); });
 }
+
+void RealtimeClient::askAboutImage(const QByteArray &jpeg, const QString &text)
+{
+    post([c = m_connection, jpeg, text] { c->askAboutImage(jpeg, text); });
+}

@@ -39,6 +39,8 @@ public:
     void updateInstructions(const QString &instructions);
     // Asks for a fresh answer to `question`, cancelling the answer in progress.
     void regenerate(const QString &question);
+    // Sends a picture of the screen (JPEG bytes) with `text` and asks for a response.
+    void askAboutImage(const QByteArray &jpeg, const QString &text);
 
     std::function<void(const RealtimeStatus &)> onStatus;
     std::function<void(const QString &itemID, const QString &transcript)> onTranscript;

@@ -75,6 +75,7 @@ void RealtimeConnection::start(const RealtimeConfig &config)
     m_reconnectPending = false;
     teardown();
     m_config = config;
+    m_pendingImage.reset();
     m_shouldRun = true;
     m_reconnectAttempt = 0;
     trace(QStringLiteral("        websocket open"));
@@ -91,6 +92,7 @@ void RealtimeConnection::stop()
     m_shouldRun = false;
     m_reconnectPending = false;
     m_reconnectTimer.stop();
+    m_pendingImage.reset();
     teardown();
     report(RealtimeStatus::idle());
 }

@@ -55,6 +55,9 @@ public:
     void updateHistory(const History &history);
     void updateInstructions(const QString &instructions);
     void regenerate(const QString &question);
+    // A picture of the screen (JPEG) and a question about it; a response is asked for. Before
+    // the session is configured it waits and is sent right after the history.
+    void askAboutImage(const QByteArray &jpeg, const QString &text);
 
     // One frame of text from the service. Public so the fuzz target can drive it without a socket.
     void handleText(const QString &text);
@@ -86,6 +89,8 @@ private:
     void handleResponseCreated(const QJsonObject &event);
     void handleResponseDone(const QJsonObject &event);
     bool betaInterface() const;
+    void sendImageQuestion(const QByteArray &jpeg, const QString &text);
+    void sendPendingImage();
 
     void report(const RealtimeStatus &status);
     void log(const QString &line);
@@ -131,4 +136,11 @@ private:
     bool m_sentAssistantItems = false; // on this socket
     bool m_retryCreateOnDone = false;
     int m_createRetries = 0;
+
+    struct PendingImage
+    {
+        QByteArray jpeg;
+        QString text;
+    };
+    std::optional<PendingImage> m_pendingImage;
 };

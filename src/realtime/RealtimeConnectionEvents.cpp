@@ -88,6 +88,7 @@ void RealtimeConnection::handleConfigured()
     m_serviceClosesInARow = 0;
     m_lastNotice.clear();
     seedHistory();
+    sendPendingImage();
     startTimers();
     report(RealtimeStatus::connected());
     if (m_sink.configured)

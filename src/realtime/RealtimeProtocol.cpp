@@ -30,7 +30,10 @@ QJsonObject turnDetection(const RealtimeConfig &config)
 
 QJsonObject transcription(const RealtimeConfig &config)
 {
-    return QJsonObject{{"model", config.transcribeModel}};
+    QJsonObject object{{"model", config.transcribeModel}};
+    if (!config.transcriptionLanguage.isEmpty())
+        object.insert("language", config.transcriptionLanguage);
+    return object;
 }
 
 QJsonObject session(const RealtimeConfig &config, bool legacy)

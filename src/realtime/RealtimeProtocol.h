@@ -25,7 +25,7 @@ inline constexpr auto betaHeaderValue = "realtime=v1";
 // Each part of the session configuration has a builder of its own, shared by both shapes, so a
 // new field goes into one place.
 QJsonObject turnDetection(const RealtimeConfig &config);
-// {"model": ...} for the meeting audio's transcription.
+// {"model": ...} for the meeting audio's transcription, plus "language" when the config names one.
 QJsonObject transcription(const RealtimeConfig &config);
 // The session object alone, in the current or the legacy shape.
 QJsonObject session(const RealtimeConfig &config, bool legacy);

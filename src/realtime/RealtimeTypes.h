@@ -15,6 +15,8 @@ struct RealtimeConfig
     int prefixPaddingMs = 300;
     int silenceDurationMs = 500;
     int reconnectMinutes = 25;
+    // ISO-639-1 language of the meeting speech, a hint for its transcription; empty = none.
+    QString transcriptionLanguage;
 
     friend bool operator==(const RealtimeConfig &, const RealtimeConfig &) = default;
 };

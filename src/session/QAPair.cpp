@@ -28,5 +28,6 @@ size_t qHash(const QAPair &pair, size_t seed)
     seed = combine(seed, static_cast<qint64>(pair.lastQuestionAt.time_since_epoch().count()));
     seed = combine(seed, pair.myAnswer);
     seed = combine(seed, pair.myAnswerInProgress);
+    seed = combine(seed, pair.screenThumbnail);
     return seed;
 }

@@ -2,6 +2,7 @@
 
 #include "session/Clock.h"
 
+#include <QByteArray>
 #include <QDateTime>
 #include <QHashFunctions>
 #include <QString>
@@ -22,6 +23,7 @@ struct QAPair
     Clock::TimePoint lastQuestionAt{};    // when the question was last set or extended
     QString myAnswer;                     // the user's own transcribed answer
     bool myAnswerInProgress = false;      // the user's answer is still being transcribed
+    QByteArray screenThumbnail;           // a screen question's picture, small, as JPEG; else empty
 
     // A fresh card: new id, time stamp from `wallNow`, `lastQuestionAt` = `now`.
     static QAPair make(const QString &question, std::optional<QString> responseID,

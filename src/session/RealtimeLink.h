@@ -23,6 +23,15 @@ public:
     virtual void updateHistory(const History &history) = 0;
     virtual void updateInstructions(const QString &instructions) = 0;
     virtual void regenerate(const QString &question) = 0;
+    // Sends a picture of the screen (JPEG bytes) with `text` and asks for a response, which
+    // then arrives through onResponseCreated(id, requested = true). Returns false when this
+    // link cannot send pictures.
+    virtual bool askAboutImage(const QByteArray &jpeg, const QString &text)
+    {
+        Q_UNUSED(jpeg);
+        Q_UNUSED(text);
+        return false;
+    }
 
     std::function<void(const RealtimeStatus &)> onStatus;
     std::function<void(const QString &itemID, const QString &transcript)> onTranscript;

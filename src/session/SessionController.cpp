@@ -94,6 +94,9 @@ SessionController::SessionController(const Components &components, QObject *pare
     m_client.onTranscript = guard([](SessionController *self, const QString &, const QString &text) { self->ingestTranscript(text); });
     m_client.onDelta = guard([](SessionController *self, const QString &responseID, const QString &delta) { self->ingestDelta(responseID, delta); });
     m_client.onResponseDone = guard([](SessionController *self, const QString &responseID) { self->completeResponse(responseID); });
+    m_client.onResponseCreated = guard([](SessionController *self, const QString &responseID, bool requested) {
+        self->screenResponseCreated(responseID, requested);
+    });
     m_client.onLog = guard([](SessionController *self, const QString &message) { self->log(message); });
     m_client.onUsage = guard([](SessionController *self, const QVariantMap &usage) { self->recordUsage(usage); });
 
@@ -356,6 +359,7 @@ void SessionController::finishStarting()
     config.prefixPaddingMs = m_settings.prefixPaddingMs();
     config.silenceDurationMs = m_settings.silenceDurationMs();
     config.reconnectMinutes = m_settings.reconnectMinutes();
+    config.transcriptionLanguage = AnswerStyle::languageCode(m_settings.transcriptionLanguage());
     m_client.start(config);
 
     setSessionActive(true);

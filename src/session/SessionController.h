@@ -148,6 +148,17 @@ public:
     // Makes a link with a fresh id.
     static BannerLink makeLink(const QString &label, const QUrl &url);
 
+    // Screen questions (SessionControllerScreen.cpp). Sends a picture of the screen (JPEG)
+    // to the running session and opens a "Screen question" card with `thumbnail` for its
+    // answer. Without a session, or when the link cannot send pictures, nothing is sent, a
+    // banner says so and the result is false.
+    bool askAboutScreen(const QByteArray &jpeg, const QByteArray &thumbnail);
+    // A screen question that ended before anything was sent (refused, cancelled): one line.
+    void screenQuestionFailed(const QString &message);
+    static const QString screenQuestionText;
+    // Seconds a screen question waits for its response before its card gives up.
+    static constexpr double screenAnswerTimeoutSeconds = 60.0;
+
     // --- Component events (installed as callbacks; public for the components' adapters) --
     void ingestTranscript(const QString &text);
     void ingestDelta(const QString &responseID, const QString &delta);
@@ -155,6 +166,8 @@ public:
     void recordUsage(const QVariantMap &usage);
     void trackSpeaking(float micLevel);
     void updateMyAnswer(const QString &text, bool final);
+    // A response has started; the first one we asked for answers the waiting screen question.
+    void screenResponseCreated(const QString &responseID, bool requested);
     // Usage of the service that transcribes the user's answers (when the user opted in).
     void recordAnswerTranscriptionUsage(const QVariantMap &usage);
 
@@ -210,6 +223,9 @@ private:
     void removeEmptyCompletePairs();
     int indexOfPair(const QString &id) const;
     int indexOfResponse(const QString &responseID) const;
+
+    // Screen questions.
+    void screenAnswerTimedOut(const QString &pairID);
 
     // Speaking.
     void startAnswerClock(Clock::TimePoint at);
@@ -292,6 +308,8 @@ private:
     QHash<QString, Clock::TimePoint> m_questionAt;
     QSet<QString> m_firstTokenSeen;
     QSet<QString> m_supersededResponses;
+    std::optional<QString> m_screenPairID; // the screen question waiting for its response
+    std::unique_ptr<ClockTimer> m_screenTimer;
     std::optional<Clock::TimePoint> m_speakingStart;
     std::optional<Clock::TimePoint> m_lastVoiceAt;
     std::unique_ptr<ClockTimer> m_speakingTimer;

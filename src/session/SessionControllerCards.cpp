@@ -86,8 +86,8 @@ void SessionController::ingestTranscript(const QString &text)
 bool SessionController::isContinuation(const QAPair &pair, const QString &text) const
 {
     const double window = m_settings.followUpWindow();
-    if (!(window > 0) || pair.question.isEmpty()) {
-        return false;
+    if (!(window > 0) || pair.question.isEmpty() || !pair.screenThumbnail.isEmpty()) {
+        return false;   // a screen question is never extended by speech
     }
     if (Clock::secondsBetween(pair.lastQuestionAt, m_clock.now()) > window) {
         return false;
@@ -149,7 +149,7 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
     int index = indexOfResponse(responseID);
     if (index < 0) {
         for (int i = int(m_pairs.size()) - 1; i >= 0 && index < 0; --i) {
-            if (!m_pairs.at(i).responseID && !m_pairs.at(i).isComplete) {
+            if (!m_pairs.at(i).responseID && !m_pairs.at(i).isComplete && m_screenPairID != m_pairs.at(i).id) {
                 index = i;
                 m_pairs[i].responseID = responseID;
                 emit pairChanged(i);

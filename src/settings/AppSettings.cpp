@@ -158,6 +158,7 @@ void AppSettings::load()
     m_companyName = str("companyName", QString());
     m_roleTitle = str("roleTitle", QString());
     m_jobDescription = str("jobDescription", QString());
+    loadAnswerSettings();
     validateLoaded();
 }
 
@@ -192,7 +193,7 @@ void AppSettings::reportReset(const QString &message)
 QString AppSettings::instructions() const
 {
     return InstructionsBuilder::build({m_systemPrompt, m_companyName, m_roleTitle, m_jobDescription,
-                                       m_interviewers, m_contextText});
+                                       m_interviewers, m_contextText, answerStyle()});
 }
 
 void AppSettings::appendContext(const QString &text, const QStringList &names)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "settings/AnswerStyle.h"
 #include "settings/Interviewer.h"
 #include "settings/SecretStore.h"
 
@@ -53,6 +54,11 @@ class AppSettings : public QObject
     Q_PROPERTY(QString companyName READ companyName WRITE setCompanyName NOTIFY companyNameChanged)
     Q_PROPERTY(QString roleTitle READ roleTitle WRITE setRoleTitle NOTIFY roleTitleChanged)
     Q_PROPERTY(QString jobDescription READ jobDescription WRITE setJobDescription NOTIFY jobDescriptionChanged)
+    Q_PROPERTY(AnswerStyle::Length answerLength READ answerLength WRITE setAnswerLength NOTIFY answerLengthChanged)
+    Q_PROPERTY(AnswerStyle::Structure answerStructure READ answerStructure WRITE setAnswerStructure NOTIFY answerStructureChanged)
+    Q_PROPERTY(QString answerLanguage READ answerLanguage WRITE setAnswerLanguage NOTIFY answerLanguageChanged)
+    Q_PROPERTY(QString transcriptionLanguage READ transcriptionLanguage WRITE setTranscriptionLanguage NOTIFY transcriptionLanguageChanged)
+    Q_PROPERTY(bool screenPrivacyNoteShown READ screenPrivacyNoteShown WRITE setScreenPrivacyNoteShown NOTIFY screenPrivacyNoteShownChanged)
     Q_PROPERTY(QString instructions READ instructions NOTIFY instructionsChanged)
 
 public:
@@ -116,6 +122,16 @@ public:
     QString companyName() const { return m_companyName; }
     QString roleTitle() const { return m_roleTitle; }
     QString jobDescription() const { return m_jobDescription; }
+    // Answer style (AppSettingsAnswers.cpp). Stored under "answerLength" and "answerStructure"
+    // (raw values), "answerLanguage" (a language name, "" = the question's language) and
+    // "transcriptionLanguage" (an ISO-639-1 code for the meeting transcription, "" = none).
+    AnswerStyle::Length answerLength() const { return m_answerLength; }
+    AnswerStyle::Structure answerStructure() const { return m_answerStructure; }
+    QString answerLanguage() const { return m_answerLanguage; }
+    QString transcriptionLanguage() const { return m_transcriptionLanguage; }
+    AnswerStyle answerStyle() const { return {m_answerLength, m_answerStructure, m_answerLanguage}; }
+    // The note on what a screen question sends has been shown ("screenPrivacyNoteShown").
+    bool screenPrivacyNoteShown() const { return m_screenPrivacyNoteShown; }
 
     void setApiKey(const QString &value);
     void setHasCompletedOnboarding(bool value);
@@ -146,6 +162,11 @@ public:
     void setCompanyName(const QString &value);
     void setRoleTitle(const QString &value);
     void setJobDescription(const QString &value);
+    void setAnswerLength(AnswerStyle::Length value);
+    void setAnswerStructure(AnswerStyle::Structure value);
+    void setAnswerLanguage(const QString &value);
+    void setTranscriptionLanguage(const QString &value);
+    void setScreenPrivacyNoteShown(bool value);
 
     // The full model instructions assembled from the current settings (rebuilt on every call).
     QString instructions() const;
@@ -193,15 +214,21 @@ signals:
     void companyNameChanged(const QString &value);
     void roleTitleChanged(const QString &value);
     void jobDescriptionChanged(const QString &value);
+    void answerLengthChanged(AnswerStyle::Length value);
+    void answerStructureChanged(AnswerStyle::Structure value);
+    void answerLanguageChanged(const QString &value);
+    void transcriptionLanguageChanged(const QString &value);
+    void screenPrivacyNoteShownChanged(bool value);
     // A value given to a setter was out of range and the setting was reset to its default
     // instead; `message` says which and why (also logged).
     void settingReset(const QString &message);
-    // Emitted after any of systemPrompt, companyName, roleTitle, jobDescription, interviewers
-    // or contextText changes.
+    // Emitted after any of systemPrompt, companyName, roleTitle, jobDescription, interviewers,
+    // contextText, answerLength, answerStructure or answerLanguage changes.
     void instructionsChanged();
 
 private:
     void load();
+    void loadAnswerSettings();
     // Replaces the values that may not be sent to the service by their defaults; on load the
     // messages go to loadNotices(), on a change to settingReset().
     void validateLoaded();
@@ -239,4 +266,9 @@ private:
     QString m_companyName{};
     QString m_roleTitle{};
     QString m_jobDescription{};
+    AnswerStyle::Length m_answerLength = AnswerStyle::Length::standard;
+    AnswerStyle::Structure m_answerStructure = AnswerStyle::Structure::automatic;
+    QString m_answerLanguage{};
+    QString m_transcriptionLanguage{};
+    bool m_screenPrivacyNoteShown{};
 };

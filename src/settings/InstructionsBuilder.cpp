@@ -107,5 +107,11 @@ QString InstructionsBuilder::build(const Inputs &in)
 
     out += QStringLiteral("\n\n");
     out += text(closingSection);
+
+    const QStringList style = in.style.sentences();
+    if (!style.isEmpty()) {
+        out += QStringLiteral("\n\n");
+        out += style.join(QLatin1Char('\n'));
+    }
     return out;
 }

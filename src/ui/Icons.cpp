@@ -19,7 +19,7 @@ constexpr std::array kAll{
     Id::play, Id::stop, Id::mic, Id::micActive, Id::clock, Id::lastAnswer, Id::folder, Id::settings,
     Id::moon, Id::sun, Id::textSmaller, Id::textLarger, Id::info, Id::transcript, Id::recording, Id::close,
     Id::interviewer, Id::copilot, Id::person, Id::expand, Id::collapse, Id::arrowDown, Id::context, Id::job,
-    Id::check, Id::warning, Id::pin, Id::record, Id::more,
+    Id::check, Id::warning, Id::pin, Id::record, Id::more, Id::screen,
 };
 
 const char *nameOf(Id id)
@@ -54,6 +54,7 @@ const char *nameOf(Id id)
     case Id::pin: return "view-pin";
     case Id::record: return "media-record";
     case Id::more: return "view-more";
+    case Id::screen: return "video-display";
     }
     return "";
 }
@@ -219,6 +220,11 @@ void draw(Id id, QPainter &p, const QColor &ink, const QColor &accent, bool on)
             const double x = 3 + i * 2.5;
             p.drawLine(QPointF(x, 8 - h / 2), QPointF(x, 8 + h / 2));
         }
+        return;
+    case Id::screen:
+        p.drawRoundedRect(QRectF(1.5, 2.5, 13, 9), 1, 1);
+        p.drawLine(QPointF(8, 11.5), QPointF(8, 14));
+        p.drawLine(QPointF(5, 14.5), QPointF(11, 14.5));
         return;
     case Id::close:
         p.drawLine(QPointF(4, 4), QPointF(12, 12));

@@ -13,7 +13,7 @@ namespace Icons {
 enum class Id {
     play, stop, mic, micActive, clock, lastAnswer, folder, settings, moon, sun,
     textSmaller, textLarger, info, transcript, recording, close, interviewer, copilot,
-    person, expand, collapse, arrowDown, context, job, check, warning, pin, record, more,
+    person, expand, collapse, arrowDown, context, job, check, warning, pin, record, more, screen,
 };
 
 QIcon icon(Id id);

@@ -7,8 +7,10 @@
 #include "ui/CardFonts.h"
 #include "ui/ContextPanel.h"
 #include "ui/ControlBar.h"
+#include "ui/Icons.h"
 #include "ui/JobContextDialog.h"
 #include "ui/OnboardingDialog.h"
+#include "ui/ScreenQuestionFlow.h"
 #include "ui/SettingsDialog.h"
 #include "ui/TextSize.h"
 #include "ui/TranscriptView.h"
@@ -135,6 +137,10 @@ void MainWindow::buildMenus()
     m_copyTranscriptAction = file->addAction(tr("Copy Transcript"), this, &MainWindow::copyTranscript);
     m_transcribeRecordingAction = file->addAction(tr("Transcribe Recording…"), &m_controller,
                                                   &SessionController::transcribeRecording);
+    m_screenQuestion = new ScreenQuestionFlow(m_settings, m_controller, this, this);
+    file->addAction(m_screenQuestion->action());
+    m_screenQuestion->action()->setIcon(Icons::icon(Icons::Id::screen));
+    m_controlBar->addToolAction(m_screenQuestion->action());
     file->addSeparator();
     QAction *quit = file->addAction(tr("Quit"), this, &QWidget::close);
     quit->setShortcut(QKeySequence::Quit);

@@ -18,6 +18,7 @@ class FileRevealer;
 class QAction;
 class QActionGroup;
 class QTimer;
+class ScreenQuestionFlow;
 class SessionController;
 class TapQueries;
 class TranscriptView;
@@ -68,6 +69,7 @@ public:
     QAction *resetTextAction() const { return m_resetTextAction; }
     QAction *copyTranscriptAction() const { return m_copyTranscriptAction; }
     QAction *transcribeRecordingAction() const { return m_transcribeRecordingAction; }
+    ScreenQuestionFlow *screenQuestion() const { return m_screenQuestion; }
 
     // Flips between light and dark, starting from what is shown now.
     void toggleAppearance();
@@ -126,4 +128,5 @@ private:
     QAction *m_resetTextAction = nullptr;
     QAction *m_copyTranscriptAction = nullptr;
     QAction *m_transcribeRecordingAction = nullptr;
+    ScreenQuestionFlow *m_screenQuestion = nullptr;
 };

@@ -4,6 +4,7 @@
 #include "ui/FlowLayout.h"
 #include "ui/IconLabel.h"
 #include "ui/Icons.h"
+#include "ui/ScreenThumbnail.h"
 #include "ui/StreamingText.h"
 #include "ui/Theme.h"
 
@@ -96,6 +97,8 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     m_question = wrappingLabel(this);
     m_question->setTextInteractionFlags(Qt::TextSelectableByMouse);
     layout->addWidget(m_question);
+    if (!pair.screenThumbnail.isEmpty())
+        layout->addWidget(new ScreenThumbnail(pair.screenThumbnail, this));
 
     m_answerHeader = new QWidget(this);
     auto *answerHeader = new QHBoxLayout(m_answerHeader);

@@ -4,6 +4,7 @@
 #include "session/TapQueries.h"
 #include "settings/InstructionsBuilder.h"
 #include "ui/AnswerServiceCheckBox.h"
+#include "ui/AnswersSettingsPage.h"
 #include "ui/ApiKeyField.h"
 #include "ui/AudioEnvironment.h"
 #include "ui/TextSize.h"
@@ -63,6 +64,7 @@ SettingsDialog::SettingsDialog(AppSettings &settings, SessionController &control
     m_tabs->addTab(buildGeneralTab(), tr("&General"));
     m_tabs->addTab(buildAudioTab(), tr("A&udio"));
     m_tabs->addTab(buildModelTab(), tr("&Model"));
+    m_tabs->addTab(new AnswersSettingsPage(m_settings, m_controller, this), tr("A&nswers"));
     layout->addWidget(m_tabs, 1);
 
     auto *bottom = new QHBoxLayout;

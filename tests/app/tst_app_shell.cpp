@@ -53,6 +53,29 @@ private slots:
         QVERIFY(instructions.contains("CONTEXT"));
     }
 
+    // The answer style is part of what --print-instructions shows.
+    void printInstructionsShowsTheAnswerStyle()
+    {
+        if (!QFile::exists(binary()))
+            QSKIP("the ketterbloom program is not built");
+        {
+            const auto store = AppSettings::openDefaultStore();
+            store->setValue(QStringLiteral("answerLength"), QStringLiteral("brief"));
+            store->setValue(QStringLiteral("answerLanguage"), QStringLiteral("Spanish"));
+        }
+        int code = -1;
+        const QByteArray instructions = runHeadless({QStringLiteral("--print-instructions")}, &code);
+        {
+            const auto store = AppSettings::openDefaultStore();
+            store->remove(QStringLiteral("answerLength"));
+            store->remove(QStringLiteral("answerLanguage"));
+        }
+        QCOMPARE(code, 0);
+        QVERIFY(instructions.endsWith("what is new instead of restating it.\n\n"
+                                      "Keep every answer brief: two or three sentences that can be said aloud as they stand.\n"
+                                      "Always answer in Spanish, whatever language the question is asked in."));
+    }
+
     void windowOpensAndWorksWithoutAKey()
     {
         AppShell shell;

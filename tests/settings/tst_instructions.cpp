@@ -1,4 +1,8 @@
+#include "settings/AppSettings.h"
 #include "settings/InstructionsBuilder.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
 
 #include <QTest>
 
@@ -177,6 +181,110 @@ private slots:
         const qsizetype from = utf8.indexOf("Read each person");
         const qsizetype to = utf8.indexOf("internal jargon.") + qsizetype(sizeof("internal jargon.") - 1);
         QCOMPARE(to - from, 976);
+    }
+
+    // With every answer-style setting at its default, a fresh settings store gives exactly the
+    // text the program has always sent.
+    void answerStyleDefaultsChangeNothing()
+    {
+        QTemporaryDir dir;
+        AppSettings settings(std::make_unique<QSettings>(dir.filePath(QStringLiteral("s.conf")), QSettings::IniFormat),
+                             SecretStore(dir.filePath(QStringLiteral("k")), dir.filePath(QStringLiteral("l"))));
+        QCOMPARE(settings.answerLength(), AnswerStyle::Length::standard);
+        QCOMPARE(settings.answerStructure(), AnswerStyle::Structure::automatic);
+        QCOMPARE(settings.answerLanguage(), QString());
+        QCOMPARE(settings.transcriptionLanguage(), QString());
+        QCOMPARE(settings.instructions().toUtf8(), QByteArray(defaultInstructions));
+        // A blank language name is no language.
+        settings.setAnswerLanguage(QStringLiteral("  "));
+        QCOMPARE(settings.instructions().toUtf8(), QByteArray(defaultInstructions));
+    }
+
+    void eachStyleSettingAddsOneSentence_data()
+    {
+        QTest::addColumn<int>("length");
+        QTest::addColumn<int>("structure");
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<QString>("added");
+        QTest::newRow("brief") << int(AnswerStyle::Length::brief) << 0 << QString()
+                               << "Keep every answer brief: two or three sentences that can be said aloud as they stand.";
+        QTest::newRow("detailed") << int(AnswerStyle::Length::detailed) << 0 << QString()
+                                  << "Give detailed answers: up to two short paragraphs.";
+        QTest::newRow("star") << 0 << int(AnswerStyle::Structure::star) << QString()
+                              << "Answer behavioural questions (about how you acted in a past situation) in STAR form: "
+                                 "Situation, Task, Action, Result.";
+        QTest::newRow("language") << 0 << 0 << QStringLiteral(" German ")
+                                  << "Always answer in German, whatever language the question is asked in.";
+        QTest::newRow("all three, in order")
+            << int(AnswerStyle::Length::brief) << int(AnswerStyle::Structure::star) << QStringLiteral("Français")
+            << QString::fromUtf8("Keep every answer brief: two or three sentences that can be said aloud as they stand.\n"
+                                 "Answer behavioural questions (about how you acted in a past situation) in STAR form: "
+                                 "Situation, Task, Action, Result.\n"
+                                 "Always answer in Français, whatever language the question is asked in.");
+    }
+
+    void eachStyleSettingAddsOneSentence()
+    {
+        QFETCH(int, length);
+        QFETCH(int, structure);
+        QFETCH(QString, language);
+        QFETCH(QString, added);
+        InstructionsBuilder::Inputs in;
+        in.systemPrompt = InstructionsBuilder::defaultSystemPrompt();
+        in.interviewers = {Interviewer(), Interviewer()};
+        in.style = {AnswerStyle::Length(length), AnswerStyle::Structure(structure), language};
+        // The style comes last, after a blank line; everything before it is untouched.
+        QCOMPARE(InstructionsBuilder::build(in), QString::fromUtf8(defaultInstructions) + "\n\n" + added);
+    }
+
+    // The keys, their raw values, bad stored values, and which changes reach the instructions.
+    void answerSettingsPersistAndNotify()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("s.conf"));
+        const SecretStore keys(dir.filePath(QStringLiteral("k")), dir.filePath(QStringLiteral("l")));
+        {
+            AppSettings settings(std::make_unique<QSettings>(path, QSettings::IniFormat), keys);
+            QSignalSpy instructions(&settings, &AppSettings::instructionsChanged);
+            settings.setAnswerLength(AnswerStyle::Length::detailed);
+            settings.setAnswerStructure(AnswerStyle::Structure::star);
+            settings.setAnswerLanguage(QStringLiteral("German"));
+            QCOMPARE(instructions.size(), 3);
+            settings.setAnswerLanguage(QStringLiteral("German "));   // same sentence
+            settings.setTranscriptionLanguage(QStringLiteral("de")); // not part of the instructions
+            settings.setScreenPrivacyNoteShown(true);
+            QCOMPARE(instructions.size(), 3);
+            QVERIFY(settings.instructions().endsWith(
+                QStringLiteral("Always answer in German, whatever language the question is asked in.")));
+        }
+        {
+            QSettings raw(path, QSettings::IniFormat);
+            QCOMPARE(raw.value("answerLength").toString(), QStringLiteral("detailed"));
+            QCOMPARE(raw.value("answerStructure").toString(), QStringLiteral("star"));
+            QCOMPARE(raw.value("answerLanguage").toString(), QStringLiteral("German "));
+            QCOMPARE(raw.value("transcriptionLanguage").toString(), QStringLiteral("de"));
+        }
+        AppSettings again(std::make_unique<QSettings>(path, QSettings::IniFormat), keys);
+        QCOMPARE(again.answerLength(), AnswerStyle::Length::detailed);
+        QCOMPARE(again.answerStructure(), AnswerStyle::Structure::star);
+        QCOMPARE(again.transcriptionLanguage(), QStringLiteral("de"));
+        QVERIFY(again.screenPrivacyNoteShown());
+        {
+            QSettings raw(path, QSettings::IniFormat);
+            raw.setValue("answerLength", "Brief");
+            raw.setValue("answerStructure", "STAR");
+        }
+        AppSettings wrongCase(std::make_unique<QSettings>(path, QSettings::IniFormat), keys);
+        QCOMPARE(wrongCase.answerLength(), AnswerStyle::Length::standard);
+        QCOMPARE(wrongCase.answerStructure(), AnswerStyle::Structure::automatic);
+    }
+
+    void transcriptionLanguageCodes()
+    {
+        QCOMPARE(AnswerStyle::languageCode(QStringLiteral(" DE ")), QStringLiteral("de"));
+        QCOMPARE(AnswerStyle::languageCode(QStringLiteral("pt")), QStringLiteral("pt"));
+        for (const char *bad : {"", "deu", "German", "d", "e1", "pt-BR"})
+            QCOMPARE(AnswerStyle::languageCode(QString::fromUtf8(bad)), QString());
     }
 };
 

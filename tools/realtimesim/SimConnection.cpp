@@ -1,6 +1,7 @@
 #include "realtimesim/SimConnection.h"
 
 #include "realtimesim/RealtimeSimulator.h"
+#include "realtimesim/SimImage.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -286,15 +287,21 @@ void SimConnection::handleItemCreate(const QJsonObject &message)
                   "item.content[0].type");
         return;
     }
-    const bool userOk = role == QLatin1String("user") && partType == QLatin1String("input_text");
+    const SimUserContent user = role == QLatin1String("user") ? SimImage::check(content) : SimUserContent{};
+    if (role == QLatin1String("user") && !user.error.isEmpty()) {
+        sendError(QStringLiteral("invalid_value"), QStringLiteral("Invalid value for '%1'.").arg(user.error), user.error);
+        return;
+    }
     const bool assistantOk = role == QLatin1String("assistant")
                              && (partType == QLatin1String("output_text") || partType == QLatin1String("text"));
-    if (!userOk && !assistantOk) {
+    if (role != QLatin1String("user") && !assistantOk) {
         sendError(QStringLiteral("invalid_value"), QStringLiteral("Invalid value: '%1'.").arg(partType), "item.content[0].type");
         return;
     }
-    if (role == QLatin1String("user"))
-        m_lastUserText = content.first().toObject().value("text").toString();
+    if (role == QLatin1String("user")) {
+        m_lastUserText = user.text;
+        m_lastUserImages = user.images;
+    }
     QJsonObject created = item;
     created.insert("id", nextId("item"));
     sendEvent({{"type", "conversation.item.added"}, {"item", created}});
@@ -309,7 +316,8 @@ void SimConnection::handleResponseCreate()
         return;
     }
     SimTurn turn;
-    turn.answer = m_simulator->answerFor(m_lastUserText);
+    const QString &imageAnswer = m_simulator->script().imageAnswer;
+    turn.answer = m_lastUserImages > 0 && !imageAnswer.isEmpty() ? imageAnswer : m_simulator->answerFor(m_lastUserText);
     m_responseBusy = true;
     startResponse(turn, {}, {});
 }

@@ -96,6 +96,7 @@ private:
     QJsonObject m_session;
     QString m_speechItemID;
     QString m_lastUserText;
+    int m_lastUserImages = 0; // pictures in the last user item
     QString m_activeResponseID;
     bool m_responseCancelled = false;
     // Realistic mode: an answer has been decided on for a turn and not finished yet.

@@ -56,6 +56,7 @@ void SimConnection::runClassicTurn(const SimTurn &turn)
     if (!turn.transcriptAfterResponse)
         enqueue(0, [this, transcript] { sendEvent(transcript); });
     m_lastUserText = turn.question;
+    m_lastUserImages = 0;
     enqueue(0, [this, turn, transcript] {
         m_responseBusy = true;
         startResponse(turn, {}, [this, turn, transcript] {
@@ -74,6 +75,7 @@ void SimConnection::runRealisticTurn(const SimTurn &turn)
 {
     const QString itemID = m_speechItemID.isEmpty() ? nextId("item") : std::exchange(m_speechItemID, QString());
     m_lastUserText = turn.question;
+    m_lastUserImages = 0;
     const QJsonObject detection = turnDetection();
     const bool createResponse = detection.value("create_response").toBool(true);
     const bool interrupt = detection.value("interrupt_response").toBool(true);

@@ -65,6 +65,7 @@ std::optional<SimScript> SimScript::fromJson(const QByteArray &json, QString *er
     script.rejectOutputText = root.value("reject_output_text").toBool(false);
     script.apiKey = root.value("api_key").toString();
     script.cancelDelayMs = root.value("cancel_delay_ms").toInt(script.cancelDelayMs);
+    script.imageAnswer = root.value("image_answer").toString(SimScript().imageAnswer);
     script.realistic = root.value("realistic").toBool(false);
     const QJsonValue withhold = root.value("withhold_session_created");
     script.withholdSessionCreated = withhold.isBool() ? (withhold.toBool() ? -1 : 0) : withhold.toInt(0);
@@ -136,6 +137,10 @@ QStringList SimScript::effectiveRefusedTranscribeModels() const
 SimScript SimScript::builtin()
 {
     SimScript script;
+    script.imageAnswer = QStringLiteral(
+        "Approach: walk the list once, keeping a map from each value to its index; for each item, "
+        "look up its complement first. Code: seen = {}; for i, x in enumerate(nums): if target - x in "
+        "seen: return [seen[target - x], i]; seen[x] = i");
     auto turn = [](const char *question, const char *answer) {
         SimTurn t;
         t.question = QString::fromUtf8(question);

@@ -54,6 +54,7 @@ struct SimScript
     bool rejectOutputText = false;   // refuse assistant items whose content type is "output_text"
     QString apiKey;                  // when set, only this key is accepted
     int cancelDelayMs = 40;          // a cancelled response ends this long after "response.cancel"
+    QString imageAnswer;             // the answer to a user item with a picture ("image_answer")
     // Behave as the real service does (see tools/README.md) instead of the simpler, ordered way.
     bool realistic = false;
     // The first this many connections never get "session.created"; -1: every connection.

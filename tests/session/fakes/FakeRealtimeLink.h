@@ -14,6 +14,12 @@ public:
     void updateHistory(const History &history) override { histories.append(history); }
     void updateInstructions(const QString &instructions) override { instructionUpdates.append(instructions); }
     void regenerate(const QString &question) override { regenerated.append(question); }
+    bool askAboutImage(const QByteArray &jpeg, const QString &text) override
+    {
+        if (acceptsImages)
+            images.append({jpeg, text});
+        return acceptsImages;
+    }
 
     void transcript(const QString &text, const QString &itemID = QStringLiteral("item")) { onTranscript(itemID, text); }
     void delta(const QString &responseID, const QString &text) { onDelta(responseID, text); }
@@ -27,4 +33,6 @@ public:
     QList<History> histories;
     QStringList instructionUpdates;
     QStringList regenerated;
+    QList<std::pair<QByteArray, QString>> images; // pictures asked about, with their text
+    bool acceptsImages = true;
 };

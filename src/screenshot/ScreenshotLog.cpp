@@ -1,0 +1,3 @@
+#include "screenshot/ScreenshotLog.h"
+
+Q_LOGGING_CATEGORY(lcScreenshot, "ketterbloom.screenshot")

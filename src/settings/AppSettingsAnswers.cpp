@@ -1,0 +1,68 @@
+// The answer-style settings and the screen-question note of AppSettings.
+#include "settings/AppSettings.h"
+
+#include "settings/StoreReader.h"
+
+namespace {
+
+// Stores the new value, writes it through (every call, changed or not) and tells whether it
+// changed.
+template<typename T>
+bool assign(QSettings &store, T &member, const T &value, const char *key, const QVariant &stored)
+{
+    const bool changed = member != value;
+    member = value;
+    store.setValue(QLatin1String(key), stored);
+    return changed;
+}
+
+} // namespace
+
+void AppSettings::loadAnswerSettings()
+{
+    const QSettings &s = *m_store;
+    const auto str = [&s](const char *key) { return StoreReader::string(s, QLatin1String(key)).value_or(QString()); };
+    m_answerLength = AnswerStyle::lengthFromRaw(str("answerLength")).value_or(AnswerStyle::Length::standard);
+    m_answerStructure = AnswerStyle::structureFromRaw(str("answerStructure")).value_or(AnswerStyle::Structure::automatic);
+    m_answerLanguage = str("answerLanguage");
+    m_transcriptionLanguage = str("transcriptionLanguage");
+    m_screenPrivacyNoteShown = StoreReader::boolean(s, QStringLiteral("screenPrivacyNoteShown")).value_or(false);
+}
+
+void AppSettings::setAnswerLength(AnswerStyle::Length value)
+{
+    if (assign(*m_store, m_answerLength, value, "answerLength", AnswerStyle::rawValue(value))) {
+        emit answerLengthChanged(m_answerLength);
+        emit instructionsChanged();
+    }
+}
+
+void AppSettings::setAnswerStructure(AnswerStyle::Structure value)
+{
+    if (assign(*m_store, m_answerStructure, value, "answerStructure", AnswerStyle::rawValue(value))) {
+        emit answerStructureChanged(m_answerStructure);
+        emit instructionsChanged();
+    }
+}
+
+void AppSettings::setAnswerLanguage(const QString &value)
+{
+    const bool sentenceChanged = m_answerLanguage.trimmed() != value.trimmed();
+    if (assign(*m_store, m_answerLanguage, value, "answerLanguage", value)) {
+        emit answerLanguageChanged(m_answerLanguage);
+        if (sentenceChanged)
+            emit instructionsChanged();
+    }
+}
+
+void AppSettings::setTranscriptionLanguage(const QString &value)
+{
+    if (assign(*m_store, m_transcriptionLanguage, value, "transcriptionLanguage", value))
+        emit transcriptionLanguageChanged(m_transcriptionLanguage);
+}
+
+void AppSettings::setScreenPrivacyNoteShown(bool value)
+{
+    if (assign(*m_store, m_screenPrivacyNoteShown, value, "screenPrivacyNoteShown", value))
+        emit screenPrivacyNoteShownChanged(m_screenPrivacyNoteShown);
+}

@@ -1,0 +1,171 @@
+#include "ui/AnswersSettingsPage.h"
+
+#include "session/SessionController.h"
+#include "settings/AppSettings.h"
+
+#include <QButtonGroup>
+#include <QComboBox>
+#include <QFormLayout>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QRadioButton>
+#include <QSignalBlocker>
+#include <QVBoxLayout>
+
+namespace {
+
+const QString kSameLanguage = QStringLiteral("Same as the question");
+
+QLabel *hint(const QString &text, QWidget *parent)
+{
+    auto *label = new QLabel(text, parent);
+    label->setWordWrap(true);
+    label->setForegroundRole(QPalette::PlaceholderText);
+    return label;
+}
+
+} // namespace
+
+QList<std::pair<QString, QString>> AnswersSettingsPage::languages()
+{
+    return {
+        {QStringLiteral("Arabic"), QStringLiteral("ar")},     {QStringLiteral("Chinese"), QStringLiteral("zh")},
+        {QStringLiteral("Czech"), QStringLiteral("cs")},      {QStringLiteral("Danish"), QStringLiteral("da")},
+        {QStringLiteral("Dutch"), QStringLiteral("nl")},      {QStringLiteral("English"), QStringLiteral("en")},
+        {QStringLiteral("Finnish"), QStringLiteral("fi")},    {QStringLiteral("French"), QStringLiteral("fr")},
+        {QStringLiteral("German"), QStringLiteral("de")},     {QStringLiteral("Greek"), QStringLiteral("el")},
+        {QStringLiteral("Hebrew"), QStringLiteral("he")},     {QStringLiteral("Hindi"), QStringLiteral("hi")},
+        {QStringLiteral("Hungarian"), QStringLiteral("hu")},  {QStringLiteral("Indonesian"), QStringLiteral("id")},
+        {QStringLiteral("Italian"), QStringLiteral("it")},    {QStringLiteral("Japanese"), QStringLiteral("ja")},
+        {QStringLiteral("Korean"), QStringLiteral("ko")},     {QStringLiteral("Norwegian"), QStringLiteral("no")},
+        {QStringLiteral("Polish"), QStringLiteral("pl")},     {QStringLiteral("Portuguese"), QStringLiteral("pt")},
+        {QStringLiteral("Romanian"), QStringLiteral("ro")},   {QStringLiteral("Russian"), QStringLiteral("ru")},
+        {QStringLiteral("Spanish"), QStringLiteral("es")},    {QStringLiteral("Swedish"), QStringLiteral("sv")},
+        {QStringLiteral("Turkish"), QStringLiteral("tr")},    {QStringLiteral("Ukrainian"), QStringLiteral("uk")},
+        {QStringLiteral("Vietnamese"), QStringLiteral("vi")},
+    };
+}
+
+AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionController &controller, QWidget *parent)
+    : QWidget(parent)
+    , m_settings(settings)
+    , m_controller(controller)
+    , m_length(new QButtonGroup(this))
+    , m_structure(new QButtonGroup(this))
+    , m_answerLanguage(new QComboBox(this))
+    , m_transcriptionLanguage(new QComboBox(this))
+{
+    auto *layout = new QVBoxLayout(this);
+
+    auto *lengthBox = new QGroupBox(tr("Answer length"), this);
+    auto *lengthLayout = new QVBoxLayout(lengthBox);
+    const std::pair<AnswerStyle::Length, QString> lengths[] = {
+        {AnswerStyle::Length::standard, QStringLiteral("Standard")},
+        {AnswerStyle::Length::brief, QStringLiteral("Brief — two or three spoken sentences")},
+        {AnswerStyle::Length::detailed, QStringLiteral("Detailed — up to two short paragraphs")},
+    };
+    for (const auto &[value, label] : lengths) {
+        auto *button = new QRadioButton(label, lengthBox);
+        m_length->addButton(button, int(value));
+        lengthLayout->addWidget(button);
+    }
+    layout->addWidget(lengthBox);
+
+    auto *structureBox = new QGroupBox(tr("Structure"), this);
+    auto *structureLayout = new QVBoxLayout(structureBox);
+    const std::pair<AnswerStyle::Structure, QString> structures[] = {
+        {AnswerStyle::Structure::automatic, QStringLiteral("Automatic")},
+        {AnswerStyle::Structure::star, QStringLiteral("STAR for behavioural questions")},
+    };
+    for (const auto &[value, label] : structures) {
+        auto *button = new QRadioButton(label, structureBox);
+        m_structure->addButton(button, int(value));
+        structureLayout->addWidget(button);
+    }
+    layout->addWidget(structureBox);
+
+    auto *form = new QFormLayout;
+    m_answerLanguage->setEditable(true);
+    m_answerLanguage->setInsertPolicy(QComboBox::NoInsert);
+    m_answerLanguage->addItem(kSameLanguage);
+    m_transcriptionLanguage->addItem(tr("Not set — the service detects it"), QString());
+    for (const auto &[name, code] : languages()) {
+        m_answerLanguage->addItem(name);
+        m_transcriptionLanguage->addItem(QStringLiteral("%1 (%2)").arg(name, code), code);
+    }
+    form->addRow(tr("Answer &language:"), m_answerLanguage);
+    form->addRow(tr("Interviewer &speaks:"), m_transcriptionLanguage);
+    layout->addLayout(form);
+    layout->addWidget(hint(tr("Length, structure and answer language change the instructions; a running "
+                              "session gets them at once. The interviewer's language helps the transcription "
+                              "and applies at the next Start."),
+                           this));
+    layout->addStretch(1);
+
+    refresh();
+
+    connect(m_length, &QButtonGroup::idClicked, this, [this](int id) {
+        m_settings.setAnswerLength(AnswerStyle::Length(id));
+        m_controller.applyInstructionsLive();
+    });
+    connect(m_structure, &QButtonGroup::idClicked, this, [this](int id) {
+        m_settings.setAnswerStructure(AnswerStyle::Structure(id));
+        m_controller.applyInstructionsLive();
+    });
+    connect(m_answerLanguage, &QComboBox::activated, this, &AnswersSettingsPage::languageEdited);
+    connect(m_answerLanguage->lineEdit(), &QLineEdit::editingFinished, this, &AnswersSettingsPage::languageEdited);
+    connect(m_transcriptionLanguage, &QComboBox::activated, this, &AnswersSettingsPage::transcriptionPicked);
+    for (auto signal : {&AppSettings::answerLanguageChanged, &AppSettings::transcriptionLanguageChanged})
+        connect(&m_settings, signal, this, &AnswersSettingsPage::refresh);
+    connect(&m_settings, &AppSettings::answerLengthChanged, this, &AnswersSettingsPage::refresh);
+    connect(&m_settings, &AppSettings::answerStructureChanged, this, &AnswersSettingsPage::refresh);
+}
+
+QRadioButton *AnswersSettingsPage::lengthButton(AnswerStyle::Length length) const
+{
+    return qobject_cast<QRadioButton *>(m_length->button(int(length)));
+}
+
+QRadioButton *AnswersSettingsPage::structureButton(AnswerStyle::Structure structure) const
+{
+    return qobject_cast<QRadioButton *>(m_structure->button(int(structure)));
+}
+
+void AnswersSettingsPage::refresh()
+{
+    if (QAbstractButton *button = m_length->button(int(m_settings.answerLength())))
+        button->setChecked(true);
+    if (QAbstractButton *button = m_structure->button(int(m_settings.answerStructure())))
+        button->setChecked(true);
+    {
+        const QSignalBlocker block(m_answerLanguage);
+        const QString language = m_settings.answerLanguage().trimmed();
+        if (!m_answerLanguage->lineEdit()->hasFocus())
+            m_answerLanguage->setCurrentText(language.isEmpty() ? kSameLanguage : language);
+    }
+    const QSignalBlocker block(m_transcriptionLanguage);
+    const QString code = AnswerStyle::languageCode(m_settings.transcriptionLanguage());
+    int index = m_transcriptionLanguage->findData(code);
+    if (index < 0) {
+        // A code stored by hand that the list does not name is kept and shown as it is.
+        m_transcriptionLanguage->addItem(code, code);
+        index = m_transcriptionLanguage->count() - 1;
+    }
+    m_transcriptionLanguage->setCurrentIndex(index);
+}
+
+void AnswersSettingsPage::languageEdited()
+{
+    const QString text = m_answerLanguage->currentText().trimmed();
+    const QString language = text == kSameLanguage ? QString() : text;
+    if (language == m_settings.answerLanguage().trimmed())
+        return;
+    m_settings.setAnswerLanguage(language);
+    m_controller.applyInstructionsLive();
+}
+
+void AnswersSettingsPage::transcriptionPicked(int index)
+{
+    m_settings.setTranscriptionLanguage(m_transcriptionLanguage->itemData(index).toString());
+}
