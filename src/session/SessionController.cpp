@@ -87,15 +87,43 @@ SessionController::SessionController(const Components &components, QObject *pare
     m_client.onStatus = guard([](SessionController *self, const RealtimeStatus &status) {
         self->setStatus(status);
         if (status.isFailed()) {
+            // The client's own words stay as the banner after the stop they cause.
             self->setBannerText(status.message());
-            self->stop();
+            self->stopSession(status.message());
         }
     });
-    m_client.onTranscript = guard([](SessionController *self, const QString &, const QString &text) { self->ingestTranscript(text); });
+    m_client.onTranscript = guard([](SessionController *self, const QString &itemID, const QString &text) {
+        self->ingestTranscript(itemID, text);
+    });
     m_client.onDelta = guard([](SessionController *self, const QString &responseID, const QString &delta) { self->ingestDelta(responseID, delta); });
     m_client.onResponseDone = guard([](SessionController *self, const QString &responseID) { self->completeResponse(responseID); });
     m_client.onLog = guard([](SessionController *self, const QString &message) { self->log(message); });
     m_client.onUsage = guard([](SessionController *self, const QVariantMap &usage) { self->recordUsage(usage); });
+    m_client.onSpeechStarted = guard([](SessionController *self, const QString &itemID) { self->speechStarted(itemID); });
+    m_client.onSpeechStopped = guard([](SessionController *self, const QString &itemID) { self->speechStopped(itemID); });
+    m_client.onTranscriptDelta = guard([](SessionController *self, const QString &itemID, const QString &delta) {
+        self->ingestTranscriptDelta(itemID, delta);
+    });
+    m_client.onTranscriptFailed = guard([](SessionController *self, const QString &itemID, const QString &message) {
+        self->transcriptFailed(itemID, message);
+    });
+    m_client.onTranscriptionUsage = guard([](SessionController *self, const QString &itemID, const QVariantMap &usage) {
+        self->recordTranscriptionUsage(itemID, usage);
+    });
+    m_client.onResponseCreated = guard([](SessionController *self, const QString &responseID, bool requested) {
+        self->responseCreated(responseID, requested);
+    });
+    m_client.onResponseEnded = guard([](SessionController *self, const QString &responseID, const QString &status, const QString &reason) {
+        self->responseEnded(responseID, status, reason);
+    });
+    m_client.onConfigured = guard([](SessionController *self) { self->connectionConfigured(); });
+    m_client.onTranscribeModelFallback = guard([](SessionController *self, const QString &refused, const QString &model) {
+        self->transcribeModelFellBack(refused, model);
+    });
+    m_client.onNotice = guard([](SessionController *self, const QString &message) {
+        self->log(message);
+        self->setBannerText(message);
+    });
 
     // Audio thread: forward only, touch no state.
     RealtimeLink *client = &m_client;
@@ -133,7 +161,7 @@ QString SessionController::sessionFolder()
 
 void SessionController::start()
 {
-    if (m_isSessionActive) {
+    if (m_isSessionActive || m_isStarting) {
         return;
     }
     setBannerText(std::nullopt);
@@ -143,6 +171,7 @@ void SessionController::start()
         emit startFailed();
         return;
     }
+    setStarting(true);
     warnIfContextThin();
 
     switch (m_audio.micPermission()) {
@@ -160,6 +189,7 @@ void SessionController::start()
         return;
     case MicPermission::denied:
         setBannerText(describe(EngineError::micDenied));
+        setStarting(false);
         emit startFailed();
         return;
     }
@@ -187,8 +217,12 @@ void SessionController::warnIfContextThin()
 
 void SessionController::continueStartWithMic(bool granted)
 {
+    if (!m_isStarting) {
+        return;
+    }
     if (!granted) {
         setBannerText(describe(EngineError::micDenied));
+        setStarting(false);
         emit startFailed();
         return;
     }
@@ -200,6 +234,7 @@ void SessionController::continueStartWithMic(bool granted)
             setBannerText(kSystemAudioUnreachable);
             m_client.stop();
             setSessionActive(false);
+            setStarting(false);
             emit startFailed();
             return;
         }
@@ -218,6 +253,7 @@ void SessionController::continueStartWithMic(bool granted)
             setBannerText(QStringLiteral("Pick which app to listen to in Settings."));
             m_client.stop();
             setSessionActive(false);
+            setStarting(false);
             emit startFailed();
             return;
         }
@@ -251,16 +287,31 @@ void SessionController::continueStartWithMic(bool granted)
     }
     }
 
+    // A new session: what is left of the last one can never take this one's answers, and
+    // its log opens now so that the audio start is recorded in it.
+    closeOpenCards();
+    m_sessionUsage = CostModel::Usage{};
+    m_transcriptionUsage = CostModel::TranscriptionUsage{};
+    m_transcriptionCost = 0;
+    m_pricedModel = m_settings.model();
+    m_transcribeModelInUse = m_settings.transcribeModel();
+    m_finishedResponses.clear();
+    m_droppedResponses.clear();
+    m_droppedDeltas = 0;
+    m_droppedChars = 0;
+    m_cardOfItem.clear();
+    m_speechStartedAt.clear();
+    m_heardSeconds.clear();
+    startLog();
+
     m_audioStartRequestedAt = m_clock.now();
+    const quint64 generation = ++m_startGeneration;
     m_watchdog8 = m_clock.schedule(8.0, false, [this] { setBannerText(stillStartingBanner); });
     m_watchdog25 = m_clock.schedule(25.0, false, [this] {
         if (!m_audio.isRunning()) {
-            setBannerText(QStringLiteral("Audio capture didn't finish starting. The step-by-step log is in ")
-                          + QDir::cleanPath(sessionFolder() + QStringLiteral("/startup.log"))
-                          + QStringLiteral(" — send that and it will say exactly where it stopped."));
-            m_client.stop();
-            setSessionActive(false);
-            emit startFailed();
+            abandonStart(QStringLiteral("Audio capture didn't finish starting. The step-by-step log is in ")
+                         + QDir::cleanPath(sessionFolder() + QStringLiteral("/startup.log"))
+                         + QStringLiteral(" — send that and it will say exactly where it stopped."));
         }
     });
 
@@ -268,14 +319,15 @@ void SessionController::continueStartWithMic(bool granted)
     const ::StreamSource streamSource = captureStreamSource(m_settings.streamSource());
     const bool record = m_settings.saveAudio();
     const std::weak_ptr<bool> alive = m_alive;
-    m_runInBackground([audio, source, streamSource, record, alive, this] {
+    m_audioStartInFlight = true;
+    m_runInBackground([audio, source, streamSource, record, alive, generation, this] {
         const std::optional<QString> error = audio->start(source, streamSource, record);
         // Back to the GUI thread; dropped there if the controller has gone meanwhile.
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),
-            [alive, this, error] {
+            [alive, this, generation, error] {
                 if (alive.lock()) {
-                    audioStartFinished(error);
+                    audioStartFinished(generation, error);
                 }
             },
             Qt::QueuedConnection);
@@ -288,16 +340,39 @@ void SessionController::cancelWatchdogs()
     m_watchdog25.reset();
 }
 
-void SessionController::audioStartFinished(const std::optional<QString> &error)
+void SessionController::abandonStart(const QString &banner)
 {
     cancelWatchdogs();
-    if (error) {
-        setBannerText(*error);
-        m_client.stop();
-        setSessionActive(false);
-        emit startFailed();
+    setBannerText(banner);
+    m_client.stop();
+    setSessionActive(false);
+    setStarting(false);
+    if (m_log) {
+        m_log->close();
+        m_log.reset();
+    }
+    emit startFailed();
+}
+
+void SessionController::audioStartFinished(quint64 generation, const std::optional<QString> &error)
+{
+    if (generation == m_startGeneration) {
+        m_audioStartInFlight = false;
+    }
+    if (generation != m_startGeneration || !m_isStarting) {
+        // This start was given up (the watchdog, or Stop): capture that starts this late is
+        // stopped again, unless a newer start is under way with the same engine.
+        if (!error && !m_isSessionActive && !m_audioStartInFlight) {
+            m_audio.stop();
+            log(QStringLiteral("Audio capture started after the start was given up; stopped it"));
+        }
         return;
     }
+    if (error) {
+        abandonStart(*error);
+        return;
+    }
+    cancelWatchdogs();
     if (m_banner == stillStartingBanner) {
         setBannerText(std::nullopt);
     }
@@ -355,10 +430,15 @@ void SessionController::finishStarting()
     m_client.start(config);
 
     setSessionActive(true);
+    setStarting(false);
     SessionSnapshot::setSessionActive(true);
 
     startSessionClock();
-    startLog();
+    if (m_log && !m_log->error().isEmpty()) {
+        setBanner(QStringLiteral("Couldn't save the events log to ") + m_log->jsonPath() + QStringLiteral(" (")
+                      + m_log->error() + QStringLiteral("). The session runs; copy its cards with Copy Transcript."),
+                  BannerAction::copyTranscript);
+    }
     startAppTapPollIfNeeded();
 }
 
@@ -366,6 +446,17 @@ void SessionController::finishStarting()
 
 void SessionController::stop()
 {
+    stopSession(std::nullopt);
+}
+
+void SessionController::stopSession(const std::optional<QString> &keptBanner)
+{
+    if (m_isStarting && !m_isSessionActive) {
+        // Stop while audio capture is starting: the start is given up; capture that starts
+        // later is stopped when it reports.
+        abandonStart(keptBanner.value_or(QStringLiteral("Start cancelled.")));
+        return;
+    }
     if (!m_isSessionActive && !m_audio.isRunning()) {
         return;
     }
@@ -373,13 +464,16 @@ void SessionController::stop()
     m_client.stop();
     m_micTranscriber.stopTask(true);
 
-    m_speakingPairID.reset();
     setSessionActive(false);
     SessionSnapshot::setSessionActive(false);
     SessionEvents::instance().postSessionEnded();
 
+    // The user's answer ends on its own card before that card is forgotten.
     endSpeaking();
+    m_speakingPairID.reset();
+    setListening(false);
     stopSessionClock();
+    closeOpenCards();
     finishLog();
 
     setLastAnswerDuration(std::nullopt);
@@ -395,16 +489,35 @@ void SessionController::stop()
     if (!links.isEmpty()) {
         const QString folder = QFileInfo(links.first().url.toLocalFile()).absolutePath();
         links << makeLink(QStringLiteral("Folder"), QUrl::fromLocalFile(folder));
+    }
+
+    QString message;
+    if (m_transcriptError) {
+        message = transcriptFailureText();
+    } else if (!links.isEmpty()) {
         const bool hasTranscript = !m_lastTranscriptURL.isEmpty();
         const bool hasRecording = !m_lastRecordingURL.isEmpty();
-        QString message = hasTranscript && hasRecording ? QStringLiteral("Session saved — transcript and recording")
-            : hasRecording                              ? QStringLiteral("Recording saved")
-                                                        : QStringLiteral("Transcript saved");
+        message = hasTranscript && hasRecording ? QStringLiteral("Session saved — transcript and recording")
+            : hasRecording                      ? QStringLiteral("Recording saved")
+                                                : QStringLiteral("Transcript saved");
         if (const std::optional<QString> cost = costSummary()) {
             message += QStringLiteral(" · ") + *cost;
         }
+        if (m_eventsError) {
+            message += QStringLiteral(" · ") + *m_eventsError;
+        }
+    }
+    if (keptBanner) {
+        // The reason the session ended stays; the saved files' links follow it.
+        message = m_transcriptError ? *keptBanner + QLatin1Char(' ') + message : *keptBanner;
+    }
+    if (message.isEmpty()) {
+        return;
+    }
+    if (m_transcriptError) {
+        setBanner(message, links);
+        setBannerAction(BannerAction::copyTranscript);
+    } else {
         setBanner(message, links);
     }
-
-    m_sessionUsage = CostModel::Usage{};
 }

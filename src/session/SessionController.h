@@ -53,6 +53,8 @@ class SessionController : public QObject
 
     Q_PROPERTY(RealtimeStatus status READ status NOTIFY statusChanged)
     Q_PROPERTY(bool isSessionActive READ isSessionActive NOTIFY isSessionActiveChanged)
+    Q_PROPERTY(bool isStarting READ isStarting NOTIFY isStartingChanged)
+    Q_PROPERTY(bool isListening READ isListening NOTIFY isListeningChanged)
     Q_PROPERTY(float micLevel READ micLevel NOTIFY micLevelChanged)
     Q_PROPERTY(float meetingLevel READ meetingLevel NOTIFY meetingLevelChanged)
     Q_PROPERTY(QUrl lastRecordingURL READ lastRecordingURL NOTIFY lastRecordingURLChanged)
@@ -70,7 +72,9 @@ public:
     using BannerLink = SessionBannerLink;
 
     // The one action button a banner may carry.
-    enum class BannerAction { openAccountSettings, openOnboarding, openContext };
+    // copyTranscript: the transcript file could not be written; the button copies the
+    // cards' text (transcriptForExport) to the clipboard.
+    enum class BannerAction { openAccountSettings, openOnboarding, openContext, copyTranscript };
     Q_ENUM(BannerAction)
 
     // Runs a job off the GUI thread. The default uses the global thread pool; tests pass
@@ -103,6 +107,11 @@ public:
     const QList<QAPair> &pairs() const { return m_pairs; }
     RealtimeStatus status() const { return m_status; }
     bool isSessionActive() const { return m_isSessionActive; }
+    // From a press of Start until the session is active or the start has failed; Start is
+    // refused meanwhile (a view disables its Start button).
+    bool isStarting() const { return m_isStarting; }
+    // The service hears the other side talking (between its speech start and stop).
+    bool isListening() const { return m_isListening; }
     float micLevel() const { return m_micLevel; }
     float meetingLevel() const { return m_meetingLevel; }
     // Empty when none.
@@ -122,6 +131,16 @@ public:
     std::optional<double> lastAnswerDuration() const { return m_lastAnswerDuration; }
     double sessionElapsed() const { return m_sessionElapsed; }
     CostModel::Usage sessionUsage() const { return m_sessionUsage; }
+    CostModel::TranscriptionUsage sessionTranscriptionUsage() const { return m_transcriptionUsage; }
+    // USD of this session so far: responses at the session model's prices plus the meeting
+    // transcription at its model's prices.
+    double sessionCost() const;
+    // Answer deltas dropped this session (for a finished response or card, or beyond the
+    // length cap of one answer).
+    qint64 droppedDeltas() const { return m_droppedDeltas; }
+
+    // Longest answer kept on one card, in UTF-16 code units; the rest is dropped.
+    static constexpr qsizetype maxAnswerLength = 32000;
 
     // "$0.27 this session · $0.0093/min · 15210 tokens"; none without tokens or time.
     std::optional<QString> costSummary() const;
@@ -146,10 +165,19 @@ public:
     static BannerLink makeLink(const QString &label, const QUrl &url);
 
     // --- Component events (installed as callbacks; public for the components' adapters) --
-    void ingestTranscript(const QString &text);
+    void speechStarted(const QString &itemID);
+    void speechStopped(const QString &itemID);
+    void ingestTranscriptDelta(const QString &itemID, const QString &delta);
+    void ingestTranscript(const QString &itemID, const QString &text);
+    void transcriptFailed(const QString &itemID, const QString &message);
+    void responseCreated(const QString &responseID, bool requested);
     void ingestDelta(const QString &responseID, const QString &delta);
+    void responseEnded(const QString &responseID, const QString &status, const QString &reason);
     void completeResponse(const QString &responseID);
     void recordUsage(const QVariantMap &usage);
+    void recordTranscriptionUsage(const QString &itemID, const QVariantMap &usage);
+    void connectionConfigured();
+    void transcribeModelFellBack(const QString &refused, const QString &model);
     void trackSpeaking(float micLevel);
     void updateMyAnswer(const QString &text, bool final);
 
@@ -168,6 +196,8 @@ signals:
     void pairsReset();
     void statusChanged();
     void isSessionActiveChanged();
+    void isStartingChanged();
+    void isListeningChanged();
     void micLevelChanged();
     void meetingLevelChanged();
     void lastRecordingURLChanged();
@@ -186,20 +216,42 @@ private:
     // Start-up.
     void continueStartWithMic(bool granted);
     void warnIfContextThin();
-    void audioStartFinished(const std::optional<QString> &error);
+    void audioStartFinished(quint64 generation, const std::optional<QString> &error);
     void finishStarting();
     void cancelWatchdogs();
+    // Ends a start that did not become a session: banner, client stopped, log closed.
+    void abandonStart(const QString &banner);
+    // Stop; `keptBanner` (a failure message) stays as the banner, with the saved files'
+    // links after it.
+    void stopSession(const std::optional<QString> &keptBanner);
     // The application's display name among the selectable ones, else its id.
     QString appDisplayName(const QString &bundleID) const;
 
-    // Cards.
+    // Cards: questions (SessionControllerCards.cpp).
     bool isContinuation(const QAPair &pair, const QString &text) const;
+    int previousQuestionCard(int index) const;
+    void mergeFollowUp(int followUp, int into, const QString &text);
     void extendQuestion(int index, const QString &text);
+    int openTurnCard(const QString &itemID);
+    int cardForItem(const QString &itemID) const;
     void pushHistory();
     void appendPair(const QAPair &pair);
-    void removeEmptyCompletePairs();
+    void removePair(int index);
+    // True when a card was removed.
+    bool removeEmptyCompletePairs();
     int indexOfPair(const QString &id) const;
     int indexOfResponse(const QString &responseID) const;
+    // Marks every unfinished card finished, noting a partial answer as cut short.
+    void closeOpenCards();
+
+    // Cards: answers (SessionControllerAnswers.cpp).
+    bool isAwaited(const QAPair &pair) const;
+    void attachResponse(int index, const QString &responseID);
+    void queueAnswer(const QString &pairID, bool first);
+    void askNextIfIdle();
+    void requestAnswer(const QString &pairID);
+    void dropDelta(const QString &responseID, qsizetype chars, const QString &reason);
+    void answerFinished(int index);
 
     // Speaking.
     void startAnswerClock(Clock::TimePoint at);
@@ -210,6 +262,10 @@ private:
     // Records.
     void startLog();
     void finishLog();
+    // Rewrites the transcript now (after a card completes); tells the user once if it fails.
+    void saveTranscript();
+    // "Couldn't save the transcript to … (reason). Copy it now with Copy Transcript."
+    QString transcriptFailureText() const;
     void appendEvent(const QString &event, const QVariantMap &fields);
     void log(const QString &message);
 
@@ -222,6 +278,8 @@ private:
     // Published-state setters (emit on change).
     void setStatus(const RealtimeStatus &status);
     void setSessionActive(bool active);
+    void setStarting(bool starting);
+    void setListening(bool listening);
     void setLevels(float mic, float meeting);
     void setLastRecordingURL(const QUrl &url);
     void setLastTranscriptURL(const QUrl &url);
@@ -249,6 +307,8 @@ private:
     QList<QAPair> m_pairs;
     RealtimeStatus m_status = RealtimeStatus::idle();
     bool m_isSessionActive = false;
+    bool m_isStarting = false;
+    bool m_isListening = false;
     float m_micLevel = 0;
     float m_meetingLevel = 0;
     QUrl m_lastRecordingURL;
@@ -285,7 +345,36 @@ private:
     std::unique_ptr<ClockTimer> m_sessionTimer;
     bool m_idleInhibited = false;
     CostModel::Usage m_sessionUsage;
+    CostModel::TranscriptionUsage m_transcriptionUsage;
+    double m_transcriptionCost = 0;
+    QString m_pricedModel;             // the realtime model of this session
+    QString m_transcribeModelInUse;    // the transcription model in use (after a fallback)
     Clock::TimePoint m_audioStartRequestedAt{};
+    quint64 m_startGeneration = 0;
+    bool m_audioStartInFlight = false;
+
+    // Turns and answers.
+    QHash<QString, QString> m_cardOfItem;             // input item -> card id
+    QHash<QString, Clock::TimePoint> m_speechStartedAt;   // input item -> when speech began
+    QHash<QString, double> m_heardSeconds;            // input item -> seconds of speech heard
+    QSet<QString> m_activeResponses;                  // created, not yet done
+    QSet<QString> m_finishedResponses;                // done this session
+    QSet<QString> m_expectsServiceResponse;           // turn cards the service should answer itself
+    QSet<QString> m_noServiceResponse;                // turn cards that ended while a response ran
+    QList<QString> m_answerQueue;                     // cards waiting to be asked, in order
+    std::optional<QString> m_requestedFor;            // the card our outstanding request is for
+    bool m_requestStale = false;                      // its question changed after we asked
+    int m_requestAttempts = 0;                        // unanswered requests for that card
+    std::unique_ptr<ClockTimer> m_requestTimer;
+    std::optional<QString> m_mergeAwaitingServiceResponse;   // merged card waiting to cancel the follow-up's response
+    std::unique_ptr<ClockTimer> m_mergeWait;
+    QSet<QString> m_droppedResponses;                 // responses with a drop already logged
+    qint64 m_droppedDeltas = 0;
+    qint64 m_droppedChars = 0;
+    bool m_transcriptFailureShown = false;
+    QString m_transcriptPath;
+    std::optional<QString> m_transcriptError;   // the banner text when the transcript could not be written
+    std::optional<QString> m_eventsError;       // the same for the events log
     std::unique_ptr<ClockTimer> m_watchdog8;
     std::unique_ptr<ClockTimer> m_watchdog25;
     // Lets callbacks that may outlive this object (thread pool, permission prompts) tell.

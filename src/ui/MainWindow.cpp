@@ -37,6 +37,7 @@ QString actionLabel(SessionController::BannerAction action)
     case SessionController::BannerAction::openAccountSettings: return QStringLiteral("Open Settings");
     case SessionController::BannerAction::openOnboarding: return QStringLiteral("Open Setup");
     case SessionController::BannerAction::openContext: return QStringLiteral("Add Context");
+    case SessionController::BannerAction::copyTranscript: return QStringLiteral("Copy Transcript");
     }
     return {};
 }
@@ -93,6 +94,7 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
         case SessionController::BannerAction::openAccountSettings: openSettings(); break;
         case SessionController::BannerAction::openOnboarding: openOnboarding(); break;
         case SessionController::BannerAction::openContext: openContextPanel(); break;
+        case SessionController::BannerAction::copyTranscript: copyTranscript(); break;
         }
     });
     connect(&m_controller, &SessionController::contextPanelRequestedChanged, this,
