@@ -297,6 +297,82 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         QCOMPARE(CostModel::summary(Usage{}, 600), std::nullopt);
         QCOMPARE(CostModel::summary(Usage{0, 0, 10, 0, 0, 0}, 0), std::nullopt);
     }
+
+    // Case 11: each model at its own prices; the meeting transcription priced by its model
+    // and counted in the session's cost.
+    void costByModelAndTranscription()
+    {
+        using CostModel::Prices;
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-realtime-2.1")), (Prices{4.0, 0.40, 32.0, 0.40, 24.0, 64.0}));
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-realtime-mini-2025-10-06")), (Prices{0.60, 0.06, 10.0, 0.30, 2.40, 20.0}));
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-realtime")).textOutput, 16.0);
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-4o-realtime-preview-2024-12-17")).audioInput, 40.0);
+        // Unknown ids, and ids that merely begin like a known one, get the fallback table.
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-realtime-3")), CostModel::fallbackPrices());
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-realtime-2.1-preview")), CostModel::fallbackPrices());
+        QCOMPARE(CostModel::fallbackPrices(), (Prices{4.0, 0.40, 32.0, 0.40, 16.0, 16.0}));
+        const CostModel::Usage million{1000000, 0, 0, 0, 1000000, 0};
+        QCOMPARE(million.cost(CostModel::pricesFor(QStringLiteral("gpt-realtime-2.1-mini"))), 12.4);
+
+        const auto duration = CostModel::parseTranscription({{QStringLiteral("type"), QStringLiteral("duration")},
+                                                             {QStringLiteral("seconds"), 30}});
+        QCOMPARE(duration.seconds, 30.0);
+        QCOMPARE(CostModel::transcriptionCost(duration, QStringLiteral("gpt-live-transcribe")), 0.0085);
+        QCOMPARE(CostModel::transcriptionCost(duration, QStringLiteral("whisper-1")), 0.003);
+        const auto tokens = CostModel::parseTranscription({{QStringLiteral("type"), QStringLiteral("tokens")},
+                                                           {QStringLiteral("input_tokens"), 400000},
+                                                           {QStringLiteral("output_tokens"), 100000},
+                                                           {QStringLiteral("total_tokens"), 500000}});
+        QCOMPARE(tokens.tokens(), qint64(500000));
+        QCOMPARE(CostModel::transcriptionCost(tokens, QStringLiteral("gpt-4o-transcribe")), 2.0);
+        // A by-the-minute model that reports tokens: the speech the service heard.
+        QCOMPARE(CostModel::transcriptionCost(tokens, QStringLiteral("gpt-transcribe"), 120), 0.009);
+
+        // In a session of the "mini" model.
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setModel(QStringLiteral("gpt-realtime-mini"));
+        QVERIFY(rig.startSession());
+        rig.client.speechStarted(QStringLiteral("i1"));
+        rig.clock.advance(60);
+        rig.client.speechStopped(QStringLiteral("i1"));
+        rig.client.transcriptionUsage(QStringLiteral("i1"), {{QStringLiteral("type"), QStringLiteral("duration")},
+                                                             {QStringLiteral("seconds"), 60}});
+        rig.client.usage({{QStringLiteral("input_tokens"), 100000}, {QStringLiteral("output_tokens"), 10000}});
+        QCOMPARE(c.sessionCost(), 0.06 + 0.024 + 0.017);
+        c.stop();
+        const QStringList events = lines(readText(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl")));
+        QVERIFY(events.filter(QStringLiteral(R"("event":"transcription_usage")")).first().contains(QStringLiteral(R"("cost_usd":0.017)")));
+        QVERIFY(events.filter(QStringLiteral(R"("event":"usage")")).first().contains(QStringLiteral(R"("response_cost_usd":0.084,"session_cost_per_min_usd":0.101,"session_cost_usd":0.101)")));
+        QVERIFY(events.filter(QStringLiteral(R"("event":"usage")")).first().contains(QStringLiteral(R"("transcription_cost_usd":0.017)")));
+        QVERIFY(events.filter(QStringLiteral(R"("event":"session_cost")")).first().contains(QStringLiteral(R"("transcription_cost_usd":0.017)")));
+        QCOMPARE(c.banner(), QStringLiteral("Transcript saved · $0.10 this session · $0.10/min · 110000 tokens"));
+
+        // The next start begins again from nothing.
+        c.start();
+        rig.settle();
+        QCOMPARE(c.sessionUsage(), CostModel::Usage{});
+        QCOMPARE(c.sessionCost(), 0.0);
+    }
+
+    // Case 10: the transcript on disk holds every completed card before Stop.
+    void transcriptIsRewrittenAfterEveryCard()
+    {
+        SessionRig rig;
+        QVERIFY(rig.startSession());
+        const QString path = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.transcript.md");
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("First?"), QStringLiteral("One."));
+        QVERIFY(readText(path).contains(QStringLiteral("**Interviewer:** First?\n\n**Copilot:** One.")));
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.created(QStringLiteral("r2"));
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral("Half an ans"));
+        QVERIFY(!readText(path).contains(QStringLiteral("Half an ans")));   // unfinished cards wait
+        rig.client.transcript(QStringLiteral("Second?"), QStringLiteral("i2"));
+        rig.client.done(QStringLiteral("r2"));
+        QVERIFY(readText(path).contains(QStringLiteral("**Interviewer:** Second?\n\n**Copilot:** Half an ans")));
+        QVERIFY(QDir(SessionController::sessionFolder()).entryList({QStringLiteral("*.transcript.md*")}, QDir::Files).size() == 1);
+    }
 };
 
 QTEST_GUILESS_MAIN(SessionRecordsTest)
