@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 
 class AppSettings;
 class CaptureLink;
@@ -233,6 +234,8 @@ private:
     void mergeFollowUp(int followUp, int into, const QString &text);
     void extendQuestion(int index, const QString &text);
     int openTurnCard(const QString &itemID);
+    // The turn's transcript came back empty: the card goes unless something is on it.
+    void questionNotHeard(int index);
     int cardForItem(const QString &itemID) const;
     void pushHistory();
     void appendPair(const QAPair &pair);
@@ -368,6 +371,7 @@ private:
     std::unique_ptr<ClockTimer> m_requestTimer;
     std::optional<QString> m_mergeAwaitingServiceResponse;   // merged card waiting to cancel the follow-up's response
     std::unique_ptr<ClockTimer> m_mergeWait;
+    std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_serviceAnswerChecks;   // card id -> check
     QSet<QString> m_droppedResponses;                 // responses with a drop already logged
     qint64 m_droppedDeltas = 0;
     qint64 m_droppedChars = 0;

@@ -314,6 +314,7 @@ void SessionController::connectionConfigured()
     m_requestAttempts = 0;
     m_mergeAwaitingServiceResponse.reset();
     m_mergeWait.reset();
+    m_serviceAnswerChecks.clear();
 
     QList<QString> queue;
     for (int i = 0; i < m_pairs.size(); ++i) {
@@ -339,4 +340,60 @@ void SessionController::connectionConfigured()
     }
     removeEmptyCompletePairs();
     askNextIfIdle();
+}
+
+// ---- Housekeeping --------------------------------------------------------------------
+
+void SessionController::closeOpenCards()
+{
+    for (int i = 0; i < m_pairs.size(); ++i) {
+        QAPair &pair = m_pairs[i];
+        if (pair.isComplete && !pair.questionInProgress) {
+            continue;
+        }
+        if (!pair.isComplete && !pair.answer.isEmpty() && pair.answerNote.isEmpty()) {
+            pair.answerNote = QAPair::cutShortNote;
+        }
+        pair.isComplete = true;
+        pair.questionInProgress = false;
+        emit pairChanged(i);
+    }
+    m_answerQueue.clear();
+    m_requestedFor.reset();
+    m_requestStale = false;
+    m_requestTimer.reset();
+    m_mergeAwaitingServiceResponse.reset();
+    m_mergeWait.reset();
+    m_serviceAnswerChecks.clear();
+    m_expectsServiceResponse.clear();
+    m_noServiceResponse.clear();
+    m_activeResponses.clear();
+    m_supersededResponses.clear();
+    removeEmptyCompletePairs();
+}
+
+bool SessionController::removeEmptyCompletePairs()
+{
+    const qsizetype removed = m_pairs.removeIf([](const QAPair &pair) {
+        // A turn card still waiting for its transcript stays; a card an answer opened goes.
+        return pair.isComplete && (!pair.questionInProgress || pair.itemID.isEmpty()) && !pair.questionFailed
+            && pair.question.isEmpty() && pair.answer.isEmpty() && pair.myAnswer.isEmpty();
+    });
+    if (removed > 0) {
+        emit pairsReset();
+    }
+    return removed > 0;
+}
+
+void SessionController::pushHistory()
+{
+    // Finished cards only: an unfinished one is asked again after a reconnect.
+    History history;
+    for (const QAPair &pair : std::as_const(m_pairs)) {
+        const QString question = pair.questionInProgress ? QString() : pair.question;
+        if (pair.isComplete && (!question.isEmpty() || !pair.answer.isEmpty())) {
+            history.append(HistoryEntry{question, pair.answer});
+        }
+    }
+    m_client.updateHistory(history);
 }

@@ -27,6 +27,9 @@ const std::array<QLatin1StringView, 26> kFollowUpOpeners = {
 // How long a merged question waits for the service's own answer to the follow-up (which
 // our request then replaces) before asking anyway.
 constexpr double kMergeWaitSeconds = 2.0;
+// How long a question the service should answer by itself may go without its answer
+// starting before we ask for it.
+constexpr double kServiceAnswerGraceSeconds = 5.0;
 
 // A card opened for the user's words before any question, on which nothing has landed.
 bool isEmptyPlaceholder(const QAPair &pair)
@@ -176,20 +179,7 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
         m_cardOfItem.insert(itemID, pair.id);
     }
     if (nothingSaid) {
-        // Noise: the card goes unless something is on it.
-        pair.questionInProgress = false;
-        pair.question.clear();
-        if (pair.answer.isEmpty() && pair.myAnswer.isEmpty()) {
-            if (pair.responseID && !m_finishedResponses.contains(*pair.responseID)) {
-                m_supersededResponses.insert(*pair.responseID);
-            }
-            m_answerQueue.removeAll(pair.id);
-            m_expectsServiceResponse.remove(pair.id);
-            m_noServiceResponse.remove(pair.id);
-            removePair(index);
-        } else {
-            emit pairChanged(index);
-        }
+        questionNotHeard(index);
         return;
     }
 
@@ -219,6 +209,19 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
             || (!m_noServiceResponse.contains(id) && m_activeResponses.isEmpty() && !m_requestedFor);
         if (!serviceWillAnswer) {
             queueAnswer(id, false);
+        } else if (m_expectsServiceResponse.contains(id)) {
+            // Should the service have been busy after all, it never answers: ask ourselves.
+            m_serviceAnswerChecks[id] = m_clock.schedule(kServiceAnswerGraceSeconds, false, [this, id] {
+                const QString pairID = id;
+                m_serviceAnswerChecks.erase(pairID);   // this timer ends with its action
+                const int card = indexOfPair(pairID);
+                if (card >= 0 && !m_pairs.at(card).isComplete && !m_pairs.at(card).responseID
+                    && m_expectsServiceResponse.remove(pairID)) {
+                    log(QStringLiteral("The service did not answer a question by itself; asking for it"));
+                    queueAnswer(pairID, false);
+                    askNextIfIdle();
+                }
+            });
         }
     }
     pushHistory();
@@ -226,6 +229,27 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
         saveTranscript();
     }
     askNextIfIdle();
+}
+
+void SessionController::questionNotHeard(int index)
+{
+    // Noise: the card goes unless something is on it.
+    QAPair &pair = m_pairs[index];
+    pair.questionInProgress = false;
+    pair.question.clear();
+    if (pair.answer.isEmpty() && pair.myAnswer.isEmpty()) {
+        if (pair.responseID && !m_finishedResponses.contains(*pair.responseID)) {
+            m_supersededResponses.insert(*pair.responseID);
+        }
+        m_answerQueue.removeAll(pair.id);
+        m_expectsServiceResponse.remove(pair.id);
+        m_noServiceResponse.remove(pair.id);
+        removePair(index);
+        askNextIfIdle();
+    } else {
+        pair.isComplete = pair.isComplete || (!pair.responseID && !isAwaited(pair));
+        emit pairChanged(index);
+    }
 }
 
 void SessionController::transcriptFailed(const QString &itemID, const QString &message)
@@ -369,59 +393,4 @@ void SessionController::extendQuestion(int index, const QString &text)
     appendEvent(QStringLiteral("question_extended"), {{QStringLiteral("merged"), merged},
                                                       {QStringLiteral("added"), text},
                                                       {QStringLiteral("pair"), id}});
-}
-
-// ---- Housekeeping --------------------------------------------------------------------
-
-void SessionController::closeOpenCards()
-{
-    for (int i = 0; i < m_pairs.size(); ++i) {
-        QAPair &pair = m_pairs[i];
-        if (pair.isComplete && !pair.questionInProgress) {
-            continue;
-        }
-        if (!pair.isComplete && !pair.answer.isEmpty() && pair.answerNote.isEmpty()) {
-            pair.answerNote = QAPair::cutShortNote;
-        }
-        pair.isComplete = true;
-        pair.questionInProgress = false;
-        emit pairChanged(i);
-    }
-    m_answerQueue.clear();
-    m_requestedFor.reset();
-    m_requestStale = false;
-    m_requestTimer.reset();
-    m_mergeAwaitingServiceResponse.reset();
-    m_mergeWait.reset();
-    m_expectsServiceResponse.clear();
-    m_noServiceResponse.clear();
-    m_activeResponses.clear();
-    m_supersededResponses.clear();
-    removeEmptyCompletePairs();
-}
-
-bool SessionController::removeEmptyCompletePairs()
-{
-    const qsizetype removed = m_pairs.removeIf([](const QAPair &pair) {
-        // A turn card still waiting for its transcript stays; a card an answer opened goes.
-        return pair.isComplete && (!pair.questionInProgress || pair.itemID.isEmpty()) && !pair.questionFailed
-            && pair.question.isEmpty() && pair.answer.isEmpty() && pair.myAnswer.isEmpty();
-    });
-    if (removed > 0) {
-        emit pairsReset();
-    }
-    return removed > 0;
-}
-
-void SessionController::pushHistory()
-{
-    // Finished cards only: an unfinished one is asked again after a reconnect.
-    History history;
-    for (const QAPair &pair : std::as_const(m_pairs)) {
-        const QString question = pair.questionInProgress ? QString() : pair.question;
-        if (pair.isComplete && (!question.isEmpty() || !pair.answer.isEmpty())) {
-            history.append(HistoryEntry{question, pair.answer});
-        }
-    }
-    m_client.updateHistory(history);
 }

@@ -38,6 +38,9 @@ void SessionController::log(const QString &message)
 
 void SessionController::startLog()
 {
+    m_transcriptError.reset();
+    m_eventsError.reset();
+    m_transcriptFailureShown = false;
     m_logStamp = TextRules::sessionStamp(m_clock.wallNow());
     const QString folder = sessionFolder();
     QDir().mkpath(folder);   // a failure leaves the log unopened; the session goes on
@@ -154,7 +157,7 @@ void SessionController::recordTranscriptionUsage(const QString &itemID, const QV
     const double cost = CostModel::transcriptionCost(used, model, m_heardSeconds.value(itemID));
     m_transcriptionUsage.add(used);
     m_transcriptionCost += cost;
-    const int index = cardForItem(itemID);
+    int index = cardForItem(itemID);
     appendEvent(QStringLiteral("transcription_usage"),
                 {{QStringLiteral("pair"), index >= 0 ? m_pairs.at(index).id : QString()},
                  {QStringLiteral("model"), model},
@@ -163,6 +166,11 @@ void SessionController::recordTranscriptionUsage(const QString &itemID, const QV
                  {QStringLiteral("seconds"), CostModel::rounded(used.seconds, 3)},
                  {QStringLiteral("cost_usd"), CostModel::rounded(cost, 6)},
                  {QStringLiteral("transcription_cost_usd"), CostModel::rounded(m_transcriptionCost, 5)}});
+    // The usage follows the completed transcript at once; a turn still waiting for its
+    // question then had nothing in it that could be transcribed.
+    if (index >= 0 && m_pairs.at(index).questionInProgress) {
+        questionNotHeard(index);
+    }
 }
 
 void SessionController::transcribeModelFellBack(const QString &refused, const QString &model)

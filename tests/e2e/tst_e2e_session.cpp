@@ -6,6 +6,7 @@
 #include "SoundServer.h"
 #include "TestSignals.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -14,6 +15,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+
+#include <signal.h>
 
 using namespace e2e;
 
@@ -39,6 +42,24 @@ struct ChannelActivity
     int leftOnly = 0;
     int rightOnly = 0;
 };
+
+// Waits until the events log in `folder` holds `count` lines of `event`.
+bool waitForEvents(const App &app, const QString &event, int count, int timeoutMs)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (!deadline.hasExpired()) {
+        int seen = 0;
+        const QString events = app.newestFile(QStringLiteral(".events.jsonl"));
+        if (!events.isEmpty()) {
+            for (const QJsonObject &line : readJsonLines(events))
+                seen += line.value(QStringLiteral("event")).toString() == event ? 1 : 0;
+        }
+        if (seen >= count)
+            return true;
+        QThread::msleep(100);
+    }
+    return false;
+}
 
 ChannelActivity channelActivity(const kbtest::WavData &wav)
 {
@@ -275,6 +296,36 @@ private slots:
         const QRegularExpression interviewer(QStringLiteral("\\*\\*Interviewer:\\*\\* Go forward ten meters"));
         QVERIFY2(you.match(transcript).hasMatch(), qPrintable(transcript));
         QVERIFY2(interviewer.match(transcript).hasMatch(), qPrintable(transcript));
+    }
+
+    void killedProgramKeepsItsCompletedCards()
+    {
+        // Killed without warning (SIGKILL) after two cards completed: both are in the
+        // transcript on disk.
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
+                                      {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1), turn(kQ3, kA3)}}},
+                          m_dir.path()));
+        App app(path("home-killed"));
+        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
+        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("300")}, sim.url()));
+        QVERIFY(sim.waitForConnections(1, 20000));
+        QThread::sleep(2);
+        play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 3);
+        play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 1);
+        QVERIFY2(waitForEvents(app, QStringLiteral("answer_done"), 2, 30000),
+                 qPrintable(readText(app.newestFile(QStringLiteral(".events.jsonl")))));
+
+        QVERIFY(::kill(pid_t(app.pid()), SIGKILL) == 0);
+        app.wait(10000);
+        QCOMPARE(app.exitCode(), -1);   // it did not exit by itself
+        const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ1 + QStringLiteral("\n\n**Copilot:** ") + kA1),
+                 qPrintable(transcript));
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ3 + QStringLiteral("\n\n**Copilot:** ") + kA3),
+                 qPrintable(transcript));
+        // Nothing half-written was left beside it.
+        QCOMPARE(QDir(app.sessionFolder()).entryList({QStringLiteral("*.transcript.md*")}, QDir::Files).size(), 1);
     }
 
     void cleanupTestCase()

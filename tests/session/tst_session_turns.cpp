@@ -372,6 +372,62 @@ private slots:
                  qint64(10 + 1000 + 2 * huge.size() - SessionController::maxAnswerLength));
         QCOMPARE(eventsNamed(QStringLiteral("answer_truncated")).size(), 1);
     }
+
+    // A turn with nothing to transcribe (a cough): the service bills the transcription but
+    // sends no text; its card and its answer go.
+    void noiseLeavesNoCard()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Ready?"), QStringLiteral("Yes."));
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.created(QStringLiteral("r2"));
+        QCOMPARE(c.pairs().size(), 2);
+        rig.client.transcriptionUsage(QStringLiteral("i2"), {{QStringLiteral("type"), QStringLiteral("duration")},
+                                                             {QStringLiteral("seconds"), 0.4}});
+        QCOMPARE(c.pairs().size(), 1);
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral("Could you repeat that?"));
+        rig.client.done(QStringLiteral("r2"));
+        QCOMPARE(c.pairs().size(), 1);
+        QCOMPARE(c.pairs()[0].answer, QStringLiteral("Yes."));
+        QVERIFY(rig.client.regenerated.isEmpty());
+    }
+
+    // A question the service should have answered by itself but did not (it was still busy
+    // as far as it knew): asked for after a few seconds.
+    void unansweredTurnIsAskedForAfterAWhile()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setFollowUpWindow(0);
+        QVERIFY(rig.startSession());
+        rig.client.speechStarted(QStringLiteral("i1"));
+        rig.client.speechStopped(QStringLiteral("i1"));
+        rig.client.transcript(QStringLiteral("Where do you see yourself in five years?"), QStringLiteral("i1"));
+        rig.clock.advance(4.9);
+        QVERIFY(rig.client.regenerated.isEmpty());
+        rig.clock.advance(0.1);
+        QCOMPARE(rig.client.regenerated, QStringList{QStringLiteral("Where do you see yourself in five years?")});
+        rig.client.created(QStringLiteral("r1"), true);
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("Leading a platform team."));
+        rig.client.done(QStringLiteral("r1"));
+        QCOMPARE(c.pairs()[0].answer, QStringLiteral("Leading a platform team."));
+
+        // Our request that is never answered is made again, then given up with a note.
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.transcript(QStringLiteral("Any questions?"), QStringLiteral("i2"));
+        rig.clock.advance(5);
+        QCOMPARE(rig.client.regenerated.size(), 2);
+        rig.clock.advance(20);
+        QCOMPARE(rig.client.regenerated.size(), 3);
+        rig.clock.advance(20);
+        QCOMPARE(rig.client.regenerated.size(), 3);
+        QVERIFY(c.pairs()[1].isComplete);
+        QCOMPARE(c.pairs()[1].answerNote, QStringLiteral("the service could not answer: no response"));
+    }
 };
 
 QTEST_GUILESS_MAIN(SessionTurnsTest)
