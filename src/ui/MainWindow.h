@@ -79,6 +79,10 @@ public:
     // Writes the frame now (otherwise it is written shortly after a move or resize).
     void saveFrame();
 
+signals:
+    // A Settings dialog was made (pages of other parts of the program hook in here).
+    void settingsDialogCreated(SettingsDialog *dialog);
+
 protected:
     void showEvent(QShowEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
