@@ -228,7 +228,7 @@ private:
     // The application's display name among the selectable ones, else its id.
     QString appDisplayName(const QString &bundleID) const;
 
-    // Cards: questions (SessionControllerCards.cpp).
+    // Cards: the question side (SessionControllerCards.cpp).
     bool isContinuation(const QAPair &pair, const QString &text) const;
     int previousQuestionCard(int index) const;
     void mergeFollowUp(int followUp, int into, const QString &text);
@@ -247,14 +247,13 @@ private:
     // Marks every unfinished card finished, noting a partial answer as cut short.
     void closeOpenCards();
 
-    // Cards: answers (SessionControllerAnswers.cpp).
+    // Cards: the answer side and housekeeping (SessionControllerAnswers.cpp).
     bool isAwaited(const QAPair &pair) const;
     void attachResponse(int index, const QString &responseID);
     void queueAnswer(const QString &pairID, bool first);
     void askNextIfIdle();
     void requestAnswer(const QString &pairID);
     void dropDelta(const QString &responseID, qsizetype chars, const QString &reason);
-    void answerFinished(int index);
 
     // Speaking.
     void startAnswerClock(Clock::TimePoint at);
