@@ -53,8 +53,11 @@ QString HeadlessRunner::cardBlock(const QAPair &pair, bool withMyAnswer)
     QString block = QStringLiteral("### ") + pair.timestamp;
     if (pair.wasExtended)
         block += QStringLiteral(" (question extended)");
-    block += QStringLiteral("\n**Interviewer:** ") + (pair.question.isEmpty() ? dash : pair.question);
+    const QString question = pair.questionFailed ? QAPair::untranscribedText : pair.question;
+    block += QStringLiteral("\n**Interviewer:** ") + (question.isEmpty() ? dash : question);
     block += QStringLiteral("\n\n**Copilot:** ") + (pair.answer.isEmpty() ? dash : pair.answer);
+    if (!pair.answerNote.isEmpty())
+        block += QStringLiteral(" _(") + pair.answerNote + QStringLiteral(")_");
     if (withMyAnswer && !pair.myAnswer.isEmpty())
         block += QStringLiteral("\n\n**You:** ") + pair.myAnswer;
     block += QStringLiteral("\n\n");
@@ -69,7 +72,7 @@ void HeadlessRunner::considerCard(int index)
     const QAPair &pair = pairs.at(index);
     // A card is printed once its answer is complete and its question is known; an answer
     // that overtook its question waits for it (or for the stop).
-    if (!pair.isComplete || pair.question.isEmpty())
+    if (!pair.isComplete || pair.questionInProgress || (pair.question.isEmpty() && !pair.questionFailed))
         return;
     printIfChanged(pair, false);
 }

@@ -1,12 +1,98 @@
 #include "session/CostModel.h"
 
 #include <QMetaType>
+#include <QRegularExpression>
 
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 
 namespace CostModel {
+
+// ---- Price tables: update these two tables and the date together ---------------------
+
+const char *const pricesTakenOn = "2026-11-22";
+
+namespace {
+
+struct ModelPrices
+{
+    const char *model;
+    Prices prices;   // text in, cached text in, audio in, cached audio in, text out, audio out
+};
+
+// USD per million tokens, from the service's model pages.
+const ModelPrices kRealtimePrices[] = {
+    {"gpt-realtime", {4.0, 0.40, 32.0, 0.40, 16.0, 64.0}},
+    {"gpt-realtime-1.5", {4.0, 0.40, 32.0, 0.40, 16.0, 64.0}},
+    {"gpt-realtime-2", {4.0, 0.40, 32.0, 0.40, 24.0, 64.0}},
+    {"gpt-realtime-2.1", {4.0, 0.40, 32.0, 0.40, 24.0, 64.0}},
+    {"gpt-realtime-mini", {0.60, 0.06, 10.0, 0.30, 2.40, 20.0}},
+    {"gpt-realtime-2.1-mini", {0.60, 0.06, 10.0, 0.30, 2.40, 20.0}},
+    {"gpt-4o-realtime-preview", {5.0, 2.50, 40.0, 2.50, 20.0, 80.0}},
+};
+
+// Unknown realtime models: the program's long-standing flat table.
+const Prices kFallbackPrices{4.0, 0.40, 32.0, 0.40, 16.0, 16.0};
+
+struct TranscriptionPrices
+{
+    const char *model;
+    double perMinute;          // USD per minute of audio, 0 when priced by tokens
+    double inputPerMillion;    // USD per million input tokens
+    double outputPerMillion;   // USD per million output tokens
+};
+
+const TranscriptionPrices kTranscriptionPrices[] = {
+    {"gpt-live-transcribe", 0.017, 0, 0},
+    {"gpt-realtime-whisper", 0.017, 0, 0},
+    {"gpt-transcribe", 0.0045, 0, 0},
+    {"whisper-1", 0.006, 0, 0},
+    {"gpt-4o-transcribe", 0, 2.50, 10.0},
+    {"gpt-4o-mini-transcribe", 0, 1.25, 5.0},
+};
+
+// Unknown transcription models: by the minute like the default model, by tokens like the
+// dearer token-priced model.
+const TranscriptionPrices kFallbackTranscription{"", 0.017, 2.50, 10.0};
+
+// "<model>" or "<model>-YYYY-MM-DD".
+bool namesModel(const QString &id, const char *model)
+{
+    const QLatin1StringView name(model);
+    if (id == name) {
+        return true;
+    }
+    static const QRegularExpression snapshot(QStringLiteral("^-\\d{4}-\\d{2}-\\d{2}$"));
+    return id.startsWith(name) && snapshot.match(QStringView(id).mid(name.size())).hasMatch();
+}
+
+const TranscriptionPrices &transcriptionPricesFor(const QString &model)
+{
+    for (const TranscriptionPrices &entry : kTranscriptionPrices) {
+        if (namesModel(model.trimmed(), entry.model)) {
+            return entry;
+        }
+    }
+    return kFallbackTranscription;
+}
+
+} // namespace
+
+Prices pricesFor(const QString &model)
+{
+    for (const ModelPrices &entry : kRealtimePrices) {
+        if (namesModel(model.trimmed(), entry.model)) {
+            return entry.prices;
+        }
+    }
+    return kFallbackPrices;
+}
+
+const Prices &fallbackPrices()
+{
+    return kFallbackPrices;
+}
 
 namespace {
 
@@ -86,9 +172,52 @@ qint64 Usage::total() const
 
 double Usage::cost() const
 {
-    return (32.0 * double(audioInput) + 0.4 * double(audioInputCached) + 4.0 * double(textInput)
-            + 0.4 * double(textInputCached) + 16.0 * (double(textOutput) + double(audioOutput)))
+    return cost(kFallbackPrices);
+}
+
+double Usage::cost(const Prices &p) const
+{
+    return (p.audioInput * double(audioInput) + p.audioInputCached * double(audioInputCached)
+            + p.textInput * double(textInput) + p.textInputCached * double(textInputCached)
+            + p.textOutput * double(textOutput) + p.audioOutput * double(audioOutput))
         / 1000000.0;
+}
+
+void TranscriptionUsage::add(const TranscriptionUsage &other)
+{
+    inputTokens = checkedAdd(inputTokens, other.inputTokens);
+    outputTokens = checkedAdd(outputTokens, other.outputTokens);
+    seconds += other.seconds;
+}
+
+TranscriptionUsage parseTranscription(const QVariantMap &usage)
+{
+    TranscriptionUsage result;
+    if (usage.value(QStringLiteral("type")).toString() == QLatin1String("duration")) {
+        const double seconds = usage.value(QStringLiteral("seconds")).toDouble();
+        result.seconds = std::isfinite(seconds) && seconds > 0 ? seconds : 0;
+        return result;
+    }
+    result.inputTokens = std::max<qint64>(integerAt(usage, QStringLiteral("input_tokens")), 0);
+    result.outputTokens = std::max<qint64>(integerAt(usage, QStringLiteral("output_tokens")), 0);
+    if (result.inputTokens == 0 && result.outputTokens == 0) {
+        result.inputTokens = std::max<qint64>(integerAt(usage, QStringLiteral("total_tokens")), 0);
+    }
+    return result;
+}
+
+double transcriptionCost(const TranscriptionUsage &usage, const QString &model, double heardSeconds)
+{
+    const TranscriptionPrices &prices = transcriptionPricesFor(model);
+    if (usage.seconds > 0) {
+        return usage.seconds / 60.0 * prices.perMinute;
+    }
+    if (prices.inputPerMillion > 0 || prices.outputPerMillion > 0) {
+        return (prices.inputPerMillion * double(usage.inputTokens) + prices.outputPerMillion * double(usage.outputTokens))
+            / 1000000.0;
+    }
+    // Priced by the minute but reported in tokens: the speech the service heard.
+    return usage.tokens() > 0 ? std::max(heardSeconds, 0.0) / 60.0 * prices.perMinute : 0.0;
 }
 
 Usage parse(const QVariantMap &usage)
@@ -136,11 +265,14 @@ QString money(double dollars)
 
 std::optional<QString> summary(const Usage &usage, double sessionElapsedSeconds)
 {
-    const qint64 tokens = usage.total();
+    return summary(usage.cost(), usage.total(), sessionElapsedSeconds);
+}
+
+std::optional<QString> summary(double cost, qint64 tokens, double sessionElapsedSeconds)
+{
     if (tokens < 1 || !(sessionElapsedSeconds > 0)) {
         return std::nullopt;
     }
-    const double cost = usage.cost();
     const double perMinute = cost / minutes(sessionElapsedSeconds);
     return money(cost) + QStringLiteral(" this session · ") + money(perMinute) + QStringLiteral("/min · ")
         + QString::number(tokens) + QStringLiteral(" tokens");

@@ -6,8 +6,31 @@
 
 #include <optional>
 
-// Token usage of the realtime service and its price in US dollars. No state.
+// Token usage of the realtime service and of its meeting transcription, and their price in
+// US dollars. No state.
 namespace CostModel {
+
+// USD per million tokens for one realtime model.
+struct Prices
+{
+    double textInput = 0;
+    double textInputCached = 0;
+    double audioInput = 0;
+    double audioInputCached = 0;
+    double textOutput = 0;
+    double audioOutput = 0;
+
+    friend bool operator==(const Prices &, const Prices &) = default;
+};
+
+// The date the price tables were taken from the service's model pages (YYYY-MM-DD).
+extern const char *const pricesTakenOn;
+
+// The prices of a realtime model id, a dated snapshot ("<id>-YYYY-MM-DD") priced as its
+// model. Unknown ids get the fallback table: 4 / 0.40 text in, 32 / 0.40 audio in, and 16
+// for text and audio output alike.
+Prices pricesFor(const QString &model);
+const Prices &fallbackPrices();
 
 // Six token counters. Adding overflows nothing in practice; an overflow is a programming
 // error and stops the process.
@@ -22,14 +45,37 @@ struct Usage
 
     void add(const Usage &other);
     qint64 total() const;
-    // USD: 32, 0.40, 4, 0.40 and 16 (text and audio output together) per million tokens.
+    // USD at the fallback prices.
     double cost() const;
+    double cost(const Prices &prices) const;
 
     friend bool operator==(const Usage &, const Usage &) = default;
 };
 
 // Reads the `usage` object of a finished response.
 Usage parse(const QVariantMap &usage);
+
+// The meeting transcription's own usage: tokens, or seconds where the service reports a
+// duration.
+struct TranscriptionUsage
+{
+    qint64 inputTokens = 0;
+    qint64 outputTokens = 0;
+    double seconds = 0;
+
+    void add(const TranscriptionUsage &other);
+    qint64 tokens() const { return inputTokens + outputTokens; }
+
+    friend bool operator==(const TranscriptionUsage &, const TranscriptionUsage &) = default;
+};
+
+// Reads a transcription's `usage` ({"type":"tokens",...} or {"type":"duration","seconds":...}).
+TranscriptionUsage parseTranscription(const QVariantMap &usage);
+
+// USD for one transcription's usage with `model`. Models priced by the minute that report
+// tokens are priced by `heardSeconds` (the length of the speech the service heard, when
+// known). Unknown models are priced like the default transcription model.
+double transcriptionCost(const TranscriptionUsage &usage, const QString &model, double heardSeconds = 0);
 
 // Rounds to `decimals` places, halves away from zero.
 double rounded(double value, int decimals);
@@ -42,5 +88,7 @@ QString money(double dollars);
 
 // "$0.27 this session · $0.0093/min · 15210 tokens", or none without tokens or time.
 std::optional<QString> summary(const Usage &usage, double sessionElapsedSeconds);
+// The same for a cost and token count already added up.
+std::optional<QString> summary(double cost, qint64 tokens, double sessionElapsedSeconds);
 
 } // namespace CostModel

@@ -2,6 +2,18 @@
 
 #include <QUuid>
 
+const QString QAPair::listeningText = QStringLiteral("Listening…");
+const QString QAPair::untranscribedText = QStringLiteral("(the question could not be transcribed)");
+const QString QAPair::cutShortNote = QStringLiteral("answer cut short");
+const QString QAPair::truncatedNote = QStringLiteral("answer truncated");
+
+QString QAPair::couldNotAnswerNote(const QString &reason)
+{
+    const QString trimmed = reason.trimmed();
+    return trimmed.isEmpty() ? QStringLiteral("the service could not answer")
+                             : QStringLiteral("the service could not answer: ") + trimmed;
+}
+
 QAPair QAPair::make(const QString &question, std::optional<QString> responseID,
                     Clock::TimePoint now, const QDateTime &wallNow)
 {
@@ -12,6 +24,17 @@ QAPair QAPair::make(const QString &question, std::optional<QString> responseID,
     pair.responseID = std::move(responseID);
     pair.lastQuestionAt = now;
     return pair;
+}
+
+QString QAPair::displayQuestion() const
+{
+    if (questionFailed) {
+        return untranscribedText;
+    }
+    if (questionInProgress && question.isEmpty()) {
+        return listeningText;
+    }
+    return question;
 }
 
 size_t qHash(const QAPair &pair, size_t seed)
@@ -29,5 +52,9 @@ size_t qHash(const QAPair &pair, size_t seed)
     seed = combine(seed, pair.myAnswer);
     seed = combine(seed, pair.myAnswerInProgress);
     seed = combine(seed, pair.screenThumbnail);
+    seed = combine(seed, pair.itemID);
+    seed = combine(seed, pair.questionInProgress);
+    seed = combine(seed, pair.questionFailed);
+    seed = combine(seed, pair.answerNote);
     return seed;
 }

@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 
 class AppSettings;
 class CaptureLink;
@@ -54,6 +55,8 @@ class SessionController : public QObject
 
     Q_PROPERTY(RealtimeStatus status READ status NOTIFY statusChanged)
     Q_PROPERTY(bool isSessionActive READ isSessionActive NOTIFY isSessionActiveChanged)
+    Q_PROPERTY(bool isStarting READ isStarting NOTIFY isStartingChanged)
+    Q_PROPERTY(bool isListening READ isListening NOTIFY isListeningChanged)
     Q_PROPERTY(float micLevel READ micLevel NOTIFY micLevelChanged)
     Q_PROPERTY(float meetingLevel READ meetingLevel NOTIFY meetingLevelChanged)
     Q_PROPERTY(QUrl lastRecordingURL READ lastRecordingURL NOTIFY lastRecordingURLChanged)
@@ -71,7 +74,9 @@ public:
     using BannerLink = SessionBannerLink;
 
     // The one action button a banner may carry.
-    enum class BannerAction { openAccountSettings, openOnboarding, openContext, cancelTranscription };
+    // copyTranscript: the transcript file could not be written; the button copies the
+    // cards' text (transcriptForExport) to the clipboard.
+    enum class BannerAction { openAccountSettings, openOnboarding, openContext, cancelTranscription, copyTranscript };
     Q_ENUM(BannerAction)
 
     // Runs a job off the GUI thread. The default uses the global thread pool; tests pass
@@ -104,6 +109,11 @@ public:
     const QList<QAPair> &pairs() const { return m_pairs; }
     RealtimeStatus status() const { return m_status; }
     bool isSessionActive() const { return m_isSessionActive; }
+    // From a press of Start until the session is active or the start has failed; Start is
+    // refused meanwhile (a view disables its Start button).
+    bool isStarting() const { return m_isStarting; }
+    // The service hears the other side talking (between its speech start and stop).
+    bool isListening() const { return m_isListening; }
     float micLevel() const { return m_micLevel; }
     float meetingLevel() const { return m_meetingLevel; }
     // Empty when none.
@@ -123,6 +133,16 @@ public:
     std::optional<double> lastAnswerDuration() const { return m_lastAnswerDuration; }
     double sessionElapsed() const { return m_sessionElapsed; }
     CostModel::Usage sessionUsage() const { return m_sessionUsage; }
+    CostModel::TranscriptionUsage sessionTranscriptionUsage() const { return m_transcriptionUsage; }
+    // USD of this session so far: responses at the session model's prices plus the meeting
+    // transcription at its model's prices.
+    double sessionCost() const;
+    // Answer deltas dropped this session (for a finished response or card, or beyond the
+    // length cap of one answer).
+    qint64 droppedDeltas() const { return m_droppedDeltas; }
+
+    // Longest answer kept on one card, in UTF-16 code units; the rest is dropped.
+    static constexpr qsizetype maxAnswerLength = 32000;
 
     // "$0.27 this session · $0.0093/min · 15210 tokens"; none without tokens or time.
     std::optional<QString> costSummary() const;
@@ -156,18 +176,23 @@ public:
     // A screen question that ended before anything was sent (refused, cancelled): one line.
     void screenQuestionFailed(const QString &message);
     static const QString screenQuestionText;
-    // Seconds a screen question waits for its response before its card gives up.
-    static constexpr double screenAnswerTimeoutSeconds = 60.0;
 
     // --- Component events (installed as callbacks; public for the components' adapters) --
-    void ingestTranscript(const QString &text);
+    void speechStarted(const QString &itemID);
+    void speechStopped(const QString &itemID);
+    void ingestTranscriptDelta(const QString &itemID, const QString &delta);
+    void ingestTranscript(const QString &itemID, const QString &text);
+    void transcriptFailed(const QString &itemID, const QString &message);
+    void responseCreated(const QString &responseID, bool requested);
     void ingestDelta(const QString &responseID, const QString &delta);
+    void responseEnded(const QString &responseID, const QString &status, const QString &reason);
     void completeResponse(const QString &responseID);
     void recordUsage(const QVariantMap &usage);
+    void recordTranscriptionUsage(const QString &itemID, const QVariantMap &usage);
+    void connectionConfigured();
+    void transcribeModelFellBack(const QString &refused, const QString &model);
     void trackSpeaking(float micLevel);
     void updateMyAnswer(const QString &text, bool final);
-    // A response has started; the first one we asked for answers the waiting screen question.
-    void screenResponseCreated(const QString &responseID, bool requested);
     // Usage of the service that transcribes the user's answers (when the user opted in).
     void recordAnswerTranscriptionUsage(const QVariantMap &usage);
 
@@ -191,6 +216,8 @@ signals:
     void pairsReset();
     void statusChanged();
     void isSessionActiveChanged();
+    void isStartingChanged();
+    void isListeningChanged();
     void micLevelChanged();
     void meetingLevelChanged();
     void lastRecordingURLChanged();
@@ -209,23 +236,47 @@ private:
     // Start-up.
     void continueStartWithMic(bool granted);
     void warnIfContextThin();
-    void audioStartFinished(const std::optional<QString> &error);
+    void audioStartFinished(quint64 generation, const std::optional<QString> &error);
     void finishStarting();
     void cancelWatchdogs();
+    // Ends a start that did not become a session: banner, client stopped, log closed.
+    void abandonStart(const QString &banner);
+    // Stop; `keptBanner` (a failure message) stays as the banner, with the saved files'
+    // links after it.
+    void stopSession(const std::optional<QString> &keptBanner);
     // The application's display name among the selectable ones, else its id.
     QString appDisplayName(const QString &bundleID) const;
 
-    // Cards.
+    // Cards: the question side (SessionControllerCards.cpp).
     bool isContinuation(const QAPair &pair, const QString &text) const;
+    int previousQuestionCard(int index) const;
+    void mergeFollowUp(int followUp, int into, const QString &text);
     void extendQuestion(int index, const QString &text);
+    int openTurnCard(const QString &itemID);
+    // The turn's transcript came back empty: the card goes unless something is on it.
+    void questionNotHeard(int index);
+    int cardForItem(const QString &itemID) const;
     void pushHistory();
     void appendPair(const QAPair &pair);
-    void removeEmptyCompletePairs();
+    void removePair(int index);
+    // True when a card was removed.
+    bool removeEmptyCompletePairs();
     int indexOfPair(const QString &id) const;
     int indexOfResponse(const QString &responseID) const;
+    // Marks every unfinished card finished, noting a partial answer as cut short.
+    void closeOpenCards();
 
-    // Screen questions.
-    void screenAnswerTimedOut(const QString &pairID);
+    // Cards: the answer side and housekeeping (SessionControllerAnswers.cpp).
+    bool isAwaited(const QAPair &pair) const;
+    void attachResponse(int index, const QString &responseID);
+    void queueAnswer(const QString &pairID, bool first);
+    void askNextIfIdle();
+    void requestAnswer(const QString &pairID);
+    void dropDelta(const QString &responseID, qsizetype chars, const QString &reason);
+
+    // Screen questions: sends the picture of a screen-question card; false when `pairID` is
+    // no screen question. A link that refuses pictures removes the card, with a banner.
+    bool sendScreenQuestion(const QString &pairID);
 
     // Speaking.
     void startAnswerClock(Clock::TimePoint at);
@@ -236,6 +287,10 @@ private:
     // Records.
     void startLog();
     void finishLog();
+    // Rewrites the transcript now (after a card completes); tells the user once if it fails.
+    void saveTranscript();
+    // "Couldn't save the transcript to … (reason). Copy it now with Copy Transcript."
+    QString transcriptFailureText() const;
     void appendEvent(const QString &event, const QVariantMap &fields);
     void log(const QString &message);
 
@@ -254,6 +309,8 @@ private:
     // Published-state setters (emit on change).
     void setStatus(const RealtimeStatus &status);
     void setSessionActive(bool active);
+    void setStarting(bool starting);
+    void setListening(bool listening);
     void setLevels(float mic, float meeting);
     void setLastRecordingURL(const QUrl &url);
     void setLastTranscriptURL(const QUrl &url);
@@ -281,6 +338,8 @@ private:
     QList<QAPair> m_pairs;
     RealtimeStatus m_status = RealtimeStatus::idle();
     bool m_isSessionActive = false;
+    bool m_isStarting = false;
+    bool m_isListening = false;
     float m_micLevel = 0;
     float m_meetingLevel = 0;
     QUrl m_lastRecordingURL;
@@ -308,8 +367,7 @@ private:
     QHash<QString, Clock::TimePoint> m_questionAt;
     QSet<QString> m_firstTokenSeen;
     QSet<QString> m_supersededResponses;
-    std::optional<QString> m_screenPairID; // the screen question waiting for its response
-    std::unique_ptr<ClockTimer> m_screenTimer;
+    QHash<QString, QByteArray> m_screenImages; // screen-question cards not yet answered: their JPEG
     std::optional<Clock::TimePoint> m_speakingStart;
     std::optional<Clock::TimePoint> m_lastVoiceAt;
     std::unique_ptr<ClockTimer> m_speakingTimer;
@@ -319,7 +377,37 @@ private:
     std::unique_ptr<ClockTimer> m_sessionTimer;
     bool m_idleInhibited = false;
     CostModel::Usage m_sessionUsage;
+    CostModel::TranscriptionUsage m_transcriptionUsage;
+    double m_transcriptionCost = 0;
+    QString m_pricedModel;             // the realtime model of this session
+    QString m_transcribeModelInUse;    // the transcription model in use (after a fallback)
     Clock::TimePoint m_audioStartRequestedAt{};
+    quint64 m_startGeneration = 0;
+    bool m_audioStartInFlight = false;
+
+    // Turns and answers.
+    QHash<QString, QString> m_cardOfItem;             // input item -> card id
+    QHash<QString, Clock::TimePoint> m_speechStartedAt;   // input item -> when speech began
+    QHash<QString, double> m_heardSeconds;            // input item -> seconds of speech heard
+    QSet<QString> m_activeResponses;                  // created, not yet done
+    QSet<QString> m_finishedResponses;                // done this session
+    QSet<QString> m_expectsServiceResponse;           // turn cards the service should answer itself
+    QSet<QString> m_noServiceResponse;                // turn cards that ended while a response ran
+    QList<QString> m_answerQueue;                     // cards waiting to be asked, in order
+    std::optional<QString> m_requestedFor;            // the card our outstanding request is for
+    bool m_requestStale = false;                      // its question changed after we asked
+    int m_requestAttempts = 0;                        // unanswered requests for that card
+    std::unique_ptr<ClockTimer> m_requestTimer;
+    std::optional<QString> m_mergeAwaitingServiceResponse;   // merged card waiting to cancel the follow-up's response
+    std::unique_ptr<ClockTimer> m_mergeWait;
+    std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_serviceAnswerChecks;   // card id -> check
+    QSet<QString> m_droppedResponses;                 // responses with a drop already logged
+    qint64 m_droppedDeltas = 0;
+    qint64 m_droppedChars = 0;
+    bool m_transcriptFailureShown = false;
+    QString m_transcriptPath;
+    std::optional<QString> m_transcriptError;   // the banner text when the transcript could not be written
+    std::optional<QString> m_eventsError;       // the same for the events log
     std::unique_ptr<ClockTimer> m_watchdog8;
     std::unique_ptr<ClockTimer> m_watchdog25;
     CaptureHealth m_captureHealth;

@@ -1,4 +1,5 @@
-// Question and answer cards: transcripts, streamed answer text, follow-up merges.
+// Question and answer cards, the question side: the service's turns (speech start and stop,
+// transcript deltas, completed and failed transcripts), the follow-up merge, history.
 
 #include "session/SessionController.h"
 
@@ -23,6 +24,20 @@ const std::array<QLatin1StringView, 26> kFollowUpOpeners = {
     QLatin1StringView("ie "),           QLatin1StringView("eg "),
 };
 
+// How long a merged question waits for the service's own answer to the follow-up (which
+// our request then replaces) before asking anyway.
+constexpr double kMergeWaitSeconds = 2.0;
+// How long a question the service should answer by itself may go without its answer
+// starting before we ask for it.
+constexpr double kServiceAnswerGraceSeconds = 5.0;
+
+// A card opened for the user's words before any question, on which nothing has landed.
+bool isEmptyPlaceholder(const QAPair &pair)
+{
+    return pair.isComplete && pair.question.isEmpty() && pair.answer.isEmpty() && pair.myAnswer.isEmpty()
+        && !pair.questionFailed && !pair.questionInProgress && !pair.responseID && pair.itemID.isEmpty();
+}
+
 } // namespace
 
 int SessionController::indexOfPair(const QString &id) const
@@ -45,42 +60,233 @@ int SessionController::indexOfResponse(const QString &responseID) const
     return -1;
 }
 
+int SessionController::cardForItem(const QString &itemID) const
+{
+    const auto found = m_cardOfItem.constFind(itemID);
+    return itemID.isEmpty() || found == m_cardOfItem.constEnd() ? -1 : indexOfPair(*found);
+}
+
 void SessionController::appendPair(const QAPair &pair)
 {
     m_pairs.append(pair);
     emit pairInserted(int(m_pairs.size()) - 1);
 }
 
-void SessionController::ingestTranscript(const QString &text)
+void SessionController::removePair(int index)
 {
+    m_pairs.removeAt(index);
+    emit pairsReset();
+}
+
+// ---- The service's turns -------------------------------------------------------------
+
+void SessionController::speechStarted(const QString &itemID)
+{
+    m_speechStartedAt.insert(itemID, m_clock.now());
+    setListening(true);
+}
+
+void SessionController::speechStopped(const QString &itemID)
+{
+    setListening(false);
+    const auto started = m_speechStartedAt.constFind(itemID);
+    if (started != m_speechStartedAt.constEnd()) {
+        m_heardSeconds.insert(itemID, Clock::secondsBetween(*started, m_clock.now()));
+    }
+    openTurnCard(itemID);
+}
+
+int SessionController::openTurnCard(const QString &itemID)
+{
+    int index = cardForItem(itemID);
+    if (index >= 0) {
+        return index;
+    }
+    const bool busy = !m_activeResponses.isEmpty() || m_requestedFor.has_value();
+    if (!m_pairs.isEmpty()) {
+        // The service created this turn's response before it reported the end of speech.
+        QAPair &last = m_pairs.last();
+        if (last.itemID.isEmpty() && last.questionInProgress && last.question.isEmpty() && last.responseID
+            && !last.questionFailed && !m_cardOfItem.values().contains(last.id)) {
+            last.itemID = itemID;
+            m_cardOfItem.insert(itemID, last.id);
+            return int(m_pairs.size()) - 1;
+        }
+    }
+    const bool reuse = !m_pairs.isEmpty() && isEmptyPlaceholder(m_pairs.last());
+    if (!reuse) {
+        appendPair(QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow()));
+    }
+    index = int(m_pairs.size()) - 1;
+    QAPair &pair = m_pairs[index];
+    pair.itemID = itemID;
+    pair.questionInProgress = true;
+    pair.isComplete = false;
+    pair.lastQuestionAt = m_clock.now();
+    m_cardOfItem.insert(itemID, pair.id);
+    // With turn detection the service answers a turn by itself, unless a response is running.
+    (busy ? m_noServiceResponse : m_expectsServiceResponse).insert(pair.id);
+    if (reuse) {
+        emit pairChanged(index);
+    }
+    return index;
+}
+
+void SessionController::ingestTranscriptDelta(const QString &itemID, const QString &delta)
+{
+    const int index = openTurnCard(itemID);
+    QAPair &pair = m_pairs[index];
+    if (!pair.questionInProgress || delta.isEmpty()) {
+        return;
+    }
+    pair.question += delta;
+    emit pairChanged(index);
+}
+
+void SessionController::ingestTranscript(const QString &itemID, const QString &text)
+{
+    const bool wasSpeaking = m_isSpeaking;   // read before the other side ends the user's answer
     interviewerTookOver();
 
-    if (!m_pairs.isEmpty() && isContinuation(m_pairs.last(), text)) {
-        extendQuestion(int(m_pairs.size()) - 1, text);
+    int index = cardForItem(itemID);
+    if (index >= 0 && !m_pairs.at(index).questionInProgress) {
+        index = -1;   // that card has its question already
+    }
+    if (index < 0) {
+        // Without speech events: the card an answer opened before its question arrived.
+        for (int i = int(m_pairs.size()) - 1; i >= 0 && index < 0; --i) {
+            if (m_pairs.at(i).questionInProgress && m_pairs.at(i).itemID.isEmpty()) {
+                index = i;
+            }
+        }
+        if (index < 0 && !m_pairs.isEmpty() && isEmptyPlaceholder(m_pairs.last())) {
+            index = int(m_pairs.size()) - 1;
+        }
+    }
+    const bool nothingSaid = text.trimmed().isEmpty();
+    if (index < 0) {
+        if (nothingSaid) {
+            return;
+        }
+        appendPair(QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow()));
+        index = int(m_pairs.size()) - 1;
+    }
+    QAPair &pair = m_pairs[index];
+    if (!itemID.isEmpty()) {
+        if (pair.itemID.isEmpty()) {
+            pair.itemID = itemID;
+        }
+        m_cardOfItem.insert(itemID, pair.id);
+    }
+    if (nothingSaid) {
+        questionNotHeard(index);
         return;
     }
 
-    int filled = -1;
-    for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
-        if (m_pairs.at(i).question.isEmpty() && m_pairs.at(i).myAnswer.isEmpty()) {
-            filled = i;
-            break;
-        }
+    if (isEmptyPlaceholder(pair)) {
+        pair.isComplete = false;
     }
-    if (filled >= 0) {
-        m_pairs[filled].question = text;
-        m_pairs[filled].lastQuestionAt = m_clock.now();
-        emit pairChanged(filled);
-    } else {
-        appendPair(QAPair::make(text, std::nullopt, m_clock.now(), m_clock.wallNow()));
+    pair.question = text;
+    pair.questionInProgress = false;
+    pair.questionFailed = false;
+    pair.lastQuestionAt = m_clock.now();
+    emit pairChanged(index);
+
+    const int previous = previousQuestionCard(index);
+    if (previous >= 0 && isContinuation(m_pairs.at(previous), text)) {
+        mergeFollowUp(index, previous, text);
+        return;
     }
 
-    // Keyed by the newest card even when an older one was filled in.
-    const QString newestID = m_pairs.last().id;
-    m_questionAt.insert(newestID, m_clock.now());
+    const QString id = pair.id;
+    m_questionAt.insert(id, m_clock.now());
     appendEvent(QStringLiteral("question"), {{QStringLiteral("text"), text},
-                                             {QStringLiteral("pair"), newestID},
-                                             {QStringLiteral("you_were_speaking"), m_isSpeaking}});
+                                             {QStringLiteral("pair"), id},
+                                             {QStringLiteral("you_were_speaking"), wasSpeaking}});
+    if (!pair.isComplete && !pair.responseID && m_requestedFor != id) {
+        // The service will not answer a turn that ended while another answer ran.
+        const bool serviceWillAnswer = m_expectsServiceResponse.contains(id)
+            || (!m_noServiceResponse.contains(id) && m_activeResponses.isEmpty() && !m_requestedFor);
+        if (!serviceWillAnswer) {
+            queueAnswer(id, false);
+        } else if (m_expectsServiceResponse.contains(id)) {
+            // Should the service have been busy after all, it never answers: ask ourselves.
+            m_serviceAnswerChecks[id] = m_clock.schedule(kServiceAnswerGraceSeconds, false, [this, id] {
+                const QString pairID = id;
+                m_serviceAnswerChecks.erase(pairID);   // this timer ends with its action
+                const int card = indexOfPair(pairID);
+                if (card >= 0 && !m_pairs.at(card).isComplete && !m_pairs.at(card).responseID
+                    && m_expectsServiceResponse.remove(pairID)) {
+                    log(QStringLiteral("The service did not answer a question by itself; asking for it"));
+                    queueAnswer(pairID, false);
+                    askNextIfIdle();
+                }
+            });
+        }
+    }
+    pushHistory();
+    if (m_pairs.at(index).isComplete) {
+        saveTranscript();
+    }
+    askNextIfIdle();
+}
+
+void SessionController::questionNotHeard(int index)
+{
+    // Noise: the card goes unless something is on it.
+    QAPair &pair = m_pairs[index];
+    pair.questionInProgress = false;
+    pair.question.clear();
+    if (pair.answer.isEmpty() && pair.myAnswer.isEmpty()) {
+        if (pair.responseID && !m_finishedResponses.contains(*pair.responseID)) {
+            m_supersededResponses.insert(*pair.responseID);
+        }
+        m_answerQueue.removeAll(pair.id);
+        m_expectsServiceResponse.remove(pair.id);
+        m_noServiceResponse.remove(pair.id);
+        removePair(index);
+        askNextIfIdle();
+    } else {
+        pair.isComplete = pair.isComplete || (!pair.responseID && !isAwaited(pair));
+        emit pairChanged(index);
+    }
+}
+
+void SessionController::transcriptFailed(const QString &itemID, const QString &message)
+{
+    interviewerTookOver();
+    const int index = openTurnCard(itemID);
+    QAPair &pair = m_pairs[index];
+    pair.questionInProgress = false;
+    pair.questionFailed = true;
+    pair.question.clear();
+    const QString id = pair.id;
+    m_answerQueue.removeAll(id);   // nothing to ask with; the service may still answer the audio
+    if (!pair.isComplete && !pair.responseID && !m_expectsServiceResponse.contains(id)) {
+        pair.isComplete = true;
+        m_noServiceResponse.remove(id);
+    }
+    emit pairChanged(index);
+    appendEvent(QStringLiteral("question_failed"), {{QStringLiteral("pair"), id}, {QStringLiteral("message"), message}});
+    if (m_pairs.at(index).isComplete) {
+        saveTranscript();
+    }
+}
+
+// ---- Follow-ups ----------------------------------------------------------------------
+
+int SessionController::previousQuestionCard(int index) const
+{
+    for (int i = index - 1; i >= 0; --i) {
+        const QAPair &pair = m_pairs.at(i);
+        if (pair.questionFailed || pair.questionInProgress) {
+            return -1;   // an unknown question sits in between
+        }
+        if (!pair.question.isEmpty()) {
+            return i;
+        }
+    }
+    return -1;
 }
 
 bool SessionController::isContinuation(const QAPair &pair, const QString &text) const
@@ -113,6 +319,55 @@ bool SessionController::isContinuation(const QAPair &pair, const QString &text) 
     return last != QLatin1Char('.') && last != QLatin1Char('?') && last != QLatin1Char('!');
 }
 
+void SessionController::mergeFollowUp(int followUp, int into, const QString &text)
+{
+    const QAPair follow = m_pairs.at(followUp);
+    const QString intoID = m_pairs.at(into).id;
+    // The follow-up's own answer is replaced by the answer to the whole question.
+    if (follow.responseID && !m_finishedResponses.contains(*follow.responseID)) {
+        m_supersededResponses.insert(*follow.responseID);
+    }
+    const bool serviceAnswerPending = !follow.responseID && m_expectsServiceResponse.contains(follow.id);
+    m_answerQueue.removeAll(follow.id);
+    m_expectsServiceResponse.remove(follow.id);
+    m_noServiceResponse.remove(follow.id);
+    for (auto it = m_cardOfItem.begin(); it != m_cardOfItem.end(); ++it) {
+        if (it.value() == follow.id) {
+            it.value() = intoID;
+        }
+    }
+    // Words the user said on the follow-up's card stay with the question.
+    if (!follow.myAnswer.isEmpty()) {
+        QString &mine = m_pairs[into].myAnswer;
+        mine = mine.isEmpty() ? follow.myAnswer : mine + QLatin1Char(' ') + follow.myAnswer;
+        m_committedAnswers.insert(intoID, mine);
+    }
+    if (m_speakingPairID == follow.id) {
+        m_speakingPairID = intoID;
+    }
+    removePair(followUp);
+    extendQuestion(indexOfPair(intoID), text);
+
+    if (serviceAnswerPending) {
+        // The service is about to answer the follow-up alone; that answer is replaced as soon
+        // as it starts (or after a short wait if it never does).
+        m_mergeAwaitingServiceResponse = intoID;
+        m_mergeWait = m_clock.schedule(kMergeWaitSeconds, false, [this] {
+            if (const std::optional<QString> id = std::exchange(m_mergeAwaitingServiceResponse, std::nullopt)) {
+                queueAnswer(*id, true);
+            }
+            m_mergeWait.reset();
+            askNextIfIdle();
+        });
+    } else if (m_requestedFor == intoID) {
+        m_requestStale = true;   // asked for the shorter question; asked again when that starts
+    } else {
+        queueAnswer(intoID, true);
+    }
+    pushHistory();
+    askNextIfIdle();
+}
+
 void SessionController::extendQuestion(int index, const QString &text)
 {
     QAPair &pair = m_pairs[index];
@@ -120,13 +375,14 @@ void SessionController::extendQuestion(int index, const QString &text)
     merged.replace(QStringLiteral("  "), QStringLiteral(" "));   // one pass: three blanks become two
     merged = TextRules::trimBlanks(merged);
 
-    if (pair.responseID) {
+    if (pair.responseID && !m_finishedResponses.contains(*pair.responseID)) {
         m_supersededResponses.insert(*pair.responseID);
     }
     pair.question = merged;
     pair.lastQuestionAt = m_clock.now();
     pair.wasExtended = true;
     pair.answer.clear();
+    pair.answerNote.clear();
     pair.isComplete = false;
     pair.responseID.reset();
     const QString id = pair.id;
@@ -137,113 +393,4 @@ void SessionController::extendQuestion(int index, const QString &text)
     appendEvent(QStringLiteral("question_extended"), {{QStringLiteral("merged"), merged},
                                                       {QStringLiteral("added"), text},
                                                       {QStringLiteral("pair"), id}});
-    m_client.regenerate(merged);
-}
-
-void SessionController::ingestDelta(const QString &responseID, const QString &delta)
-{
-    if (m_supersededResponses.contains(responseID)) {
-        return;
-    }
-
-    int index = indexOfResponse(responseID);
-    if (index < 0) {
-        for (int i = int(m_pairs.size()) - 1; i >= 0 && index < 0; --i) {
-            if (!m_pairs.at(i).responseID && !m_pairs.at(i).isComplete && m_screenPairID != m_pairs.at(i).id) {
-                index = i;
-                m_pairs[i].responseID = responseID;
-                emit pairChanged(i);
-            }
-        }
-    }
-    if (index < 0) {
-        // The answer has overtaken its question; the transcript fills it in later.
-        appendPair(QAPair::make(QString(), responseID, m_clock.now(), m_clock.wallNow()));
-        index = int(m_pairs.size()) - 1;
-    }
-    if (delta.isEmpty()) {
-        return;
-    }
-
-    const QString id = m_pairs.at(index).id;
-    if (!m_firstTokenSeen.contains(id)) {
-        m_firstTokenSeen.insert(id);
-        QVariantMap fields{{QStringLiteral("pair"), id},
-                           {QStringLiteral("response"), responseID},
-                           {QStringLiteral("you_were_speaking"), m_isSpeaking}};
-        const auto heard = m_questionAt.constFind(id);
-        if (heard != m_questionAt.constEnd()) {
-            fields.insert(QStringLiteral("latency_after_question_s"),
-                          CostModel::rounded(Clock::secondsBetween(*heard, m_clock.now()), 3));
-        }
-        appendEvent(QStringLiteral("answer_started"), fields);
-    }
-    m_pairs[index].answer += delta;
-    emit pairChanged(index);
-}
-
-void SessionController::completeResponse(const QString &responseID)
-{
-    if (m_supersededResponses.remove(responseID)) {
-        return;
-    }
-
-    const int index = indexOfResponse(responseID);
-    if (index >= 0) {
-        QAPair &pair = m_pairs[index];
-        pair.isComplete = true;
-        emit pairChanged(index);
-        appendEvent(QStringLiteral("answer_done"), {{QStringLiteral("pair"), pair.id},
-                                                    {QStringLiteral("chars"), qint64(TextRules::characterCount(pair.answer))},
-                                                    {QStringLiteral("question"), pair.question},
-                                                    {QStringLiteral("answer"), pair.answer}});
-    } else {
-        for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
-            if (!m_pairs.at(i).isComplete) {
-                m_pairs[i].isComplete = true;
-                emit pairChanged(i);
-                break;
-            }
-        }
-    }
-
-    removeEmptyCompletePairs();
-    pushHistory();
-}
-
-void SessionController::removeEmptyCompletePairs()
-{
-    const qsizetype removed = m_pairs.removeIf([](const QAPair &pair) {
-        return pair.isComplete && pair.question.isEmpty() && pair.answer.isEmpty() && pair.myAnswer.isEmpty();
-    });
-    if (removed > 0) {
-        emit pairsReset();
-    }
-}
-
-void SessionController::pushHistory()
-{
-    History history;
-    for (const QAPair &pair : std::as_const(m_pairs)) {
-        if (!pair.question.isEmpty() || !pair.answer.isEmpty()) {
-            history.append(HistoryEntry{pair.question, pair.answer});
-        }
-    }
-    m_client.updateHistory(history);
-}
-
-void SessionController::recordUsage(const QVariantMap &usage)
-{
-    const CostModel::Usage response = CostModel::parse(usage);
-    m_sessionUsage.add(response);
-    const double minutes = CostModel::minutes(m_sessionElapsed);
-    const double sessionCost = m_sessionUsage.cost();
-    appendEvent(QStringLiteral("usage"), {{QStringLiteral("audio_in"), response.audioInput},
-                                          {QStringLiteral("audio_in_cached"), response.audioInputCached},
-                                          {QStringLiteral("text_in"), response.textInput},
-                                          {QStringLiteral("text_in_cached"), response.textInputCached},
-                                          {QStringLiteral("text_out"), response.textOutput},
-                                          {QStringLiteral("response_cost_usd"), CostModel::rounded(response.cost(), 5)},
-                                          {QStringLiteral("session_cost_usd"), CostModel::rounded(sessionCost, 5)},
-                                          {QStringLiteral("session_cost_per_min_usd"), CostModel::rounded(sessionCost / minutes, 4)}});
 }

@@ -38,6 +38,9 @@ void SessionController::log(const QString &message)
 
 void SessionController::startLog()
 {
+    m_transcriptError.reset();
+    m_eventsError.reset();
+    m_transcriptFailureShown = false;
     m_logStamp = TextRules::sessionStamp(m_clock.wallNow());
     const QString folder = sessionFolder();
     QDir().mkpath(folder);   // a failure leaves the log unopened; the session goes on
@@ -57,41 +60,133 @@ void SessionController::finishLog()
     if (!m_log) {
         return;
     }
-    const qint64 tokens = m_sessionUsage.total();
-    if (tokens >= 1) {
+    const qint64 tokens = m_sessionUsage.total() + m_transcriptionUsage.tokens();
+    if (tokens >= 1 || m_transcriptionCost > 0) {
         const double minutes = CostModel::minutes(m_sessionElapsed);
-        const double cost = m_sessionUsage.cost();
+        const double cost = sessionCost();
         appendEvent(QStringLiteral("session_cost"),
                     {{QStringLiteral("minutes"), CostModel::rounded(minutes, 2)},
                      {QStringLiteral("tokens"), tokens},
                      {QStringLiteral("cost_usd"), CostModel::rounded(cost, 5)},
                      {QStringLiteral("cost_per_min_usd"), CostModel::rounded(cost / minutes, 4)},
+                     {QStringLiteral("transcription_cost_usd"), CostModel::rounded(m_transcriptionCost, 5)},
                      {QStringLiteral("audio_in"), m_sessionUsage.audioInput},
                      {QStringLiteral("audio_in_cached"), m_sessionUsage.audioInputCached},
                      {QStringLiteral("text_in"), m_sessionUsage.textInput},
                      {QStringLiteral("text_in_cached"), m_sessionUsage.textInputCached},
                      {QStringLiteral("text_out"), m_sessionUsage.textOutput + m_sessionUsage.audioOutput}});
     }
-    const QString transcript = m_log->writeMarkdown(m_pairs, sessionFolder(), m_logStamp);
+    if (m_droppedDeltas > 0) {
+        appendEvent(QStringLiteral("deltas_dropped"), {{QStringLiteral("count"), m_droppedDeltas},
+                                                       {QStringLiteral("chars"), m_droppedChars}});
+    }
+    saveTranscript();
+    const QString eventsError = m_log->error();
+    const QString eventsPath = m_log->jsonPath();
     m_log->close();
     m_log.reset();
-    if (!transcript.isEmpty()) {
-        setLastTranscriptURL(QUrl::fromLocalFile(transcript));
+    m_eventsError.reset();
+    if (!eventsError.isEmpty()) {
+        m_eventsError = QStringLiteral("Couldn't save the events log to ") + eventsPath + QStringLiteral(" (")
+            + eventsError + QStringLiteral(").");
     }
+    // Only a file that was written is offered.
+    setLastTranscriptURL(m_transcriptError ? QUrl() : QUrl::fromLocalFile(m_transcriptPath));
     m_questionAt.clear();
     m_firstTokenSeen.clear();
 }
 
+void SessionController::saveTranscript()
+{
+    if (!m_log) {
+        return;
+    }
+    const SessionLog::WriteResult written = m_log->writeMarkdown(m_pairs, sessionFolder(), m_logStamp);
+    m_transcriptPath = written.path;
+    if (written.ok()) {
+        m_transcriptError.reset();
+        m_transcriptFailureShown = false;
+        return;
+    }
+    m_transcriptError = QStringLiteral("Couldn't save the transcript to ") + written.path + QStringLiteral(" (")
+        + written.error + QStringLiteral("). Copy it now with Copy Transcript.");
+    qCWarning(lcSession).noquote() << QStringLiteral("[Ketterbloom] ") + *m_transcriptError;
+    if (m_isSessionActive && !m_transcriptFailureShown) {
+        m_transcriptFailureShown = true;
+        setBanner(*m_transcriptError, BannerAction::copyTranscript);
+    }
+}
+
+QString SessionController::transcriptFailureText() const
+{
+    return m_transcriptError.value_or(QString());
+}
+
+double SessionController::sessionCost() const
+{
+    return m_sessionUsage.cost(CostModel::pricesFor(m_pricedModel)) + m_transcriptionCost;
+}
+
 std::optional<QString> SessionController::costSummary() const
 {
-    return CostModel::summary(m_sessionUsage, m_sessionElapsed);
+    return CostModel::summary(sessionCost(), m_sessionUsage.total() + m_transcriptionUsage.tokens(), m_sessionElapsed);
+}
+
+void SessionController::recordUsage(const QVariantMap &usage)
+{
+    const CostModel::Usage response = CostModel::parse(usage);
+    m_sessionUsage.add(response);
+    const double minutes = CostModel::minutes(m_sessionElapsed);
+    const double cost = sessionCost();
+    appendEvent(QStringLiteral("usage"),
+                {{QStringLiteral("audio_in"), response.audioInput},
+                 {QStringLiteral("audio_in_cached"), response.audioInputCached},
+                 {QStringLiteral("text_in"), response.textInput},
+                 {QStringLiteral("text_in_cached"), response.textInputCached},
+                 {QStringLiteral("text_out"), response.textOutput},
+                 {QStringLiteral("response_cost_usd"), CostModel::rounded(response.cost(CostModel::pricesFor(m_pricedModel)), 5)},
+                 {QStringLiteral("transcription_cost_usd"), CostModel::rounded(m_transcriptionCost, 5)},
+                 {QStringLiteral("session_cost_usd"), CostModel::rounded(cost, 5)},
+                 {QStringLiteral("session_cost_per_min_usd"), CostModel::rounded(cost / minutes, 4)}});
+}
+
+void SessionController::recordTranscriptionUsage(const QString &itemID, const QVariantMap &usage)
+{
+    const CostModel::TranscriptionUsage used = CostModel::parseTranscription(usage);
+    const QString model = m_transcribeModelInUse.isEmpty() ? m_settings.transcribeModel() : m_transcribeModelInUse;
+    const double cost = CostModel::transcriptionCost(used, model, m_heardSeconds.value(itemID));
+    m_transcriptionUsage.add(used);
+    m_transcriptionCost += cost;
+    int index = cardForItem(itemID);
+    appendEvent(QStringLiteral("transcription_usage"),
+                {{QStringLiteral("pair"), index >= 0 ? m_pairs.at(index).id : QString()},
+                 {QStringLiteral("model"), model},
+                 {QStringLiteral("input_tokens"), used.inputTokens},
+                 {QStringLiteral("output_tokens"), used.outputTokens},
+                 {QStringLiteral("seconds"), CostModel::rounded(used.seconds, 3)},
+                 {QStringLiteral("cost_usd"), CostModel::rounded(cost, 6)},
+                 {QStringLiteral("transcription_cost_usd"), CostModel::rounded(m_transcriptionCost, 5)}});
+    // The usage follows the completed transcript at once; a turn still waiting for its
+    // question then had nothing in it that could be transcribed.
+    if (index >= 0 && m_pairs.at(index).questionInProgress) {
+        questionNotHeard(index);
+    }
+}
+
+void SessionController::transcribeModelFellBack(const QString &refused, const QString &model)
+{
+    m_transcribeModelInUse = model;
+    appendEvent(QStringLiteral("transcribe_model_fallback"), {{QStringLiteral("refused"), refused}, {QStringLiteral("model"), model}});
+    setBannerText(QStringLiteral("The service doesn't offer ") + refused + QStringLiteral(" for transcribing the meeting, so ")
+                  + model + QStringLiteral(" is used instead (and priced as such)."));
 }
 
 QString SessionController::transcriptForExport() const
 {
     QStringList blocks;
     for (const QAPair &pair : m_pairs) {
-        blocks << QStringLiteral("[") + pair.timestamp + QStringLiteral("] Q: ") + pair.question
+        blocks << QStringLiteral("[") + pair.timestamp + QStringLiteral("] Q: ")
+                + (pair.questionFailed ? QAPair::untranscribedText : pair.question)
                 + QStringLiteral("\nA: ") + pair.answer;
     }
     return blocks.join(QStringLiteral("\n\n"));

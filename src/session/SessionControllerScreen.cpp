@@ -18,20 +18,19 @@ bool SessionController::askAboutScreen(const QByteArray &jpeg, const QByteArray 
         setBannerText(QStringLiteral("The screenshot could not be prepared — nothing was sent."));
         return false;
     }
-    if (!m_client.askAboutImage(jpeg, RealtimeScreenQuestion::prompt())) {
-        setBannerText(QStringLiteral("This connection cannot send pictures — nothing was sent."));
-        return false;
-    }
     QAPair pair = QAPair::make(screenQuestionText, std::nullopt, m_clock.now(), m_clock.wallNow());
     pair.screenThumbnail = thumbnail;
     appendPair(pair);
-    m_screenPairID = pair.id;
-    const QString pairID = pair.id;
-    m_screenTimer = m_clock.schedule(screenAnswerTimeoutSeconds, false, [this, pairID] { screenAnswerTimedOut(pairID); });
+    // Kept until the card is answered, so a reconnect can ask again; never re-seeded.
+    m_screenImages.insert(pair.id, jpeg);
     m_questionAt.insert(pair.id, m_clock.now());
     appendEvent(QStringLiteral("screen_question"), {{QStringLiteral("pair"), pair.id},
                                                     {QStringLiteral("image_bytes"), qint64(jpeg.size())}});
-    return true;
+    // Asked like any other card: at once when no answer is running, else when it finishes.
+    const QString pairID = pair.id;
+    queueAnswer(pairID, false);
+    askNextIfIdle();
+    return indexOfPair(pairID) >= 0;   // gone: the link refused the picture on the spot
 }
 
 void SessionController::screenQuestionFailed(const QString &message)
@@ -40,30 +39,22 @@ void SessionController::screenQuestionFailed(const QString &message)
     setBannerText(message);
 }
 
-void SessionController::screenResponseCreated(const QString &responseID, bool requested)
+bool SessionController::sendScreenQuestion(const QString &pairID)
 {
-    if (!requested || !m_screenPairID)
-        return;
-    const int index = indexOfPair(*std::exchange(m_screenPairID, std::nullopt));
-    m_screenTimer.reset();
-    if (index < 0 || m_pairs.at(index).responseID || m_pairs.at(index).isComplete)
-        return;
-    m_pairs[index].responseID = responseID;
-    emit pairChanged(index);
-}
-
-void SessionController::screenAnswerTimedOut(const QString &pairID)
-{
-    m_screenTimer.reset();
-    if (m_screenPairID != pairID)
-        return;
-    m_screenPairID.reset();
+    const auto image = m_screenImages.constFind(pairID);
+    if (image == m_screenImages.constEnd()) {
+        return false;
+    }
+    if (m_client.askAboutImage(*image, RealtimeScreenQuestion::prompt())) {
+        return true;
+    }
+    // Nothing was sent, so no card stays behind.
+    m_screenImages.remove(pairID);
     const int index = indexOfPair(pairID);
-    if (index < 0 || m_pairs.at(index).responseID || m_pairs.at(index).isComplete)
-        return;
-    m_pairs[index].isComplete = true;
-    emit pairChanged(index);
-    appendEvent(QStringLiteral("screen_question_unanswered"), {{QStringLiteral("pair"), pairID}});
-    if (m_isSessionActive)
-        setBannerText(QStringLiteral("The screen question got no answer — ask again."));
+    if (index >= 0) {
+        m_pairs.removeAt(index);
+        emit pairsReset();
+    }
+    setBannerText(QStringLiteral("This connection cannot send pictures — nothing was sent."));
+    return true;
 }

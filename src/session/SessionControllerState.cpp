@@ -82,6 +82,22 @@ void SessionController::setSessionActive(bool active)
     }
 }
 
+void SessionController::setStarting(bool starting)
+{
+    if (m_isStarting != starting) {
+        m_isStarting = starting;
+        emit isStartingChanged();
+    }
+}
+
+void SessionController::setListening(bool listening)
+{
+    if (m_isListening != listening) {
+        m_isListening = listening;
+        emit isListeningChanged();
+    }
+}
+
 void SessionController::setLevels(float mic, float meeting)
 {
     if (m_micLevel != mic) {

@@ -17,6 +17,8 @@ SessionLog::SessionLog(const QString &directory, const QString &stamp, const Clo
     auto file = std::make_unique<QFile>(m_jsonPath);
     if (file->open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
         m_file = std::move(file);
+    } else {
+        m_error = file->errorString();
     }
     append(QStringLiteral("session_started"));
 }
@@ -43,7 +45,9 @@ void SessionLog::append(const QString &event, const QVariantMap &fields)
     line.insert(QStringLiteral("event"), event);
     QByteArray bytes = QJsonDocument(line).toJson(QJsonDocument::Compact);
     bytes.append('\n');
-    m_file->write(bytes);   // a failed write drops the line
+    if (m_file->write(bytes) != bytes.size() && m_error.isEmpty()) {   // a failed write drops the line
+        m_error = m_file->errorString();
+    }
 }
 
 void SessionLog::close()
@@ -67,9 +71,14 @@ QString SessionLog::markdown(const QList<QAPair> &pairs, const QString &stamp) c
     lines << QString();
     for (const QAPair &pair : pairs) {
         lines << QStringLiteral("### ") + pair.timestamp + (pair.wasExtended ? QStringLiteral(" (question extended)") : QString());
-        lines << QStringLiteral("**Interviewer:** ") + (pair.question.isEmpty() ? dash : pair.question);
+        const QString question = pair.questionFailed ? QAPair::untranscribedText : pair.question;
+        lines << QStringLiteral("**Interviewer:** ") + (question.isEmpty() ? dash : question);
         lines << QString();
-        lines << QStringLiteral("**Copilot:** ") + (pair.answer.isEmpty() ? dash : pair.answer);
+        QString answer = pair.answer.isEmpty() ? dash : pair.answer;
+        if (!pair.answerNote.isEmpty()) {
+            answer += QStringLiteral(" _(") + pair.answerNote + QStringLiteral(")_");
+        }
+        lines << QStringLiteral("**Copilot:** ") + answer;
         if (!pair.myAnswer.isEmpty()) {
             lines << QString();
             lines << QStringLiteral("**You:** ") + pair.myAnswer;
@@ -79,15 +88,25 @@ QString SessionLog::markdown(const QList<QAPair> &pairs, const QString &stamp) c
     return lines.join(QLatin1Char('\n'));
 }
 
-QString SessionLog::writeMarkdown(const QList<QAPair> &pairs, const QString &directory, const QString &stamp) const
+SessionLog::WriteResult SessionLog::writeMarkdown(const QList<QAPair> &pairs, const QString &directory,
+                                                  const QString &stamp) const
 {
-    const QString path = QDir(directory).filePath(transcriptFileName(stamp));
-    const QString text = markdown(pairs, stamp);
+    WriteResult result;
+    result.path = QDir(directory).filePath(transcriptFileName(stamp));
+    const QByteArray bytes = markdown(pairs, stamp).toUtf8();
 
-    QSaveFile file(path);
-    if (file.open(QIODevice::WriteOnly)) {
-        file.write(text.toUtf8());
-        file.commit();   // a failure leaves any earlier file as it was
+    QSaveFile file(result.path);
+    if (!file.open(QIODevice::WriteOnly)) {
+        result.error = file.errorString();
+        return result;
     }
-    return path;
+    if (file.write(bytes) != bytes.size()) {
+        result.error = file.errorString();
+        file.cancelWriting();
+        return result;
+    }
+    if (!file.commit()) {   // a failure leaves any earlier file as it was
+        result.error = file.errorString();
+    }
+    return result;
 }

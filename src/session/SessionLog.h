@@ -15,7 +15,8 @@
 // folder. Each line is one compact JSON object with sorted keys, carrying the event name
 // and `t`, the seconds since the log was opened. Lines are written unbuffered, one write
 // each, so a crash loses at most the line being written. Every failure (folder, open,
-// write, close) is silently ignored: records never interrupt a session.
+// write, close) leaves the session running; the log keeps the reason so that the session
+// can tell the user in plain words instead of claiming a file that does not exist.
 class SessionLog
 {
 public:
@@ -29,15 +30,25 @@ public:
     QString jsonPath() const { return m_jsonPath; }
     Clock::TimePoint started() const { return m_started; }
     bool isOpen() const { return m_file && m_file->isOpen(); }
+    // Why the events file could not be opened or written; empty while all is well.
+    QString error() const { return m_error; }
 
     // Writes one line; does nothing when the file could not be opened.
     void append(const QString &event, const QVariantMap &fields = {});
     // Writes "session_ended" and closes the file.
     void close();
 
-    // Writes "meeting_<stamp>.transcript.md" atomically and returns its path, even when the
-    // write failed.
-    QString writeMarkdown(const QList<QAPair> &pairs, const QString &directory, const QString &stamp) const;
+    // The outcome of writing the transcript: its path, and why it failed (empty on success).
+    struct WriteResult
+    {
+        QString path;
+        QString error;
+        bool ok() const { return error.isEmpty(); }
+    };
+
+    // Writes "meeting_<stamp>.transcript.md" atomically (a temporary file renamed over the
+    // old one), so that a crash at any moment leaves the previous complete transcript.
+    WriteResult writeMarkdown(const QList<QAPair> &pairs, const QString &directory, const QString &stamp) const;
 
     // The transcript's text, as written by writeMarkdown.
     QString markdown(const QList<QAPair> &pairs, const QString &stamp) const;
@@ -50,4 +61,5 @@ private:
     Clock::TimePoint m_started;
     QString m_jsonPath;
     std::unique_ptr<QFile> m_file;
+    QString m_error;
 };

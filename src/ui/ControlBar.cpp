@@ -156,6 +156,8 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, QWi
     // Published state.
     connect(&m_controller, &SessionController::isSessionActiveChanged, this, &ControlBar::refreshSession);
     connect(&m_controller, &SessionController::statusChanged, this, &ControlBar::refreshStatus);
+    connect(&m_controller, &SessionController::isStartingChanged, this, &ControlBar::refreshStatus);
+    connect(&m_controller, &SessionController::isStartingChanged, this, &ControlBar::refreshSession);
     connect(&m_controller, &SessionController::micLevelChanged, this, &ControlBar::refreshLevels);
     connect(&m_controller, &SessionController::meetingLevelChanged, this, &ControlBar::refreshLevels);
     connect(&m_controller, &SessionController::isSpeakingChanged, this, &ControlBar::refreshTimers);
@@ -427,14 +429,19 @@ void ControlBar::refreshSession()
     m_startStop->setIcon(Icons::icon(active ? Icons::Id::stop : Icons::Id::play));
     // setText drops the shortcut of a button whose text has a mnemonic; set it again.
     m_startStop->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return));
-    m_startStop->setToolTip(active ? tr("Stop the session (Ctrl+Return)") : tr("Start listening (Ctrl+Return)"));
+    // A second Start while the first is still starting would be refused; say so instead.
+    const bool starting = !active && m_controller.isStarting();
+    m_startStop->setEnabled(!starting);
+    m_startStop->setToolTip(active     ? tr("Stop the session (Ctrl+Return)")
+                            : starting ? tr("Starting the session…")
+                                       : tr("Start listening (Ctrl+Return)"));
     m_startStop->setAccessibleName(m_startStop->text());
     refreshTimers();
 }
 
 void ControlBar::refreshStatus()
 {
-    m_status->setStatus(m_controller.status());
+    m_status->setStatus(m_controller.status(), m_controller.isStarting());
 }
 
 void ControlBar::refreshLevels()

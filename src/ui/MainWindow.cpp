@@ -40,6 +40,7 @@ QString actionLabel(SessionController::BannerAction action)
     case SessionController::BannerAction::openOnboarding: return QStringLiteral("Open Setup");
     case SessionController::BannerAction::openContext: return QStringLiteral("Add Context");
     case SessionController::BannerAction::cancelTranscription: return QStringLiteral("Cancel");
+    case SessionController::BannerAction::copyTranscript: return QStringLiteral("Copy Transcript");
     }
     return {};
 }
@@ -100,6 +101,7 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
         case SessionController::BannerAction::openOnboarding: openOnboarding(); break;
         case SessionController::BannerAction::openContext: openContextPanel(); break;
         case SessionController::BannerAction::cancelTranscription: m_controller.cancelRecordingTranscription(); break;
+        case SessionController::BannerAction::copyTranscript: copyTranscript(); break;
         }
     });
     connect(&m_controller, &SessionController::contextPanelRequestedChanged, this,

@@ -118,6 +118,10 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     m_stream = new StreamingText(this);
     m_stream->hide();
     layout->addWidget(m_stream);
+    // How an answer ended when it did not end well ("answer cut short").
+    m_note = wrappingLabel(this);
+    m_note->hide();
+    layout->addWidget(m_note);
 
     setFonts(fonts);
     refreshAll();
@@ -218,7 +222,8 @@ bool QACard::showsMyAnswerRow(const QAPair &pair, bool sessionLive)
 
 bool QACard::showsThinking(const QAPair &pair, bool sessionLive)
 {
-    return pair.answer.isEmpty() && !pair.isComplete && sessionLive;
+    // Nothing is being answered while the question is still being heard.
+    return pair.answer.isEmpty() && !pair.isComplete && sessionLive && !pair.questionInProgress;
 }
 
 void QACard::setPair(const QAPair &pair)
@@ -230,8 +235,15 @@ void QACard::setPair(const QAPair &pair)
         m_timestamp->setText(pair.timestamp);
     if (old.wasExtended != pair.wasExtended)
         m_updated->setVisible(pair.wasExtended);
-    if (old.question != pair.question)
-        m_question->setText(pair.question);
+    if (old.question != pair.question || old.questionInProgress != pair.questionInProgress
+        || old.questionFailed != pair.questionFailed)
+        refreshQuestion();
+    if (old.questionInProgress != pair.questionInProgress && pair.answer.isEmpty())
+        refreshAnswer();
+    if (old.answerNote != pair.answerNote) {
+        m_note->setText(pair.answerNote);
+        m_note->setVisible(!pair.answerNote.isEmpty());
+    }
     if (old.answer != pair.answer || old.wasExtended != pair.wasExtended || old.isComplete != pair.isComplete) {
         // An answer that only grew while streaming waits for the next frame.
         const bool grew = !pair.isComplete && !old.isComplete && !old.answer.isEmpty()
@@ -280,6 +292,10 @@ void QACard::setFonts(const CardFonts &fonts)
     m_copilotIcon->setFont(fonts.meta);
     m_answer->setFont(fonts.answer);
     m_stream->setFont(fonts.answer);
+    QFont note = fonts.meta;
+    note.setItalic(true);
+    m_note->setFont(note);
+    refreshQuestion();
     if (m_thinking)
         m_thinking->setFont(fonts.meta);
     if (m_myAnswerRow) {
@@ -306,7 +322,9 @@ void QACard::refreshAll()
     setAccessibleName(tr("Question at %1").arg(m_pair.timestamp));
     m_timestamp->setText(m_pair.timestamp);
     m_updated->setVisible(m_pair.wasExtended);
-    m_question->setText(m_pair.question);
+    refreshQuestion();
+    m_note->setText(m_pair.answerNote);
+    m_note->setVisible(!m_pair.answerNote.isEmpty());
     m_updated->setAccessibleName(tr("Question updated"));
     refreshAnswer();
     refreshMyAnswer();
@@ -321,6 +339,10 @@ void QACard::applyPaletteColors()
     setTextColor(m_interviewer, Colors::accentText(dark));
     setTextColor(m_updated, Colors::accentText(dark));
     setTextColor(m_copilot, secondary);
+    setTextColor(m_note, secondary);
+    // A question still being heard, or one that could not be transcribed, in the secondary colour.
+    const bool provisional = m_pair.questionInProgress || m_pair.questionFailed;
+    setTextColor(m_question, provisional ? secondary : palette().color(QPalette::WindowText));
     setTextColor(m_timestamp, secondary);
     if (m_thinking)
         setTextColor(m_thinking, secondary);
@@ -364,6 +386,15 @@ void QACard::refreshAnswer()
     }
 }
 
+void QACard::refreshQuestion()
+{
+    m_question->setText(m_pair.displayQuestion());
+    QFont font = m_fonts.question;
+    font.setItalic(m_pair.questionFailed || (m_pair.questionInProgress && m_pair.question.isEmpty()));
+    m_question->setFont(font);
+    applyPaletteColors();
+}
+
 void QACard::refreshMyAnswer()
 {
     const bool showRow = showsMyAnswerRow(m_pair, m_sessionLive);
@@ -390,6 +421,7 @@ QString QACard::answerText() const { return m_stream->isHidden() ? m_answer->tex
 bool QACard::isThinkingShown() const { return m_thinkingRow && !m_thinkingRow->isHidden(); }
 QString QACard::thinkingText() const { return isThinkingShown() ? m_thinking->text() : QString(); }
 bool QACard::isAnswerHeaderShown() const { return !m_answerHeader->isHidden(); }
+QString QACard::noteText() const { return m_note->isHidden() ? QString() : m_note->text(); }
 bool QACard::isUpdatedBadgeShown() const { return !m_updated->isHidden(); }
 bool QACard::isMyAnswerRowShown() const { return m_myAnswerRow && !m_myAnswerRow->isHidden(); }
 QString QACard::myAnswerLabelText() const { return isMyAnswerRowShown() ? m_myAnswerLabel->text() : QString(); }
@@ -401,7 +433,7 @@ bool QACard::isMyAnswerTextShown() const { return m_myAnswer && !m_myAnswer->isH
 
 QList<QLabel *> QACard::textLabels() const
 {
-    QList<QLabel *> labels{m_interviewer, m_timestamp, m_question, m_copilot, m_answer};
+    QList<QLabel *> labels{m_interviewer, m_timestamp, m_question, m_copilot, m_answer, m_note};
     if (m_thinking)
         labels << m_thinking;
     if (m_myAnswerRow)

@@ -41,6 +41,8 @@ public:
     bool isThinkingShown() const;
     QString thinkingText() const;
     bool isAnswerHeaderShown() const;
+    // The note under the answer ("answer cut short"...), or "" when none is shown.
+    QString noteText() const;
     bool isUpdatedBadgeShown() const;
     bool isMyAnswerRowShown() const;
     QString myAnswerLabelText() const;
@@ -77,6 +79,7 @@ private:
     void refreshAll();
     void refreshAnswer();
     void refreshMyAnswer();
+    void refreshQuestion();
 
     QAPair m_pair;
     CardFonts m_fonts;
@@ -95,6 +98,7 @@ private:
     QLabel *m_copilot;
     QLabel *m_answer;
     StreamingText *m_stream;
+    QLabel *m_note;
     QWidget *m_thinkingRow = nullptr;
     QProgressBar *m_thinkingBar = nullptr;
     QLabel *m_thinking = nullptr;

@@ -45,10 +45,11 @@ QColor StatusPill::colorFor(RealtimeStatus::Kind kind)
     return Colors::grey();
 }
 
-void StatusPill::setStatus(const RealtimeStatus &status)
+void StatusPill::setStatus(const RealtimeStatus &status, bool starting)
 {
-    const QString text = labelFor(status.kind());
-    const QColor color = colorFor(status.kind());
+    const bool startingUp = starting && status.kind() == RealtimeStatus::Kind::idle;
+    const QString text = startingUp ? QStringLiteral("Starting…") : labelFor(status.kind());
+    const QColor color = startingUp ? Colors::orange() : colorFor(status.kind());
     setToolTip(status.isFailed() && !status.message().isEmpty() ? status.message() : QString());
     if (text == m_text && color == m_color)
         return;

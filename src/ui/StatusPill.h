@@ -12,7 +12,8 @@ class StatusPill : public QWidget
 public:
     explicit StatusPill(QWidget *parent = nullptr);
 
-    void setStatus(const RealtimeStatus &status);
+    // While the session starts and the connection is still idle, the pill says "Starting…".
+    void setStatus(const RealtimeStatus &status, bool starting = false);
     QString text() const { return m_text; }
     QColor dotColor() const { return m_color; }
 

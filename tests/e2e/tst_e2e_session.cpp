@@ -6,6 +6,7 @@
 #include "SoundServer.h"
 #include "TestSignals.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -14,6 +15,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+
+#include <signal.h>
 
 using namespace e2e;
 
@@ -24,6 +27,13 @@ const QString kA1 = QStringLiteral("I led the billing migration: twelve services
 const QString kQ2 = QStringLiteral("and how did you measure its success?");
 const QString kQ3 = QStringLiteral("What would you do in your first ninety days?");
 const QString kA3 = QStringLiteral("Listen first, ship one small fix in week two, then propose a roadmap.");
+const QString kQ4 = QStringLiteral("What would you change about your last team?");
+const QString kA4 = QStringLiteral("Fewer meetings and a written design review for every change.");
+// An answer long enough to still be streaming when the next question ends.
+const QString kLongAnswer = QStringLiteral(
+    "First I would meet every engineer one to one, then read the incident reports of the last year, then pick "
+    "the two slowest parts of the release process and fix them with the team, and only after that write down a "
+    "plan for the quarter that everyone has seen before it is final.");
 
 QJsonObject turn(const QString &question, const QString &answer, bool transcriptAfter = false)
 {
@@ -33,12 +43,44 @@ QJsonObject turn(const QString &question, const QString &answer, bool transcript
     return object;
 }
 
+// A turn whose answer streams slowly: one delta every `delayMs`.
+QJsonObject slowTurn(const QString &question, const QString &answer, int delayMs)
+{
+    QJsonObject object = turn(question, answer);
+    object.insert(QStringLiteral("delta_delay_ms"), delayMs);
+    return object;
+}
+
+// The block of one card in a transcript.
+QString card(const QString &question, const QString &answer)
+{
+    return QStringLiteral("**Interviewer:** ") + question + QStringLiteral("\n\n**Copilot:** ") + answer + QLatin1Char('\n');
+}
+
 // Seconds of audio in 100 ms windows where one channel is loud and the other quiet.
 struct ChannelActivity
 {
     int leftOnly = 0;
     int rightOnly = 0;
 };
+
+// Waits until the events log in `folder` holds `count` lines of `event`.
+bool waitForEvents(const App &app, const QString &event, int count, int timeoutMs)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (!deadline.hasExpired()) {
+        int seen = 0;
+        const QString events = app.newestFile(QStringLiteral(".events.jsonl"));
+        if (!events.isEmpty()) {
+            for (const QJsonObject &line : readJsonLines(events))
+                seen += line.value(QStringLiteral("event")).toString() == event ? 1 : 0;
+        }
+        if (seen >= count)
+            return true;
+        QThread::msleep(100);
+    }
+    return false;
+}
 
 ChannelActivity channelActivity(const kbtest::WavData &wav)
 {
@@ -71,6 +113,7 @@ private slots:
         QVERIFY(kbtest::makeSpeech(path("q1.wav"), kQ1));
         QVERIFY(kbtest::makeSpeech(path("q2.wav"), kQ2));
         QVERIFY(kbtest::makeSpeech(path("q3.wav"), kQ3));
+        QVERIFY(kbtest::makeSpeech(path("q4.wav"), kQ4));
         // The user's answer: a recorded human voice the on-device recogniser knows well.
         const QString clip = QStringLiteral("/usr/share/pocketsphinx/test/data/goforward.raw");
         QVERIFY2(QFile::exists(clip), "pocketsphinx-testdata is not installed");
@@ -277,6 +320,131 @@ private slots:
         QVERIFY2(interviewer.match(transcript).hasMatch(), qPrintable(transcript));
     }
 
+    void killedProgramKeepsItsCompletedCards()
+    {
+        // Killed without warning (SIGKILL) after two cards completed: both are in the
+        // transcript on disk.
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
+                                      {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1), turn(kQ3, kA3)}}},
+                          m_dir.path()));
+        App app(path("home-killed"));
+        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
+        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("300")}, sim.url()));
+        QVERIFY(sim.waitForConnections(1, 20000));
+        QThread::sleep(2);
+        play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 3);
+        play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 1);
+        QVERIFY2(waitForEvents(app, QStringLiteral("answer_done"), 2, 30000),
+                 qPrintable(readText(app.newestFile(QStringLiteral(".events.jsonl")))));
+
+        QVERIFY(::kill(pid_t(app.pid()), SIGKILL) == 0);
+        app.wait(10000);
+        QCOMPARE(app.exitCode(), -1);   // it did not exit by itself
+        const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ1 + QStringLiteral("\n\n**Copilot:** ") + kA1),
+                 qPrintable(transcript));
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ3 + QStringLiteral("\n\n**Copilot:** ") + kA3),
+                 qPrintable(transcript));
+        // Nothing half-written was left beside it.
+        QCOMPARE(QDir(app.sessionFolder()).entryList({QStringLiteral("*.transcript.md*")}, QDir::Files).size(), 1);
+    }
+
+    // Against the service's real order (the simulator's realistic mode): answers start
+    // before their question's transcript completes, and a turn that ends while an answer
+    // streams gets no answer of its own.
+    void realisticFollowUpAndQuestionDuringAnAnswer()
+    {
+        if (classicSimulator())
+            QSKIP("needs the simulator's realistic mode");
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
+                                      {QStringLiteral("turns"),
+                                       QJsonArray{turn(kQ1, kA1), turn(kQ2, QStringLiteral("Not used.")),
+                                                  slowTurn(kQ3, kLongAnswer, 400), turn(kQ4, kA4)}}},
+                          m_dir.path()));
+        App app(path("home-realistic"));
+        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
+        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("50")}, sim.url()));
+        QVERIFY(sim.waitForConnections(1, 20000));
+        QThread::sleep(2);
+
+        play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 1);
+        play(QStringLiteral("q2.wav"), QStringLiteral("speakers"), 6);    // a follow-up within the window
+        play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 1);    // its answer streams for ~15 s
+        play(QStringLiteral("q4.wav"), QStringLiteral("speakers"), 0);    // asked while it streams
+        QVERIFY2(app.wait(90000), qPrintable(app.err()));
+        QCOMPARE(app.exitCode(), 0);
+
+        const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
+        const QString merged = kQ1 + QLatin1Char(' ') + kQ2;
+        // One card for the question and its follow-up, with the answer to the whole of it.
+        QVERIFY2(transcript.contains(QStringLiteral(" (question extended)\n") + card(merged, QStringLiteral("A short answer to: ") + merged)),
+                 qPrintable(transcript));
+        QVERIFY2(!transcript.contains(QStringLiteral("Not used.")), qPrintable(transcript));
+        QVERIFY2(transcript.contains(card(kQ3, kLongAnswer)), qPrintable(transcript));
+        QVERIFY2(transcript.contains(card(kQ4, kA4)), qPrintable(transcript));
+        QCOMPARE(transcript.count(QStringLiteral("### ")), 3);
+        QVERIFY2(!transcript.contains(QStringLiteral("**Interviewer:** —")), qPrintable(transcript));
+
+        // The meeting transcription was priced and counted.
+        bool transcriptionPriced = false;
+        for (const QJsonObject &event : readJsonLines(app.newestFile(QStringLiteral(".events.jsonl")))) {
+            if (event.value(QStringLiteral("event")).toString() == QStringLiteral("session_cost"))
+                transcriptionPriced = event.value(QStringLiteral("transcription_cost_usd")).toDouble() > 0;
+        }
+        QVERIFY(transcriptionPriced);
+    }
+
+    void realisticConnectionCutMidAnswer()
+    {
+        if (classicSimulator())
+            QSKIP("needs the simulator's realistic mode");
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
+                                      {QStringLiteral("turns"), QJsonArray{slowTurn(kQ3, kLongAnswer, 400)}}},
+                          m_dir.path()));
+        App app(path("home-cut"));
+        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
+        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("45")}, sim.url()));
+        QVERIFY(sim.waitForConnections(1, 20000));
+        QThread::sleep(2);
+        play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 4);   // the answer is streaming
+        QCOMPARE(sim.command(QStringLiteral("drop")), QStringLiteral("ok"));
+        QVERIFY(sim.waitForConnections(2, 20000));
+        QVERIFY2(app.wait(90000), qPrintable(app.err()));
+        QCOMPARE(app.exitCode(), 0);
+
+        const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
+        QVERIFY2(transcript.contains(card(kQ3, kLongAnswer)), qPrintable(transcript));
+        QCOMPARE(transcript.count(QStringLiteral("### ")), 1);
+        bool reasked = false;
+        for (const QJsonObject &event : readJsonLines(app.newestFile(QStringLiteral(".events.jsonl"))))
+            reasked = reasked || event.value(QStringLiteral("event")).toString() == QStringLiteral("answers_reasked");
+        QVERIFY(reasked);
+    }
+
+    void realisticBadKeyGivesOneBanner()
+    {
+        if (classicSimulator())
+            QSKIP("needs the simulator's realistic mode");
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("api_key"), QStringLiteral("sk-the-right-key")},
+                                      {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1)}}},
+                          m_dir.path()));
+        App app(path("home-badkey"));
+        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
+        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("60")}, sim.url()));
+        // The session ends by itself, once, with the service's reason.
+        QVERIFY2(app.wait(40000), qPrintable(app.err()));
+        QCOMPARE(app.exitCode(), 1);
+        const QString err = app.err();
+        QCOMPARE(err.count(QStringLiteral("The service refused the API key")), 1);
+        QVERIFY2(!err.contains(QStringLiteral("sk-e2e-test-key")), qPrintable(err));
+        QThread::sleep(3);
+        QVERIFY(!sim.waitForConnections(2, 1000));   // no retry loop
+    }
+
     void cleanupTestCase()
     {
         m_modules.unloadAll();
@@ -284,6 +452,13 @@ private slots:
 
 private:
     QString path(const QString &name) const { return m_dir.filePath(name); }
+
+    // The run uses the ordered simulator throughout; tests of the real service's order of
+    // events then have nothing to test.
+    static bool classicSimulator()
+    {
+        return qEnvironmentVariable("KETTERBLOOM_E2E_SIM_MODE") == QLatin1String("classic");
+    }
 
     static QJsonObject recordingSettings()
     {

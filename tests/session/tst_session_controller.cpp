@@ -429,6 +429,90 @@ private slots:
         QCOMPARE(c.banner(), QStringLiteral("Saved — applies on the next Start."));
         QVERIFY(c.bannerLinks().isEmpty());
     }
+
+    // Case 7: Start is refused while it is starting; capture that starts after the 25 s
+    // watchdog gave up is stopped instead of starting the session.
+    void startingTwiceAndLateCapture()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.runAudioStartsAtOnce = false;
+        rig.prepareSettings();
+        QSignalSpy starting(&c, &SessionController::isStartingChanged);
+        c.start();
+        QVERIFY(c.isStarting());
+        c.start();
+        c.start();
+        QCOMPARE(rig.heldJobs.size(), size_t(1));
+        rig.releaseAudioStart();
+        QVERIFY(c.isSessionActive());
+        QVERIFY(!c.isStarting());
+        QCOMPARE(starting.count(), 2);
+        QCOMPARE(rig.audio.startCount, 1);
+        QCOMPARE(rig.client.starts.size(), 1);
+        c.stop();
+        QCOMPARE(eventsText().count(QStringLiteral("\"session_started\"")), 1);
+        QCOMPARE(eventsText().count(QStringLiteral("\"session_ended\"")), 1);
+        QVERIFY(eventsText().contains(QStringLiteral("\"audio_started\"")));
+
+        // Capture that finishes after the watchdog has given up.
+        c.start();
+        rig.clock.advance(25);
+        QVERIFY(!c.isStarting());
+        QVERIFY(!c.isSessionActive());
+        const QString watchdogBanner = c.banner();
+        QVERIFY(watchdogBanner.startsWith(QStringLiteral("Audio capture didn't finish starting.")));
+        QVERIFY(eventsText().contains(QStringLiteral("\"session_ended\"")));   // the log was closed
+        const int stopsBefore = rig.audio.stopCount;
+        rig.releaseAudioStart();
+        QVERIFY(!c.isSessionActive());
+        QCOMPARE(rig.audio.stopCount, stopsBefore + 1);
+        QVERIFY(!rig.audio.running);
+        QCOMPARE(rig.client.starts.size(), 1);
+        QCOMPARE(c.banner(), watchdogBanner);
+
+        // Stop while starting gives the start up as well.
+        c.start();
+        QVERIFY(c.isStarting());
+        c.stop();
+        QVERIFY(!c.isStarting());
+        rig.releaseAudioStart();
+        QVERIFY(!c.isSessionActive());
+        QVERIFY(!rig.audio.running);
+    }
+
+    // Case 8: the realtime client's failure stays as the banner after the stop it causes.
+    void realtimeFailureStaysAsTheBanner()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        rig.client.status(RealtimeStatus::failed(QStringLiteral("Incorrect API key provided. Check the key in Settings.")));
+        QVERIFY(!c.isSessionActive());
+        QCOMPARE(c.banner(), QStringLiteral("Incorrect API key provided. Check the key in Settings."));
+        QCOMPARE(labels(c.bannerLinks()), (QStringList{QStringLiteral("Transcript"), QStringLiteral("Folder")}));
+        QCOMPARE(rig.client.stopCount, 1);
+    }
+
+    // A notice from the service is a banner line; the session goes on.
+    void noticesAndTranscriptionFallback()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        rig.client.onNotice(QStringLiteral("The service is rate limiting requests; answers may be slower."));
+        QCOMPARE(c.banner(), QStringLiteral("The service is rate limiting requests; answers may be slower."));
+        rig.client.onTranscribeModelFallback(QStringLiteral("gpt-live-transcribe"), QStringLiteral("gpt-transcribe"));
+        QVERIFY(c.isSessionActive());
+        QVERIFY2(c.banner().contains(QStringLiteral("gpt-live-transcribe")) && c.banner().contains(QStringLiteral("gpt-transcribe")),
+                 qPrintable(c.banner()));
+        // Priced with the model in use: a minute at gpt-transcribe's price.
+        rig.client.transcriptionUsage(QStringLiteral("i1"), {{QStringLiteral("type"), QStringLiteral("duration")},
+                                                             {QStringLiteral("seconds"), 60}});
+        QCOMPARE(c.sessionCost(), 0.0045);
+        c.stop();
+        QVERIFY(eventsText().contains(QStringLiteral(R"({"event":"transcribe_model_fallback","model":"gpt-transcribe","refused":"gpt-live-transcribe")")));
+    }
 };
 
 QTEST_GUILESS_MAIN(SessionControllerTest)

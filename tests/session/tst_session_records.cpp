@@ -98,18 +98,21 @@ private slots:
         const QString expectedEvents = QStringLiteral(
 R"({"event":"session_started","t":0}
 {"event":"config","follow_up_window_s":8,"instructions_chars":%1,"model":"gpt-realtime-2.1","prefix_padding_ms":300,"silence_ms":800,"t":0,"transcribe_model":"gpt-live-transcribe","vad_threshold":0.5}
+{"event":"audio_started","setup_seconds":0,"t":0}
 {"event":"question","pair":"P1","t":1,"text":"Tell me about a project you led.","you_were_speaking":false}
 {"event":"answer_started","latency_after_question_s":0.25,"pair":"P1","response":"r1","t":1.25,"you_were_speaking":false}
 {"answer":"We shipped it on time.","chars":22,"event":"answer_done","pair":"P1","question":"Tell me about a project you led.","t":1.5}
-{"audio_in":900,"audio_in_cached":100,"event":"usage","response_cost_usd":0.03008,"session_cost_per_min_usd":1.8048,"session_cost_usd":0.03008,"t":1.5,"text_in":100,"text_in_cached":100,"text_out":50}
+{"audio_in":900,"audio_in_cached":100,"event":"usage","response_cost_usd":0.03048,"session_cost_per_min_usd":1.8288,"session_cost_usd":0.03048,"t":1.5,"text_in":100,"text_in_cached":100,"text_out":50,"transcription_cost_usd":0}
 {"event":"you_started","pair":"P1","t":2}
 {"event":"you_stopped","pair":"P1","seconds":3,"t":5,"text":"I led the migration","words":4}
 {"added":"And what about the budget?","event":"question_extended","merged":"Tell me about a project you led. And what about the budget?","pair":"P1","t":5}
+{"chars":10,"event":"delta_dropped","reason":"response finished","response":"r1","t":5}
 {"event":"answer_started","latency_after_question_s":0.5,"pair":"P1","response":"r2","t":5.5,"you_were_speaking":false}
 {"answer":"Budget was fine.","chars":16,"event":"answer_done","pair":"P1","question":"Tell me about a project you led. And what about the budget?","t":6}
 {"event":"question","pair":"P2","t":20,"text":"Thanks.","you_were_speaking":false}
-{"audio_in":0,"audio_in_cached":0,"event":"usage","response_cost_usd":0.00112,"session_cost_per_min_usd":0.0936,"session_cost_usd":0.0312,"t":20,"text_in":120,"text_in_cached":0,"text_out":40}
-{"audio_in":900,"audio_in_cached":100,"cost_per_min_usd":0.0891,"cost_usd":0.0312,"event":"session_cost","minutes":0.35,"t":21,"text_in":220,"text_in_cached":100,"text_out":90,"tokens":1410}
+{"audio_in":0,"audio_in_cached":0,"event":"usage","response_cost_usd":0.00144,"session_cost_per_min_usd":0.0958,"session_cost_usd":0.03192,"t":20,"text_in":120,"text_in_cached":0,"text_out":40,"transcription_cost_usd":0}
+{"audio_in":900,"audio_in_cached":100,"cost_per_min_usd":0.0912,"cost_usd":0.03192,"event":"session_cost","minutes":0.35,"t":21,"text_in":220,"text_in_cached":100,"text_out":90,"tokens":1410,"transcription_cost_usd":0}
+{"chars":10,"count":1,"event":"deltas_dropped","t":21}
 {"event":"session_ended","t":21}
 )").arg(instructionsChars).replace(QStringLiteral("\"P1\""), QLatin1Char('"') + p1 + QLatin1Char('"'))
                                            .replace(QStringLiteral("\"P2\""), QLatin1Char('"') + p2 + QLatin1Char('"'));
@@ -138,7 +141,8 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         QCOMPARE(c.lastTranscriptURL(), QUrl::fromLocalFile(transcriptPath));
 
         QCOMPARE(c.banner(), QStringLiteral("Transcript saved · $0.03 this session · $0.09/min · 1410 tokens"));
-        QCOMPARE(c.sessionUsage(), CostModel::Usage{});
+        // The usage stays with its session until the next one starts.
+        QCOMPARE(c.sessionUsage().total(), qint64(1410));
         QCOMPARE(c.transcriptForExport(),
                  QStringLiteral("[14:05:10] Q: Tell me about a project you led. And what about the budget?\nA: Budget was fine.\n\n"
                                 "[14:05:29] Q: Thanks.\nA: "));
@@ -166,10 +170,10 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         c.stop();
 
         const QString events = readText(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl"));
-        QCOMPARE(lines(events).at(2),
-                 QStringLiteral(R"({"audio_in":0,"audio_in_cached":0,"event":"usage","response_cost_usd":0.004,"session_cost_per_min_usd":0.24,"session_cost_usd":0.004,"t":0,"text_in":1000,"text_in_cached":0,"text_out":0})"));
         QCOMPARE(lines(events).at(3),
-                 QStringLiteral(R"({"audio_in":0,"audio_in_cached":0,"cost_per_min_usd":0.24,"cost_usd":0.004,"event":"session_cost","minutes":0.02,"t":0.5,"text_in":1000,"text_in_cached":0,"text_out":0,"tokens":1000})"));
+                 QStringLiteral(R"({"audio_in":0,"audio_in_cached":0,"event":"usage","response_cost_usd":0.004,"session_cost_per_min_usd":0.24,"session_cost_usd":0.004,"t":0,"text_in":1000,"text_in_cached":0,"text_out":0,"transcription_cost_usd":0})"));
+        QCOMPARE(lines(events).at(4),
+                 QStringLiteral(R"({"audio_in":0,"audio_in_cached":0,"cost_per_min_usd":0.24,"cost_usd":0.004,"event":"session_cost","minutes":0.02,"t":0.5,"text_in":1000,"text_in_cached":0,"text_out":0,"tokens":1000,"transcription_cost_usd":0})"));
         QCOMPARE(c.banner(), QStringLiteral("Session saved — transcript and recording"));
 
         // An empty session: no usage or cost lines, and a transcript of header lines only.
@@ -178,7 +182,7 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         quiet.clock.advance(3725);
         quiet.controller->stop();
         const QString base = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09");
-        QCOMPARE(lines(readText(base + QStringLiteral(".events.jsonl"))).size(), 3);
+        QCOMPARE(lines(readText(base + QStringLiteral(".events.jsonl"))).size(), 4);
         QCOMPARE(readText(base + QStringLiteral(".transcript.md")),
                  QStringLiteral("# Meeting transcript — 2025-03-04_14-05-09\n\nLength: 62 min 05 s\n"
                                 "Events: `meeting_2025-03-04_14-05-09.events.jsonl`\n"));
@@ -186,16 +190,21 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         QCOMPARE(quiet.controller->banner(), QStringLiteral("Transcript saved"));
     }
 
-    void unwritableFolderNeverInterruptsTheSession()
+    // Case 9: a folder that cannot be written never stops the session, and nothing claims a
+    // file that does not exist; the user is told plainly and offered Copy Transcript.
+    void unwritableFolderIsToldPlainly()
     {
         QFile blocker(SessionController::sessionFolder());   // a file where the folder should be
         QVERIFY(QDir().mkpath(QFileInfo(blocker.fileName()).absolutePath()));
         QVERIFY(blocker.open(QIODevice::WriteOnly));
         blocker.close();
+        const QString transcript = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.transcript.md");
 
         SessionRig rig;
         SessionController &c = *rig.controller;
         QVERIFY(rig.startSession());
+        QVERIFY2(c.banner().startsWith(QStringLiteral("Couldn't save the events log to ")), qPrintable(c.banner()));
+        QCOMPARE(c.bannerAction(), std::optional(SessionController::BannerAction::copyTranscript));
         rig.clock.advance(2);
         rig.client.transcript(QStringLiteral("Why payments?"));
         rig.client.delta(QStringLiteral("r1"), QStringLiteral("Because money moves."));
@@ -203,10 +212,20 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         rig.client.usage(QVariantMap{{QStringLiteral("output_tokens"), 10}});
         QCOMPARE(c.pairs().size(), 1);
         QVERIFY(c.pairs()[0].isComplete);
+        // Told at the first card that could not be saved.
+        QVERIFY2(c.banner().startsWith(QStringLiteral("Couldn't save the transcript to ") + transcript + QStringLiteral(" (")),
+                 qPrintable(c.banner()));
+        QVERIFY(c.isSessionActive());
         c.stop();
         QVERIFY(!c.isSessionActive());
         QVERIFY(QFileInfo(blocker.fileName()).isFile());
-        QCOMPARE(c.banner(), QStringLiteral("Transcript saved · $0.0002 this session · $0.0048/min · 10 tokens"));
+        QVERIFY2(c.banner().startsWith(QStringLiteral("Couldn't save the transcript to ") + transcript + QStringLiteral(" (")),
+                 qPrintable(c.banner()));
+        QVERIFY(c.banner().endsWith(QStringLiteral("). Copy it now with Copy Transcript.")));
+        QCOMPARE(c.bannerAction(), std::optional(SessionController::BannerAction::copyTranscript));
+        QVERIFY(c.bannerLinks().isEmpty());
+        QCOMPARE(c.lastTranscriptURL(), QUrl());
+        QCOMPARE(c.transcriptForExport(), QStringLiteral("[14:05:11] Q: Why payments?\nA: Because money moves."));
     }
 
     void sessionLogLines()
@@ -231,8 +250,11 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         QVERIFY(!nowhere.isOpen());
         nowhere.append(QStringLiteral("question"));
         nowhere.close();
-        QCOMPARE(nowhere.writeMarkdown({}, dir.filePath(QStringLiteral("missing/folder")), QStringLiteral("S")),
-                 dir.filePath(QStringLiteral("missing/folder/meeting_S.transcript.md")));
+        QVERIFY(!nowhere.error().isEmpty());
+        const SessionLog::WriteResult written = nowhere.writeMarkdown({}, dir.filePath(QStringLiteral("missing/folder")), QStringLiteral("S"));
+        QCOMPARE(written.path, dir.filePath(QStringLiteral("missing/folder/meeting_S.transcript.md")));
+        QVERIFY(!written.ok());
+        QVERIFY(!QFileInfo::exists(written.path));
     }
 
     void costModel()
@@ -274,6 +296,82 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
                  std::optional<QString>(QStringLiteral("$0.06 this session · $0.0061/min · 15210 tokens")));
         QCOMPARE(CostModel::summary(Usage{}, 600), std::nullopt);
         QCOMPARE(CostModel::summary(Usage{0, 0, 10, 0, 0, 0}, 0), std::nullopt);
+    }
+
+    // Case 11: each model at its own prices; the meeting transcription priced by its model
+    // and counted in the session's cost.
+    void costByModelAndTranscription()
+    {
+        using CostModel::Prices;
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-realtime-2.1")), (Prices{4.0, 0.40, 32.0, 0.40, 24.0, 64.0}));
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-realtime-mini-2025-10-06")), (Prices{0.60, 0.06, 10.0, 0.30, 2.40, 20.0}));
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-realtime")).textOutput, 16.0);
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-4o-realtime-preview-2024-12-17")).audioInput, 40.0);
+        // Unknown ids, and ids that merely begin like a known one, get the fallback table.
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-realtime-3")), CostModel::fallbackPrices());
+        QCOMPARE(CostModel::pricesFor(QStringLiteral("gpt-realtime-2.1-preview")), CostModel::fallbackPrices());
+        QCOMPARE(CostModel::fallbackPrices(), (Prices{4.0, 0.40, 32.0, 0.40, 16.0, 16.0}));
+        const CostModel::Usage million{1000000, 0, 0, 0, 1000000, 0};
+        QCOMPARE(million.cost(CostModel::pricesFor(QStringLiteral("gpt-realtime-2.1-mini"))), 12.4);
+
+        const auto duration = CostModel::parseTranscription({{QStringLiteral("type"), QStringLiteral("duration")},
+                                                             {QStringLiteral("seconds"), 30}});
+        QCOMPARE(duration.seconds, 30.0);
+        QCOMPARE(CostModel::transcriptionCost(duration, QStringLiteral("gpt-live-transcribe")), 0.0085);
+        QCOMPARE(CostModel::transcriptionCost(duration, QStringLiteral("whisper-1")), 0.003);
+        const auto tokens = CostModel::parseTranscription({{QStringLiteral("type"), QStringLiteral("tokens")},
+                                                           {QStringLiteral("input_tokens"), 400000},
+                                                           {QStringLiteral("output_tokens"), 100000},
+                                                           {QStringLiteral("total_tokens"), 500000}});
+        QCOMPARE(tokens.tokens(), qint64(500000));
+        QCOMPARE(CostModel::transcriptionCost(tokens, QStringLiteral("gpt-4o-transcribe")), 2.0);
+        // A by-the-minute model that reports tokens: the speech the service heard.
+        QCOMPARE(CostModel::transcriptionCost(tokens, QStringLiteral("gpt-transcribe"), 120), 0.009);
+
+        // In a session of the "mini" model.
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setModel(QStringLiteral("gpt-realtime-mini"));
+        QVERIFY(rig.startSession());
+        rig.client.speechStarted(QStringLiteral("i1"));
+        rig.clock.advance(60);
+        rig.client.speechStopped(QStringLiteral("i1"));
+        rig.client.transcriptionUsage(QStringLiteral("i1"), {{QStringLiteral("type"), QStringLiteral("duration")},
+                                                             {QStringLiteral("seconds"), 60}});
+        rig.client.usage({{QStringLiteral("input_tokens"), 100000}, {QStringLiteral("output_tokens"), 10000}});
+        QCOMPARE(c.sessionCost(), 0.06 + 0.024 + 0.017);
+        c.stop();
+        const QStringList events = lines(readText(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl")));
+        QVERIFY(events.filter(QStringLiteral(R"("event":"transcription_usage")")).first().contains(QStringLiteral(R"("cost_usd":0.017)")));
+        QVERIFY(events.filter(QStringLiteral(R"("event":"usage")")).first().contains(QStringLiteral(R"("response_cost_usd":0.084,"session_cost_per_min_usd":0.101,"session_cost_usd":0.101)")));
+        QVERIFY(events.filter(QStringLiteral(R"("event":"usage")")).first().contains(QStringLiteral(R"("transcription_cost_usd":0.017)")));
+        QVERIFY(events.filter(QStringLiteral(R"("event":"session_cost")")).first().contains(QStringLiteral(R"("transcription_cost_usd":0.017)")));
+        QCOMPARE(c.banner(), QStringLiteral("Transcript saved · $0.10 this session · $0.10/min · 110000 tokens"));
+
+        // The next start begins again from nothing.
+        c.start();
+        rig.settle();
+        QCOMPARE(c.sessionUsage(), CostModel::Usage{});
+        QCOMPARE(c.sessionCost(), 0.0);
+    }
+
+    // Case 10: the transcript on disk holds every completed card before Stop.
+    void transcriptIsRewrittenAfterEveryCard()
+    {
+        SessionRig rig;
+        QVERIFY(rig.startSession());
+        const QString path = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.transcript.md");
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("First?"), QStringLiteral("One."));
+        QVERIFY(readText(path).contains(QStringLiteral("**Interviewer:** First?\n\n**Copilot:** One.")));
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.created(QStringLiteral("r2"));
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral("Half an ans"));
+        QVERIFY(!readText(path).contains(QStringLiteral("Half an ans")));   // unfinished cards wait
+        rig.client.transcript(QStringLiteral("Second?"), QStringLiteral("i2"));
+        rig.client.done(QStringLiteral("r2"));
+        QVERIFY(readText(path).contains(QStringLiteral("**Interviewer:** Second?\n\n**Copilot:** Half an ans")));
+        QVERIFY(QDir(SessionController::sessionFolder()).entryList({QStringLiteral("*.transcript.md*")}, QDir::Files).size() == 1);
     }
 };
 

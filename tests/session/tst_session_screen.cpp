@@ -113,19 +113,36 @@ private slots:
         QCOMPARE(pairs.at(1).answer, QStringLiteral("Answer to something heard."));
     }
 
+    // Asked again once when no response comes, then given up with a note.
     void unansweredScreenQuestionGivesUp()
     {
         SessionRig rig;
         QVERIFY(rig.startSession());
         QVERIFY(rig.controller->askAboutScreen(QByteArray("jpeg"), QByteArray("thumb")));
-        rig.clock.advance(SessionController::screenAnswerTimeoutSeconds - 1);
+        QCOMPARE(rig.client.images.size(), 1);
+        rig.clock.advance(21);
+        QCOMPARE(rig.client.images.size(), 2);   // the picture again, never the text "Screen question"
+        QVERIFY(rig.client.regenerated.isEmpty());
         QVERIFY(!rig.controller->pairs().last().isComplete);
-        rig.clock.advance(2);
+        rig.clock.advance(21);
         QVERIFY(rig.controller->pairs().last().isComplete);
-        QCOMPARE(rig.controller->banner(), QStringLiteral("The screen question got no answer — ask again."));
+        QCOMPARE(rig.controller->pairs().last().answerNote, QAPair::couldNotAnswerNote(QStringLiteral("no response")));
         // A late response no longer lands in it.
         rig.client.onResponseCreated(QStringLiteral("late"), true);
         QVERIFY(!rig.controller->pairs().first().responseID);
+    }
+
+    // A screen question asked while an answer streams waits for it instead of cancelling it.
+    void askedDuringAnAnswerWaitsForIt()
+    {
+        SessionRig rig;
+        QVERIFY(rig.startSession());
+        rig.client.onResponseCreated(QStringLiteral("r-vad"), false);
+        rig.client.delta(QStringLiteral("r-vad"), QStringLiteral("Answer to something heard."));
+        QVERIFY(rig.controller->askAboutScreen(QByteArray("jpeg"), QByteArray("thumb")));
+        QVERIFY(rig.client.images.isEmpty());
+        rig.client.done(QStringLiteral("r-vad"));
+        QCOMPARE(rig.client.images.size(), 1);
     }
 
     // The real client against the simulator: the messages on the wire, the card and the

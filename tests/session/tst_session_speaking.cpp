@@ -3,6 +3,7 @@
 
 #include "SessionRig.h"
 
+#include <QFile>
 #include <QTest>
 
 class SessionSpeakingTest : public QObject
@@ -156,6 +157,45 @@ private slots:
         QCOMPARE(rig.mic.beginCount, 0);
         QCOMPARE(c.pairs()[0].myAnswer, QString());
         QVERIFY(!c.pairs()[0].myAnswerInProgress);
+    }
+
+    // Case 6: Stop while the user speaks ends the answer on its card and records it.
+    void stopWhileTheUserSpeaks()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setTranscribeMyAnswers(true);
+        QVERIFY(rig.startSession());
+        rig.client.transcript(QStringLiteral("Why should we hire you?"));
+        rig.audio.levels(0.3f);
+        rig.mic.final(QStringLiteral("Because I ship"));
+        QVERIFY(c.pairs()[0].myAnswerInProgress);
+        rig.clock.advance(1.5);
+        c.stop();
+        QVERIFY(!c.pairs()[0].myAnswerInProgress);
+        QCOMPARE(c.pairs()[0].myAnswer, QStringLiteral("Because I ship"));
+        QFile file(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QString events = QString::fromUtf8(file.readAll());
+        QVERIFY2(events.contains(QStringLiteral(R"({"event":"you_stopped","pair":")") + c.pairs()[0].id
+                                 + QStringLiteral(R"(","seconds":1.5,"t":1.5,"text":"Because I ship","words":3})")),
+                 qPrintable(events));
+    }
+
+    // Case 9: a question heard while the user is still speaking says so.
+    void questionWhileTheUserSpeaks()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        rig.audio.levels(0.3f);
+        QVERIFY(c.isSpeaking());
+        rig.client.transcript(QStringLiteral("Sorry to interrupt, one more thing?"));
+        QVERIFY(!c.isAnswering());
+        c.stop();
+        QFile file(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(QString::fromUtf8(file.readAll()).contains(QStringLiteral(R"("you_were_speaking":true)")));
     }
 };
 

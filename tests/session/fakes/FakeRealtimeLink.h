@@ -4,7 +4,8 @@
 
 #include <QList>
 
-// Records every call; tests raise the callbacks themselves through the helpers.
+// Records every call; tests raise the callbacks themselves through the helpers, in the
+// order the service sends its events.
 class FakeRealtimeLink final : public RealtimeLink
 {
 public:
@@ -21,11 +22,43 @@ public:
         return acceptsImages;
     }
 
-    void transcript(const QString &text, const QString &itemID = QStringLiteral("item")) { onTranscript(itemID, text); }
+    // A completed transcript; without an item id each call names an item of its own.
+    void transcript(const QString &text, const QString &itemID = QString())
+    {
+        onTranscript(itemID.isEmpty() ? QStringLiteral("item_auto_%1").arg(++m_items) : itemID, text);
+    }
     void delta(const QString &responseID, const QString &text) { onDelta(responseID, text); }
     void done(const QString &responseID) { onResponseDone(responseID); }
     void usage(const QVariantMap &usage) { onUsage(usage); }
     void status(const RealtimeStatus &status) { onStatus(status); }
+
+    void speechStarted(const QString &itemID) { onSpeechStarted(itemID); }
+    void speechStopped(const QString &itemID) { onSpeechStopped(itemID); }
+    void transcriptDelta(const QString &itemID, const QString &text) { onTranscriptDelta(itemID, text); }
+    void transcriptFailed(const QString &itemID, const QString &message) { onTranscriptFailed(itemID, message); }
+    void transcriptionUsage(const QString &itemID, const QVariantMap &usage) { onTranscriptionUsage(itemID, usage); }
+    void created(const QString &responseID, bool requested = false) { onResponseCreated(responseID, requested); }
+    void ended(const QString &responseID, const QString &status, const QString &reason = QString())
+    {
+        onResponseEnded(responseID, status, reason);
+    }
+    void configured() { onConfigured(); }
+
+    // One whole turn the way the service reports it with turn detection: speech, the
+    // response created, the answer streamed, the transcript completing part-way through,
+    // the response done.
+    void turn(const QString &itemID, const QString &responseID, const QString &question, const QString &answer)
+    {
+        speechStarted(itemID);
+        speechStopped(itemID);
+        created(responseID);
+        transcriptDelta(itemID, question.left(question.size() / 2));
+        delta(responseID, answer.left(answer.size() / 2));
+        transcriptDelta(itemID, question.mid(question.size() / 2));
+        transcript(question, itemID);
+        delta(responseID, answer.mid(answer.size() / 2));
+        done(responseID);
+    }
 
     QList<RealtimeConfig> starts;
     int stopCount = 0;
@@ -35,4 +68,7 @@ public:
     QStringList regenerated;
     QList<std::pair<QByteArray, QString>> images; // pictures asked about, with their text
     bool acceptsImages = true;
+
+private:
+    int m_items = 0;
 };

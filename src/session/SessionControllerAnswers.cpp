@@ -1,0 +1,412 @@
+// Question and answer cards, the answer side: responses created by the service or asked
+// for by us, streamed answer text, responses that end badly, completion, and asking again
+// for every question left without an answer (a turn that ended while another answer ran,
+// a follow-up merged into its question, a card cut off by a reconnect).
+
+#include "session/SessionController.h"
+
+#include "session/RealtimeLink.h"
+#include "session/TextRules.h"
+
+#include <QLoggingCategory>
+
+Q_DECLARE_LOGGING_CATEGORY(lcSession)
+
+namespace {
+
+// A request of ours that no response has answered after this long is made again; after
+// the second time the card is given up with a note.
+constexpr double kRequestTimeoutSeconds = 20.0;
+constexpr int kMaxRequestAttempts = 2;
+
+} // namespace
+
+bool SessionController::isAwaited(const QAPair &pair) const
+{
+    return pair.questionInProgress || m_answerQueue.contains(pair.id) || m_requestedFor == pair.id
+        || m_expectsServiceResponse.contains(pair.id) || m_noServiceResponse.contains(pair.id)
+        || m_mergeAwaitingServiceResponse == pair.id;
+}
+
+void SessionController::responseCreated(const QString &responseID, bool requested)
+{
+    if (responseID.isEmpty() || m_finishedResponses.contains(responseID) || m_activeResponses.contains(responseID)
+        || indexOfResponse(responseID) >= 0) {
+        return;
+    }
+    m_activeResponses.insert(responseID);
+
+    if (requested && m_requestedFor) {
+        const QString pairID = *std::exchange(m_requestedFor, std::nullopt);
+        m_requestTimer.reset();
+        m_requestAttempts = 0;
+        const int index = indexOfPair(pairID);
+        const bool stale = std::exchange(m_requestStale, false);
+        if (index >= 0 && !stale && !m_pairs.at(index).isComplete) {
+            attachResponse(index, responseID);
+            return;
+        }
+        // The question grew after we asked: this answer is replaced by one to the whole of it.
+        m_supersededResponses.insert(responseID);
+        if (index >= 0 && !m_pairs.at(index).isComplete) {
+            queueAnswer(pairID, true);
+        }
+        askNextIfIdle();
+        return;
+    }
+    if (m_mergeAwaitingServiceResponse) {
+        // The service's own answer to a follow-up that is now part of the previous question.
+        m_supersededResponses.insert(responseID);
+        const QString pairID = *std::exchange(m_mergeAwaitingServiceResponse, std::nullopt);
+        m_mergeWait.reset();
+        queueAnswer(pairID, true);
+        askNextIfIdle();
+        return;
+    }
+    // The service answers a turn by itself: the newest card still waiting for an answer.
+    for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
+        const QAPair &pair = m_pairs.at(i);
+        if (!pair.isComplete && !pair.responseID && m_requestedFor != pair.id && !m_screenImages.contains(pair.id)) {
+            attachResponse(i, responseID);
+            return;
+        }
+    }
+    // The answer has overtaken its question; the transcript fills it in later.
+    QAPair pair = QAPair::make(QString(), responseID, m_clock.now(), m_clock.wallNow());
+    pair.questionInProgress = true;
+    appendPair(pair);
+}
+
+void SessionController::attachResponse(int index, const QString &responseID)
+{
+    QAPair &pair = m_pairs[index];
+    pair.responseID = responseID;
+    pair.isComplete = false;
+    pair.answer.clear();   // a partial answer from a connection that was cut
+    pair.answerNote.clear();
+    m_answerQueue.removeAll(pair.id);
+    m_expectsServiceResponse.remove(pair.id);
+    m_noServiceResponse.remove(pair.id);
+    m_firstTokenSeen.remove(pair.id);
+    emit pairChanged(index);
+}
+
+void SessionController::ingestDelta(const QString &responseID, const QString &delta)
+{
+    if (m_supersededResponses.contains(responseID)) {
+        return;
+    }
+    if (m_finishedResponses.contains(responseID)) {
+        if (!delta.isEmpty()) {
+            dropDelta(responseID, delta.size(), QStringLiteral("response finished"));
+        }
+        return;
+    }
+    int index = indexOfResponse(responseID);
+    if (index < 0) {
+        if (delta.isEmpty()) {
+            return;
+        }
+        // Text before the response was announced: it starts now.
+        responseCreated(responseID, m_requestedFor.has_value());
+        index = indexOfResponse(responseID);
+        if (index < 0) {
+            return;
+        }
+    }
+    if (delta.isEmpty()) {
+        return;
+    }
+    QAPair &pair = m_pairs[index];
+    if (pair.isComplete) {
+        dropDelta(responseID, delta.size(), QStringLiteral("card complete"));
+        return;
+    }
+    const qsizetype room = maxAnswerLength - pair.answer.size();
+    if (room <= 0) {
+        dropDelta(responseID, delta.size(), QStringLiteral("answer too long"));
+        return;
+    }
+    QStringView piece(delta);
+    if (delta.size() > room) {
+        qsizetype cut = room;
+        if (delta.at(cut - 1).isHighSurrogate()) {
+            --cut;   // never split a character
+        }
+        piece = piece.left(cut);
+    }
+
+    const QString id = pair.id;
+    if (!m_firstTokenSeen.contains(id)) {
+        m_firstTokenSeen.insert(id);
+        QVariantMap fields{{QStringLiteral("pair"), id},
+                           {QStringLiteral("response"), responseID},
+                           {QStringLiteral("you_were_speaking"), m_isSpeaking}};
+        const auto heard = m_questionAt.constFind(id);
+        if (heard != m_questionAt.constEnd()) {
+            fields.insert(QStringLiteral("latency_after_question_s"),
+                          CostModel::rounded(Clock::secondsBetween(*heard, m_clock.now()), 3));
+        }
+        appendEvent(QStringLiteral("answer_started"), fields);
+    }
+    m_pairs[index].answer += piece;
+    if (piece.size() < delta.size()) {
+        m_pairs[index].answerNote = QAPair::truncatedNote;
+        appendEvent(QStringLiteral("answer_truncated"), {{QStringLiteral("pair"), id},
+                                                         {QStringLiteral("response"), responseID},
+                                                         {QStringLiteral("chars"), qint64(m_pairs.at(index).answer.size())}});
+        dropDelta(responseID, delta.size() - piece.size(), QStringLiteral("answer too long"));
+    }
+    emit pairChanged(index);
+}
+
+void SessionController::dropDelta(const QString &responseID, qsizetype chars, const QString &reason)
+{
+    ++m_droppedDeltas;
+    m_droppedChars += chars;
+    if (m_droppedResponses.contains(responseID)) {
+        return;   // one line per response; the totals go into the session's last lines
+    }
+    m_droppedResponses.insert(responseID);
+    qCWarning(lcSession, "[Ketterbloom] dropped answer text for response %s: %s", qPrintable(responseID), qPrintable(reason));
+    appendEvent(QStringLiteral("delta_dropped"), {{QStringLiteral("response"), responseID},
+                                                  {QStringLiteral("reason"), reason},
+                                                  {QStringLiteral("chars"), qint64(chars)}});
+}
+
+void SessionController::responseEnded(const QString &responseID, const QString &status, const QString &reason)
+{
+    if (m_supersededResponses.contains(responseID)) {
+        return;
+    }
+    const int index = indexOfResponse(responseID);
+    if (index < 0) {
+        return;
+    }
+    QAPair &pair = m_pairs[index];
+    pair.answerNote = status == QLatin1String("failed") ? QAPair::couldNotAnswerNote(reason) : QAPair::cutShortNote;
+    emit pairChanged(index);
+    appendEvent(QStringLiteral("answer_failed"), {{QStringLiteral("pair"), pair.id},
+                                                  {QStringLiteral("response"), responseID},
+                                                  {QStringLiteral("status"), status},
+                                                  {QStringLiteral("reason"), reason}});
+}
+
+void SessionController::completeResponse(const QString &responseID)
+{
+    m_activeResponses.remove(responseID);
+    const bool seenBefore = m_finishedResponses.contains(responseID);
+    m_finishedResponses.insert(responseID);
+    if (m_supersededResponses.remove(responseID)) {
+        askNextIfIdle();   // a replaced answer has ended: the way is clear for the next request
+        return;
+    }
+    if (seenBefore) {
+        return;
+    }
+
+    const int index = indexOfResponse(responseID);
+    if (index >= 0) {
+        m_pairs[index].isComplete = true;
+        m_screenImages.remove(m_pairs.at(index).id);
+        // On disk before anyone hears of it, so that a crash from here on keeps the card.
+        saveTranscript();
+        const QAPair &pair = m_pairs.at(index);
+        appendEvent(QStringLiteral("answer_done"), {{QStringLiteral("pair"), pair.id},
+                                                    {QStringLiteral("chars"), qint64(TextRules::characterCount(pair.answer))},
+                                                    {QStringLiteral("question"), pair.question},
+                                                    {QStringLiteral("answer"), pair.answer}});
+        emit pairChanged(index);
+    } else {
+        // A response never announced: the newest card that nothing else will answer.
+        for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
+            if (!m_pairs.at(i).isComplete && !m_pairs.at(i).responseID && !isAwaited(m_pairs.at(i))) {
+                m_pairs[i].isComplete = true;
+                emit pairChanged(i);
+                break;
+            }
+        }
+    }
+
+    if (removeEmptyCompletePairs() || index < 0) {
+        saveTranscript();
+    }
+    pushHistory();
+    askNextIfIdle();
+}
+
+// ---- Asking again --------------------------------------------------------------------
+
+void SessionController::queueAnswer(const QString &pairID, bool first)
+{
+    m_answerQueue.removeAll(pairID);
+    if (first) {
+        m_answerQueue.prepend(pairID);
+    } else {
+        m_answerQueue.append(pairID);
+    }
+}
+
+void SessionController::askNextIfIdle()
+{
+    if (m_requestedFor || m_mergeAwaitingServiceResponse) {
+        return;
+    }
+    for (const QString &responseID : std::as_const(m_activeResponses)) {
+        if (!m_supersededResponses.contains(responseID)) {
+            return;   // asked when this answer has finished; asking now would cancel it
+        }
+    }
+    while (!m_answerQueue.isEmpty()) {
+        const QString pairID = m_answerQueue.takeFirst();
+        const int index = indexOfPair(pairID);
+        if (index < 0 || m_pairs.at(index).isComplete || m_pairs.at(index).responseID || m_pairs.at(index).question.isEmpty()
+            || m_pairs.at(index).questionInProgress) {
+            continue;
+        }
+        requestAnswer(pairID);
+        return;
+    }
+}
+
+void SessionController::requestAnswer(const QString &pairID)
+{
+    const int index = indexOfPair(pairID);
+    m_requestedFor = pairID;
+    m_requestStale = false;
+    ++m_requestAttempts;
+    if (m_screenImages.contains(pairID)) {
+        sendScreenQuestion(pairID);
+        if (!m_screenImages.contains(pairID)) {
+            // Refused on the spot: nothing is outstanding.
+            m_requestedFor.reset();
+            m_requestAttempts = 0;
+            askNextIfIdle();
+            return;
+        }
+    } else {
+        m_client.regenerate(m_pairs.at(index).question);
+    }
+    m_requestTimer = m_clock.schedule(kRequestTimeoutSeconds, false, [this, pairID] {
+        m_requestTimer.reset();
+        if (m_requestedFor != pairID) {
+            return;
+        }
+        m_requestedFor.reset();
+        const int card = indexOfPair(pairID);
+        if (card >= 0 && m_requestAttempts >= kMaxRequestAttempts) {
+            m_requestAttempts = 0;
+            m_pairs[card].isComplete = true;
+            m_pairs[card].answerNote = QAPair::couldNotAnswerNote(QStringLiteral("no response"));
+            emit pairChanged(card);
+            appendEvent(QStringLiteral("answer_failed"), {{QStringLiteral("pair"), pairID},
+                                                          {QStringLiteral("status"), QStringLiteral("no_response")},
+                                                          {QStringLiteral("reason"), QStringLiteral("no response")}});
+            pushHistory();
+            saveTranscript();
+        } else if (card >= 0) {
+            log(QStringLiteral("No answer to the request for a card; asking again"));
+            queueAnswer(pairID, true);
+        }
+        askNextIfIdle();
+    });
+}
+
+void SessionController::connectionConfigured()
+{
+    // A new socket: whatever was in flight on the old one will never finish.
+    setListening(false);
+    m_activeResponses.clear();
+    m_supersededResponses.clear();
+    m_expectsServiceResponse.clear();
+    m_noServiceResponse.clear();
+    m_requestedFor.reset();
+    m_requestStale = false;
+    m_requestTimer.reset();
+    m_requestAttempts = 0;
+    m_mergeAwaitingServiceResponse.reset();
+    m_mergeWait.reset();
+    m_serviceAnswerChecks.clear();
+
+    QList<QString> queue;
+    for (int i = 0; i < m_pairs.size(); ++i) {
+        QAPair &pair = m_pairs[i];
+        if (pair.isComplete && !pair.questionInProgress) {
+            continue;
+        }
+        pair.questionInProgress = false;   // its transcript went with the old socket
+        if (!pair.isComplete && !pair.question.isEmpty()) {
+            pair.responseID.reset();   // the partial answer shows until the new one starts
+            queue.append(pair.id);
+        } else if (!pair.isComplete) {
+            pair.isComplete = true;
+            if (!pair.answer.isEmpty()) {
+                pair.answerNote = QAPair::cutShortNote;
+            }
+        }
+        emit pairChanged(i);
+    }
+    m_answerQueue = queue;
+    if (!queue.isEmpty()) {
+        appendEvent(QStringLiteral("answers_reasked"), {{QStringLiteral("pairs"), qint64(queue.size())}});
+    }
+    removeEmptyCompletePairs();
+    askNextIfIdle();
+}
+
+// ---- Housekeeping --------------------------------------------------------------------
+
+void SessionController::closeOpenCards()
+{
+    for (int i = 0; i < m_pairs.size(); ++i) {
+        QAPair &pair = m_pairs[i];
+        if (pair.isComplete && !pair.questionInProgress) {
+            continue;
+        }
+        if (!pair.isComplete && !pair.answer.isEmpty() && pair.answerNote.isEmpty()) {
+            pair.answerNote = QAPair::cutShortNote;
+        }
+        pair.isComplete = true;
+        pair.questionInProgress = false;
+        emit pairChanged(i);
+    }
+    m_answerQueue.clear();
+    m_screenImages.clear();
+    m_requestedFor.reset();
+    m_requestStale = false;
+    m_requestTimer.reset();
+    m_mergeAwaitingServiceResponse.reset();
+    m_mergeWait.reset();
+    m_serviceAnswerChecks.clear();
+    m_expectsServiceResponse.clear();
+    m_noServiceResponse.clear();
+    m_activeResponses.clear();
+    m_supersededResponses.clear();
+    removeEmptyCompletePairs();
+}
+
+bool SessionController::removeEmptyCompletePairs()
+{
+    const qsizetype removed = m_pairs.removeIf([](const QAPair &pair) {
+        // A turn card still waiting for its transcript stays; a card an answer opened goes.
+        return pair.isComplete && (!pair.questionInProgress || pair.itemID.isEmpty()) && !pair.questionFailed
+            && pair.question.isEmpty() && pair.answer.isEmpty() && pair.myAnswer.isEmpty();
+    });
+    if (removed > 0) {
+        emit pairsReset();
+    }
+    return removed > 0;
+}
+
+void SessionController::pushHistory()
+{
+    // Finished cards only: an unfinished one is asked again after a reconnect.
+    History history;
+    for (const QAPair &pair : std::as_const(m_pairs)) {
+        const QString question = pair.questionInProgress ? QString() : pair.question;
+        if (pair.isComplete && (!question.isEmpty() || !pair.answer.isEmpty())) {
+            history.append(HistoryEntry{question, pair.answer});
+        }
+    }
+    m_client.updateHistory(history);
+}

@@ -1,0 +1,337 @@
+// Start-up: the checks, the capture source chosen from the settings, the audio start with
+// its watchdogs, and handing over to the realtime service once capture runs.
+
+#include "session/SessionController.h"
+
+#include "session/CaptureLink.h"
+#include "session/MicTranscription.h"
+#include "session/RealtimeLink.h"
+#include "session/SessionLog.h"
+#include "session/SessionSnapshot.h"
+#include "session/TapQueries.h"
+#include "settings/AppSettings.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QLoggingCategory>
+
+Q_DECLARE_LOGGING_CATEGORY(lcSession)
+
+namespace {
+
+const QString kSystemAudioUnreachable = QStringLiteral(
+    "Ketterbloom can't reach this computer's sound server to listen to the meeting. Make sure PulseAudio or "
+    "PipeWire is running (pactl info should answer), then press Start again. Until then, switch \"Meeting audio\" "
+    "to your audio device.");
+
+::StreamSource captureStreamSource(AppSettings::StreamSource source)
+{
+    switch (source) {
+    case AppSettings::StreamSource::meetingOnly:
+        return ::StreamSource::meetingOnly;
+    case AppSettings::StreamSource::micOnly:
+        return ::StreamSource::micOnly;
+    case AppSettings::StreamSource::both:
+        return ::StreamSource::both;
+    }
+    return ::StreamSource::meetingOnly;
+}
+
+} // namespace
+
+QString SessionController::appDisplayName(const QString &bundleID) const
+{
+    const QList<AudioProcessInfo> apps = m_taps.selectableApps();
+    for (const AudioProcessInfo &app : apps) {
+        if (app.bundleID == bundleID && !app.name.isEmpty()) {
+            return app.name;
+        }
+    }
+    return bundleID;
+}
+
+// ---- Start ---------------------------------------------------------------------------
+
+void SessionController::start()
+{
+    if (m_isSessionActive || m_isStarting) {
+        return;
+    }
+    setBannerText(std::nullopt);
+
+    if (m_settings.apiKey().trimmed().isEmpty()) {
+        setBanner(apiKeyMissingBanner, BannerAction::openAccountSettings);
+        emit startFailed();
+        return;
+    }
+    setStarting(true);
+    warnIfContextThin();
+
+    switch (m_audio.micPermission()) {
+    case MicPermission::notDetermined: {
+        const std::weak_ptr<bool> alive = m_alive;
+        m_audio.requestMicAccess([alive, this](bool granted) {
+            if (alive.lock()) {
+                continueStartWithMic(granted);
+            }
+        });
+        return;
+    }
+    case MicPermission::granted:
+        continueStartWithMic(true);
+        return;
+    case MicPermission::denied:
+        setBannerText(describe(EngineError::micDenied));
+        setStarting(false);
+        emit startFailed();
+        return;
+    }
+}
+
+void SessionController::warnIfContextThin()
+{
+    const bool noJob = m_settings.jobDescription().trimmed().isEmpty();
+    const bool noContext = m_settings.contextText().trimmed().isEmpty();
+    QString text;
+    if (noJob && noContext) {
+        text = QStringLiteral("Starting without a job description or your background. Answers will be generic — add the "
+                              "posting and your CV and they'll quote your own projects and match what the role asks for.");
+    } else if (noJob) {
+        text = QStringLiteral("No job description loaded. Paste the posting and answers will emphasise the experience this "
+                              "particular role is asking for.");
+    } else if (noContext) {
+        text = QStringLiteral("No background loaded. Add your CV or a few war stories and answers will cite your actual "
+                              "work instead of speaking in generalities.");
+    } else {
+        return;
+    }
+    setBanner(text, BannerAction::openContext);
+}
+
+void SessionController::continueStartWithMic(bool granted)
+{
+    if (!m_isStarting) {
+        return;
+    }
+    if (!granted) {
+        setBannerText(describe(EngineError::micDenied));
+        setStarting(false);
+        emit startFailed();
+        return;
+    }
+
+    const AppSettings::MeetingSource meetingSource = m_settings.meetingSource();
+    if (meetingSource != AppSettings::MeetingSource::audioDevice) {
+        // No permission prompt here: a failed probe gets one more try.
+        if (!m_taps.probeTapAccess() && !m_taps.probeTapAccess()) {
+            setBannerText(kSystemAudioUnreachable);
+            m_client.stop();
+            setSessionActive(false);
+            setStarting(false);
+            emit startFailed();
+            return;
+        }
+    }
+
+    CaptureSource source;
+    const std::optional<QString> micDevice = m_settings.deviceUID().isEmpty()
+        ? std::nullopt : std::optional<QString>(m_settings.deviceUID());
+    switch (meetingSource) {
+    case AppSettings::MeetingSource::systemOutput:
+        source = SystemTapSource{TapTarget::systemOutput(), micDevice, m_settings.micChannel()};
+        break;
+    case AppSettings::MeetingSource::singleApp: {
+        const QString bundleID = m_settings.tappedBundleID();
+        if (bundleID.isEmpty()) {
+            setBannerText(QStringLiteral("Pick which app to listen to in Settings."));
+            m_client.stop();
+            setSessionActive(false);
+            setStarting(false);
+            emit startFailed();
+            return;
+        }
+        if (const std::optional<AudioProcessInfo> app = m_taps.audioObject(bundleID)) {
+            const QString appID = app->bundleID.isEmpty() ? bundleID : app->bundleID;
+            source = SystemTapSource{TapTarget::process(appID), micDevice, m_settings.micChannel()};
+            break;
+        }
+        source = SystemTapSource{TapTarget::systemOutput(), micDevice, m_settings.micChannel()};
+        const QString name = appDisplayName(bundleID);
+        bool playsThroughHelper = false;
+        for (const auto &helper : m_taps.audioHelpers()) {
+            playsThroughHelper = playsThroughHelper || helper.first == bundleID;
+        }
+        if (playsThroughHelper) {
+            setBannerText(QStringLiteral("Listening to this computer. ") + name
+                          + QStringLiteral(" plays its call audio through another process, so it can't be listened to "
+                                           "on its own — everything you hear is captured instead."));
+        } else {
+            setBannerText(QStringLiteral("Started, listening to all of this computer's audio. ") + name
+                          + QStringLiteral(" isn't playing anything yet; I'll narrow to it alone as soon as it does."));
+            m_pendingAppTap = bundleID;
+        }
+        break;
+    }
+    case AppSettings::MeetingSource::audioDevice: {
+        const int meetingChannel = m_settings.meetingChannel();
+        source = DeviceChannelsSource{m_settings.deviceUID(), m_settings.micChannel(),
+                                      meetingChannel < 0 ? std::nullopt : std::optional<int>(meetingChannel)};
+        break;
+    }
+    }
+
+    // A new session: what is left of the last one can never take this one's answers, and
+    // its log opens now so that the audio start is recorded in it.
+    closeOpenCards();
+    m_sessionUsage = CostModel::Usage{};
+    m_transcriptionUsage = CostModel::TranscriptionUsage{};
+    m_transcriptionCost = 0;
+    m_pricedModel = m_settings.model();
+    m_transcribeModelInUse = m_settings.transcribeModel();
+    m_finishedResponses.clear();
+    m_droppedResponses.clear();
+    m_droppedDeltas = 0;
+    m_droppedChars = 0;
+    m_cardOfItem.clear();
+    m_speechStartedAt.clear();
+    m_heardSeconds.clear();
+    startLog();
+
+    m_audioStartRequestedAt = m_clock.now();
+    const quint64 generation = ++m_startGeneration;
+    m_watchdog8 = m_clock.schedule(8.0, false, [this] { setBannerText(stillStartingBanner); });
+    m_watchdog25 = m_clock.schedule(25.0, false, [this] {
+        if (!m_audio.isRunning()) {
+            abandonStart(QStringLiteral("Audio capture didn't finish starting. The step-by-step log is in ")
+                         + QDir::cleanPath(sessionFolder() + QStringLiteral("/startup.log"))
+                         + QStringLiteral(" — send that and it will say exactly where it stopped."));
+        }
+    });
+
+    CaptureLink *audio = &m_audio;
+    const ::StreamSource streamSource = captureStreamSource(m_settings.streamSource());
+    const bool record = m_settings.saveAudio();
+    const std::weak_ptr<bool> alive = m_alive;
+    m_audioStartInFlight = true;
+    m_runInBackground([audio, source, streamSource, record, alive, generation, this] {
+        const std::optional<QString> error = audio->start(source, streamSource, record);
+        // Back to the GUI thread; dropped there if the controller has gone meanwhile.
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [alive, this, generation, error] {
+                if (alive.lock()) {
+                    audioStartFinished(generation, error);
+                }
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void SessionController::cancelWatchdogs()
+{
+    m_watchdog8.reset();
+    m_watchdog25.reset();
+}
+
+void SessionController::abandonStart(const QString &banner)
+{
+    cancelWatchdogs();
+    setBannerText(banner);
+    m_client.stop();
+    setSessionActive(false);
+    setStarting(false);
+    if (m_log) {
+        m_log->close();
+        m_log.reset();
+    }
+    emit startFailed();
+}
+
+void SessionController::audioStartFinished(quint64 generation, const std::optional<QString> &error)
+{
+    if (generation == m_startGeneration) {
+        m_audioStartInFlight = false;
+    }
+    if (generation != m_startGeneration || !m_isStarting) {
+        // This start was given up (the watchdog, or Stop): capture that starts this late is
+        // stopped again, unless a newer start is under way with the same engine.
+        if (!error && !m_isSessionActive && !m_audioStartInFlight) {
+            m_audio.stop();
+            log(QStringLiteral("Audio capture started after the start was given up; stopped it"));
+        }
+        return;
+    }
+    if (error) {
+        abandonStart(*error);
+        return;
+    }
+    cancelWatchdogs();
+    if (m_banner == stillStartingBanner) {
+        setBannerText(std::nullopt);
+    }
+    const double seconds = Clock::secondsBetween(m_audioStartRequestedAt, m_clock.now());
+    appendEvent(QStringLiteral("audio_started"), {{QStringLiteral("setup_seconds"), CostModel::rounded(seconds, 2)}});
+    if (seconds > 8.0) {
+        qCInfo(lcSession, "[Ketterbloom] audio setup took %.1fs", seconds);
+    }
+    finishStarting();
+}
+
+void SessionController::finishStarting()
+{
+    const std::optional<QString> recording = m_audio.recordingPath();
+    setLastRecordingURL(recording ? QUrl::fromLocalFile(*recording) : QUrl());
+
+    if (m_settings.transcribeMyAnswers()) {
+        const std::weak_ptr<bool> alive = m_alive;
+        m_micTranscriber.requestAuthorization([alive, this](const SpeechAvailability &availability) {
+            if (!alive.lock()) {
+                return;
+            }
+            switch (availability.kind) {
+            case SpeechAvailability::Kind::ready:
+                break;
+            case SpeechAvailability::Kind::denied:
+                m_settings.setTranscribeMyAnswers(false);
+                setBannerText(QStringLiteral("Speech recognition permission was denied, so your answers won't be transcribed."));
+                break;
+            case SpeechAvailability::Kind::unsupported:
+                m_settings.setTranscribeMyAnswers(false);
+                setBannerText(availability.message);
+                break;
+            }
+        });
+    }
+
+    if (m_settings.meetingSource() == AppSettings::MeetingSource::audioDevice
+        && m_settings.streamSource() == AppSettings::StreamSource::meetingOnly && m_settings.meetingChannel() < 0) {
+        setBannerText(QStringLiteral("No meeting channel is mapped, so your mic is being streamed instead. Set a meeting channel in Settings."));
+    }
+
+    pushHistory();
+
+    RealtimeConfig config;
+    // A key pasted with a stray blank or line end would fail in the Authorization header.
+    config.apiKey = m_settings.apiKey().trimmed();
+    config.model = m_settings.model();
+    config.transcribeModel = m_settings.transcribeModel();
+    config.instructions = m_settings.instructions();
+    config.vadThreshold = m_settings.vadThreshold();
+    config.prefixPaddingMs = m_settings.prefixPaddingMs();
+    config.silenceDurationMs = m_settings.silenceDurationMs();
+    config.reconnectMinutes = m_settings.reconnectMinutes();
+    m_client.start(config);
+
+    setSessionActive(true);
+    setStarting(false);
+    SessionSnapshot::setSessionActive(true);
+
+    startSessionClock();
+    if (m_log && !m_log->error().isEmpty()) {
+        setBanner(QStringLiteral("Couldn't save the events log to ") + m_log->jsonPath() + QStringLiteral(" (")
+                      + m_log->error() + QStringLiteral("). The session runs; copy its cards with Copy Transcript."),
+                  BannerAction::copyTranscript);
+    }
+    startAppTapPollIfNeeded();
+}
+

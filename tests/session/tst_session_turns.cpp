@@ -1,0 +1,434 @@
+// The service's real order of events, case by case: a turn opens its card at the end of
+// speech or at its response, the transcript and the answer attach to it in either order,
+// follow-ups merge into the previous question with the regenerated answer in the same card,
+// every question gets an answer (during another answer, after a reconnect), and the live
+// question, failed transcriptions and answers that end badly show on the card.
+
+#include "SessionRig.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+namespace {
+
+const QString kStamp = QStringLiteral("2025-03-04_14-05-09");
+
+QList<QJsonObject> events()
+{
+    QList<QJsonObject> out;
+    QFile file(SessionController::sessionFolder() + QStringLiteral("/meeting_") + kStamp + QStringLiteral(".events.jsonl"));
+    if (file.open(QIODevice::ReadOnly)) {
+        for (const QByteArray &line : file.readAll().split('\n')) {
+            if (!line.isEmpty()) {
+                out << QJsonDocument::fromJson(line).object();
+            }
+        }
+    }
+    return out;
+}
+
+QList<QJsonObject> eventsNamed(const QString &name)
+{
+    QList<QJsonObject> out;
+    for (const QJsonObject &event : events()) {
+        if (event.value(QStringLiteral("event")).toString() == name) {
+            out << event;
+        }
+    }
+    return out;
+}
+
+QString transcriptText()
+{
+    QFile file(SessionController::sessionFolder() + QStringLiteral("/meeting_") + kStamp + QStringLiteral(".transcript.md"));
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+} // namespace
+
+class SessionTurnsTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void liveQuestionOnItsOwnCard()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+
+        rig.client.speechStarted(QStringLiteral("i1"));
+        QVERIFY(c.isListening());
+        QVERIFY(c.pairs().isEmpty());
+        rig.clock.advance(2);
+        rig.client.speechStopped(QStringLiteral("i1"));
+        QVERIFY(!c.isListening());
+        QCOMPARE(c.pairs().size(), 1);
+        QVERIFY(c.pairs()[0].questionInProgress);
+        QCOMPARE(c.pairs()[0].displayQuestion(), QStringLiteral("Listening…"));
+
+        // The response is created and streams before the transcript completes.
+        rig.client.created(QStringLiteral("r1"));
+        rig.client.transcriptDelta(QStringLiteral("i1"), QStringLiteral("Tell me about "));
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("We moved "));
+        QCOMPARE(c.pairs().size(), 1);
+        QCOMPARE(c.pairs()[0].displayQuestion(), QStringLiteral("Tell me about "));
+        QVERIFY(c.pairs()[0].questionInProgress);
+        QCOMPARE(c.pairs()[0].answer, QStringLiteral("We moved "));
+
+        rig.client.transcript(QStringLiteral("Tell me about the migration."), QStringLiteral("i1"));
+        QCOMPARE(c.pairs()[0].question, QStringLiteral("Tell me about the migration."));
+        QVERIFY(!c.pairs()[0].questionInProgress);
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("to Postgres."));
+        rig.client.done(QStringLiteral("r1"));
+        QCOMPARE(c.pairs().size(), 1);
+        QCOMPARE(c.pairs()[0].answer, QStringLiteral("We moved to Postgres."));
+        QVERIFY(c.pairs()[0].isComplete);
+        QVERIFY(rig.client.regenerated.isEmpty());
+
+        // A transcription that fails keeps the card's answer.
+        rig.clock.advance(30);
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.created(QStringLiteral("r2"));
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral("Happy to go deeper."));
+        rig.client.transcriptFailed(QStringLiteral("i2"), QStringLiteral("audio unclear"));
+        rig.client.done(QStringLiteral("r2"));
+        QCOMPARE(c.pairs().size(), 2);
+        QVERIFY(c.pairs()[1].questionFailed);
+        QCOMPARE(c.pairs()[1].displayQuestion(), QStringLiteral("(the question could not be transcribed)"));
+        QCOMPARE(c.pairs()[1].answer, QStringLiteral("Happy to go deeper."));
+        QVERIFY(c.pairs()[1].isComplete);
+
+        // An answer that ends badly keeps its text and says so.
+        rig.clock.advance(30);
+        rig.client.turn(QStringLiteral("i3"), QStringLiteral("r3"), QStringLiteral("Why Rust?"), QString());
+        rig.client.speechStarted(QStringLiteral("i4"));
+        rig.client.speechStopped(QStringLiteral("i4"));
+        rig.client.created(QStringLiteral("r4"));
+        rig.client.transcript(QStringLiteral("What broke?"), QStringLiteral("i4"));
+        rig.client.delta(QStringLiteral("r4"), QStringLiteral("The first"));
+        rig.client.ended(QStringLiteral("r4"), QStringLiteral("incomplete"), QStringLiteral("max_output_tokens"));
+        rig.client.done(QStringLiteral("r4"));
+        rig.client.turn(QStringLiteral("i5"), QStringLiteral("r5"), QStringLiteral("Any questions for us?"), QString());
+        rig.client.ended(QStringLiteral("r5"), QStringLiteral("failed"), QStringLiteral("server_error"));
+        QCOMPARE(c.pairs()[3].answer, QStringLiteral("The first"));
+        QCOMPARE(c.pairs()[3].answerNote, QStringLiteral("answer cut short"));
+        QVERIFY(c.pairs()[3].isComplete);
+        QCOMPARE(c.pairs()[4].answerNote, QStringLiteral("the service could not answer: server_error"));
+        c.stop();
+
+        const QList<QJsonObject> failed = eventsNamed(QStringLiteral("answer_failed"));
+        QCOMPARE(failed.size(), 2);
+        QCOMPARE(failed[0].value(QStringLiteral("status")).toString(), QStringLiteral("incomplete"));
+        QCOMPARE(failed[0].value(QStringLiteral("pair")).toString(), c.pairs()[3].id);
+        QCOMPARE(failed[1].value(QStringLiteral("reason")).toString(), QStringLiteral("server_error"));
+        const QString transcript = transcriptText();
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** (the question could not be transcribed)\n\n**Copilot:** Happy to go deeper.")),
+                 qPrintable(transcript));
+        QVERIFY2(transcript.contains(QStringLiteral("**Copilot:** The first _(answer cut short)_")), qPrintable(transcript));
+    }
+
+    // Case 1: the follow-up's own response opened its card first; the transcript completes
+    // later, merges into the previous question, and the regenerated answer lands there.
+    void followUpMergesAfterItsOwnResponseStarted()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setFollowUpWindow(8);
+        QVERIFY(rig.startSession());
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Tell me about the project."),
+                        QStringLiteral("It was a payments rewrite."));
+        const QString firstID = c.pairs()[0].id;
+
+        rig.clock.advance(3);
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.created(QStringLiteral("r2"));
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral("The budget was"));
+        QCOMPARE(c.pairs().size(), 2);
+        rig.client.transcript(QStringLiteral("And what about the budget?"), QStringLiteral("i2"));
+
+        const QString merged = QStringLiteral("Tell me about the project. And what about the budget?");
+        QCOMPARE(c.pairs().size(), 1);
+        QCOMPARE(c.pairs()[0].id, firstID);
+        QCOMPARE(c.pairs()[0].question, merged);
+        QVERIFY(c.pairs()[0].wasExtended);
+        QCOMPARE(c.pairs()[0].answer, QString());
+        QCOMPARE(rig.client.regenerated, QStringList{merged});
+
+        // The follow-up's answer is cancelled by the regeneration; its end changes nothing.
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral(" tight."));
+        rig.client.ended(QStringLiteral("r2"), QStringLiteral("cancelled"), QStringLiteral("client_cancelled"));
+        rig.client.done(QStringLiteral("r2"));
+        rig.client.created(QStringLiteral("r3"), true);
+        rig.client.delta(QStringLiteral("r3"), QStringLiteral("Payments rewrite, on budget."));
+        rig.client.done(QStringLiteral("r3"));
+        QCOMPARE(c.pairs().size(), 1);
+        QCOMPARE(c.pairs()[0].answer, QStringLiteral("Payments rewrite, on budget."));
+        QVERIFY(c.pairs()[0].isComplete);
+        QCOMPARE(c.pairs()[0].answerNote, QString());
+        QCOMPARE(rig.client.histories.last(), (History{{merged, QStringLiteral("Payments rewrite, on budget.")}}));
+        c.stop();
+
+        QCOMPARE(eventsNamed(QStringLiteral("question")).size(), 1);
+        QCOMPARE(eventsNamed(QStringLiteral("question_extended")).size(), 1);
+        QCOMPARE(eventsNamed(QStringLiteral("answer_failed")).size(), 0);
+        const QList<QJsonObject> done = eventsNamed(QStringLiteral("answer_done"));
+        QCOMPARE(done.size(), 2);
+        QCOMPARE(done[1].value(QStringLiteral("answer")).toString(), QStringLiteral("Payments rewrite, on budget."));
+        QCOMPARE(done[1].value(QStringLiteral("pair")).toString(), firstID);
+    }
+
+    // Case 1, the other order: the transcript merges before the service has created the
+    // follow-up's own response. That response is replaced as soon as it starts, and the
+    // answer we asked for still lands in the merged card.
+    void followUpMergesBeforeItsOwnResponse()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setFollowUpWindow(8);
+        QVERIFY(rig.startSession());
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Walk me through the outage"),
+                        QStringLiteral("A bad deploy."));
+        rig.clock.advance(2);
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.transcript(QStringLiteral("What did you change afterwards?"), QStringLiteral("i2"));
+        QCOMPARE(c.pairs().size(), 1);
+        QVERIFY(rig.client.regenerated.isEmpty());   // waits for the follow-up's own response
+        rig.client.created(QStringLiteral("r2"));
+        const QString merged = QStringLiteral("Walk me through the outage What did you change afterwards?");
+        QCOMPARE(rig.client.regenerated, QStringList{merged});
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral("Unrelated words"));
+        rig.client.done(QStringLiteral("r2"));
+        rig.client.created(QStringLiteral("r3"), true);
+        rig.client.delta(QStringLiteral("r3"), QStringLiteral("Canary deploys."));
+        rig.client.done(QStringLiteral("r3"));
+        QCOMPARE(c.pairs().size(), 1);
+        QCOMPARE(c.pairs()[0].answer, QStringLiteral("Canary deploys."));
+
+        // A service that never answers the follow-up: asked after a short wait.
+        rig.clock.advance(1);
+        rig.client.speechStarted(QStringLiteral("i3"));
+        rig.client.speechStopped(QStringLiteral("i3"));
+        rig.client.transcript(QStringLiteral("and who approved that?"), QStringLiteral("i3"));
+        QCOMPARE(rig.client.regenerated.size(), 1);
+        rig.clock.advance(2);
+        QCOMPARE(rig.client.regenerated.size(), 2);
+        QCOMPARE(rig.client.regenerated.last(), merged + QStringLiteral(" and who approved that?"));
+    }
+
+    // Case 2: a question asked while an answer streams gets no response from the service;
+    // it is asked when that answer has finished, never by cancelling it.
+    void questionDuringAnAnswerIsAnswered()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setFollowUpWindow(0);
+        QVERIFY(rig.startSession());
+        rig.client.speechStarted(QStringLiteral("i1"));
+        rig.client.speechStopped(QStringLiteral("i1"));
+        rig.client.created(QStringLiteral("r1"));
+        rig.client.transcript(QStringLiteral("Why this company?"), QStringLiteral("i1"));
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("Because "));
+
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.transcript(QStringLiteral("How soon could you start?"), QStringLiteral("i2"));
+        QCOMPARE(c.pairs().size(), 2);
+        QVERIFY(rig.client.regenerated.isEmpty());
+
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("of the mission."));
+        rig.client.done(QStringLiteral("r1"));
+        QCOMPARE(rig.client.regenerated, QStringList{QStringLiteral("How soon could you start?")});
+        QCOMPARE(rig.client.histories.last(), (History{{QStringLiteral("Why this company?"), QStringLiteral("Because of the mission.")}}));
+
+        rig.client.created(QStringLiteral("r2"), true);
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral("In four weeks."));
+        rig.client.done(QStringLiteral("r2"));
+        QCOMPARE(c.pairs()[0].answer, QStringLiteral("Because of the mission."));
+        QCOMPARE(c.pairs()[1].answer, QStringLiteral("In four weeks."));
+        QVERIFY(c.pairs()[1].isComplete);
+        QCOMPARE(rig.client.histories.last().size(), 2);
+    }
+
+    // Case 3: a card left open by Stop never takes a later answer.
+    void leftoverOpenCardTakesNoLaterAnswer()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setFollowUpWindow(0);
+        QVERIFY(rig.startSession());
+        rig.client.speechStarted(QStringLiteral("i0"));
+        rig.client.speechStopped(QStringLiteral("i0"));
+        rig.client.transcript(QStringLiteral("Are we recording?"), QStringLiteral("i0"));
+        c.stop();
+        QVERIFY(c.pairs()[0].isComplete);
+        c.start();
+        rig.settle();
+        QVERIFY(c.isSessionActive());
+
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("First question?"), QStringLiteral("First answer."));
+        rig.client.turn(QStringLiteral("i2"), QStringLiteral("r2"), QStringLiteral("Second question?"), QStringLiteral("Second answer."));
+        QCOMPARE(c.pairs().size(), 3);
+        QCOMPARE(c.pairs()[0].answer, QString());
+        QCOMPARE(c.pairs()[1].question, QStringLiteral("First question?"));
+        QCOMPARE(c.pairs()[1].answer, QStringLiteral("First answer."));
+        QCOMPARE(c.pairs()[2].answer, QStringLiteral("Second answer."));
+    }
+
+    // Case 4: a reconnect mid-answer asks again once the new socket is configured, and the
+    // answer completes in the same card.
+    void reconnectMidAnswerAsksAgain()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setFollowUpWindow(0);
+        QVERIFY(rig.startSession());
+        rig.client.configured();
+        QVERIFY(rig.client.regenerated.isEmpty());
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Done question?"), QStringLiteral("Yes."));
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.created(QStringLiteral("r2"));
+        rig.client.transcript(QStringLiteral("What is your biggest weakness?"), QStringLiteral("i2"));
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral("I sometimes"));
+        // A turn whose transcript was lost with the socket, and nothing on it.
+        rig.client.speechStarted(QStringLiteral("i3"));
+        rig.client.speechStopped(QStringLiteral("i3"));
+        QCOMPARE(c.pairs().size(), 3);
+
+        rig.client.status(RealtimeStatus::reconnecting());
+        rig.client.configured();
+        QCOMPARE(c.pairs().size(), 2);
+        QCOMPARE(rig.client.regenerated, QStringList{QStringLiteral("What is your biggest weakness?")});
+        QCOMPARE(c.pairs()[1].answer, QStringLiteral("I sometimes"));   // shown until the new answer starts
+        rig.client.created(QStringLiteral("r9"), true);
+        rig.client.delta(QStringLiteral("r9"), QStringLiteral("I over-prepare."));
+        rig.client.done(QStringLiteral("r9"));
+        QCOMPARE(c.pairs()[1].answer, QStringLiteral("I over-prepare."));
+        QVERIFY(c.pairs()[1].isComplete);
+        QCOMPARE(rig.client.histories.last().size(), 2);
+        c.stop();
+        QCOMPARE(eventsNamed(QStringLiteral("answers_reasked")).size(), 1);
+    }
+
+    // Case 5: the question arrives after its answer completed; history is pushed again.
+    void questionAfterItsAnswerIsSeeded()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        rig.client.speechStarted(QStringLiteral("i1"));
+        rig.client.speechStopped(QStringLiteral("i1"));
+        rig.client.created(QStringLiteral("r1"));
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("Seven years."));
+        rig.client.done(QStringLiteral("r1"));
+        QVERIFY(c.pairs()[0].isComplete);
+        QVERIFY(c.pairs()[0].questionInProgress);
+        rig.client.transcript(QStringLiteral("How long have you used Go?"), QStringLiteral("i1"));
+        QCOMPARE(c.pairs().size(), 1);
+        QCOMPARE(rig.client.histories.last(), (History{{QStringLiteral("How long have you used Go?"), QStringLiteral("Seven years.")}}));
+        // On disk already, before Stop.
+        QVERIFY2(transcriptText().contains(QStringLiteral("**Interviewer:** How long have you used Go?\n\n**Copilot:** Seven years.")),
+                 qPrintable(transcriptText()));
+    }
+
+    // Case 10: text for a finished response, or one beyond the cap, is dropped and counted.
+    void deltasAreBounded()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Q one?"), QStringLiteral("A one."));
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("stray 12 b"));
+        rig.client.delta(QStringLiteral("r1"), QString(1000, QLatin1Char('x')));
+        rig.client.turn(QStringLiteral("i2"), QStringLiteral("r2"), QStringLiteral("Q two?"), QStringLiteral("A two."));
+        QCOMPARE(c.pairs()[0].answer, QStringLiteral("A one."));
+        QCOMPARE(c.pairs()[1].answer, QStringLiteral("A two."));
+
+        rig.client.speechStarted(QStringLiteral("i3"));
+        rig.client.speechStopped(QStringLiteral("i3"));
+        rig.client.created(QStringLiteral("r3"));
+        const QString huge(10 * 1024 * 1024, QLatin1Char('y'));
+        rig.client.delta(QStringLiteral("r3"), huge);
+        rig.client.delta(QStringLiteral("r3"), huge);
+        rig.client.done(QStringLiteral("r3"));
+        QCOMPARE(c.pairs()[2].answer.size(), SessionController::maxAnswerLength);
+        QCOMPARE(c.pairs()[2].answerNote, QStringLiteral("answer truncated"));
+        QCOMPARE(c.droppedDeltas(), 4);
+        c.stop();
+
+        const QList<QJsonObject> dropped = eventsNamed(QStringLiteral("delta_dropped"));
+        QCOMPARE(dropped.size(), 2);   // one line per response
+        QCOMPARE(dropped[0].value(QStringLiteral("response")).toString(), QStringLiteral("r1"));
+        const QList<QJsonObject> totals = eventsNamed(QStringLiteral("deltas_dropped"));
+        QCOMPARE(totals.size(), 1);
+        QCOMPARE(totals[0].value(QStringLiteral("count")).toInt(), 4);
+        QCOMPARE(qint64(totals[0].value(QStringLiteral("chars")).toDouble()),
+                 qint64(10 + 1000 + 2 * huge.size() - SessionController::maxAnswerLength));
+        QCOMPARE(eventsNamed(QStringLiteral("answer_truncated")).size(), 1);
+    }
+
+    // A turn with nothing to transcribe (a cough): the service bills the transcription but
+    // sends no text; its card and its answer go.
+    void noiseLeavesNoCard()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Ready?"), QStringLiteral("Yes."));
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.created(QStringLiteral("r2"));
+        QCOMPARE(c.pairs().size(), 2);
+        rig.client.transcriptionUsage(QStringLiteral("i2"), {{QStringLiteral("type"), QStringLiteral("duration")},
+                                                             {QStringLiteral("seconds"), 0.4}});
+        QCOMPARE(c.pairs().size(), 1);
+        rig.client.delta(QStringLiteral("r2"), QStringLiteral("Could you repeat that?"));
+        rig.client.done(QStringLiteral("r2"));
+        QCOMPARE(c.pairs().size(), 1);
+        QCOMPARE(c.pairs()[0].answer, QStringLiteral("Yes."));
+        QVERIFY(rig.client.regenerated.isEmpty());
+    }
+
+    // A question the service should have answered by itself but did not (it was still busy
+    // as far as it knew): asked for after a few seconds.
+    void unansweredTurnIsAskedForAfterAWhile()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setFollowUpWindow(0);
+        QVERIFY(rig.startSession());
+        rig.client.speechStarted(QStringLiteral("i1"));
+        rig.client.speechStopped(QStringLiteral("i1"));
+        rig.client.transcript(QStringLiteral("Where do you see yourself in five years?"), QStringLiteral("i1"));
+        rig.clock.advance(4.9);
+        QVERIFY(rig.client.regenerated.isEmpty());
+        rig.clock.advance(0.1);
+        QCOMPARE(rig.client.regenerated, QStringList{QStringLiteral("Where do you see yourself in five years?")});
+        rig.client.created(QStringLiteral("r1"), true);
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("Leading a platform team."));
+        rig.client.done(QStringLiteral("r1"));
+        QCOMPARE(c.pairs()[0].answer, QStringLiteral("Leading a platform team."));
+
+        // Our request that is never answered is made again, then given up with a note.
+        rig.client.speechStarted(QStringLiteral("i2"));
+        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.transcript(QStringLiteral("Any questions?"), QStringLiteral("i2"));
+        rig.clock.advance(5);
+        QCOMPARE(rig.client.regenerated.size(), 2);
+        rig.clock.advance(20);
+        QCOMPARE(rig.client.regenerated.size(), 3);
+        rig.clock.advance(20);
+        QCOMPARE(rig.client.regenerated.size(), 3);
+        QVERIFY(c.pairs()[1].isComplete);
+        QCOMPARE(c.pairs()[1].answerNote, QStringLiteral("the service could not answer: no response"));
+    }
+};
+
+QTEST_GUILESS_MAIN(SessionTurnsTest)
+#include "tst_session_turns.moc"
