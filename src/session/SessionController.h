@@ -69,8 +69,8 @@ public:
     // A button shown beside the banner: reveals or opens `url`.
     using BannerLink = SessionBannerLink;
 
-    // The one action button a banner may carry.
-    enum class BannerAction { openAccountSettings, openOnboarding, openContext };
+    // The one action button a banner may carry. The last two belong to the updater.
+    enum class BannerAction { openAccountSettings, openOnboarding, openContext, installUpdate, restartNow };
     Q_ENUM(BannerAction)
 
     // Runs a job off the GUI thread. The default uses the global thread pool; tests pass

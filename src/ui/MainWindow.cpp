@@ -37,6 +37,8 @@ QString actionLabel(SessionController::BannerAction action)
     case SessionController::BannerAction::openAccountSettings: return QStringLiteral("Open Settings");
     case SessionController::BannerAction::openOnboarding: return QStringLiteral("Open Setup");
     case SessionController::BannerAction::openContext: return QStringLiteral("Add Context");
+    case SessionController::BannerAction::installUpdate: return QStringLiteral("Install Update");
+    case SessionController::BannerAction::restartNow: return QStringLiteral("Restart Now");
     }
     return {};
 }
@@ -93,6 +95,8 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
         case SessionController::BannerAction::openAccountSettings: openSettings(); break;
         case SessionController::BannerAction::openOnboarding: openOnboarding(); break;
         case SessionController::BannerAction::openContext: openContextPanel(); break;
+        case SessionController::BannerAction::installUpdate: emit installUpdateRequested(); break;
+        case SessionController::BannerAction::restartNow: emit restartRequested(); break;
         }
     });
     connect(&m_controller, &SessionController::contextPanelRequestedChanged, this,
@@ -167,6 +171,10 @@ void MainWindow::buildMenus()
     m_resetTextAction = view->addAction(QStringLiteral("Reset Text Size"), this,
                                         [this] { m_settings.setFontSize(TextSize::standard); });
     m_resetTextAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_0));
+
+    QMenu *help = menuBar()->addMenu(tr("&Help"));
+    m_checkForUpdatesAction = help->addAction(QStringLiteral("Check for Updates…"), this,
+                                              &MainWindow::checkForUpdatesRequested);
 }
 
 // --- Window behaviour ----------------------------------------------------------------

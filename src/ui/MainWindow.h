@@ -68,6 +68,7 @@ public:
     QAction *resetTextAction() const { return m_resetTextAction; }
     QAction *copyTranscriptAction() const { return m_copyTranscriptAction; }
     QAction *transcribeRecordingAction() const { return m_transcribeRecordingAction; }
+    QAction *checkForUpdatesAction() const { return m_checkForUpdatesAction; }
 
     // Flips between light and dark, starting from what is shown now.
     void toggleAppearance();
@@ -78,6 +79,12 @@ public:
     static bool isRestorableFrame(const QRect &frame);
     // Writes the frame now (otherwise it is written shortly after a move or resize).
     void saveFrame();
+
+signals:
+    // "Check for Updates…" and the update banner's buttons, for the updater the shell wires in.
+    void checkForUpdatesRequested();
+    void installUpdateRequested();
+    void restartRequested();
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -118,4 +125,5 @@ private:
     QAction *m_resetTextAction = nullptr;
     QAction *m_copyTranscriptAction = nullptr;
     QAction *m_transcribeRecordingAction = nullptr;
+    QAction *m_checkForUpdatesAction = nullptr;
 };
