@@ -36,10 +36,13 @@ void PackageKitClient::findUpdate(const QString &package, bool interactive,
     QPointer<PackageKitClient> self(this);
     PackageKitTransaction::run(
         m_bus, hints, QStringLiteral("RefreshCache"), {QVariant::fromValue(false)},
-        [self, package, hints, done](const Result &refreshed) {
+        [self, package, hints, interactive, done](const Result &refreshed) {
             if (!self)
                 return;
-            if (refreshed.problem != Problem::none) {
+            // A background check that may not refresh the lists still reads the ones the
+            // system keeps fresh itself.
+            const bool useCachedLists = refreshed.problem == Problem::notAuthorized && !interactive;
+            if (refreshed.problem != Problem::none && !useCachedLists) {
                 done(refreshed, std::nullopt);
                 return;
             }

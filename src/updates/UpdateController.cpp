@@ -98,6 +98,11 @@ void UpdateController::checkForUpdates()
         show({UpdateTexts::builtFromSource(), std::nullopt});
         return;
     case Origin::package:
+        if (m_installing) {
+            // The install under way is the answer.
+            show({UpdateTexts::installing(*availableVersion()), std::nullopt});
+            return;
+        }
         runCheck(true);
         return;
     }
@@ -152,9 +157,13 @@ void UpdateController::checkFinished(const PackageKitTransaction::Result &result
     } else {
         m_availableId.reset();
         qCInfo(lcUpdates).noquote() << "[Ketterbloom] no update";
-        if (m_installedVersion)
+        if (m_installedVersion && m_components.host.isSessionActive()) {
+            // No button that could restart in the middle of an interview.
+            if (manual)
+                show({UpdateTexts::updatedAfterSession(*m_installedVersion), std::nullopt});
+        } else if (m_installedVersion) {
             deliver({UpdateTexts::updated(*m_installedVersion), UpdateHost::Action::restartNow}, manual);
-        else if (manual)
+        } else if (manual)
             show({UpdateTexts::upToDate(UpdateTexts::displayVersion(m_runningVersion)), std::nullopt});
     }
     emit settled();

@@ -31,6 +31,12 @@ QString UpdateTexts::updated(const QString &version)
     return QStringLiteral("Ketterbloom was updated to %1.").arg(version);
 }
 
+QString UpdateTexts::updatedAfterSession(const QString &version)
+{
+    return QStringLiteral("Ketterbloom was updated to %1. Restart it after this session to use the new version.")
+        .arg(version);
+}
+
 QString UpdateTexts::builtFromSource()
 {
     return QStringLiteral("This copy was built from source; update it with git pull and scripts/run.");

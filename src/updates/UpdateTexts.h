@@ -12,6 +12,8 @@ QString checking();
 QString available(const QString &version);
 QString upToDate(const QString &version);
 QString updated(const QString &version);
+// The same news while a session runs, when the user asked: the restart comes after it.
+QString updatedAfterSession(const QString &version);
 QString builtFromSource();
 QString installing(const QString &version);
 

@@ -45,8 +45,12 @@ void FakeTransaction::RefreshCache(bool force)
     Q_UNUSED(force);
     m_daemon.calls.append(QStringLiteral("RefreshCache"));
     const QString error = m_daemon.script.refreshError;
-    later([this, error] {
-        if (error.isEmpty())
+    const bool refused = m_daemon.script.refreshRefused && !m_daemon.hints.value(m_daemon.hints.size() - 1).contains(
+                                                               QStringLiteral("interactive=true"));
+    later([this, error, refused] {
+        if (refused)
+            failWith(kErrorNotAuthorized, QStringLiteral("Failed to obtain authentication."));
+        else if (error.isEmpty())
             succeed();
         else
             failWith(kErrorNoNetwork, error);

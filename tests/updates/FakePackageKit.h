@@ -58,6 +58,7 @@ public:
         std::optional<QString> update;    // the version of ketterbloom on offer, e.g. "0.2.0-1"
         bool refuseAuthorisation = false; // the user dismisses the password prompt
         QString refreshError;             // RefreshCache fails with this message
+        bool refreshRefused = false;      // RefreshCache is not authorised without a prompt
         bool holdInstall = false;         // UpdatePackages waits for finishInstall()
         bool stopOnInstall = false;       // the daemon goes away during UpdatePackages
     };

@@ -405,6 +405,24 @@ private slots:
         QTRY_COMPARE(m_host->shown.size(), 3);
         QCOMPARE(m_host->last(), QStringLiteral("Ketterbloom was updated to 0.2.0."));
         QCOMPARE(m_host->lastAction(), std::optional(Action::restartNow));
+
+        // Asked during a session: the news, but no button that would restart now.
+        m_host->sessionActive = true;
+        c.checkForUpdates();
+        QTRY_COMPARE(m_host->shown.size(), 5);
+        QCOMPARE(m_host->last(), QStringLiteral("Ketterbloom was updated to 0.2.0. Restart it after this session to "
+                                                "use the new version."));
+        QCOMPARE(m_host->lastAction(), std::nullopt);
+    }
+
+    void backgroundCheckUsesTheSystemsListsWhenItMayNotRefresh()
+    {
+        QVERIFY(m_daemon->publish());
+        m_daemon->script.update = QStringLiteral("0.2.0-1");
+        m_daemon->script.refreshRefused = true;
+        launch(make(std::nullopt));
+        QTRY_COMPARE(m_host->last(), QStringLiteral("Ketterbloom 0.2.0 is available."));
+        QCOMPARE(m_daemon->calls, (QStringList{QStringLiteral("RefreshCache"), QStringLiteral("GetUpdates")}));
     }
 
     void failedRelaunchSaysSo()
