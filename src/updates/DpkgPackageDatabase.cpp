@@ -35,7 +35,10 @@ QStringList DpkgPackageDatabase::parseOwners(const QString &output, const QStrin
 std::optional<QString> DpkgPackageDatabase::parseStatusVersion(const QString &output)
 {
     const QStringList fields = output.trimmed().split(QLatin1Char(' '), Qt::SkipEmptyParts);
-    if (fields.size() != 2 || fields.at(0) != QLatin1String("installed"))
+    // Unpacked or half-configured means dpkg is still at work (or failed): not installed yet.
+    static const QStringList installed{QStringLiteral("installed"), QStringLiteral("triggers-pending"),
+                                       QStringLiteral("triggers-awaited")};
+    if (fields.size() != 2 || !installed.contains(fields.at(0)))
         return std::nullopt;
     return fields.at(1);
 }

@@ -19,7 +19,8 @@ public:
     // "ketterbloom: /usr/bin/ketterbloom" (several owners separated by ", "); diversion lines
     // are skipped. Empty when no line names `path`.
     static QStringList parseOwners(const QString &output, const QString &path);
-    // "installed 0.2.0-1" → "0.2.0-1"; anything but an installed package gives none.
+    // "installed 0.2.0-1" → "0.2.0-1" (also with triggers pending); a package not installed,
+    // or one dpkg is still unpacking or configuring, gives none.
     static std::optional<QString> parseStatusVersion(const QString &output);
 
 private:

@@ -17,6 +17,9 @@ UpdateController::UpdateController(const Components &components, QObject *parent
     , m_components(components)
     , m_packageKit(std::make_unique<PackageKitClient>(components.bus))
 {
+    m_reread.setSingleShot(true);
+    m_reread.setInterval(components.settleMs);
+    connect(&m_reread, &QTimer::timeout, this, [this] { readInstalledVersion({}); });
 }
 
 UpdateController::~UpdateController() = default;
@@ -62,7 +65,7 @@ void UpdateController::installationKnown(const QString &package, const QString &
         m_runningVersion = version;
         qCInfo(lcUpdates).noquote() << "[Ketterbloom] running the installed package" << package << version;
         m_watcher = std::make_unique<ExecutableWatcher>(m_components.executablePath, m_components.settleMs);
-        connect(m_watcher.get(), &ExecutableWatcher::replaced, this, [this] { readInstalledVersion({}); });
+        connect(m_watcher.get(), &ExecutableWatcher::replaced, this, &UpdateController::executableReplaced);
     }
     if (m_checkRequested) {
         m_checkRequested = false;
@@ -70,7 +73,6 @@ void UpdateController::installationKnown(const QString &package, const QString &
     } else if (m_origin == Origin::package && checkIsDue()) {
         runCheck(false);
     }
-    emit settled();
 }
 
 bool UpdateController::checkIsDue() const
@@ -140,12 +142,10 @@ void UpdateController::checkFinished(const PackageKitTransaction::Result &result
         break;
     case Problem::missing:
         deliver({UpdateTexts::packageKitMissing(), std::nullopt}, manual);
-        emit settled();
         return;
     case Problem::notAuthorized:
     case Problem::failed:
         deliver({UpdateTexts::checkFailed(result.details), std::nullopt}, manual);
-        emit settled();
         return;
     }
 
@@ -163,10 +163,10 @@ void UpdateController::checkFinished(const PackageKitTransaction::Result &result
                 show({UpdateTexts::updatedAfterSession(*m_installedVersion), std::nullopt});
         } else if (m_installedVersion) {
             deliver({UpdateTexts::updated(*m_installedVersion), UpdateHost::Action::restartNow}, manual);
-        } else if (manual)
+        } else if (manual) {
             show({UpdateTexts::upToDate(UpdateTexts::displayVersion(m_runningVersion)), std::nullopt});
+        }
     }
-    emit settled();
 }
 
 // --- Installing --------------------------------------------------------------------------
@@ -207,7 +207,6 @@ void UpdateController::installFinished(const PackageKitTransaction::Result &resu
         show({UpdateTexts::installFailed(version, result.details), UpdateHost::Action::installUpdate});
         break;
     }
-    emit settled();
 }
 
 // --- A new version on disk ---------------------------------------------------------------
@@ -217,18 +216,33 @@ void UpdateController::readInstalledVersion(const QString &fallback)
     QPointer<UpdateController> self(this);
     m_components.packages.installedVersion(QString::fromLatin1(packageName),
                                            [self, fallback](std::optional<QString> version) {
-                                               if (!self)
-                                                   return;
-                                               if (version && *version != self->m_runningVersion)
-                                                   self->newVersionOnDisk(UpdateTexts::displayVersion(*version));
-                                               else if (!fallback.isEmpty())
-                                                   self->newVersionOnDisk(fallback);
-                                               else
-                                                   qCInfo(lcUpdates).noquote()
-                                                       << "[Ketterbloom] the executable changed; installed version:"
-                                                       << version.value_or(QStringLiteral("none"));
-                                               emit self->settled();
+                                               if (self)
+                                                   self->installedVersionRead(version, fallback);
                                            });
+}
+
+void UpdateController::executableReplaced()
+{
+    m_rereadsLeft = versionRereads;
+    readInstalledVersion({});
+}
+
+void UpdateController::installedVersionRead(const std::optional<QString> &version, const QString &fallback)
+{
+    if (version && *version != m_runningVersion) {
+        m_rereadsLeft = 0;
+        m_reread.stop();
+        newVersionOnDisk(UpdateTexts::displayVersion(*version));
+    } else if (!fallback.isEmpty()) {
+        // PackageKit said it installed `fallback`; the database may lag behind.
+        newVersionOnDisk(fallback);
+    } else if (m_rereadsLeft > 0) {
+        --m_rereadsLeft;
+        m_reread.start();
+    } else {
+        qCInfo(lcUpdates).noquote() << "[Ketterbloom] the executable changed; installed version still"
+                                    << version.value_or(QStringLiteral("none"));
+    }
 }
 
 void UpdateController::newVersionOnDisk(const QString &version)

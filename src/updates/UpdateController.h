@@ -8,6 +8,7 @@
 #include <QDateTime>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -53,6 +54,10 @@ public:
     static constexpr const char *packageName = "ketterbloom";
     static constexpr const char *lastCheckKey = "updates/lastCheck";
     static constexpr qint64 checkIntervalSeconds = 24 * 60 * 60;
+    // After the executable changed, how many more times (one settle time apart) the installed
+    // version is read while it is not new yet: dpkg replaces files before it records the
+    // package as installed.
+    static constexpr int versionRereads = 60;
 
     explicit UpdateController(const Components &components, QObject *parent = nullptr);
     ~UpdateController() override;
@@ -79,10 +84,6 @@ public:
     bool isChecking() const { return m_checking; }
     bool isInstalling() const { return m_installing; }
 
-signals:
-    // A check, an install or a look-up of the installed version has come to an end.
-    void settled();
-
 private:
     struct Banner
     {
@@ -95,7 +96,11 @@ private:
     void runCheck(bool manual);
     void checkFinished(const PackageKitTransaction::Result &result, const std::optional<QString> &packageId);
     void installFinished(const PackageKitTransaction::Result &result, const QString &version);
+    // Reads the installed version after an install (`fallback`: the version installed) or a
+    // change of the executable (no fallback).
     void readInstalledVersion(const QString &fallback);
+    void executableReplaced();
+    void installedVersionRead(const std::optional<QString> &version, const QString &fallback);
     void newVersionOnDisk(const QString &version);
     // Shows now when the user asked or no session runs; otherwise keeps it for the session's end.
     void deliver(const Banner &banner, bool userAsked);
@@ -116,4 +121,6 @@ private:
     std::optional<QString> m_availableId;
     std::optional<QString> m_installedVersion;
     std::optional<Banner> m_heldBack;
+    QTimer m_reread;
+    int m_rereadsLeft = 0;
 };

@@ -394,6 +394,21 @@ private slots:
         QCOMPARE(m_host->shown.size(), 2);
     }
 
+    void newExecutableBeforeDpkgRecordsTheVersion()
+    {
+        UpdateController &c = make(60);
+        launch(c);
+        // dpkg has unpacked the new files but not yet configured the package.
+        replaceExecutable(QStringLiteral("0.2.0-1"));
+        m_packages->version.reset();
+        QTRY_VERIFY(m_packages->versionReads >= 2);
+        QCOMPARE(m_host->shown.size(), 0);
+        // Configured a moment later, with no further change to the file.
+        m_packages->version = QStringLiteral("0.2.0-1");
+        QTRY_COMPARE(m_host->last(), QStringLiteral("Ketterbloom was updated to 0.2.0."));
+        QCOMPARE(m_host->shown.size(), 1);
+    }
+
     void manualCheckAfterAnInstallOffersTheRestart()
     {
         QVERIFY(m_daemon->publish());

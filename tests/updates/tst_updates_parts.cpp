@@ -66,6 +66,9 @@ private slots:
                  QStringList());
         QCOMPARE(DpkgPackageDatabase::parseStatusVersion(QStringLiteral("installed 0.2.0-1\n")),
                  std::optional(QStringLiteral("0.2.0-1")));
+        QCOMPARE(DpkgPackageDatabase::parseStatusVersion(QStringLiteral("triggers-pending 0.2.0-1\n")),
+                 std::optional(QStringLiteral("0.2.0-1")));
+        QCOMPARE(DpkgPackageDatabase::parseStatusVersion(QStringLiteral("unpacked 0.2.0-1\n")), std::nullopt);
         QCOMPARE(DpkgPackageDatabase::parseStatusVersion(QStringLiteral("config-files 0.2.0-1\n")), std::nullopt);
         QCOMPARE(DpkgPackageDatabase::parseStatusVersion(QString()), std::nullopt);
     }
