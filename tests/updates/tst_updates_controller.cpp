@@ -14,11 +14,12 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimeZone>
 
 using Action = UpdateHost::Action;
 
 namespace {
-const QDateTime kNow = QDateTime(QDate(2026, 11, 22), QTime(9, 30), Qt::UTC);
+const QDateTime kNow = QDateTime(QDate(2026, 11, 22), QTime(9, 30), QTimeZone::utc());
 constexpr int kSettleMs = 40;
 } // namespace
 
@@ -221,8 +222,9 @@ private slots:
         QCOMPARE(m_host->shown.size(), 0);
         if (checks) {
             QVERIFY(m_daemon->hints.value(0).contains(QStringLiteral("interactive=false")));
-            QCOMPARE(m_store->value(QLatin1String(UpdateController::lastCheckKey)).toString(),
-                     kNow.toString(Qt::ISODate));
+            QCOMPARE(QDateTime::fromString(m_store->value(QLatin1String(UpdateController::lastCheckKey)).toString(),
+                                           Qt::ISODate),
+                     kNow);
             // Launched again an hour later: no second check that day.
             m_controller.reset();
             m_now = m_now.addSecs(3600);
