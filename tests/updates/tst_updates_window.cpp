@@ -79,6 +79,21 @@ private slots:
         QCOMPARE(controller.bannerText(), std::nullopt);
     }
 
+    void relaunchKeepsTheFrameForTheNextLaunch()
+    {
+        UiRig rig;
+        rig.window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(rig.window.get()));
+        rig.window->setGeometry(QRect(120, 80, 520, 640));
+        ShellUpdateHost host(*rig.session.controller, *rig.window);
+        QString error;
+        // Nothing to start: the program keeps running, and says why.
+        QVERIFY(!host.relaunch(QStringLiteral("/nonexistent/ketterbloom"), &error));
+        QVERIFY(error.contains(QStringLiteral("not an executable file")));
+        QCOMPARE(rig.session.settings.store().value(QLatin1String(MainWindow::frameKey)).toRect(),
+                 rig.window->geometry());
+    }
+
     // An upgrade from outside during a real session: nothing until Stop, then the restart
     // banner in place of the saved-files line, whatever order the stop sets things in.
     void restartBannerAfterStop()
