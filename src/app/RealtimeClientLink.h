@@ -3,18 +3,29 @@
 #include "realtime/RealtimeClient.h"
 #include "session/RealtimeLink.h"
 
-// Presents the realtime client to the session controller.
+// Presents the realtime client to the session controller: every callback of the client is
+// forwarded to the one of the same name, already on the GUI thread.
 class RealtimeClientLink final : public RealtimeLink
 {
 public:
     explicit RealtimeClientLink(RealtimeClient &client) : m_client(client)
     {
-        m_client.onStatus = [this](const RealtimeStatus &status) { if (onStatus) onStatus(status); };
-        m_client.onTranscript = [this](const QString &item, const QString &text) { if (onTranscript) onTranscript(item, text); };
-        m_client.onDelta = [this](const QString &response, const QString &delta) { if (onDelta) onDelta(response, delta); };
-        m_client.onResponseDone = [this](const QString &response) { if (onResponseDone) onResponseDone(response); };
-        m_client.onUsage = [this](const QVariantMap &usage) { if (onUsage) onUsage(usage); };
-        m_client.onLog = [this](const QString &message) { if (onLog) onLog(message); };
+        forward(m_client.onStatus, &RealtimeLink::onStatus);
+        forward(m_client.onTranscript, &RealtimeLink::onTranscript);
+        forward(m_client.onDelta, &RealtimeLink::onDelta);
+        forward(m_client.onResponseDone, &RealtimeLink::onResponseDone);
+        forward(m_client.onUsage, &RealtimeLink::onUsage);
+        forward(m_client.onLog, &RealtimeLink::onLog);
+        forward(m_client.onSpeechStarted, &RealtimeLink::onSpeechStarted);
+        forward(m_client.onSpeechStopped, &RealtimeLink::onSpeechStopped);
+        forward(m_client.onTranscriptDelta, &RealtimeLink::onTranscriptDelta);
+        forward(m_client.onTranscriptFailed, &RealtimeLink::onTranscriptFailed);
+        forward(m_client.onTranscriptionUsage, &RealtimeLink::onTranscriptionUsage);
+        forward(m_client.onResponseCreated, &RealtimeLink::onResponseCreated);
+        forward(m_client.onResponseEnded, &RealtimeLink::onResponseEnded);
+        forward(m_client.onConfigured, &RealtimeLink::onConfigured);
+        forward(m_client.onTranscribeModelFallback, &RealtimeLink::onTranscribeModelFallback);
+        forward(m_client.onNotice, &RealtimeLink::onNotice);
     }
 
     void start(const RealtimeConfig &config) override { m_client.start(config); }
@@ -25,5 +36,16 @@ public:
     void regenerate(const QString &question) override { m_client.regenerate(question); }
 
 private:
+    // The link's callback is read when the event arrives, so the session may install it after
+    // the link was made.
+    template<typename... Args>
+    void forward(std::function<void(Args...)> &source, std::function<void(Args...)> RealtimeLink::*target)
+    {
+        source = [this, target](Args... args) {
+            if (this->*target)
+                (this->*target)(args...);
+        };
+    }
+
     RealtimeClient &m_client;
 };

@@ -29,6 +29,16 @@ RealtimeClient::RealtimeClient(const Timing &timing, QObject *parent) : QObject(
     sink.usage = deliver(&RealtimeClient::onUsage);
     sink.log = deliver(&RealtimeClient::onLog);
     sink.trace = deliver(&RealtimeClient::onTrace);
+    sink.speechStarted = deliver(&RealtimeClient::onSpeechStarted);
+    sink.speechStopped = deliver(&RealtimeClient::onSpeechStopped);
+    sink.transcriptDelta = deliver(&RealtimeClient::onTranscriptDelta);
+    sink.transcriptFailed = deliver(&RealtimeClient::onTranscriptFailed);
+    sink.transcriptionUsage = deliver(&RealtimeClient::onTranscriptionUsage);
+    sink.responseCreated = deliver(&RealtimeClient::onResponseCreated);
+    sink.responseEnded = deliver(&RealtimeClient::onResponseEnded);
+    sink.configured = deliver(&RealtimeClient::onConfigured);
+    sink.transcribeModelFallback = deliver(&RealtimeClient::onTranscribeModelFallback);
+    sink.notice = deliver(&RealtimeClient::onNotice);
 
     m_connection = new RealtimeConnection(timing, std::move(sink));
     m_connection->moveToThread(&m_thread);

@@ -49,6 +49,32 @@ public:
     // Connection lines for the start-up trace ("        websocket open", "        connection lost ...").
     std::function<void(const QString &line)> onTrace;
 
+    // The service heard the other side start / stop talking; `itemID` names the turn's input
+    // item, as its transcript events do (empty when the service named none).
+    std::function<void(const QString &itemID)> onSpeechStarted;
+    std::function<void(const QString &itemID)> onSpeechStopped;
+    // A piece of a question while it is being transcribed; the whole text follows in onTranscript.
+    std::function<void(const QString &itemID, const QString &delta)> onTranscriptDelta;
+    // The service could not transcribe this item; `message` is its explanation.
+    std::function<void(const QString &itemID, const QString &message)> onTranscriptFailed;
+    // The transcription's own usage for one item ({"type": "tokens", ...} or {"type":
+    // "duration", "seconds": ...}), right after onTranscript (also when the transcript was empty).
+    std::function<void(const QString &itemID, const QVariantMap &usage)> onTranscriptionUsage;
+    // "response.created", just before the empty onDelta that opens the answer. `requested` is
+    // true for the first response created after the client itself sent "response.create".
+    std::function<void(const QString &responseID, bool requested)> onResponseCreated;
+    // A response that ended "failed", "incomplete" or "cancelled", with the service's reason
+    // ("max_output_tokens", "turn_detected", an error message ...); after onUsage, before onResponseDone.
+    std::function<void(const QString &responseID, const QString &status, const QString &reason)> onResponseEnded;
+    // A socket has been configured and the history seeded (first connect, reconnects, cycles);
+    // right after the `connected` status.
+    std::function<void()> onConfigured;
+    // The service refused the transcription model `refused`; `model` is used instead until the next start().
+    std::function<void(const QString &refused, const QString &model)> onTranscribeModelFallback;
+    // One line for the user that does not stop the session: a rate limit, or why the service
+    // cannot be reached while the client keeps retrying.
+    std::function<void(const QString &message)> onNotice;
+
 private:
     template<typename Fn>
     void post(Fn &&fn);

@@ -1,5 +1,6 @@
 #include "realtime/RealtimeConnection.h"
 
+#include "realtime/RealtimeFailure.h"
 #include "realtime/RealtimeLogging.h"
 #include "realtime/RealtimeProtocol.h"
 
@@ -14,15 +15,6 @@ Q_LOGGING_CATEGORY(lcRealtime, "ketterbloom.realtime")
 namespace {
 
 const QString kNoKeyMessage = QStringLiteral("No API key set — open Settings and paste your OpenAI key.");
-const QString kActiveResponseCode = QStringLiteral("conversation_already_has_active_response");
-const QString kSessionExpiredCode = QStringLiteral("session_expired");
-constexpr int kMaxCreateRetries = 3;
-
-QString stringOr(const QJsonObject &object, const char *key, const QString &fallback = {})
-{
-    const QJsonValue value = object.value(QLatin1String(key));
-    return value.isString() ? value.toString() : fallback;
-}
 
 QString secondsText(int ms)
 {
@@ -38,15 +30,17 @@ RealtimeConnection::RealtimeConnection(const RealtimeTiming &timing, Sink sink, 
       // Parented, so that they move to the client's thread with this object.
       m_reconnectTimer(this),
       m_connectTimer(this),
+      m_configTimer(this),
       m_pingTimer(this),
       m_pongTimer(this),
       m_cycleTimer(this)
 {
     m_reconnectTimer.setSingleShot(true);
     m_connectTimer.setSingleShot(true);
+    m_configTimer.setSingleShot(true);
     m_pongTimer.setSingleShot(true);
     m_cycleTimer.setSingleShot(true);
-    for (QTimer *timer : {&m_reconnectTimer, &m_connectTimer, &m_pingTimer, &m_pongTimer, &m_cycleTimer})
+    for (QTimer *timer : {&m_reconnectTimer, &m_connectTimer, &m_configTimer, &m_pingTimer, &m_pongTimer, &m_cycleTimer})
         timer->setTimerType(Qt::PreciseTimer);
 
     connect(&m_reconnectTimer, &QTimer::timeout, this, [this] {
@@ -56,6 +50,9 @@ RealtimeConnection::RealtimeConnection(const RealtimeTiming &timing, Sink sink, 
     });
     connect(&m_connectTimer, &QTimer::timeout, this, [this] {
         scheduleReconnect(QStringLiteral("connection timed out after %1 s").arg(secondsText(m_timing.connectTimeoutMs)));
+    });
+    connect(&m_configTimer, &QTimer::timeout, this, [this] {
+        scheduleReconnect(QStringLiteral("no session configuration within %1 s").arg(secondsText(m_timing.configTimeoutMs)));
     });
     connect(&m_pingTimer, &QTimer::timeout, this, &RealtimeConnection::ping);
     connect(&m_pongTimer, &QTimer::timeout, this, [this] {
@@ -82,6 +79,10 @@ void RealtimeConnection::start(const RealtimeConfig &config)
     m_reconnectAttempt = 0;
     trace(QStringLiteral("        websocket open"));
     m_usedLegacyShape = false;
+    m_assistantContentType = QStringLiteral("output_text");
+    m_transcribeFallback = false;
+    m_serviceClosesInARow = 0;
+    m_lastNotice.clear();
     openSocket();
 }
 
@@ -123,10 +124,14 @@ void RealtimeConnection::connectSocket()
     QNetworkRequest request(endpoint.url);
     request.setTransferTimeout(60000);
     request.setRawHeader("Authorization", "Bearer " + m_config->apiKey.toUtf8());
+    // The legacy session shape and the "text" content type exist only on the beta interface.
+    if (betaInterface())
+        request.setRawHeader(RealtimeProtocol::betaHeaderName, RealtimeProtocol::betaHeaderValue);
 
     m_isConfigured = false;
     m_seededThisSocket = false;
     m_reconnectPending = false;
+    m_socketOpened = false;
     m_pending.clear();
 
     auto *socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
@@ -141,22 +146,20 @@ void RealtimeConnection::connectSocket()
         if (socket == m_socket)
             handleText(QString::fromUtf8(data));
     });
+#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
+    connect(socket, &QWebSocket::errorOccurred, this,
+            [this, socket](QAbstractSocket::SocketError error) { handleSocketError(socket, error); });
+#else
     connect(socket, qOverload<QAbstractSocket::SocketError>(&QWebSocket::error), this,
-            [this, socket](QAbstractSocket::SocketError) {
-                if (socket == m_socket)
-                    scheduleReconnect(socket->errorString());
-            });
-    connect(socket, &QWebSocket::disconnected, this, [this, socket] {
+            [this, socket](QAbstractSocket::SocketError error) { handleSocketError(socket, error); });
+#endif
+    connect(socket, &QWebSocket::disconnected, this, [this, socket] { handleClose(socket); });
+    connect(socket, &QWebSocket::connected, this, [this, socket] {
         if (socket != m_socket)
             return;
-        const QString reason = socket->closeReason().isEmpty()
-                                   ? QStringLiteral("code %1").arg(int(socket->closeCode()))
-                                   : socket->closeReason();
-        scheduleReconnect(QStringLiteral("socket closed (%1)").arg(reason));
-    });
-    connect(socket, &QWebSocket::connected, this, [this, socket] {
-        if (socket == m_socket)
-            m_connectTimer.stop();
+        m_socketOpened = true;
+        m_connectTimer.stop();
+        m_configTimer.start(m_timing.configTimeoutMs);
     });
     connect(socket, &QWebSocket::pong, this, [this, socket] {
         if (socket == m_socket)
@@ -164,6 +167,79 @@ void RealtimeConnection::connectSocket()
     });
     m_connectTimer.start(m_timing.connectTimeoutMs);
     socket->open(request);
+}
+
+void RealtimeConnection::handleSocketError(QWebSocket *socket, QAbstractSocket::SocketError error)
+{
+    if (socket != m_socket)
+        return;
+    const std::optional<QString> unreachable =
+        RealtimeFailure::unreachableReason(error, socket->requestUrl().host(), socket->errorString());
+    if (!unreachable) {
+        scheduleReconnect(error == QAbstractSocket::UnknownSocketError
+                              ? QStringLiteral("the connection closed during the WebSocket handshake")
+                              : socket->errorString());
+        return;
+    }
+    // Said once per cause, not on every attempt of a retry loop.
+    if (m_shouldRun && *unreachable != m_lastNotice && m_sink.notice) {
+        m_lastNotice = *unreachable;
+        m_sink.notice(redact(unreachable->at(0).toUpper() + unreachable->mid(1) + QStringLiteral(". Reconnecting…")));
+    }
+    scheduleReconnect(*unreachable);
+}
+
+void RealtimeConnection::handleClose(QWebSocket *socket)
+{
+    if (socket != m_socket || !m_shouldRun)
+        return;
+    // A socket that never opened was not closed by anyone: the network or TLS failed first.
+    // Its error signal may come just after this one, so the reason is read a moment later.
+    if (!m_socketOpened) {
+        QTimer::singleShot(0, this, [this, guarded = QPointer<QWebSocket>(socket)] {
+            if (guarded && guarded == m_socket)
+                handleSocketError(guarded, guarded->error());
+        });
+        return;
+    }
+    const int code = int(socket->closeCode());
+    const QString reason = socket->closeReason().isEmpty() ? QStringLiteral("code %1").arg(code) : socket->closeReason();
+    const QString description = QStringLiteral("socket closed (%1)").arg(reason);
+    if (const auto message = RealtimeFailure::finalCloseMessage(socket->closeReason(), m_config->model)) {
+        fail(*message, description);
+        return;
+    }
+    if (RealtimeFailure::isServiceCloseCode(code)
+        && ++m_serviceClosesInARow >= RealtimeFailure::maxServiceClosesInARow) {
+        fail(RealtimeFailure::repeatedCloseMessage(reason), description);
+        return;
+    }
+    scheduleReconnect(description);
+}
+
+void RealtimeConnection::fail(const QString &message, const QString &reason)
+{
+    if (!m_shouldRun)
+        return;
+    m_shouldRun = false;
+    m_reconnectPending = false;
+    m_reconnectTimer.stop();
+    teardown();
+    log(QStringLiteral("Not reconnecting — %1").arg(reason));
+    trace(QStringLiteral("        connection refused by the service — %1").arg(redact(reason)));
+    report(RealtimeStatus::failed(redact(message)));
+}
+
+void RealtimeConnection::switchToBetaInterface(const QString &reason)
+{
+    m_usedLegacyShape = true;
+    m_assistantContentType = QStringLiteral("text");
+    scheduleReconnect(reason);
+}
+
+bool RealtimeConnection::betaInterface() const
+{
+    return m_usedLegacyShape || m_assistantContentType != QLatin1String("output_text");
 }
 
 void RealtimeConnection::scheduleReconnect(const QString &rawReason)
@@ -184,6 +260,7 @@ void RealtimeConnection::scheduleReconnect(const QString &rawReason)
 void RealtimeConnection::teardown()
 {
     m_connectTimer.stop();
+    m_configTimer.stop();
     m_pingTimer.stop();
     m_pongTimer.stop();
     m_cycleTimer.stop();
@@ -200,6 +277,7 @@ void RealtimeConnection::teardown()
     m_cancelledResponseID.reset();
     m_awaitingRegeneratedResponse = false;
     m_retryCreateOnDone = false;
+    m_sentAssistantItems = false;
 }
 
 void RealtimeConnection::startTimers()
@@ -291,8 +369,10 @@ void RealtimeConnection::seedHistory()
     for (const HistoryEntry &pair : selected) {
         if (!pair.question.isEmpty())
             send(RealtimeProtocol::userItem(pair.question));
-        if (!pair.answer.isEmpty())
+        if (!pair.answer.isEmpty()) {
             send(RealtimeProtocol::assistantItem(pair.answer, m_assistantContentType));
+            m_sentAssistantItems = true;
+        }
     }
     log(QStringLiteral("Seeded %1 earlier Q&A pair(s) into the new session").arg(selected.size()));
 }
@@ -301,124 +381,6 @@ void RealtimeConnection::send(const QJsonObject &message)
 {
     if (m_socket && m_socket->state() == QAbstractSocket::ConnectedState)
         m_socket->sendTextMessage(QString::fromUtf8(RealtimeProtocol::serialize(message)));
-}
-
-// MARK: - Incoming events
-
-void RealtimeConnection::handleText(const QString &text)
-{
-    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8());
-    if (!document.isObject())
-        return;
-    const QJsonObject event = document.object();
-    const QJsonValue typeValue = event.value(QLatin1String("type"));
-    if (!typeValue.isString())
-        return;
-    const QString type = typeValue.toString();
-
-    if (type == QLatin1String("session.created")) {
-        sendSessionUpdate(m_usedLegacyShape);
-    } else if (type == QLatin1String("session.updated")) {
-        if (m_isConfigured)
-            return;
-        m_isConfigured = true;
-        m_reconnectAttempt = 0;
-        seedHistory();
-        startTimers();
-        report(RealtimeStatus::connected());
-    } else if (type == QLatin1String("conversation.item.input_audio_transcription.completed")) {
-        const QString itemID = stringOr(event, "item_id", QUuid::createUuid().toString(QUuid::WithoutBraces));
-        const QString transcript = stringOr(event, "transcript").trimmed();
-        if (!transcript.isEmpty() && m_sink.transcript)
-            m_sink.transcript(itemID, transcript);
-    } else if (type == QLatin1String("response.created")) {
-        const QJsonValue response = event.value(QLatin1String("response"));
-        const QJsonValue id = response.toObject().value(QLatin1String("id"));
-        if (!response.isObject() || !id.isString())
-            return;
-        m_activeResponseID = id.toString();
-        m_awaitingRegeneratedResponse = false;
-        if (m_sink.delta)
-            m_sink.delta(id.toString(), QString());
-    } else if (type == QLatin1String("response.output_text.delta") || type == QLatin1String("response.text.delta")) {
-        const QString responseID = stringOr(event, "response_id", QStringLiteral("current"));
-        const QString delta = stringOr(event, "delta");
-        if (!delta.isEmpty() && m_sink.delta)
-            m_sink.delta(responseID, delta);
-    } else if (type == QLatin1String("response.done")) {
-        handleResponseDone(event);
-    } else if (type == QLatin1String("error")) {
-        handleError(event);
-    }
-}
-
-void RealtimeConnection::handleResponseDone(const QJsonObject &event)
-{
-    const QJsonValue responseValue = event.value(QLatin1String("response"));
-    const QJsonObject response = responseValue.toObject();
-    const QString responseID = responseValue.isObject() ? stringOr(response, "id", QStringLiteral("current"))
-                                                        : QStringLiteral("current");
-    if (m_activeResponseID == responseID)
-        m_activeResponseID.reset();
-    if (m_cancelledResponseID == responseID)
-        m_cancelledResponseID.reset();
-    const QJsonValue usage = response.value(QLatin1String("usage"));
-    if (usage.isObject() && m_sink.usage)
-        m_sink.usage(usage.toObject().toVariantMap());
-    if (m_sink.responseDone)
-        m_sink.responseDone(responseID);
-
-    if (m_retryCreateOnDone && !m_cancelledResponseID && !m_activeResponseID) {
-        m_retryCreateOnDone = false;
-        ++m_createRetries;
-        log(QStringLiteral("Previous answer ended; asking again for the extended question"));
-        send(RealtimeProtocol::typed("response.create"));
-    }
-}
-
-void RealtimeConnection::handleError(const QJsonObject &event)
-{
-    const QJsonValue errorValue = event.value(QLatin1String("error"));
-    const QJsonObject error = errorValue.toObject();
-    const QString message = errorValue.isObject() ? stringOr(error, "message", QStringLiteral("unknown realtime error"))
-                                                  : QStringLiteral("unknown realtime error");
-    const QString code = stringOr(error, "code");
-
-    if (code == kSessionExpiredCode) {
-        log(QStringLiteral("Session expired: %1").arg(redact(message)));
-        scheduleReconnect(QStringLiteral("session expired"));
-        return;
-    }
-    if (code == kActiveResponseCode && m_awaitingRegeneratedResponse && m_createRetries < kMaxCreateRetries) {
-        if (m_cancelledResponseID || m_activeResponseID) {
-            m_retryCreateOnDone = true;
-            log(QStringLiteral("Previous answer still active; asking again when it ends"));
-        } else {
-            ++m_createRetries;
-            send(RealtimeProtocol::typed("response.create"));
-        }
-        return;
-    }
-
-    const QString lower = message.toLower();
-    if (!m_isConfigured && !m_usedLegacyShape
-        && (lower.contains(QLatin1String("unknown parameter")) || lower.contains(QLatin1String("invalid_value"))
-            || lower.contains(QLatin1String("additional properties")))) {
-        m_usedLegacyShape = true;
-        log(QStringLiteral("Falling back to legacy session shape"));
-        sendSessionUpdate(true);
-        return;
-    }
-    if (message.contains(QLatin1String("output_text")) && m_assistantContentType == QLatin1String("output_text")) {
-        m_assistantContentType = QStringLiteral("text");
-        m_seededThisSocket = false;
-        log(QStringLiteral("Re-seeding history with legacy assistant content type"));
-        seedHistory();
-        return;
-    }
-    log(QStringLiteral("API error: %1").arg(message));
-    if (!m_isConfigured)
-        report(RealtimeStatus::failed(redact(message)));
 }
 
 // MARK: - Reporting

@@ -3,6 +3,7 @@
 #include "realtime/RealtimeTiming.h"
 #include "realtime/RealtimeTypes.h"
 
+#include <QAbstractSocket>
 #include <QByteArray>
 #include <QJsonObject>
 #include <QObject>
@@ -33,6 +34,16 @@ public:
         std::function<void(const QVariantMap &usage)> usage;
         std::function<void(const QString &line)> log;
         std::function<void(const QString &line)> trace;
+        std::function<void(const QString &itemID)> speechStarted;
+        std::function<void(const QString &itemID)> speechStopped;
+        std::function<void(const QString &itemID, const QString &delta)> transcriptDelta;
+        std::function<void(const QString &itemID, const QString &message)> transcriptFailed;
+        std::function<void(const QString &itemID, const QVariantMap &usage)> transcriptionUsage;
+        std::function<void(const QString &responseID, bool requested)> responseCreated;
+        std::function<void(const QString &responseID, const QString &status, const QString &reason)> responseEnded;
+        std::function<void()> configured;
+        std::function<void(const QString &refused, const QString &model)> transcribeModelFallback;
+        std::function<void(const QString &message)> notice;
     };
 
     RealtimeConnection(const RealtimeTiming &timing, Sink sink, QObject *parent = nullptr);
@@ -52,6 +63,12 @@ private:
     void openSocket();
     void connectSocket();
     void scheduleReconnect(const QString &reason);
+    // Stops for good: no reconnect until the next start(); `message` becomes the failed status.
+    void fail(const QString &message, const QString &reason);
+    void handleClose(QWebSocket *socket);
+    void handleSocketError(QWebSocket *socket, QAbstractSocket::SocketError error);
+    // Reopens the connection on the service's beta interface (legacy shape, "text" content).
+    void switchToBetaInterface(const QString &reason);
     void teardown();
     void startTimers();
     void ping();
@@ -61,7 +78,14 @@ private:
     void seedHistory();
     void send(const QJsonObject &message);
     void handleError(const QJsonObject &event);
+    // True when the error was one the client works around (another transcription model, the
+    // beta interface).
+    bool handleFallback(const QJsonObject &event);
+    void handleConfigured();
+    void handleTranscription(const QString &type, const QJsonObject &event);
+    void handleResponseCreated(const QJsonObject &event);
     void handleResponseDone(const QJsonObject &event);
+    bool betaInterface() const;
 
     void report(const RealtimeStatus &status);
     void log(const QString &line);
@@ -75,25 +99,36 @@ private:
     QPointer<QWebSocket> m_socket;
     QByteArray m_pending;
     bool m_isConfigured = false;
+    bool m_socketOpened = false; // the WebSocket handshake of the current socket completed
     bool m_shouldRun = false;
     int m_reconnectAttempt = 0;
     bool m_reconnectPending = false;
     QTimer m_reconnectTimer;
     QTimer m_connectTimer;
+    QTimer m_configTimer;
     QTimer m_pingTimer;
     QTimer m_pongTimer;
     QTimer m_cycleTimer;
 
+    // The beta interface: both switches are set together, and reset by start().
     bool m_usedLegacyShape = false;
-    std::optional<QString> m_activeResponseID;
     QString m_assistantContentType = QStringLiteral("output_text");
+    // The transcription model was refused; the configuration names whisper-1 until the next start().
+    bool m_transcribeFallback = false;
+    // 3000-4999 closes since a socket was last configured.
+    int m_serviceClosesInARow = 0;
+    // The last reason told to the user through the notice, so a retry loop says it once.
+    QString m_lastNotice;
+    std::optional<QString> m_activeResponseID;
     bool m_seededThisSocket = false;
     History m_history;
 
-    // Regeneration: a cancelled response that has not ended yet, and whether the service
-    // refused our "response.create" because of it (then it is asked again once that one ends).
+    // Regeneration: a cancelled response that has not ended yet, whether the next
+    // "response.created" answers our own "response.create", and whether the service refused it
+    // because of the cancelled one (then it is asked again once that one ends).
     std::optional<QString> m_cancelledResponseID;
     bool m_awaitingRegeneratedResponse = false;
+    bool m_sentAssistantItems = false; // on this socket
     bool m_retryCreateOnDone = false;
     int m_createRetries = 0;
 };

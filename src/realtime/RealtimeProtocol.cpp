@@ -7,47 +7,60 @@
 #include <QUrlQuery>
 
 #include <algorithm>
+#include <cmath>
 
 namespace RealtimeProtocol {
 
 QJsonObject turnDetection(const RealtimeConfig &config)
 {
+    // The settings keep these in range; this only makes sure that no value the service would
+    // refuse (a non-finite threshold would even be written as null) can reach it.
+    const RealtimeConfig defaults;
+    const double threshold = std::isfinite(config.vadThreshold) ? std::clamp(config.vadThreshold, 0.0, 1.0)
+                                                                : defaults.vadThreshold;
     return QJsonObject{
         {"type", "server_vad"},
-        {"threshold", config.vadThreshold},
-        {"prefix_padding_ms", config.prefixPaddingMs},
-        {"silence_duration_ms", config.silenceDurationMs},
+        {"threshold", threshold},
+        {"prefix_padding_ms", std::clamp(config.prefixPaddingMs, 0, 10000)},
+        {"silence_duration_ms", std::clamp(config.silenceDurationMs, 0, 10000)},
         {"create_response", true},
         {"interrupt_response", false},
     };
 }
 
-QJsonObject sessionUpdate(const RealtimeConfig &config, bool legacy)
+QJsonObject transcription(const RealtimeConfig &config)
 {
-    QJsonObject session;
+    return QJsonObject{{"model", config.transcribeModel}};
+}
+
+QJsonObject session(const RealtimeConfig &config, bool legacy)
+{
     if (legacy) {
-        session = QJsonObject{
+        return QJsonObject{
             {"modalities", QJsonArray{"text"}},
             {"instructions", config.instructions},
             {"input_audio_format", "pcm16"},
-            {"input_audio_transcription", QJsonObject{{"model", config.transcribeModel}}},
+            {"input_audio_transcription", transcription(config)},
             {"turn_detection", turnDetection(config)},
-        };
-    } else {
-        const QJsonObject input{
-            {"format", QJsonObject{{"type", "audio/pcm"}, {"rate", 24000}}},
-            {"turn_detection", turnDetection(config)},
-            {"transcription", QJsonObject{{"model", config.transcribeModel}}},
-        };
-        session = QJsonObject{
-            {"type", "realtime"},
-            {"model", config.model},
-            {"output_modalities", QJsonArray{"text"}},
-            {"instructions", config.instructions},
-            {"audio", QJsonObject{{"input", input}}},
         };
     }
-    return QJsonObject{{"type", "session.update"}, {"session", session}};
+    const QJsonObject input{
+        {"format", QJsonObject{{"type", "audio/pcm"}, {"rate", 24000}}},
+        {"turn_detection", turnDetection(config)},
+        {"transcription", transcription(config)},
+    };
+    return QJsonObject{
+        {"type", "realtime"},
+        {"model", config.model},
+        {"output_modalities", QJsonArray{"text"}},
+        {"instructions", config.instructions},
+        {"audio", QJsonObject{{"input", input}}},
+    };
+}
+
+QJsonObject sessionUpdate(const RealtimeConfig &config, bool legacy)
+{
+    return QJsonObject{{"type", "session.update"}, {"session", session(config, legacy)}};
 }
 
 static QJsonObject messageItem(const char *role, const char *partType, const QString &text)

@@ -17,9 +17,19 @@ inline constexpr int historyPairLimit = 12;
 inline constexpr int historyCharBudget = 8000;
 inline constexpr auto defaultEndpoint = "wss://api.openai.com/v1/realtime";
 inline constexpr auto endpointVariable = "KQ_REALTIME_URL";
+// Sent on a socket that uses the legacy session shape and the "text" assistant content type:
+// the service speaks them only on its beta interface.
+inline constexpr auto betaHeaderName = "OpenAI-Beta";
+inline constexpr auto betaHeaderValue = "realtime=v1";
 
+// Each part of the session configuration has a builder of its own, shared by both shapes, so a
+// new field goes into one place.
 QJsonObject turnDetection(const RealtimeConfig &config);
-// {"type": "session.update", "session": ...} in the current or the legacy shape.
+// {"model": ...} for the meeting audio's transcription.
+QJsonObject transcription(const RealtimeConfig &config);
+// The session object alone, in the current or the legacy shape.
+QJsonObject session(const RealtimeConfig &config, bool legacy);
+// {"type": "session.update", "session": session(config, legacy)}.
 QJsonObject sessionUpdate(const RealtimeConfig &config, bool legacy);
 QJsonObject userItem(const QString &text);
 QJsonObject assistantItem(const QString &text, const QString &contentType);

@@ -9,6 +9,8 @@ struct RealtimeTiming
     int backoffUnitMs = 1000;
     // How long opening a socket (connect and handshake) may take.
     int connectTimeoutMs = 60000;
+    // How long after the socket opened the service may take to acknowledge the configuration.
+    int configTimeoutMs = 15000;
     // Our own keep-alive ping, and how long a pong may take before the socket counts as dead.
     int pingIntervalMs = 20000;
     int pongTimeoutMs = 20000;

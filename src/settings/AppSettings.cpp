@@ -2,6 +2,7 @@
 
 #include "settings/InstructionsBuilder.h"
 #include "settings/SettingsLog.h"
+#include "settings/SettingsValidation.h"
 #include "settings/StoreReader.h"
 
 #include <array>
@@ -114,7 +115,10 @@ void AppSettings::load()
     };
     const auto raw = [&s](const char *key) { return StoreReader::string(s, QLatin1String(key)).value_or(QString()); };
 
-    m_apiKey = m_secrets.loadKey();
+    QString keyFileProblem;
+    m_apiKey = m_secrets.loadKey(&keyFileProblem);
+    if (!keyFileProblem.isEmpty())
+        m_loadNotices.append(keyFileProblem);
     m_hasCompletedOnboarding = boolean("hasCompletedOnboarding", false);
     m_model = str("model", QString::fromLatin1(defaultModel));
     m_transcribeModel = str("transcribeModel", QString::fromLatin1(defaultTranscribeModel));
@@ -123,9 +127,9 @@ void AppSettings::load()
     m_meetingChannel = integer("meetingChannel", 1);
     m_saveAudio = boolean("saveAudio", false);
     m_alwaysOnTop = boolean("alwaysOnTop", true);
-    m_vadThreshold = real("vadThreshold", 0.5);
-    m_prefixPaddingMs = integer("prefixPaddingMs", 300);
-    m_silenceDurationMs = integer("silenceDurationMs", 800);
+    m_vadThreshold = real("vadThreshold", SettingsValidation::defaultVadThreshold);
+    m_prefixPaddingMs = integer("prefixPaddingMs", SettingsValidation::defaultPrefixPaddingMs);
+    m_silenceDurationMs = integer("silenceDurationMs", SettingsValidation::defaultSilenceDurationMs);
     m_systemPrompt = str("systemPrompt", InstructionsBuilder::defaultSystemPrompt());
     m_contextText = str("contextText", QString());
     m_contextFileNames = StoreReader::stringList(s, QStringLiteral("contextFileNames")).value_or(QStringList());
@@ -153,6 +157,35 @@ void AppSettings::load()
     m_companyName = str("companyName", QString());
     m_roleTitle = str("roleTitle", QString());
     m_jobDescription = str("jobDescription", QString());
+    validateLoaded();
+}
+
+void AppSettings::validateLoaded()
+{
+    namespace V = SettingsValidation;
+    const auto reset = [this](const std::optional<QString> &problem, auto &member, const auto &fallback, const char *key) {
+        if (!problem)
+            return;
+        qCWarning(lcSettings).noquote() << "[Ketterbloom]" << *problem;
+        m_loadNotices.append(*problem);
+        member = fallback;
+        m_store->setValue(QLatin1String(key), fallback);
+    };
+    reset(V::checkVadThreshold(m_vadThreshold), m_vadThreshold, V::defaultVadThreshold, "vadThreshold");
+    reset(V::checkPrefixPaddingMs(m_prefixPaddingMs), m_prefixPaddingMs, V::defaultPrefixPaddingMs, "prefixPaddingMs");
+    reset(V::checkSilenceDurationMs(m_silenceDurationMs), m_silenceDurationMs, V::defaultSilenceDurationMs,
+          "silenceDurationMs");
+    const QString model = QString::fromLatin1(defaultModel);
+    const QString transcribeModel = QString::fromLatin1(defaultTranscribeModel);
+    reset(V::checkModelName(m_model, QStringLiteral("realtime model"), model), m_model, model, "model");
+    reset(V::checkModelName(m_transcribeModel, QStringLiteral("transcription model"), transcribeModel),
+          m_transcribeModel, transcribeModel, "transcribeModel");
+}
+
+void AppSettings::reportReset(const QString &message)
+{
+    qCWarning(lcSettings).noquote() << "[Ketterbloom]" << message;
+    emit settingReset(message);
 }
 
 QString AppSettings::instructions() const
@@ -193,14 +226,24 @@ void AppSettings::setHasCompletedOnboarding(bool value)
         emit hasCompletedOnboardingChanged(m_hasCompletedOnboarding);
 }
 
-void AppSettings::setModel(const QString &value)
+void AppSettings::setModel(const QString &requested)
 {
+    const QString fallback = QString::fromLatin1(defaultModel);
+    const auto problem = SettingsValidation::checkModelName(requested, QStringLiteral("realtime model"), fallback);
+    const QString value = problem ? fallback : requested;
+    if (problem)
+        reportReset(*problem);
     if (assign(*m_store, m_model, value, "model", value))
         emit modelChanged(m_model);
 }
 
-void AppSettings::setTranscribeModel(const QString &value)
+void AppSettings::setTranscribeModel(const QString &requested)
 {
+    const QString fallback = QString::fromLatin1(defaultTranscribeModel);
+    const auto problem = SettingsValidation::checkModelName(requested, QStringLiteral("transcription model"), fallback);
+    const QString value = problem ? fallback : requested;
+    if (problem)
+        reportReset(*problem);
     if (assign(*m_store, m_transcribeModel, value, "transcribeModel", value))
         emit transcribeModelChanged(m_transcribeModel);
 }
@@ -235,20 +278,32 @@ void AppSettings::setAlwaysOnTop(bool value)
         emit alwaysOnTopChanged(m_alwaysOnTop);
 }
 
-void AppSettings::setVadThreshold(double value)
+void AppSettings::setVadThreshold(double requested)
 {
+    const auto problem = SettingsValidation::checkVadThreshold(requested);
+    const double value = problem ? SettingsValidation::defaultVadThreshold : requested;
+    if (problem)
+        reportReset(*problem);
     if (assign(*m_store, m_vadThreshold, value, "vadThreshold", value))
         emit vadThresholdChanged(m_vadThreshold);
 }
 
-void AppSettings::setPrefixPaddingMs(int value)
+void AppSettings::setPrefixPaddingMs(int requested)
 {
+    const auto problem = SettingsValidation::checkPrefixPaddingMs(requested);
+    const int value = problem ? SettingsValidation::defaultPrefixPaddingMs : requested;
+    if (problem)
+        reportReset(*problem);
     if (assign(*m_store, m_prefixPaddingMs, value, "prefixPaddingMs", value))
         emit prefixPaddingMsChanged(m_prefixPaddingMs);
 }
 
-void AppSettings::setSilenceDurationMs(int value)
+void AppSettings::setSilenceDurationMs(int requested)
 {
+    const auto problem = SettingsValidation::checkSilenceDurationMs(requested);
+    const int value = problem ? SettingsValidation::defaultSilenceDurationMs : requested;
+    if (problem)
+        reportReset(*problem);
     if (assign(*m_store, m_silenceDurationMs, value, "silenceDurationMs", value))
         emit silenceDurationMsChanged(m_silenceDurationMs);
 }

@@ -151,6 +151,10 @@ public:
     // What onboarding does: replaces the context text and names. Empty text changes nothing.
     void replaceContext(const QString &text, const QStringList &names);
 
+    // What loading had to reset or ignore, one line each for the user: a setting out of range
+    // (see SettingsValidation), a key file that was not used. Empty when all was well.
+    QStringList loadNotices() const { return m_loadNotices; }
+
     const SecretStore &secretStore() const { return m_secrets; }
     QSettings &store() const { return *m_store; }
 
@@ -183,13 +187,21 @@ signals:
     void companyNameChanged(const QString &value);
     void roleTitleChanged(const QString &value);
     void jobDescriptionChanged(const QString &value);
+    // A value given to a setter was out of range and the setting was reset to its default
+    // instead; `message` says which and why (also logged).
+    void settingReset(const QString &message);
     // Emitted after any of systemPrompt, companyName, roleTitle, jobDescription, interviewers
     // or contextText changes.
     void instructionsChanged();
 
 private:
     void load();
+    // Replaces the values that may not be sent to the service by their defaults; on load the
+    // messages go to loadNotices(), on a change to settingReset().
+    void validateLoaded();
+    void reportReset(const QString &message);
 
+    QStringList m_loadNotices;
     std::unique_ptr<QSettings> m_store;
     SecretStore m_secrets;
     QString m_apiKey{};

@@ -9,7 +9,9 @@
 #include <QStandardPaths>
 #include <QStringDecoder>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -39,6 +41,27 @@ bool makePrivateDirectory(const QString &path)
 void makePrivateFile(const QString &path)
 {
     ::chmod(QFile::encodeName(path).constData(), 0600);
+}
+
+// A key file is a line of text; anything much larger is not one.
+constexpr qint64 kMaxKeyFileBytes = 64 * 1024;
+
+// Takes away every permission of group and others, saying so.
+void tightenMode(const QString &path, mode_t mode, const char *what)
+{
+    const QByteArray native = QFile::encodeName(path);
+    struct stat info{};
+    if (::lstat(native.constData(), &info) != 0 || S_ISLNK(info.st_mode) || (info.st_mode & 077) == 0)
+        return;
+    const QString from = QString::number(info.st_mode & 0777, 8);
+    const QString to = QString::number(mode, 8);
+    if (::chmod(native.constData(), mode) == 0) {
+        qCInfo(lcSettings).noquote() << QStringLiteral("[Ketterbloom] the key %1 %2 was open to others (mode %3); tightened to %4")
+                                            .arg(QLatin1String(what), path, from, to);
+    } else {
+        qCWarning(lcSettings).noquote() << QStringLiteral("[Ketterbloom] the key %1 %2 is open to others (mode %3) and could not be tightened to %4")
+                                               .arg(QLatin1String(what), path, from, to);
+    }
 }
 
 } // namespace
@@ -113,25 +136,69 @@ void SecretStore::save(const QString &value) const
 
 std::optional<QString> SecretStore::readKeyFile() const
 {
-    QFile file(filePath());
-    if (!file.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    const QByteArray bytes = file.readAll();
+    return inspectKeyFile().key;
+}
+
+SecretStore::KeyFile SecretStore::inspectKeyFile() const
+{
+    const QString path = filePath();
+    const QByteArray native = QFile::encodeName(path);
+    const auto ignored = [&path](const char *why) {
+        KeyFile result;
+        result.ignoredBecause = QStringLiteral("The key file %1 %2, so it was ignored.").arg(path, QLatin1String(why));
+        qCWarning(lcSettings).noquote() << "[Ketterbloom]" << result.ignoredBecause;
+        return result;
+    };
+
+    struct stat info{};
+    if (::lstat(native.constData(), &info) != 0)
+        return {}; // no key file: not a problem
+    if (S_ISLNK(info.st_mode))
+        return ignored("is a symbolic link (it must be a regular file)");
+    if (S_ISDIR(info.st_mode))
+        return ignored("is a folder");
+    if (!S_ISREG(info.st_mode))
+        return ignored("is not a regular file");
+
+    tightenMode(m_directory, 0700, "folder");
+    // O_NOFOLLOW: the file cannot be swapped for a link between the check above and the read.
+    const int fd = ::open(native.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+        return ignored("cannot be read");
+    QFile file;
+    if (!file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+        ::close(fd);
+        return ignored("cannot be read");
+    }
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))
+        return ignored("is not a regular file");
+    tightenMode(path, 0600, "file");
+    if (info.st_size > kMaxKeyFileBytes)
+        return ignored("is too large to hold a key");
+    const QByteArray bytes = file.read(kMaxKeyFileBytes + 1);
+
     QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::Stateless);
     const QString text = decoder.decode(bytes);
     if (decoder.hasError())
-        return std::nullopt;
+        return ignored("is not UTF-8 text");
     const QString key = text.trimmed();
     if (key.isEmpty())
-        return std::nullopt;
-    return key;
+        return {};
+    if (key.contains(QLatin1Char('\n')) || key.contains(QLatin1Char('\r')))
+        return ignored("holds more than one line (it must hold the key alone)");
+    KeyFile result;
+    result.key = key;
+    return result;
 }
 
-QString SecretStore::loadKey() const
+QString SecretStore::loadKey(QString *keyFileProblem) const
 {
     migrateIfNeeded();
-    if (const auto key = readKeyFile())
-        return *key;
+    const KeyFile file = inspectKeyFile();
+    if (keyFileProblem)
+        *keyFileProblem = file.ignoredBecause;
+    if (file.key)
+        return *file.key;
     if (qEnvironmentVariableIsSet(environmentVariable))
         return qEnvironmentVariable(environmentVariable);
     return QString();

@@ -35,12 +35,24 @@ public:
     // atomically with mode 0600 (folder 0700). Failures are silent.
     void save(const QString &value) const;
 
-    // The key file's content, trimmed, when it can be read, is valid UTF-8 and is not blank.
+    // The key file as read: the key, or why the file was not used.
+    struct KeyFile
+    {
+        std::optional<QString> key;
+        // Empty when the file is missing or blank (which just means "no key"); otherwise one
+        // line for the user saying why a file that exists was ignored.
+        QString ignoredBecause;
+    };
+    // Reads the key file. It is used only when it is a regular file (not a symbolic link, not a
+    // folder) of valid UTF-8 holding one line. A file or folder that others may read is first
+    // tightened to 0600 / 0700, with a log line. Problems are logged; the key never is.
+    KeyFile inspectKeyFile() const;
+    // The key of inspectKeyFile(), trimmed, when the file could be used and is not blank.
     std::optional<QString> readKeyFile() const;
 
     // What the settings use at launch: migrate, then the key file, else OPENAI_API_KEY as it
-    // stands (untrimmed), else "".
-    QString loadKey() const;
+    // stands (untrimmed), else "". `keyFileProblem` receives why an existing key file was ignored.
+    QString loadKey(QString *keyFileProblem = nullptr) const;
 
 private:
     QString m_directory;

@@ -38,7 +38,7 @@ Simulator::~Simulator()
     }
 }
 
-bool Simulator::start(const QJsonObject &script, const QString &dir)
+bool Simulator::start(const QJsonObject &script, const QString &dir, Mode mode, const QStringList &extraArguments)
 {
     const QString scriptPath = dir + QStringLiteral("/script.json");
     QFile file(scriptPath);
@@ -49,7 +49,12 @@ bool Simulator::start(const QJsonObject &script, const QString &dir)
 
     m_process = std::make_unique<QProcess>();
     m_process->setProgram(qEnvironmentVariable("KETTERBLOOM_SIM_EXE"));
-    m_process->setArguments({QStringLiteral("--script"), scriptPath});
+    QStringList arguments{QStringLiteral("--script"), scriptPath};
+    if (qEnvironmentVariable("KETTERBLOOM_E2E_SIM_MODE") == QLatin1String("classic"))
+        mode = Mode::classic;
+    if (mode == Mode::realistic)
+        arguments.append(QStringLiteral("--realistic"));
+    m_process->setArguments(arguments + extraArguments);
     m_process->setProcessChannelMode(QProcess::SeparateChannels);
     m_process->start();
     if (!m_process->waitForStarted(10000))

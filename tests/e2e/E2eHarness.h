@@ -15,9 +15,17 @@ namespace e2e {
 class Simulator
 {
 public:
+    // `realistic` behaves as the real service does (answers start before the question's
+    // transcript completes, transcription deltas and usage, no automatic answer for a turn that
+    // ends while one streams, the default transcription model refused ...); `classic` is the
+    // simpler, ordered behaviour, for tests that need events in a fixed order.
+    enum class Mode { realistic, classic };
+
     ~Simulator();
-    // Starts it with `script`.
-    bool start(const QJsonObject &script, const QString &dir);
+    // Starts it with `script`; `extraArguments` go to ketterbloom-sim as they are. With
+    // KETTERBLOOM_E2E_SIM_MODE=classic in the environment every run uses the classic mode.
+    bool start(const QJsonObject &script, const QString &dir, Mode mode = Mode::realistic,
+               const QStringList &extraArguments = {});
     QString url() const { return m_url; }
     // The running process's id, or 0.
     qint64 pid() const;

@@ -212,7 +212,9 @@ int main(int argc, char *argv[])
         turns.append(QJsonObject{{QStringLiteral("question"), questions[size_t(i)].text},
                                  {QStringLiteral("answer"), QString::fromLatin1(kAnswers[i % 3])}});
     Simulator sim;
-    if (!sim.start(QJsonObject{{QStringLiteral("loop"), true}, {QStringLiteral("turns"), turns}}, dir.path()))
+    // The ordered mode: the figures measure from each question's transcript to its first answer text.
+    if (!sim.start(QJsonObject{{QStringLiteral("loop"), true}, {QStringLiteral("turns"), turns}}, dir.path(),
+                   Simulator::Mode::classic))
         return fail("the simulator did not start");
     PrivateSoundServer::setChildren(0, pid_t(sim.pid()));
 

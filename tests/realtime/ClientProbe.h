@@ -5,6 +5,7 @@
 #include "realtime/RealtimeClient.h"
 
 #include <QCoreApplication>
+#include <algorithm>
 #include <QList>
 #include <QRegularExpression>
 #include <QStringList>
@@ -20,7 +21,19 @@ struct ClientProbe
     QList<QPair<QString, QString>> deltas;
     QStringList done;
     QList<QVariantMap> usages;
-    QStringList order; // "status", "transcript", "delta", "usage", "done" in delivery order
+    QStringList speech; // "started <item>" / "stopped <item>"
+    QList<QPair<QString, QString>> transcriptDeltas;
+    QList<QPair<QString, QString>> transcriptFailures;
+    QList<QPair<QString, QVariantMap>> transcriptionUsages;
+    QList<QPair<QString, bool>> created;
+    QStringList ended; // "<response> <status> <reason>"
+    int configured = 0;
+    QList<QPair<QString, QString>> transcribeFallbacks;
+    QStringList notices;
+    // "status", "transcript", "delta", "usage", "done", "speech", "transcript-delta",
+    // "transcript-failed", "transcription-usage", "created", "ended", "configured", "fallback",
+    // "notice" in delivery order
+    QStringList order;
     int offThreadCalls = 0;
 
     void attach(RealtimeClient &client)
@@ -37,6 +50,24 @@ struct ClientProbe
         client.onUsage = [this, mark](const QVariantMap &usage) { mark("usage"); usages.append(usage); };
         client.onLog = [this](const QString &line) { logs.append(line); };
         client.onTrace = [this](const QString &line) { traces.append(line); };
+        client.onSpeechStarted = [this, mark](const QString &id) { mark("speech"); speech.append("started " + id); };
+        client.onSpeechStopped = [this, mark](const QString &id) { mark("speech"); speech.append("stopped " + id); };
+        client.onTranscriptDelta = [this, mark](const QString &id, const QString &delta) { mark("transcript-delta"); transcriptDeltas.append({id, delta}); };
+        client.onTranscriptFailed = [this, mark](const QString &id, const QString &message) { mark("transcript-failed"); transcriptFailures.append({id, message}); };
+        client.onTranscriptionUsage = [this, mark](const QString &id, const QVariantMap &usage) { mark("transcription-usage"); transcriptionUsages.append({id, usage}); };
+        client.onResponseCreated = [this, mark](const QString &id, bool requested) { mark("created"); created.append({id, requested}); };
+        client.onResponseEnded = [this, mark](const QString &id, const QString &status, const QString &reason) {
+            mark("ended");
+            ended.append(id + " " + status + " " + reason);
+        };
+        client.onConfigured = [this, mark] { mark("configured"); ++configured; };
+        client.onTranscribeModelFallback = [this, mark](const QString &refused, const QString &model) { mark("fallback"); transcribeFallbacks.append({refused, model}); };
+        client.onNotice = [this, mark](const QString &message) { mark("notice"); notices.append(message); };
+    }
+
+    int failedCount() const
+    {
+        return int(std::count_if(statuses.cbegin(), statuses.cend(), [](const RealtimeStatus &s) { return s.isFailed(); }));
     }
 
     bool has(const RealtimeStatus &status) const { return statuses.contains(status); }

@@ -75,9 +75,11 @@ protected:
     // The key must appear in nothing the client reported and nothing the simulator recorded.
     void verifyKeyNeverShown()
     {
-        QStringList seen = probe.logs + probe.traces;
+        QStringList seen = probe.logs + probe.traces + probe.notices + probe.ended;
         for (const RealtimeStatus &status : probe.statuses)
             seen.append(status.message());
+        for (const auto &failure : probe.transcriptFailures)
+            seen.append(failure.second);
         for (const SimRecord &record : sim->records())
             seen.append(QString::fromUtf8(QJsonDocument(record.message).toJson()));
         for (const SimConnectionInfo &info : sim->connections())

@@ -142,6 +142,26 @@ private slots:
                      {"turn_detection", turnDetection},
                  }));
     }
+
+    // Whatever reaches the client, the service never gets a threshold of null (what a NaN
+    // becomes in JSON) or a duration it would refuse.
+    void turnDetectionNeverCarriesValuesTheServiceRefuses()
+    {
+        RealtimeConfig config;
+        for (const double bad : {qQNaN(), qInf(), -qInf()}) {
+            config.vadThreshold = bad;
+            const QByteArray json = serialize(sessionUpdate(config, false));
+            QVERIFY2(!json.contains("null"), json.constData());
+            QCOMPARE(turnDetection(config).value("threshold").toDouble(), 0.5);
+        }
+        config.vadThreshold = 7;
+        config.prefixPaddingMs = -20;
+        config.silenceDurationMs = 99999;
+        const QJsonObject clamped = turnDetection(config);
+        QCOMPARE(clamped.value("threshold").toDouble(), 1.0);
+        QCOMPARE(clamped.value("prefix_padding_ms").toInt(), 0);
+        QCOMPARE(clamped.value("silence_duration_ms").toInt(), 10000);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestRealtimeProtocol)

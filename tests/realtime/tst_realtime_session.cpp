@@ -1,6 +1,6 @@
-// The realtime client against the simulator over real sockets on 127.0.0.1: configuration in
-// both shapes, incoming events, garbage from the server, history seeding, regeneration and
-// audio upload.
+// The realtime client against the simulator over real sockets on 127.0.0.1: configuration and
+// its fall-backs (beta interface, transcription model), incoming events, garbage from the
+// server, history seeding, regeneration and audio upload.
 
 #include "RealtimeTestBase.h"
 
@@ -52,41 +52,86 @@ private slots:
         QCOMPARE(probe.count(RealtimeStatus::connected()), 1);
     }
 
-    void fallsBackToTheLegacyShapeOncePerStart()
+    // Both fall-backs reopen the connection on the beta interface, where the service takes the
+    // legacy shape and "text" answers; the choice survives reconnects, and start() resets it.
+    void betaFallbacksReopenWithTheHeaderAndResetOnStart_data()
     {
-        sim->setRejectCurrentShape(true);
-        startAndWaitConnected();
-        QCOMPARE(probe.logsContaining("Falling back to legacy session shape"), 1);
-        QVERIFY(!probe.statuses.contains(RealtimeStatus::failed(QStringLiteral("Unknown parameter: 'session.type'."))));
-        const QList<QJsonObject> first = sim->received("session.update", 1);
-        QCOMPARE(first.size(), 2);
-        QVERIFY(sessionOf(first[0]).contains("type"));
-        const QJsonObject legacy = sessionOf(first[1]);
+        QTest::addColumn<bool>("shape");
+        QTest::newRow("session shape refused") << true;
+        QTest::newRow("output_text refused") << false;
+    }
+
+    void betaFallbacksReopenWithTheHeaderAndResetOnStart()
+    {
+        QFETCH(bool, shape);
+        sim->setRealistic(true);
+        (shape ? sim->setRejectCurrentShape(true) : sim->setRejectOutputText(true));
+        client->updateHistory({{QStringLiteral("Why us?"), QStringLiteral("Your tools.")}});
+        client->start(config());
+        QTRY_COMPARE_WITH_TIMEOUT(sim->connectionCount(), 2, kWait);
+        QTRY_COMPARE_WITH_TIMEOUT(items(2), (QStringList{"user/input_text/Why us?", "assistant/text/Your tools."}), kWait);
+        QCOMPARE(probe.logsContaining(shape ? "Falling back to legacy session shape"
+                                            : "Re-seeding history with legacy assistant content type"), 1);
+        QCOMPARE(probe.reconnectDelays(), QList<int>{1});
+        QCOMPARE(probe.failedCount(), 0);
+        QCOMPARE(probe.configured, shape ? 1 : 2);
+        QVERIFY(!sim->connections().value(0).beta);
+        QVERIFY(sim->connections().value(1).beta);
+        QVERIFY(sessionOf(sim->received("session.update", 1).first()).contains("type"));
+        QCOMPARE(sim->received("session.update", 2).size(), 1);
+        const QJsonObject legacy = sessionOf(sim->received("session.update", 2).first());
         QVERIFY(!legacy.contains("type") && !legacy.contains("model"));
         QCOMPARE(legacy.value("input_audio_format").toString(), QStringLiteral("pcm16"));
+        QCOMPARE(items(1), shape ? QStringList{}
+                                 : QStringList({"user/input_text/Why us?", "assistant/output_text/Your tools."}));
 
         // The choice survives a reconnect ...
         QVERIFY(sim->dropConnection());
-        QTRY_COMPARE_WITH_TIMEOUT(probe.count(RealtimeStatus::connected()), 2, kWait);
-        QCOMPARE(sim->received("session.update", 2).size(), 1);
-        QVERIFY(!sessionOf(sim->received("session.update", 2).first()).contains("type"));
+        QTRY_COMPARE_WITH_TIMEOUT(probe.configured, shape ? 2 : 3, kWait);
+        QCOMPARE(sim->received("session.update", 3).size(), 1);
+        QVERIFY(sim->connections().value(2).beta);
+        QVERIFY(!sessionOf(sim->received("session.update", 3).first()).contains("type"));
 
         // ... but not a new start.
         client->stop();
         sim->setRejectCurrentShape(false);
+        sim->setRejectOutputText(false);
         startAndWaitConnected();
-        QCOMPARE(sim->received("session.update", 3).size(), 1);
-        QVERIFY(sessionOf(sim->received("session.update", 3).first()).contains("type"));
+        QCOMPARE(sim->connectionCount(), 4);
+        QVERIFY(!sim->connections().value(3).beta);
+        QVERIFY(sessionOf(sim->received("session.update", 4).first()).contains("type"));
+        QTRY_COMPARE_WITH_TIMEOUT(items(4), (QStringList{"user/input_text/Why us?", "assistant/output_text/Your tools."}), kWait);
     }
 
-    void errorBeforeConfigurationFails()
+    void refusedTranscriptionModelFallsBackToWhisper()
     {
-        sim->setExpectedKey(QStringLiteral("sk-another-key"));
-        client->start(config());
-        QTRY_VERIFY_WITH_TIMEOUT(probe.last().isFailed(), kWait);
-        QCOMPARE(probe.last(), RealtimeStatus::failed(QStringLiteral("Incorrect API key provided.")));
-        QCOMPARE(sim->connections().value(0).authorization, QStringLiteral("invalid"));
-        QCOMPARE(probe.logsContaining("API error: Incorrect API key provided."), 1);
+        sim->setRealistic(true);
+        RealtimeConfig cfg = config();
+        cfg.transcribeModel = QStringLiteral("gpt-live-transcribe");
+        startAndWaitConnected(cfg);
+        const QList<QJsonObject> updates = sim->received("session.update", 1);
+        QCOMPARE(updates.size(), 2);
+        auto model = [](const QJsonObject &update) {
+            return sessionOf(update).value("audio").toObject().value("input").toObject().value("transcription")
+                .toObject().value("model").toString();
+        };
+        QCOMPARE(model(updates[0]), QStringLiteral("gpt-live-transcribe"));
+        QCOMPARE(model(updates[1]), QStringLiteral("whisper-1"));
+        QCOMPARE(probe.logsContaining("Transcription model gpt-live-transcribe refused; using whisper-1"), 1);
+        QCOMPARE(probe.transcribeFallbacks, (QList<QPair<QString, QString>>{{"gpt-live-transcribe", "whisper-1"}}));
+        QCOMPARE(probe.failedCount(), 0);
+        // The session is told before it is connected; reconnects keep whisper-1 without asking again.
+        QVERIFY(probe.order.indexOf("fallback") < probe.order.indexOf("configured"));
+        QVERIFY(sim->dropConnection());
+        QTRY_COMPARE_WITH_TIMEOUT(probe.configured, 2, kWait);
+        QCOMPARE(sim->received("session.update", 2).size(), 1);
+        QCOMPARE(model(sim->received("session.update", 2).first()), QStringLiteral("whisper-1"));
+        QCOMPARE(probe.transcribeFallbacks.size(), 1);
+        // A new start tries the configured model again.
+        client->stop();
+        startAndWaitConnected(cfg);
+        QCOMPARE(model(sim->received("session.update", 3).first()), QStringLiteral("gpt-live-transcribe"));
+        QCOMPARE(probe.transcribeFallbacks.size(), 2);
     }
 
     void deliversEveryEventOnTheOwnersThreadInOrder()
@@ -124,7 +169,7 @@ private slots:
         QVERIFY(sim->triggerTurn());
         QTRY_COMPARE_WITH_TIMEOUT(probe.transcripts.size(), 2, kWait);
         QCOMPARE(probe.transcripts[1].second, after.question);
-        QCOMPARE(probe.order.first(), QStringLiteral("delta"));
+        QCOMPARE(probe.order.mid(0, 2), (QStringList{"created", "delta"}));
         QCOMPARE(probe.order.mid(probe.order.size() - 3), (QStringList{"usage", "done", "transcript"}));
         QCOMPARE(probe.offThreadCalls, 0);
     }
@@ -175,11 +220,11 @@ private slots:
         QCOMPARE(probe.done, (QStringList{"current", "current"}));
         QCOMPARE(probe.usages.size(), 1);
 
-        // An error after configuration is only logged, and never shows the key even if the service echoes it.
-        QVERIFY(sim->sendError("invalid_api_key", "Incorrect API key provided: " + kTestKey));
+        // An ordinary error after configuration is only logged, and never shows the key even if the service echoes it.
+        QVERIFY(sim->sendError("server_error", "Something broke near " + kTestKey));
         QVERIFY(sim->sendText("{\"type\": \"error\"}"));
         QTRY_COMPARE_WITH_TIMEOUT(probe.logsContaining("API error: unknown realtime error"), 1, kWait);
-        QCOMPARE(probe.logsContaining("API error: Incorrect API key provided: [key]"), 1);
+        QCOMPARE(probe.logsContaining("API error: Something broke near [key]"), 1);
         QCOMPARE(probe.statuses.size(), statuses);
 
         // The session still works.
@@ -188,29 +233,20 @@ private slots:
         QCOMPARE(probe.transcripts.size(), 2);
     }
 
-    void seedsHistoryIntoEveryNewSocketAndFallsBackToTextContent()
+    void seedsHistoryIntoEveryNewSocket()
     {
-        sim->setRejectOutputText(true);
         client->updateHistory({{QString(4000, 'o'), QString(4000, 'O')}, // does not fit the budget
                                {QStringLiteral("Why us?"), QStringLiteral("Your tools.")},
                                {QStringLiteral("Any questions?"), QString()}});
         startAndWaitConnected();
-        const QStringList firstTry = {"user/input_text/Why us?", "assistant/output_text/Your tools.",
-                                      "user/input_text/Any questions?"};
-        const QStringList retry = {"user/input_text/Why us?", "assistant/text/Your tools.", "user/input_text/Any questions?"};
-        QTRY_COMPARE_WITH_TIMEOUT(items(1), firstTry + retry, kWait);
-        QTRY_COMPARE_WITH_TIMEOUT(probe.logsContaining("Re-seeding history with legacy assistant content type"), 1, kWait);
-        QCOMPARE(probe.logsContaining("Seeded 2 earlier Q&A pair(s) into the new session"), 2);
+        const QStringList seeded = {"user/input_text/Why us?", "assistant/output_text/Your tools.",
+                                    "user/input_text/Any questions?"};
+        QTRY_COMPARE_WITH_TIMEOUT(items(1), seeded, kWait);
+        QCOMPARE(probe.logsContaining("Seeded 2 earlier Q&A pair(s) into the new session"), 1);
         QVERIFY(sim->received("response.create").isEmpty());
-
-        // After a reconnect the new socket gets the pairs once, with the content type that worked.
         QVERIFY(sim->dropConnection());
-        QTRY_COMPARE_WITH_TIMEOUT(items(2), retry, kWait);
-
-        // The fall-back happens once: a later mention of output_text is an ordinary error.
-        QVERIFY(sim->sendError("invalid_value", "Invalid value: 'output_text'."));
-        QTRY_COMPARE_WITH_TIMEOUT(probe.logsContaining("API error: Invalid value: 'output_text'."), 1, kWait);
-        QCOMPARE(items(2), retry);
+        QTRY_COMPARE_WITH_TIMEOUT(items(2), seeded, kWait);
+        QCOMPARE(probe.logsContaining("Seeded 2 earlier Q&A pair(s) into the new session"), 2);
     }
 
     void regenerateCancelsAndRetriesUntilAnswered()

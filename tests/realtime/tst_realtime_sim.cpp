@@ -3,6 +3,7 @@
 
 #include "RealtimeTestBase.h"
 
+#include "realtime/RealtimeProtocol.h"
 #include "realtimesim/EnergyVad.h"
 
 #include <QProcess>
@@ -79,6 +80,26 @@ private slots:
         QCOMPARE(script->turns[0].fault.code, 4002);
         QVERIFY(script->turns[1].fault.beforeResponse);
         QCOMPARE(script->turns[1].fault.message, QStringLiteral("boom"));
+
+        const auto realistic = SimScript::fromJson(R"({
+            "realistic": true, "withhold_session_created": 2, "insufficient_quota_after_configuration": true,
+            "turns": [{"question": "Q?", "response_status": "incomplete", "transcription_fails": true,
+                       "fault": {"kind": "insufficient_quota"}}]})", &error);
+        QVERIFY2(realistic, qPrintable(error));
+        QVERIFY(realistic->realistic && realistic->insufficientQuotaAfterConfiguration);
+        QCOMPARE(realistic->withholdSessionCreated, 2);
+        QCOMPARE(realistic->turns[0].responseStatus, QStringLiteral("incomplete"));
+        QVERIFY(realistic->turns[0].transcriptionFails);
+        QCOMPARE(realistic->turns[0].fault.kind, SimFault::Kind::insufficientQuota);
+        // The realistic mode refuses the transcription model the service does not support on
+        // /v1/realtime, unless the script names its own list.
+        QCOMPARE(realistic->effectiveRefusedTranscribeModels(), QStringList{"gpt-live-transcribe"});
+        QCOMPARE(script->effectiveRefusedTranscribeModels(), QStringList{});
+        QCOMPARE(SimScript::fromJson(R"({"realistic": true, "refused_transcribe_models": []})", &error)
+                     ->effectiveRefusedTranscribeModels(), QStringList{});
+        QCOMPARE(SimScript::fromJson(R"({"withhold_session_created": true})", &error)->withholdSessionCreated, -1);
+        QVERIFY(!SimScript::fromJson(R"({"turns": [{"question": "Q", "response_status": "meh"}]})", &error));
+        QVERIFY(error.contains("response_status"));
 
         QVERIFY(!SimScript::fromJson("[]", &error));
         QVERIFY(!SimScript::fromJson(R"({"turns": [{"answer": "no question"}]})", &error));
@@ -167,6 +188,64 @@ private slots:
         QVERIFY(lines.contains("\"session.update\""));
         QVERIFY(!lines.contains(kTestKey.toUtf8()));
 
+        process.write("quit\n");
+        QVERIFY(process.waitForFinished(kWait));
+        QCOMPARE(process.exitCode(), 0);
+    }
+
+    // The realistic mode as a developer drives it: withheld "session.created", the beta shape
+    // refused without its header, the answer before the transcript, rate limits, quota.
+    void executableBehavesLikeTheServiceWhenRealistic()
+    {
+        QProcess process;
+        process.start(QStringLiteral(KETTERBLOOM_SIM_PATH), {"--realistic", "--withhold-session-created", "1"});
+        QVERIFY(process.waitForStarted(kWait));
+        QTRY_VERIFY_WITH_TIMEOUT(process.canReadLine(), kWait);
+        const QUrl url(QString::fromUtf8(process.readLine()).trimmed().section('=', 1));
+        QNetworkRequest request(QUrl(url.toString() + "?model=gpt-realtime"));
+        request.setRawHeader("Authorization", "Bearer " + kTestKey.toUtf8());
+
+        QStringList received;
+        QList<QJsonObject> errors;
+        auto listen = [&](QWebSocket &socket) {
+            connect(&socket, &QWebSocket::textMessageReceived, this, [&](const QString &text) {
+                const QJsonObject event = QJsonDocument::fromJson(text.toUtf8()).object();
+                received.append(event.value("type").toString());
+                if (received.last() == "error")
+                    errors.append(event.value("error").toObject());
+            });
+        };
+        QWebSocket withheld;
+        listen(withheld);
+        withheld.open(request);
+        QTRY_COMPARE_WITH_TIMEOUT(withheld.state(), QAbstractSocket::ConnectedState, kWait);
+        QWebSocket socket;
+        listen(socket);
+        socket.open(request);
+        QTRY_COMPARE_WITH_TIMEOUT(received, QStringList{"session.created"}, kWait); // the second one only
+
+        auto send = [&socket](const QJsonObject &session) {
+            socket.sendTextMessage(QString::fromUtf8(
+                QJsonDocument(QJsonObject{{"type", "session.update"}, {"session", session}}).toJson()));
+        };
+        RealtimeConfig cfg = config();
+        send(RealtimeProtocol::session(cfg, true));
+        QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, kWait);
+        QCOMPARE(errors[0].value("code").toString(), QStringLiteral("unknown_parameter"));
+        QCOMPARE(errors[0].value("param").toString(), QStringLiteral("session.modalities"));
+        send(RealtimeProtocol::session(cfg, false));
+        QTRY_VERIFY_WITH_TIMEOUT(received.contains("session.updated"), kWait);
+
+        process.write("turn Why Linux?\n");
+        QTRY_VERIFY_WITH_TIMEOUT(received.contains("rate_limits.updated"), kWait);
+        QVERIFY(received.indexOf("response.created") < received.indexOf("conversation.item.input_audio_transcription.delta"));
+        QVERIFY(received.indexOf("conversation.item.input_audio_transcription.completed") < received.indexOf("response.done"));
+        QCOMPARE(received.indexOf("rate_limits.updated"), received.indexOf("response.done") + 1);
+        QVERIFY(received.indexOf("input_audio_buffer.speech_started") < received.indexOf("response.created"));
+
+        process.write("quota\n");
+        QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 2, kWait);
+        QCOMPARE(errors[1].value("code").toString(), QStringLiteral("insufficient_quota"));
         process.write("quit\n");
         QVERIFY(process.waitForFinished(kWait));
         QCOMPARE(process.exitCode(), 0);

@@ -83,14 +83,14 @@ private slots:
         // format must quote or escape.
         const QList<std::pair<const char *, QVariant>> changes{
             {"hasCompletedOnboarding", true},
-            {"model", QString()},
+            {"model", QStringLiteral("m-model")},
             {"transcribeModel", QStringLiteral("t-model")},
             {"deviceUID", QStringLiteral("alsa_input.usb-1")},
             {"meetingChannel", 0},
             {"saveAudio", true},
             {"alwaysOnTop", false},
             {"vadThreshold", 0.0},
-            {"prefixPaddingMs", -5},
+            {"prefixPaddingMs", 0},
             {"silenceDurationMs", 1200},
             {"systemPrompt", QString()},
             {"contextText", QStringLiteral("line one\nline two, with comma; and \"quotes\" @at")},
@@ -159,12 +159,74 @@ private slots:
         store(QStringLiteral("alwaysOnTop"), false);
         store(QStringLiteral("meetingChannel"), 0);
         store(QStringLiteral("followUpWindow"), 0.0);
-        store(QStringLiteral("transcribeModel"), QString());
+        store(QStringLiteral("prefixPaddingMs"), 0);
+        store(QStringLiteral("vadThreshold"), 0.0);
         const auto s = launch();
         QCOMPARE(s->alwaysOnTop(), false);
         QCOMPARE(s->meetingChannel(), 0);
         QCOMPARE(s->followUpWindow(), 0.0);
-        QCOMPARE(s->transcribeModel(), QString());
+        QCOMPARE(s->prefixPaddingMs(), 0);
+        QCOMPARE(s->vadThreshold(), 0.0);
+        QVERIFY(s->loadNotices().isEmpty());
+    }
+
+    // Values the realtime service would refuse (or that would go out as null) are reset to their
+    // defaults, on load and on change, and the settings say which one.
+    void valuesTheServiceWouldRefuseAreReset_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QVariant>("stored");
+        QTest::addColumn<QVariant>("fallback");
+        QTest::addColumn<QString>("message");
+        const QString threshold = QStringLiteral("Settings: the voice detection threshold (%1) must be a number from 0 to 1; reset to 0.5.");
+        QTest::newRow("threshold above 1") << "vadThreshold" << QVariant(1.5) << QVariant(0.5) << threshold.arg("1.5");
+        QTest::newRow("threshold below 0") << "vadThreshold" << QVariant(-0.1) << QVariant(0.5) << threshold.arg("-0.1");
+        QTest::newRow("threshold not a number") << "vadThreshold" << QVariant(qQNaN()) << QVariant(0.5) << threshold.arg("nan");
+        QTest::newRow("threshold infinite") << "vadThreshold" << QVariant(qInf()) << QVariant(0.5) << threshold.arg("inf");
+        QTest::newRow("silence too long") << "silenceDurationMs" << QVariant(10001) << QVariant(800)
+                                          << "Settings: the silence that ends a question (10001 ms) must be from 0 to 10000 ms; reset to 800 ms.";
+        QTest::newRow("silence negative") << "silenceDurationMs" << QVariant(-1) << QVariant(800)
+                                          << "Settings: the silence that ends a question (-1 ms) must be from 0 to 10000 ms; reset to 800 ms.";
+        QTest::newRow("padding too long") << "prefixPaddingMs" << QVariant(20000) << QVariant(300)
+                                          << "Settings: the audio kept before speech (20000 ms) must be from 0 to 10000 ms; reset to 300 ms.";
+        QTest::newRow("padding negative") << "prefixPaddingMs" << QVariant(-300) << QVariant(300)
+                                          << "Settings: the audio kept before speech (-300 ms) must be from 0 to 10000 ms; reset to 300 ms.";
+        QTest::newRow("model blank") << "model" << QVariant(QStringLiteral(" ")) << QVariant(QStringLiteral("gpt-realtime-2.1"))
+                                     << "Settings: the realtime model was blank; reset to gpt-realtime-2.1.";
+        QTest::newRow("transcription model empty") << "transcribeModel" << QVariant(QString()) << QVariant(QStringLiteral("gpt-live-transcribe"))
+                                                   << "Settings: the transcription model was blank; reset to gpt-live-transcribe.";
+    }
+
+    void valuesTheServiceWouldRefuseAreReset()
+    {
+        QFETCH(QString, key);
+        QFETCH(QVariant, stored);
+        QFETCH(QVariant, fallback);
+        QFETCH(QString, message);
+        const QByteArray name = key.toLatin1();
+
+        // On load: the default is used and written back, and the notice names the setting.
+        store(key, stored);
+        {
+            const auto s = launch();
+            QCOMPARE(s->property(name), fallback);
+            QCOMPARE(s->loadNotices(), QStringList{message});
+        }
+        QVERIFY(launch()->loadNotices().isEmpty());
+
+        // On change: the same.
+        const auto s = launch();
+        QSignalSpy resets(s.get(), &AppSettings::settingReset);
+        const QVariant valid = key.endsWith("Model") ? QVariant(QStringLiteral("some-model"))
+                             : key == "vadThreshold"  ? QVariant(0.7)
+                                                      : QVariant(1234);
+        QVERIFY(s->setProperty(name, valid));
+        QCOMPARE(s->property(name), valid);
+        QVERIFY(s->setProperty(name, stored));
+        QCOMPARE(s->property(name), fallback);
+        QCOMPARE(resets.size(), 1);
+        QCOMPARE(resets.first().first().toString(), message);
+        QCOMPARE(launch()->property(name), fallback);
     }
 
     void enumsMatchTheirCaseNamesExactly_data()

@@ -110,6 +110,78 @@ private slots:
         QCOMPARE(s.readKeyFile(), std::optional<QString>(QStringLiteral("sk-xyz")));
     }
 
+    // A key file is used only when it is a regular file holding one line; otherwise the store
+    // says why it ignored it, and the environment's key is used as if there were no file.
+    void keyFilesOfTheWrongShapeAreIgnored_data()
+    {
+        QTest::addColumn<QString>("shape");
+        QTest::addColumn<QString>("why");
+        QTest::newRow("symbolic link") << "symlink" << "is a symbolic link (it must be a regular file)";
+        QTest::newRow("folder") << "folder" << "is a folder";
+        QTest::newRow("several lines") << "lines" << "holds more than one line (it must hold the key alone)";
+        QTest::newRow("not UTF-8") << "binary" << "is not UTF-8 text";
+    }
+
+    void keyFilesOfTheWrongShapeAreIgnored()
+    {
+        QFETCH(QString, shape);
+        QFETCH(QString, why);
+        const SecretStore s = store();
+        const QString target = m_dir->filePath(QStringLiteral("elsewhere.key"));
+        write(target, "sk-SECRET-linked");
+        QVERIFY(QDir().mkpath(s.directory()));
+        if (shape == "symlink")
+            QVERIFY(QFile::link(target, s.filePath()));
+        else if (shape == "folder")
+            QVERIFY(QDir().mkpath(s.filePath()));
+        else if (shape == "lines")
+            write(s.filePath(), "sk-SECRET-one\nsk-SECRET-two\n");
+        else
+            write(s.filePath(), "sk-\xff\xfe");
+        qputenv("OPENAI_API_KEY", "sk-from-env");
+
+        g_messages.clear();
+        const QtMessageHandler previous = qInstallMessageHandler(capture);
+        QString problem;
+        const QString key = s.loadKey(&problem);
+        qInstallMessageHandler(previous);
+        QCOMPARE(key, QStringLiteral("sk-from-env"));
+        QCOMPARE(problem, QStringLiteral("The key file %1 %2, so it was ignored.").arg(s.filePath(), why));
+        QCOMPARE(s.readKeyFile(), std::nullopt);
+        QVERIFY(g_messages.join('\n').contains(problem));
+        for (const QString &message : std::as_const(g_messages))
+            QVERIFY2(!message.contains(QStringLiteral("SECRET")), qPrintable(message));
+
+        // The settings pass it on to whoever shows the user what loading found.
+        AppSettings settings(std::make_unique<QSettings>(m_dir->filePath(QStringLiteral("s.conf")), QSettings::NativeFormat), s);
+        QCOMPARE(settings.loadNotices(), QStringList{problem});
+        QCOMPARE(settings.apiKey(), QStringLiteral("sk-from-env"));
+    }
+
+    void aKeyFileOthersCanReadIsTightenedAndUsed()
+    {
+        const SecretStore s = store();
+        write(s.filePath(), "sk-SECRET-shared\n");
+        QVERIFY(QFile::setPermissions(s.filePath(), QFileDevice::ReadOwner | QFileDevice::WriteOwner
+                                                        | QFileDevice::ReadGroup | QFileDevice::ReadOther)); // 0644
+        QVERIFY(QFile::setPermissions(s.directory(), ownerOnly(true) | QFileDevice::ReadGroup | QFileDevice::ExeGroup
+                                                         | QFileDevice::ReadOther | QFileDevice::ExeOther)); // 0755
+        g_messages.clear();
+        const QtMessageHandler previous = qInstallMessageHandler(capture);
+        QString problem;
+        QCOMPARE(s.loadKey(&problem), QStringLiteral("sk-SECRET-shared"));
+        qInstallMessageHandler(previous);
+        QCOMPARE(problem, QString());
+        QCOMPARE(modeOf(s.filePath()), ownerOnly(false));
+        QCOMPARE(modeOf(s.directory()), ownerOnly(true));
+        const QString log = g_messages.join('\n');
+        QVERIFY2(log.contains(QStringLiteral("the key file %1 was open to others (mode 644); tightened to 600").arg(s.filePath())),
+                 qPrintable(log));
+        QVERIFY2(log.contains(QStringLiteral("the key folder %1 was open to others (mode 755); tightened to 700").arg(s.directory())),
+                 qPrintable(log));
+        QVERIFY(!log.contains(QStringLiteral("SECRET")));
+    }
+
     void blankKeyFileFallsBackToTheEnvironment()
     {
         const SecretStore s = store();

@@ -146,7 +146,17 @@ bool RealtimeSimulator::triggerTurn(const QString &question)
         turn.question = question;
         turn.answer = answerFor(question);
     }
-    return withCurrent([&turn](SimConnection *c) { c->runTurn(turn); });
+    return triggerTurn(turn);
+}
+
+bool RealtimeSimulator::triggerTurn(const SimTurn &turn)
+{
+    return withCurrent([&turn](SimConnection *c) { c->runTurn(turn, false); });
+}
+
+bool RealtimeSimulator::withholdsSessionCreated(int connection) const
+{
+    return m_script.withholdSessionCreated < 0 || connection <= m_script.withholdSessionCreated;
 }
 
 bool RealtimeSimulator::closeConnection(int code, const QString &reason)
@@ -183,6 +193,11 @@ bool RealtimeSimulator::sendError(const QString &code, const QString &message)
 bool RealtimeSimulator::expireSession()
 {
     return withCurrent([](SimConnection *c) { c->applyFault(SimFault::of(SimFault::Kind::sessionExpired)); });
+}
+
+bool RealtimeSimulator::sendInsufficientQuota()
+{
+    return withCurrent([](SimConnection *c) { c->applyFault(SimFault::of(SimFault::Kind::insufficientQuota)); });
 }
 
 bool RealtimeSimulator::sendText(const QString &text)

@@ -38,6 +38,13 @@ public:
     void setRejectCurrentShape(bool reject) { m_script.rejectCurrentShape = reject; }
     void setRejectOutputText(bool reject) { m_script.rejectOutputText = reject; }
     void setExpectedKey(const QString &key) { m_script.apiKey = key; }
+    // Behave as the service does (see tools/README.md); off: the simpler, ordered behaviour.
+    void setRealistic(bool realistic) { m_script.realistic = realistic; }
+    // The first `count` connections (counted from the first ever) get no "session.created"; -1: all.
+    void setWithholdSessionCreated(int count) { m_script.withholdSessionCreated = count; }
+    bool withholdsSessionCreated(int connection) const;
+    void setInsufficientQuotaAfterConfiguration(bool on) { m_script.insufficientQuotaAfterConfiguration = on; }
+    void setRefusedTranscribeModels(const QStringList &models) { m_script.refusedTranscribeModels = models; }
 
     // What the clients sent, in arrival order.
     QList<SimRecord> records() const { return m_records; }
@@ -49,12 +56,15 @@ public:
     // Control, acting on the newest open connection; false when there is none.
     // A turn with the next scripted question, or with `question` and the answer scripted for it.
     bool triggerTurn(const QString &question = {});
+    // A turn exactly as given (its answer, status, faults ...).
+    bool triggerTurn(const SimTurn &turn);
     bool closeConnection(int code, const QString &reason);
     bool dropConnection();
     bool freeze();      // stop reading: no pongs, no answers, socket left open
     bool sendMalformed();
     bool sendError(const QString &code, const QString &message);
     bool expireSession();
+    bool sendInsufficientQuota();
     bool sendText(const QString &text);
     bool sendBinary(const QByteArray &data);
 

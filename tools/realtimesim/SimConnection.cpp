@@ -20,21 +20,6 @@ const QStringList kLegacyKeys = {"modalities", "instructions", "input_audio_form
                                  "turn_detection", "voice", "tools", "tool_choice", "temperature",
                                  "max_response_output_tokens", "output_audio_format", "input_audio_noise_reduction"};
 
-// Splits an answer into about one delta per three words, or into `count` pieces.
-QStringList pieces(const QString &answer, int count)
-{
-    const QStringList words = answer.split(QLatin1Char(' '));
-    const int per = count > 0 ? std::max<int>(1, int((words.size() + count - 1) / count)) : 3;
-    QStringList result;
-    for (qsizetype i = 0; i < words.size(); i += per) {
-        QString piece = words.mid(i, per).join(QLatin1Char(' '));
-        if (i + per < words.size())
-            piece += QLatin1Char(' ');
-        result.append(piece);
-    }
-    return result;
-}
-
 QString checkTurnDetection(const QJsonValue &value, const QString &path)
 {
     const QJsonObject td = value.toObject();
@@ -55,13 +40,17 @@ SimConnection::SimConnection(RealtimeSimulator *simulator, QWebSocket *socket, Q
     : QObject(simulator), m_simulator(simulator), m_socket(socket), m_tcp(tcp)
 {
     socket->setParent(this);
-    m_stepTimer.setSingleShot(true);
-    connect(&m_stepTimer, &QTimer::timeout, this, &SimConnection::runNextStep);
+    for (Lane *lane : {&m_main, &m_side}) {
+        lane->timer = new QTimer(this);
+        lane->timer->setSingleShot(true);
+        connect(lane->timer, &QTimer::timeout, this, [this, lane] { runNextStep(*lane); });
+    }
 
     const QNetworkRequest request = socket->request();
     m_info.index = index;
     m_info.path = request.url().path();
     m_info.model = QUrlQuery(request.url()).queryItemValue(QStringLiteral("model"));
+    m_info.beta = request.rawHeader("OpenAI-Beta") == "realtime=v1";
     const QByteArray authorization = request.rawHeader("Authorization");
     if (authorization.isEmpty()) {
         m_info.authorization = QStringLiteral("missing");
@@ -83,7 +72,12 @@ SimConnection::SimConnection(RealtimeSimulator *simulator, QWebSocket *socket, Q
         return;
     }
     if (m_info.authorization != QLatin1String("valid")) {
-        // The socket stays open, unconfigured, as the service leaves it.
+        if (script().realistic) {
+            // What the service does with a bad key.
+            socket->close(QWebSocketProtocol::CloseCode(3000), QStringLiteral("invalid_request_error.invalid_api_key"));
+            return;
+        }
+        // The simpler mode leaves the socket open and unconfigured.
         sendError(QStringLiteral("invalid_api_key"), QStringLiteral("Incorrect API key provided."));
         return;
     }
@@ -91,6 +85,8 @@ SimConnection::SimConnection(RealtimeSimulator *simulator, QWebSocket *socket, Q
         sendError(QStringLiteral("missing_model"), QStringLiteral("Missing required parameter: 'model'."), "model");
         return;
     }
+    if (simulator->withholdsSessionCreated(index))
+        return;
     sendEvent({{"type", "session.created"},
                {"session", QJsonObject{{"id", nextId("sess")}, {"object", "realtime.session"}, {"model", m_info.model}}}});
 }
@@ -102,13 +98,20 @@ QString SimConnection::nextId(const char *prefix)
     return QStringLiteral("%1_%2_%3").arg(QLatin1String(prefix)).arg(m_info.index).arg(++m_counter);
 }
 
+const SimScript &SimConnection::script() const
+{
+    return m_simulator->script();
+}
+
 void SimConnection::markClosed()
 {
     if (!m_info.open)
         return;
     m_info.open = false;
-    m_steps.clear();
-    m_stepTimer.stop();
+    for (Lane *lane : {&m_main, &m_side}) {
+        lane->steps.clear();
+        lane->timer->stop();
+    }
     emit closed();
 }
 
@@ -155,20 +158,56 @@ void SimConnection::handleSessionUpdate(const QJsonObject &message)
 {
     const QJsonObject session = message.value("session").toObject();
     const bool current = session.contains("type");
-    if (current && m_simulator->script().rejectCurrentShape) {
-        sendError(QStringLiteral("unknown_parameter"), QStringLiteral("Unknown parameter: 'session.type'."), "session.type");
+    if (!checkSessionShape(session, current))
         return;
+    const QJsonObject input = session.value("audio").toObject().value("input").toObject();
+    const QJsonValue transcription = current ? input.value("transcription") : session.value("input_audio_transcription");
+    const QString transcribeModel = transcription.toObject().value("model").toString();
+    if (!transcribeModel.isEmpty() && script().effectiveRefusedTranscribeModels().contains(transcribeModel)) {
+        const QString param = current ? QStringLiteral("session.audio.input.transcription.model")
+                                      : QStringLiteral("session.input_audio_transcription.model");
+        sendError(QStringLiteral("invalid_value"),
+                  QStringLiteral("Invalid value: '%1'. This model is not supported for transcription in "
+                                 "realtime sessions.").arg(transcribeModel), param);
+        return;
+    }
+    const QJsonObject turnDetection = (current ? input : session).value("turn_detection").toObject();
+    m_vad.configure(turnDetection.value("threshold").toDouble(), turnDetection.value("prefix_padding_ms").toInt(),
+                    turnDetection.value("silence_duration_ms").toInt());
+    m_session = session;
+    m_configured = true;
+    QJsonObject echoed = session;
+    echoed.insert("id", nextId("sess"));
+    sendEvent({{"type", "session.updated"}, {"session", echoed}});
+    if (script().insufficientQuotaAfterConfiguration && !std::exchange(m_quotaSent, true))
+        applyFault(SimFault::of(SimFault::Kind::insufficientQuota));
+}
+
+// Whether the session object may be used; when not, the error has been sent.
+bool SimConnection::checkSessionShape(const QJsonObject &session, bool current)
+{
+    // The service speaks the legacy shape only on its beta interface, and the current one only
+    // on the other. The simpler mode takes either anywhere.
+    if (script().realistic && current == m_info.beta) {
+        const QString key = current || session.isEmpty() ? QStringLiteral("type")
+                            : session.contains("modalities") ? QStringLiteral("modalities") : session.keys().first();
+        sendError(QStringLiteral("unknown_parameter"), QStringLiteral("Unknown parameter: 'session.%1'.").arg(key),
+                  "session." + key);
+        return false;
+    }
+    if (current && script().rejectCurrentShape) {
+        sendError(QStringLiteral("unknown_parameter"), QStringLiteral("Unknown parameter: 'session.type'."), "session.type");
+        return false;
     }
     const QStringList &allowed = current ? kCurrentKeys : kLegacyKeys;
     for (auto it = session.constBegin(); it != session.constEnd(); ++it) {
         if (!allowed.contains(it.key())) {
             sendError(QStringLiteral("unknown_parameter"), QStringLiteral("Unknown parameter: 'session.%1'.").arg(it.key()),
                       "session." + it.key());
-            return;
+            return false;
         }
     }
     QString bad;
-    QJsonObject turnDetection;
     if (current) {
         const QJsonObject input = session.value("audio").toObject().value("input").toObject();
         const QJsonObject format = input.value("format").toObject();
@@ -180,25 +219,17 @@ void SimConnection::handleSessionUpdate(const QJsonObject &message)
             bad = "session.audio.input.transcription.model";
         else
             bad = checkTurnDetection(input.value("turn_detection"), "session.audio.input.turn_detection");
-        turnDetection = input.value("turn_detection").toObject();
     } else {
         if (session.contains("input_audio_format") && session.value("input_audio_format").toString() != QLatin1String("pcm16"))
             bad = "session.input_audio_format";
         else
             bad = checkTurnDetection(session.value("turn_detection"), "session.turn_detection");
-        turnDetection = session.value("turn_detection").toObject();
     }
     if (!bad.isEmpty()) {
         sendError(QStringLiteral("invalid_value"), QStringLiteral("Invalid value for '%1'.").arg(bad), bad);
-        return;
+        return false;
     }
-    m_vad.configure(turnDetection.value("threshold").toDouble(), turnDetection.value("prefix_padding_ms").toInt(),
-                    turnDetection.value("silence_duration_ms").toInt());
-    m_session = session;
-    m_configured = true;
-    QJsonObject echoed = session;
-    echoed.insert("id", nextId("sess"));
-    sendEvent({{"type", "session.updated"}, {"session", echoed}});
+    return true;
 }
 
 void SimConnection::handleAppend(const QJsonObject &message)
@@ -230,7 +261,16 @@ void SimConnection::handleItemCreate(const QJsonObject &message)
         sendError(QStringLiteral("invalid_value"), QStringLiteral("Invalid value for 'item'."), "item");
         return;
     }
-    if (role == QLatin1String("assistant") && partType == QLatin1String("output_text") && m_simulator->script().rejectOutputText) {
+    // The realistic mode takes only the content type of the socket's interface.
+    const QString wrongType = m_info.beta ? QStringLiteral("output_text") : QStringLiteral("text");
+    if (role == QLatin1String("assistant") && script().realistic && partType == wrongType) {
+        const QString supported = m_info.beta ? QStringLiteral("'text' and 'audio'") : QStringLiteral("'output_text' and 'output_audio'");
+        sendError(QStringLiteral("invalid_value"),
+                  QStringLiteral("Invalid value: '%1'. Supported values are: %2.").arg(partType, supported),
+                  "item.content[0].type");
+        return;
+    }
+    if (role == QLatin1String("assistant") && partType == QLatin1String("output_text") && script().rejectOutputText) {
         sendError(QStringLiteral("invalid_value"),
                   QStringLiteral("Invalid value: 'output_text'. Supported values are: 'text' and 'audio'."),
                   "item.content[0].type");
@@ -258,7 +298,10 @@ void SimConnection::handleResponseCreate()
                                  "response is finished before creating a new one.").arg(m_activeResponseID));
         return;
     }
-    startResponse(m_simulator->answerFor(m_lastUserText), 15, 0, {});
+    SimTurn turn;
+    turn.answer = m_simulator->answerFor(m_lastUserText);
+    m_responseBusy = true;
+    startResponse(turn, {}, {});
 }
 
 void SimConnection::handleCancel()
@@ -272,102 +315,8 @@ void SimConnection::handleCancel()
     const QString id = m_activeResponseID;
     QTimer::singleShot(m_simulator->script().cancelDelayMs, this, [this, id] {
         if (m_activeResponseID == id && m_info.open && !m_frozen)
-            finishResponse(QStringLiteral("cancelled"));
+            finishResponse(QStringLiteral("cancelled"), {{"type", "cancelled"}, {"reason", "client_cancelled"}});
     });
-}
-
-// MARK: - Turns and responses
-
-void SimConnection::runTurn(const SimTurn &turn)
-{
-    const QString itemID = m_speechItemID.isEmpty() ? nextId("item") : std::exchange(m_speechItemID, QString());
-    const QJsonObject transcript{{"type", "conversation.item.input_audio_transcription.completed"},
-                                 {"item_id", itemID},
-                                 {"content_index", 0},
-                                 {"transcript", turn.question}};
-    enqueue(turn.delayMs, [this, itemID] {
-        sendEvent({{"type", "input_audio_buffer.committed"}, {"previous_item_id", QJsonValue()}, {"item_id", itemID}});
-    });
-    if (turn.fault.kind != SimFault::Kind::none && turn.fault.beforeResponse)
-        enqueue(0, [this, fault = turn.fault] { applyFault(fault); });
-    if (!turn.transcriptAfterResponse)
-        enqueue(0, [this, transcript] { sendEvent(transcript); });
-    m_lastUserText = turn.question;
-    enqueue(0, [this, turn, transcript] {
-        startResponse(turn.answer, turn.deltaDelayMs, turn.deltaCount, [this, turn, transcript] {
-            if (turn.transcriptAfterResponse)
-                sendEvent(transcript);
-            if (turn.fault.kind != SimFault::Kind::none && !turn.fault.beforeResponse)
-                applyFault(turn.fault);
-        });
-    });
-}
-
-void SimConnection::startResponse(const QString &answer, int deltaDelayMs, int deltaCount,
-                                  const std::function<void()> &afterDone)
-{
-    const QString id = nextId("resp");
-    m_activeResponseID = id;
-    m_responseCancelled = false;
-    m_responseOutputChars = 0;
-    sendEvent({{"type", "response.created"},
-               {"response", QJsonObject{{"id", id}, {"object", "realtime.response"}, {"status", "in_progress"}}}});
-    for (const QString &piece : pieces(answer, deltaCount)) {
-        enqueue(deltaDelayMs, [this, id, piece] {
-            if (m_activeResponseID != id || m_responseCancelled)
-                return;
-            m_responseOutputChars += int(piece.size());
-            sendEvent({{"type", "response.output_text.delta"}, {"response_id", id}, {"item_id", id + "_msg"},
-                       {"output_index", 0}, {"content_index", 0}, {"delta", piece}});
-        });
-    }
-    enqueue(deltaDelayMs, [this, id, afterDone] {
-        if (m_activeResponseID != id || m_responseCancelled)
-            return;
-        finishResponse(QStringLiteral("completed"));
-        if (afterDone)
-            afterDone();
-    });
-}
-
-void SimConnection::finishResponse(const QString &status)
-{
-    const int outputTokens = std::max(1, m_responseOutputChars / 4);
-    const int inputText = 180 + int(m_counter % 40);
-    const int inputAudio = 95;
-    const int cachedText = inputText / 2;
-    const QJsonObject usage{
-        {"total_tokens", inputText + inputAudio + outputTokens},
-        {"input_tokens", inputText + inputAudio},
-        {"output_tokens", outputTokens},
-        {"input_token_details", QJsonObject{{"text_tokens", inputText}, {"audio_tokens", inputAudio},
-                                            {"image_tokens", 0}, {"cached_tokens", cachedText},
-                                            {"cached_tokens_details", QJsonObject{{"text_tokens", cachedText},
-                                                                                  {"audio_tokens", 0},
-                                                                                  {"image_tokens", 0}}}}},
-        {"output_token_details", QJsonObject{{"text_tokens", outputTokens}, {"audio_tokens", 0}}},
-    };
-    const QString id = std::exchange(m_activeResponseID, QString());
-    m_responseCancelled = false;
-    sendEvent({{"type", "response.done"},
-               {"response", QJsonObject{{"id", id}, {"object", "realtime.response"}, {"status", status}, {"usage", usage}}}});
-}
-
-void SimConnection::enqueue(int delayMs, std::function<void()> step)
-{
-    m_steps.enqueue({delayMs, std::move(step)});
-    if (!m_stepTimer.isActive() && m_steps.size() == 1)
-        m_stepTimer.start(m_steps.head().delayMs);
-}
-
-void SimConnection::runNextStep()
-{
-    if (m_steps.isEmpty() || m_frozen || !m_info.open)
-        return;
-    const Step step = m_steps.dequeue();
-    step.run();
-    if (!m_steps.isEmpty() && !m_stepTimer.isActive())
-        m_stepTimer.start(m_steps.head().delayMs);
 }
 
 // MARK: - Outgoing and faults
@@ -380,9 +329,9 @@ void SimConnection::sendEvent(QJsonObject event)
     m_socket->sendTextMessage(QString::fromUtf8(QJsonDocument(event).toJson(QJsonDocument::Compact)));
 }
 
-void SimConnection::sendError(const QString &code, const QString &message, const QString &param)
+void SimConnection::sendError(const QString &code, const QString &message, const QString &param, const QString &type)
 {
-    QJsonObject error{{"type", "invalid_request_error"}, {"code", code}, {"message", message}};
+    QJsonObject error{{"type", type}, {"code", code}, {"message", message}};
     error.insert("param", param.isEmpty() ? QJsonValue() : QJsonValue(param));
     sendEvent({{"type", "error"}, {"error", error}});
 }
@@ -419,7 +368,8 @@ void SimConnection::applyFault(const SimFault &fault)
     case SimFault::Kind::freeze:
         // Stop reading: the client's pings go unanswered and its messages unprocessed.
         m_frozen = true;
-        m_stepTimer.stop();
+        m_main.timer->stop();
+        m_side.timer->stop();
         if (m_tcp)
             m_tcp->blockSignals(true);
         break;
@@ -428,6 +378,11 @@ void SimConnection::applyFault(const SimFault &fault)
         break;
     case SimFault::Kind::error:
         sendError(fault.errorCode, fault.message);
+        break;
+    case SimFault::Kind::insufficientQuota:
+        sendError(QStringLiteral("insufficient_quota"),
+                  QStringLiteral("You exceeded your current quota, please check your plan and billing details."),
+                  QString(), QStringLiteral("insufficient_quota"));
         break;
     case SimFault::Kind::sessionExpired:
         sendError(QStringLiteral("session_expired"),

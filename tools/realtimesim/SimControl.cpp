@@ -23,8 +23,9 @@ SimControl::SimControl(RealtimeSimulator *simulator, QObject *parent)
     connect(simulator, &RealtimeSimulator::recorded, this, &SimControl::onRecord);
     connect(simulator, &RealtimeSimulator::connectionOpened, this, [this](int index) {
         const SimConnectionInfo info = m_simulator->connections().value(index - 1);
-        reply(QStringLiteral("event connection-opened %1 model=%2 authorization=%3")
-                  .arg(index).arg(info.model, info.authorization));
+        reply(QStringLiteral("event connection-opened %1 model=%2 authorization=%3 interface=%4")
+                  .arg(index)
+                  .arg(info.model, info.authorization, info.beta ? QStringLiteral("beta") : QStringLiteral("ga")));
     });
     connect(simulator, &RealtimeSimulator::connectionClosed, this,
             [this](int index) { reply(QStringLiteral("event connection-closed %1").arg(index)); });
@@ -88,12 +89,26 @@ QString SimControl::execute(const QString &line)
             return QStringLiteral("error: usage: error <code> [message]");
         return result(m_simulator->sendError(code, rest.section(QLatin1Char(' '), 1)));
     }
+    if (command == QLatin1String("quota"))
+        return result(m_simulator->sendInsufficientQuota());
     if (command == QLatin1String("expire"))
         return result(m_simulator->expireSession());
     if (command == QLatin1String("send"))
         return result(m_simulator->sendText(rest));
     if (command == QLatin1String("reject-current-shape")) {
         m_simulator->setRejectCurrentShape(rest != QLatin1String("off"));
+        return QStringLiteral("ok");
+    }
+    if (command == QLatin1String("realistic")) {
+        m_simulator->setRealistic(rest != QLatin1String("off"));
+        return QStringLiteral("ok");
+    }
+    if (command == QLatin1String("withhold-session-created")) {
+        bool valid = false;
+        const int count = rest.toInt(&valid);
+        if (!valid || count < -1)
+            return QStringLiteral("error: usage: withhold-session-created <n, -1 for all>");
+        m_simulator->setWithholdSessionCreated(count);
         return QStringLiteral("ok");
     }
     if (command == QLatin1String("status")) {

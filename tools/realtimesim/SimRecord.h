@@ -19,5 +19,6 @@ struct SimConnectionInfo
     QString path;
     QString model;
     QString authorization; // "valid", "invalid" or "missing"
+    bool beta = false;     // the handshake carried "OpenAI-Beta: realtime=v1"
     bool open = true;
 };

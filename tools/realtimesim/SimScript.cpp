@@ -23,6 +23,7 @@ std::optional<SimFault::Kind> SimFault::kindFromName(const QString &name)
     if (name == QLatin1String("malformed")) return Kind::malformed;
     if (name == QLatin1String("error")) return Kind::error;
     if (name == QLatin1String("session_expired")) return Kind::sessionExpired;
+    if (name == QLatin1String("insufficient_quota")) return Kind::insufficientQuota;
     return std::nullopt;
 }
 
@@ -64,6 +65,16 @@ std::optional<SimScript> SimScript::fromJson(const QByteArray &json, QString *er
     script.rejectOutputText = root.value("reject_output_text").toBool(false);
     script.apiKey = root.value("api_key").toString();
     script.cancelDelayMs = root.value("cancel_delay_ms").toInt(script.cancelDelayMs);
+    script.realistic = root.value("realistic").toBool(false);
+    const QJsonValue withhold = root.value("withhold_session_created");
+    script.withholdSessionCreated = withhold.isBool() ? (withhold.toBool() ? -1 : 0) : withhold.toInt(0);
+    script.insufficientQuotaAfterConfiguration = root.value("insufficient_quota_after_configuration").toBool(false);
+    if (root.value("refused_transcribe_models").isArray()) {
+        QStringList models;
+        for (const QJsonValue &model : root.value("refused_transcribe_models").toArray())
+            models.append(model.toString());
+        script.refusedTranscribeModels = models;
+    }
     const QJsonArray turns = root.value("turns").toArray();
     for (qsizetype i = 0; i < turns.size(); ++i) {
         const QJsonObject object = turns.at(i).toObject();
@@ -83,6 +94,13 @@ std::optional<SimScript> SimScript::fromJson(const QByteArray &json, QString *er
         turn.delayMs = object.value("delay_ms").toInt(0);
         turn.deltaDelayMs = object.value("delta_delay_ms").toInt(turn.deltaDelayMs);
         turn.deltaCount = object.value("delta_count").toInt(0);
+        turn.responseStatus = object.value("response_status").toString(QStringLiteral("completed"));
+        if (!QStringList{"completed", "incomplete", "failed"}.contains(turn.responseStatus)) {
+            fail(error, QStringLiteral("turn %1: \"response_status\" must be \"completed\", \"incomplete\" or \"failed\"")
+                            .arg(i + 1));
+            return std::nullopt;
+        }
+        turn.transcriptionFails = object.value("transcription_fails").toBool(false);
         if (object.value("fault").isObject()) {
             const auto fault = SimFault::fromJson(object.value("fault").toObject(), error);
             if (!fault) {
@@ -105,6 +123,14 @@ std::optional<SimScript> SimScript::load(const QString &path, QString *error)
         return std::nullopt;
     }
     return fromJson(file.readAll(), error);
+}
+
+QStringList SimScript::effectiveRefusedTranscribeModels() const
+{
+    if (refusedTranscribeModels)
+        return *refusedTranscribeModels;
+    // The service's own model page lists it as not supported on /v1/realtime.
+    return realistic ? QStringList{QStringLiteral("gpt-live-transcribe")} : QStringList{};
 }
 
 SimScript SimScript::builtin()

@@ -4,13 +4,14 @@
 #include <QJsonObject>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
 // Something the simulator does to the client on purpose.
 struct SimFault
 {
-    enum class Kind { none, close, drop, freeze, malformed, error, sessionExpired };
+    enum class Kind { none, close, drop, freeze, malformed, error, sessionExpired, insufficientQuota };
 
     Kind kind = Kind::none;
     int code = 1000;         // close
@@ -39,6 +40,10 @@ struct SimTurn
     int deltaDelayMs = 15; // pause between answer deltas
     int deltaCount = 0;    // 0: one delta per few words
     SimFault fault;
+    // How the response ends: "completed", "incomplete" (about half the answer, then
+    // max_output_tokens) or "failed" (after the first delta, with a server error).
+    QString responseStatus = QStringLiteral("completed");
+    bool transcriptionFails = false; // "...transcription.failed" instead of "...completed"
 };
 
 struct SimScript
@@ -49,6 +54,17 @@ struct SimScript
     bool rejectOutputText = false;   // refuse assistant items whose content type is "output_text"
     QString apiKey;                  // when set, only this key is accepted
     int cancelDelayMs = 40;          // a cancelled response ends this long after "response.cancel"
+    // Behave as the real service does (see tools/README.md) instead of the simpler, ordered way.
+    bool realistic = false;
+    // The first this many connections never get "session.created"; -1: every connection.
+    int withholdSessionCreated = 0;
+    // Answer the first configuration of every connection with "insufficient_quota".
+    bool insufficientQuotaAfterConfiguration = false;
+    // Transcription models refused in a configuration; unset means none, or in the realistic mode
+    // the one the service does not support on /v1/realtime.
+    std::optional<QStringList> refusedTranscribeModels;
+
+    QStringList effectiveRefusedTranscribeModels() const;
 
     static std::optional<SimScript> fromJson(const QByteArray &json, QString *error);
     static std::optional<SimScript> load(const QString &path, QString *error);

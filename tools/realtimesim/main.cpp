@@ -23,9 +23,16 @@ int main(int argc, char *argv[])
                                            "Answer the current session shape with an \"Unknown parameter\" error.");
     const QCommandLineOption rejectOutputText("reject-output-text",
                                               "Refuse assistant items whose content type is \"output_text\".");
+    const QCommandLineOption realistic("realistic",
+                                       "Behave as the service does: answers start before the transcript, "
+                                       "a bad key closes with 3000, the legacy shape only with the beta header ...");
+    const QCommandLineOption withhold("withhold-session-created",
+                                      "Never send \"session.created\" on the first <n> connections (-1: all).", "n");
+    const QCommandLineOption quota("insufficient-quota",
+                                   "Answer every connection's configuration with an \"insufficient_quota\" error.");
     const QCommandLineOption records({"r", "records"}, "Append every received message as a JSON line to this file.", "file");
     const QCommandLineOption echo("echo-records", "Also print every received message on standard output.");
-    parser.addOptions({port, script, key, rejectCurrent, rejectOutputText, records, echo});
+    parser.addOptions({port, script, key, rejectCurrent, rejectOutputText, realistic, withhold, quota, records, echo});
     parser.process(app);
 
     QTextStream err(stderr);
@@ -45,6 +52,19 @@ int main(int argc, char *argv[])
         simulator.setRejectCurrentShape(true);
     if (parser.isSet(rejectOutputText))
         simulator.setRejectOutputText(true);
+    if (parser.isSet(realistic))
+        simulator.setRealistic(true);
+    if (parser.isSet(quota))
+        simulator.setInsufficientQuotaAfterConfiguration(true);
+    if (parser.isSet(withhold)) {
+        bool valid = false;
+        const int count = parser.value(withhold).toInt(&valid);
+        if (!valid || count < -1) {
+            err << "ketterbloom-sim: --withhold-session-created needs a whole number, -1 or more" << Qt::endl;
+            return 2;
+        }
+        simulator.setWithholdSessionCreated(count);
+    }
 
     bool validPort = false;
     const uint requested = parser.value(port).toUInt(&validPort);
