@@ -42,7 +42,11 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
                                         QStringLiteral("Transcribe a saved recording on this computer and print "
                                                        "the transcript's path."),
                                         QStringLiteral("file.wav"));
-    parser.addOptions({help, version, start, headless, stopAfter, printInstructions, transcribe});
+    const QCommandLineOption nativeWayland(
+        QStringLiteral("native-wayland"),
+        QStringLiteral("On a Wayland desktop, show the window natively instead of through XWayland "
+                       "(the window then can't stay on top of others)."));
+    parser.addOptions({help, version, start, headless, stopAfter, printInstructions, transcribe, nativeWayland});
 
     if (!parser.parse(arguments))
         return usageError(parser.errorText());
@@ -61,6 +65,7 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
     options.start = parser.isSet(start);
     options.headless = parser.isSet(headless);
     options.printInstructions = parser.isSet(printInstructions);
+    options.nativeWayland = parser.isSet(nativeWayland);
     if (parser.isSet(transcribe)) {
         const QString path = parser.value(transcribe);
         if (path.isEmpty())

@@ -17,6 +17,7 @@ public:
         std::optional<double> stopAfter;     // seconds
         bool printInstructions = false;
         std::optional<QString> transcribe;   // a WAV to transcribe on the device
+        bool nativeWayland = false;          // on Wayland, don't go through XWayland
     };
 
     // Print `text` (to stdout for help and version, to stderr for errors) and exit with `code`.

@@ -1,19 +1,26 @@
 #include "app/AppShell.h"
 #include "app/CommandLine.h"
 #include "app/ConsoleText.h"
+#include "app/DesktopIntegration.h"
 #include "app/HeadlessRunner.h"
+#include "app/PlatformChoice.h"
 #include "app/SessionStack.h"
 #include "app/TerminationSignals.h"
 #include "app/TranscribeCommand.h"
 #include "session/SessionController.h"
 #include "settings/AppSettings.h"
+#include "settings/StoreReader.h"
+#include "singleinstance/SingleInstance.h"
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QDir>
+#include <QLibraryInfo>
 #include <QLoggingCategory>
 #include <QTimer>
 
 #include <cstdio>
+#include <vector>
 
 namespace {
 
@@ -46,13 +53,61 @@ int runHeadless(int argc, char *argv[], const CommandLine::Options &options)
     return QCoreApplication::exec();
 }
 
+// Decided before the QApplication exists, since it picks the display connection.
+PlatformChoice choosePlatform(const CommandLine::Options &options)
+{
+    PlatformChoice::Inputs inputs;
+    inputs.waylandDisplay = qgetenv("WAYLAND_DISPLAY");
+    inputs.x11Display = qgetenv("DISPLAY");
+    inputs.qpaPlatform = qgetenv("QT_QPA_PLATFORM");
+    const std::unique_ptr<QSettings> store = AppSettings::openDefaultStore();
+    inputs.useXWaylandSetting = StoreReader::boolean(*store, QLatin1String(PlatformChoice::settingKey)).value_or(true);
+    inputs.nativeWaylandFlag = options.nativeWayland;
+    const QDir platforms(QLibraryInfo::path(QLibraryInfo::PluginsPath) + QStringLiteral("/platforms"));
+    inputs.waylandPluginInstalled = !platforms.entryList({QStringLiteral("libqwayland*.so")}, QDir::Files).isEmpty();
+    return PlatformChoice::choose(inputs);
+}
+
 int runWindow(int argc, char *argv[], const CommandLine::Options &options)
 {
-    QApplication app(argc, argv);
+    const PlatformChoice platform = choosePlatform(options);
+    // "-platform <name>" on the QApplication's own command line, so that programs started
+    // from the window (file manager, browser) don't inherit the choice.
+    std::vector<char *> arguments(argv, argv + argc);
+    QByteArray platformOption("-platform");
+    QByteArray platformName = platform.platform;
+    if (!platformName.isEmpty()) {
+        arguments.push_back(platformOption.data());
+        arguments.push_back(platformName.data());
+    }
+    arguments.push_back(nullptr);
+    int count = int(arguments.size()) - 1;
+    QApplication app(count, arguments.data());
     QApplication::setApplicationDisplayName(QStringLiteral("Ketterbloom"));
     QApplication::setDesktopFileName(QStringLiteral("ketterbloom"));
+
+    // One window per user: a later launch brings this one forward (and starts a session).
+    // One per settings file, so that a copy run with a home of its own (tests) stays apart.
+    SingleInstance instance(SingleInstance::defaultDirectory(), AppSettings::openDefaultStore()->fileName());
+    const SingleInstance::Outcome claim = instance.claim({options.start});
+    switch (claim.role) {
+    case SingleInstance::Role::handedOver: return 0;
+    case SingleInstance::Role::failed:
+        ConsoleText::write(stderr, QStringLiteral("ketterbloom: ") + claim.error + QLatin1Char('\n'));
+        return 1;
+    case SingleInstance::Role::alone:
+        ConsoleText::write(stderr, QStringLiteral("ketterbloom: ") + claim.error
+                                       + QStringLiteral(" Another launch will open a second window.\n"));
+        break;
+    case SingleInstance::Role::primary: break;
+    }
+
     AppShell shell;
+    DesktopIntegration desktop(shell, platform);
+    QObject::connect(&instance, &SingleInstance::requested, &desktop,
+                     [&desktop](const SingleInstance::Request &request) { desktop.handleLaunchRequest(request.start); });
     shell.show();
+    desktop.start();
     SessionController &controller = shell.controller();
     if (options.start)
         QTimer::singleShot(0, &controller, &SessionController::start);

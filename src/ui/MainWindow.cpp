@@ -319,6 +319,7 @@ void MainWindow::openSettings()
     if (!m_settingsDialog) {
         m_settingsDialog = new SettingsDialog(m_settings, m_controller, m_services.taps, m_services.audio, this);
         m_settingsDialog->setAttribute(Qt::WA_DeleteOnClose);
+        emit settingsDialogCreated(m_settingsDialog);
     }
     m_settingsDialog->open();
     m_settingsDialog->raise();

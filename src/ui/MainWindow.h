@@ -81,6 +81,8 @@ public:
     void saveFrame();
 
 signals:
+    // A Settings dialog was made (pages of other parts of the program hook in here).
+    void settingsDialogCreated(SettingsDialog *dialog);
     // "Check for Updates…" and the update banner's buttons, for the updater the shell wires in.
     void checkForUpdatesRequested();
     void installUpdateRequested();

@@ -37,6 +37,7 @@ public:
     QPlainTextEdit *promptEdit() const { return m_prompt; }
     QDoubleSpinBox *fontSizeSpin() const { return m_fontSize; }
     QComboBox *appearanceCombo() const { return m_appearance; }
+    QCheckBox *alwaysOnTopCheck() const { return m_onTop; }
 
     // Lists the applications (playing now first) and input devices again.
     void refreshAudioLists();

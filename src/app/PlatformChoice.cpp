@@ -1,0 +1,33 @@
+#include "app/PlatformChoice.h"
+
+#include <QList>
+
+PlatformChoice PlatformChoice::choose(const Inputs &inputs)
+{
+    const bool wayland = !inputs.waylandDisplay.isEmpty();
+    const bool x11 = !inputs.x11Display.isEmpty();
+    PlatformChoice choice;
+    choice.xwaylandOffered = wayland && x11;
+
+    if (!inputs.qpaPlatform.isEmpty()) {
+        // Set by the user (or a test): respected. "xcb:..." style options keep the name first.
+        const QByteArray name = inputs.qpaPlatform.split(':').first().split(';').first();
+        choice.stayOnTopWorks = name != "wayland" && !name.startsWith("wayland-");
+        return choice;
+    }
+    if (wayland) {
+        const bool native = !inputs.useXWaylandSetting || inputs.nativeWaylandFlag;
+        if (x11 && (!native || !inputs.waylandPluginInstalled)) {
+            choice.platform = "xcb";
+            return choice;
+        }
+        // Without the plugin and without XWayland Qt's own message says what is missing.
+        if (inputs.waylandPluginInstalled)
+            choice.platform = "wayland";
+        choice.stayOnTopWorks = false;
+        return choice;
+    }
+    if (x11)
+        choice.platform = "xcb";
+    return choice;
+}

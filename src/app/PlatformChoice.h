@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QByteArray>
+
+// Which display platform the window runs on. On a Wayland desktop an application can't
+// keep its own window above the others (GNOME ignores the request), but the compositor
+// honours the request for an X11 window shown through XWayland: so where XWayland is there,
+// the window goes through it unless the user turned that off.
+struct PlatformChoice
+{
+    // What decides it: the environment and the user's choice.
+    struct Inputs
+    {
+        QByteArray waylandDisplay;  // $WAYLAND_DISPLAY
+        QByteArray x11Display;      // $DISPLAY
+        QByteArray qpaPlatform;     // $QT_QPA_PLATFORM: the user's explicit choice wins
+        bool useXWaylandSetting = true;
+        bool nativeWaylandFlag = false; // --native-wayland
+        bool waylandPluginInstalled = true; // Qt's Wayland platform plugin (qt6-wayland)
+    };
+
+    // The platform to ask Qt for; empty leaves Qt's own choice.
+    QByteArray platform;
+    // Whether "Always on Top" can work; false: Settings explains it instead.
+    bool stayOnTopWorks = true;
+    // Whether the window could go through XWayland (a Wayland desktop with XWayland), so
+    // Settings offers the choice.
+    bool xwaylandOffered = false;
+
+    static PlatformChoice choose(const Inputs &inputs);
+
+    // The settings key of the user's choice (bool, default true).
+    static constexpr const char *settingKey = "useXWayland";
+};

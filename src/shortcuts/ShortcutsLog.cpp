@@ -1,0 +1,3 @@
+#include "shortcuts/ShortcutsLog.h"
+
+Q_LOGGING_CATEGORY(lcShortcuts, "ketterbloom.shortcuts")

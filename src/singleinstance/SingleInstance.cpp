@@ -1,0 +1,158 @@
+#include "singleinstance/SingleInstance.h"
+
+#include <QCryptographicHash>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QLoggingCategory>
+#include <QStandardPaths>
+#include <QThread>
+
+#include <algorithm>
+#include <QTimer>
+
+Q_LOGGING_CATEGORY(lcSingleInstance, "ketterbloom.singleinstance")
+
+namespace {
+constexpr int readTimeoutMs = 2000;
+
+QByteArray encode(const SingleInstance::Request &request)
+{
+    return QJsonDocument(QJsonObject{{QStringLiteral("start"), request.start}}).toJson(QJsonDocument::Compact) + '\n';
+}
+} // namespace
+
+SingleInstance::SingleInstance(const QString &directory, const QString &scope, QObject *parent)
+    : QObject(parent)
+    , m_directory(directory)
+    , m_scope(scope)
+{
+}
+
+QString SingleInstance::fileName(const char *suffix) const
+{
+    const QByteArray hash = QCryptographicHash::hash(m_scope.toUtf8(), QCryptographicHash::Sha1).toHex().left(12);
+    return QDir(m_directory).filePath(QStringLiteral("ketterbloom-%1.%2").arg(QString::fromLatin1(hash),
+                                                                             QString::fromLatin1(suffix)));
+}
+
+SingleInstance::~SingleInstance()
+{
+    if (m_server) {
+        m_server->close();
+        QLocalServer::removeServer(socketPath());
+    }
+}
+
+QString SingleInstance::defaultDirectory()
+{
+    // $XDG_RUNTIME_DIR, private to the user; a folder under the temporary one without it.
+    QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    if (runtime.isEmpty())
+        runtime = QDir::tempPath() + QStringLiteral("/ketterbloom-") + qEnvironmentVariable("USER");
+    return runtime;
+}
+
+QString SingleInstance::socketPath() const
+{
+    return fileName("socket");
+}
+
+SingleInstance::Outcome SingleInstance::claim(const Request &request, std::chrono::milliseconds timeout)
+{
+    if (!QDir().mkpath(m_directory))
+        return {Role::alone, QStringLiteral("Can't create %1 to check for a running Ketterbloom.").arg(m_directory)};
+    const QDeadlineTimer deadline(timeout);
+    m_lock = std::make_unique<QLockFile>(fileName("lock"));
+    // A lock left by a copy that crashed is taken over at once (its process is gone).
+    m_lock->setStaleLockTime(0);
+    while (true) {
+        if (m_lock->tryLock(0)) {
+            QString error;
+            if (!listen(&error))
+                return {Role::alone, error};
+            return {Role::primary, {}};
+        }
+        if (m_lock->error() != QLockFile::LockFailedError) {
+            return {Role::alone,
+                    QStringLiteral("Can't check for a running Ketterbloom: %1 is not writable.").arg(m_directory)};
+        }
+        const Outcome outcome = handOver(request, std::chrono::milliseconds(deadline.remainingTime()));
+        if (outcome.role == Role::handedOver || deadline.hasExpired())
+            return outcome;
+        // The running copy is still starting (not listening yet) or just quit: try again.
+        QThread::msleep(100);
+    }
+}
+
+bool SingleInstance::listen(QString *error)
+{
+    // A socket file left by a copy that crashed would block listening.
+    QLocalServer::removeServer(socketPath());
+    m_server = new QLocalServer(this);
+    m_server->setSocketOptions(QLocalServer::UserAccessOption);
+    if (!m_server->listen(socketPath())) {
+        *error = QStringLiteral("Can't listen on %1: %2").arg(socketPath(), m_server->errorString());
+        return false;
+    }
+    connect(m_server, &QLocalServer::newConnection, this, &SingleInstance::onConnection);
+    return true;
+}
+
+SingleInstance::Outcome SingleInstance::handOver(const Request &request, std::chrono::milliseconds timeout)
+{
+    const QDeadlineTimer deadline(timeout);
+    QLocalSocket socket;
+    socket.connectToServer(socketPath());
+    if (!socket.waitForConnected(int(std::max<qint64>(deadline.remainingTime(), 0)))) {
+        return {Role::failed, QStringLiteral("Ketterbloom is already running but does not answer (%1).")
+                                  .arg(socket.errorString())};
+    }
+    socket.write(encode(request));
+    socket.waitForBytesWritten(int(std::max<qint64>(deadline.remainingTime(), 0)));
+    while (!socket.canReadLine()) {
+        if (!socket.waitForReadyRead(int(std::max<qint64>(deadline.remainingTime(), 0))))
+            return {Role::failed, QStringLiteral("Ketterbloom is already running but did not confirm the request.")};
+    }
+    const QJsonObject reply = QJsonDocument::fromJson(socket.readLine()).object();
+    if (!reply.value(QStringLiteral("ok")).toBool())
+        return {Role::failed, QStringLiteral("Ketterbloom is already running but refused the request.")};
+    qCInfo(lcSingleInstance) << "[Ketterbloom] handed over to the running copy";
+    return {Role::handedOver, {}};
+}
+
+void SingleInstance::onConnection()
+{
+    while (QLocalSocket *socket = m_server->nextPendingConnection()) {
+        connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+        // A client that never finishes its line is dropped.
+        QTimer *timeout = new QTimer(socket);
+        timeout->setSingleShot(true);
+        connect(timeout, &QTimer::timeout, socket, &QLocalSocket::abort);
+        timeout->start(readTimeoutMs);
+        connect(socket, &QLocalSocket::readyRead, this, [this, socket, timeout] {
+            if (!socket->canReadLine()) {
+                if (socket->bytesAvailable() > 4096)
+                    socket->abort();
+                return;
+            }
+            timeout->stop();
+            QJsonParseError parseError;
+            const QJsonDocument document = QJsonDocument::fromJson(socket->readLine(), &parseError);
+            const bool ok = parseError.error == QJsonParseError::NoError && document.isObject();
+            socket->write(ok ? "{\"ok\":true}\n" : "{\"ok\":false}\n");
+            socket->flush();
+            socket->disconnectFromServer();
+            if (!ok) {
+                qCWarning(lcSingleInstance) << "[Ketterbloom] ignored a malformed request from another launch";
+                return;
+            }
+            Request request;
+            request.start = document.object().value(QStringLiteral("start")).toBool();
+            emit requested(request);
+        });
+    }
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <QLockFile>
+#include <QObject>
+#include <QString>
+
+#include <chrono>
+#include <memory>
+
+class QLocalServer;
+class QLocalSocket;
+
+// One running copy per user. The first launch holds a lock file and listens on a local
+// socket beside it (in the user's runtime folder); a later launch hands its request over
+// to it and exits, so the running window comes to the front (and starts a session when
+// asked) instead of a second window opening on the same devices.
+class SingleInstance : public QObject
+{
+    Q_OBJECT
+public:
+    // What a launch asks of the running copy.
+    struct Request
+    {
+        bool start = false; // begin a session
+    };
+
+    // primary: this is the running copy. handedOver: another copy runs and took the
+    // request. failed: another copy runs but did not take it. alone: the check itself could
+    // not be made (no writable runtime folder); this copy runs without it.
+    enum class Role { primary, handedOver, failed, alone };
+
+    struct Outcome
+    {
+        Role role = Role::failed;
+        QString error; // for failed and alone: one sentence for the user
+    };
+
+    // `directory` holds the lock and the socket (by default the user's runtime folder);
+    // `scope` tells apart copies that may run side by side, such as ones with settings of
+    // their own (a different $HOME): one running copy per scope.
+    SingleInstance(const QString &directory, const QString &scope, QObject *parent = nullptr);
+    ~SingleInstance() override;
+
+    static QString defaultDirectory();
+
+    // Becomes the running copy, or hands `request` to the one already running and waits
+    // (up to `timeout`) for it to confirm. Blocks the calling thread while handing over.
+    Outcome claim(const Request &request, std::chrono::milliseconds timeout = std::chrono::seconds(5));
+
+    QString socketPath() const;
+
+signals:
+    // In the running copy: another launch asked for `request`.
+    void requested(const SingleInstance::Request &request);
+
+private:
+    bool listen(QString *error);
+    Outcome handOver(const Request &request, std::chrono::milliseconds timeout);
+    void onConnection();
+
+    QString fileName(const char *suffix) const;
+
+    QString m_directory;
+    QString m_scope;
+    std::unique_ptr<QLockFile> m_lock;
+    QLocalServer *m_server = nullptr;
+};
