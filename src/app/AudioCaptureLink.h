@@ -14,6 +14,7 @@ public:
         m_engine.onMicUnavailable = [this](const QString &message) { if (onMicUnavailable) onMicUnavailable(message); };
         m_engine.onMicBuffer = [this](const float *samples, int frames) { if (onMicBuffer) onMicBuffer(samples, frames); };
         m_engine.onError = [this](const QString &message) { if (onError) onError(message); };
+        m_engine.onHealth = [this](const CaptureHealth &health) { if (onHealth) onHealth(health); };
     }
 
     MicPermission micPermission() const override { return m_engine.micPermission(); }
@@ -26,6 +27,10 @@ public:
     bool isRunning() const override { return m_engine.isRunning(); }
     std::optional<QString> recordingPath() const override { return m_engine.recordingPath(); }
     std::optional<QString> retarget(const TapTarget &meeting) override { return m_engine.retarget(meeting); }
+    void switchMicrophone(const std::optional<QString> &deviceUID, int channel) override
+    {
+        m_engine.switchMicrophone(deviceUID, channel);
+    }
 
 private:
     AudioCaptureEngine &m_engine;

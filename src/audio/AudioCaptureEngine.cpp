@@ -19,7 +19,6 @@
 namespace {
 
 constexpr int micStreamTimeoutMs = 20000;
-constexpr int recordDrainIntervalMs = 100;
 
 const QString kStalledText = QStringLiteral(
     "The microphone didn't start. The interviewer is still heard and answered, but your own answers aren't "
@@ -41,18 +40,34 @@ AudioCaptureEngine::AudioCaptureEngine(QObject *parent)
 {
     m_writeThread.setObjectName(QStringLiteral("kb-wav"));
     m_writeContext.moveToThread(&m_writeThread);
-    m_drainTimer.setInterval(recordDrainIntervalMs);
+    m_drainTimer.setInterval(lineTickMs);
     m_drainTimer.moveToThread(&m_writeThread);
-    connect(&m_drainTimer, &QTimer::timeout, &m_writeContext, [this] { drainRecording(); });
+    connect(&m_drainTimer, &QTimer::timeout, &m_writeContext, [this] { lineTick(); });
     m_writeThread.start();
+
+    m_watchThread.setObjectName(QStringLiteral("kb-audio-watch"));
+    m_watchContext.moveToThread(&m_watchThread);
+    m_checkTimer.setSingleShot(true);
+    m_checkTimer.moveToThread(&m_watchThread);
+    connect(&m_checkTimer, &QTimer::timeout, &m_watchContext, [this] { runCheck(); });
+    m_watchThread.start();
     m_clock.start();
 }
 
 AudioCaptureEngine::~AudioCaptureEngine()
 {
     stop();
+    QMetaObject::invokeMethod(&m_watchContext, [this] { m_checkTimer.stop(); }, Qt::BlockingQueuedConnection);
+    m_watchThread.quit();
+    m_watchThread.wait();
     m_writeThread.quit();
     m_writeThread.wait();
+}
+
+CaptureHealth AudioCaptureEngine::health() const
+{
+    std::lock_guard guard(m_control);
+    return m_health;
 }
 
 void AudioCaptureEngine::requestMicAccess(std::function<void(bool granted)> completion)
@@ -82,6 +97,12 @@ std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, St
     }
     m_meetingPeak = 0.0f;
     m_lastLevelPostMs = -1000000;
+    m_micExpected = false;
+    m_micUp = false;
+    m_meetingUp = false;
+    m_archiveClock = ArchiveClock::awaitingMic;
+    m_micSource.clear();
+    m_micName.clear();
     std::optional<QString> error;
     if (const auto *tap = std::get_if<SystemTapSource>(&source)) {
         m_usingTap = true;
@@ -95,6 +116,16 @@ std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, St
         return error;
     }
     m_running = true;
+    m_meetingUp = true;
+    m_health = CaptureHealth{true, true, true, m_micName};
+    QMetaObject::invokeMethod(&m_writeContext, [this] {
+        m_silentLineNs = 0;
+        m_drainTimer.start();
+    }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(&m_watchContext, [this] {
+        m_retryStep = 0;
+        scheduleCheck(healthyCheckMs);
+    }, Qt::QueuedConnection);
     return std::nullopt;
 }
 
@@ -117,10 +148,15 @@ std::optional<QString> AudioCaptureEngine::openRecording()
     m_recWriter = std::move(writer);
     m_recordingPath = path;
     m_recordFIFO.clear();
-    QMetaObject::invokeMethod(&m_writeContext, [this, writer = m_recWriter] {
-        m_drainWriter = writer;
-        m_drainTimer.start();
-    }, Qt::BlockingQueuedConnection);
+    // Small header steps: a crash loses at most a tenth of a second more than the last drain.
+    m_recWriter->setHeaderUpdateInterval(qint64(recordRate) * recordChannels * 2 / 10);
+    QMetaObject::invokeMethod(&m_writeContext, [this, writer = m_recWriter] { m_drainWriter = writer; },
+                              Qt::BlockingQueuedConnection);
+    // The archive keeps wall-clock time from here; the microphone's first block takes over.
+    m_archiveClock = ArchiveClock::awaitingMic;
+    m_archiveClockNs = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                           std::chrono::steady_clock::now().time_since_epoch())
+                           .count();
     m_recordingOpen = true;
     return std::nullopt;
 }
@@ -129,13 +165,29 @@ void AudioCaptureEngine::prepareConverters()
 {
     m_converterAPIFromMicRate = std::make_unique<Pcm16Resampler>(double(MicInput::sampleRate));
     m_converterAPIFrom48 = std::make_unique<Pcm16Resampler>(48000.0);
-    m_block.assign(size_t(micBlockFrames) * size_t(m_deviceChannels), 0.0f);
+    prepareMicBuffers(m_deviceChannels);
+}
+
+void AudioCaptureEngine::prepareMicBuffers(int channels)
+{
+    m_deviceChannels = channels;
+    m_block.assign(size_t(micBlockFrames) * size_t(channels), 0.0f);
     m_blockFill = 0;
     m_meetingDeficit = 0;
     m_micMono.assign(micBlockFrames, 0.0f);
     m_meetingMono.assign(micBlockFrames, 0.0f);
     m_mixMono.assign(micBlockFrames, 0.0f);
     m_stereoBlock.assign(size_t(micBlockFrames) * recordChannels, 0.0f);
+    m_gapBlock.assign(size_t(micBlockFrames) * recordChannels, 0.0f);
+}
+
+void AudioCaptureEngine::attachMicCallbacks(MicInput &mic)
+{
+    mic.onFrames = [this](const float *interleaved, int frames) { onMicFrames(interleaved, frames); };
+    mic.onLost = [this] {
+        qCWarning(lcAudio, "[Ketterbloom] the microphone stream ended");
+        noteTrouble();
+    };
 }
 
 std::optional<QString> AudioCaptureEngine::startDeviceMode(const DeviceChannelsSource &source, StreamSource streamSource)
@@ -164,12 +216,17 @@ std::optional<QString> AudioCaptureEngine::startDeviceMode(const DeviceChannelsS
     prepareConverters();
     if (auto error = openRecording())
         return error;
-    mic->onFrames = [this](const float *interleaved, int frames) { onMicFrames(interleaved, frames); };
+    attachMicCallbacks(*mic);
     m_mic = mic;
     if (auto error = mic->startStream(micStreamTimeoutMs)) {
         m_mic.reset();
         return QStringLiteral("The microphone couldn't be opened (") + *error + QStringLiteral(").");
     }
+    m_micExpected = true;
+    m_micUp = true;
+    m_micSource = device->uid;
+    m_micName = mic->description();
+    m_micChannelWanted = source.micChannel;
     return std::nullopt;
 }
 
@@ -209,7 +266,7 @@ std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &s
         return error;
 
     m_tap.onAudio = [this](const float *samples, int frames) { handleTapAudio(samples, frames); };
-    m_tap.onInterrupted = [this] { QMetaObject::invokeMethod(this, [this] { restartTap(); }, Qt::QueuedConnection); };
+    m_tap.onInterrupted = [this] { noteTrouble(); };
     m_tapTarget = source.target;
     if (auto error = m_tap.start(source.target)) {
         StartupTrace::step(QStringLiteral("FAILED create tap"), error->description());
@@ -236,8 +293,11 @@ std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &s
         return std::nullopt;
     }
 
-    mic->onFrames = [this](const float *interleaved, int frames) { onMicFrames(interleaved, frames); };
+    attachMicCallbacks(*mic);
     m_mic = mic;
+    m_micSource = device->uid;
+    m_micName = mic->description();
+    m_micChannelWanted = source.micChannel;
     auto box = std::make_shared<MicStartBox>();
     const int delayMs = m_micStartDelayMs;
     std::thread([box, mic, delayMs] {
@@ -265,12 +325,15 @@ std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &s
         return std::nullopt;
     }
     StartupTrace::step(QStringLiteral("engine started — capture live"));
+    m_micExpected = true;
+    m_micUp = true;
     return std::nullopt;
 }
 
 void AudioCaptureEngine::fallBackToMeetingOnly(const QString &message)
 {
     m_micIsStalled = true;
+    m_micExpected = false;
     m_streamSource = int(StreamSource::meetingOnly);
     StartupTrace::write(QStringLiteral("        stream switched to meeting-only; recording disabled"));
     closeRecording();
@@ -288,7 +351,7 @@ void AudioCaptureEngine::closeRecording()
     if (!std::exchange(m_recWriter, nullptr))
         return;
     QMetaObject::invokeMethod(&m_writeContext, [this] {
-        m_drainTimer.stop();
+        fillArchive();
         drainRecording();
         if (auto writer = std::exchange(m_drainWriter, nullptr))
             writer->close();
@@ -307,26 +370,8 @@ std::optional<QString> AudioCaptureEngine::retarget(const TapTarget &meeting)
     if (!m_tap.format())
         return describe(EngineError::badFormat);
     m_meetingFIFO.clear();
+    m_meetingUp = true;
     return std::nullopt;
-}
-
-void AudioCaptureEngine::restartTap()
-{
-    std::optional<TapError> error;
-    {
-        std::lock_guard guard(m_control);
-        if (!m_running || !m_usingTap)
-            return;
-        m_tap.cleanUp();
-        error = m_tap.start(m_tapTarget);
-    }
-    if (error) {
-        const QString message = error->description();
-        postToOwner([this, message] {
-            if (onError)
-                onError(message);
-        });
-    }
 }
 
 void AudioCaptureEngine::stop()
@@ -340,12 +385,15 @@ void AudioCaptureEngine::stop()
 
 void AudioCaptureEngine::releaseSession()
 {
+    m_micUp = false;
+    m_meetingUp = false;
     m_tap.cleanUp();
     if (m_mic)
         m_mic.reset();   // stops its thread: no microphone block follows
     else if (m_stalledMic)
         StartupTrace::step(QStringLiteral("skipped engine teardown — mic engine was stalled"));
     closeRecording();   // its path stays, for the caller to show the file
+    QMetaObject::invokeMethod(&m_writeContext, [this] { m_drainTimer.stop(); }, Qt::BlockingQueuedConnection);
     m_converterAPIFromMicRate.reset();
     m_converterAPIFrom48.reset();
     m_meetingFIFO.clear();

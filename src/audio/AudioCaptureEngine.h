@@ -29,6 +29,14 @@ class WavWriter;
 // sample-aligned). A microphone that does not start within 8 s is dropped for the session
 // (and for every later one in this process); the session goes on with the meeting alone.
 //
+// Once running, it keeps the session alive through what a laptop goes through: it follows the
+// default output by name (re-reading it from the server after every change), reattaches a
+// microphone that went away when it comes back, and reconnects to a sound server that
+// restarted, retrying after 0.2, 0.5, 1 and 2 s and then every 2 s for as long as the session
+// runs (onHealth tells). Meanwhile the model gets silence for a missing meeting line and the
+// meeting alone for a missing microphone, the meters follow the meeting, and the archive keeps
+// wall-clock time with silence for what is missing, its channels aligned.
+//
 // Threads: control calls from any one thread at a time (start may block for seconds);
 // callbacks marked GUI arrive on the thread this object lives in, through queued calls.
 class AudioCaptureEngine : public QObject
@@ -48,6 +56,14 @@ public:
     // The archive: left the microphone, right the meeting.
     static constexpr int recordRate = 48000;
     static constexpr int recordChannels = 2;
+    // Between a sign of trouble and the check that follows it (events come in bursts).
+    static constexpr int troubleDebounceMs = 100;
+    // Retries while a part is down: these, then the last one again and again.
+    static constexpr int retryDelaysMs[] = {200, 500, 1000, 2000};
+    // While all is well: how often the default output is read afresh (a missed event).
+    static constexpr int healthyCheckMs = 5000;
+    // The writer thread's tick: archive drain, gap filling, the silent meeting line.
+    static constexpr int lineTickMs = 100;
 
     explicit AudioCaptureEngine(QObject *parent = nullptr);
     ~AudioCaptureEngine() override;
@@ -60,8 +76,10 @@ public:
     std::function<void(const QString &message)> onMicUnavailable;
     // Audio thread: the selected microphone channel, 48 kHz float mono.
     std::function<void(const float *samples, int frames)> onMicBuffer;
-    // GUI thread: an asynchronous failure after start (the tap could not be restarted).
+    // GUI thread: an asynchronous failure after start.
     std::function<void(const QString &message)> onError;
+    // GUI thread: a part of the running capture was lost or came back.
+    std::function<void(const CaptureHealth &health)> onHealth;
 
     // There is no microphone permission on Linux desktops: always granted.
     MicPermission micPermission() const { return MicPermission::granted; }
@@ -76,6 +94,12 @@ public:
     std::optional<QString> recordingPath() const;
     // Points the tap at another target while a tap session runs.
     std::optional<QString> retarget(const TapTarget &meeting);
+
+    // Records from another microphone (tap sessions; or the device of a device session) without
+    // stopping the session. Returns at once; the switch runs in the background and onHealth
+    // reports a microphone that cannot be opened.
+    void switchMicrophone(const std::optional<QString> &deviceUID, int channel);
+    CaptureHealth health() const;
 
     bool micIsStalled() const { return m_micIsStalled; }
     // When the tap block being handled arrived (steady clock, ns); read from onPCM16 to time
@@ -97,12 +121,26 @@ private:
     void closeRecording();
     void prepareConverters();
     void releaseSession();
-    void restartTap();
+    void prepareMicBuffers(int channels);
+    void attachMicCallbacks(MicInput &mic);
+
+    // Recovery (AudioCaptureEngineRecovery.cpp).
+    void noteTrouble();                 // any thread: check soon (debounced)
+    void scheduleCheck(int delayMs);    // watch thread
+    void runCheck();                    // watch thread
+    bool recoverMeeting();              // watch thread, m_control held
+    bool recoverMic();                  // watch thread, m_control held
+    void dropMic();                     // m_control held; never on the mic thread
+    void publishHealth(const CaptureHealth &health);   // m_control held
+    void lineTick();                    // writer thread
+    void fillArchive();                 // writer thread
+    void emitSilentLine();              // writer thread
 
     void onMicFrames(const float *interleaved, int frames);   // mic thread: re-blocks
     void handleDeviceBlock(int frames);                        // mic thread, device mode
     void handleMicBlock(int frames);                           // mic thread, tap mode
     void handleTapAudio(const float *samples, int frames);     // tap thread
+    void catchUpArchive(int frames);                           // mic thread
     void popMeeting(float *out, int frames);                    // mic thread
     void emitPCM16(Pcm16Resampler *converter, const float *samples, int frames);
     void writeStereo(const float *left, const float *right, int frames);   // mic thread
@@ -115,10 +153,20 @@ private:
     MonoRingBuffer m_meetingFIFO{5.0, 48000.0};
     QThread m_writeThread;
     QObject m_writeContext;
+    QThread m_watchThread;
+    QObject m_watchContext;
+    QTimer m_checkTimer;                    // lives on the watch thread
+    std::atomic<bool> m_checkQueued{false};
+    int m_retryStep = 0;                    // watch thread
+    CaptureHealth m_health;                 // m_control
+    bool m_micExpected = false;             // the session records a microphone; m_control
+    QString m_micSource;                    // its source name; m_control
+    QString m_micName;                      // its display name; m_control
+    int m_micChannelWanted = 0;             // m_control
     // The archive's interleaved stereo samples, from the microphone thread to the writer
     // thread, which drains them on a timer: no allocation or posting per block.
     MonoRingBuffer m_recordFIFO{5.0, double(recordChannels * recordRate)};   // 5 s of stereo
-    QTimer m_drainTimer;                            // lives on the writer thread
+    QTimer m_drainTimer;                            // lives on the writer thread; the line tick
     std::shared_ptr<WavWriter> m_drainWriter;       // writer thread only
     std::vector<float> m_drainInterleaved;          // writer thread only
     std::vector<float> m_drainLeft;
@@ -139,6 +187,19 @@ private:
     std::atomic<bool> m_micEngineUnusable{false};
     std::atomic<int> m_streamSource{int(StreamSource::meetingOnly)};
     std::atomic<float> m_meetingPeak{0.0f};
+    // Which sides capture right now (set by the watch thread).
+    std::atomic<bool> m_micUp{false};
+    std::atomic<bool> m_meetingUp{false};
+    // The microphone clocks the archive. Its first block (after the start, or after it was
+    // lost) covers the time since the archive was last written; while it is lost, the writer
+    // thread fills in wall-clock time. m_archiveClockNs: the steady time the archive reaches.
+    enum class ArchiveClock { micFeeds, awaitingMic, micLost };
+    std::atomic<ArchiveClock> m_archiveClock{ArchiveClock::awaitingMic};
+    std::atomic<qint64> m_archiveClockNs{0};
+    qint64 m_silentLineNs = 0;              // writer thread
+    std::vector<float> m_fillBlock;         // writer thread: interleaved stereo
+    std::vector<float> m_fillMeeting;       // writer thread
+    std::vector<float> m_gapBlock;          // mic thread: interleaved stereo silence
     bool m_isRecording = false;
     int m_micChannel = 0;
     std::optional<int> m_meetingChannel;

@@ -14,6 +14,17 @@
 
 namespace {
 
+qint64 steadyNowNs()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+qint64 framesIn(qint64 ns, int rate)
+{
+    return ns > 0 ? ns * rate / 1000000000LL : 0;
+}
+
 float peakOf(const float *samples, int frames)
 {
     float peak = 0.0f;
@@ -125,15 +136,18 @@ void AudioCaptureEngine::handleTapAudio(const float *samples, int frames)
 {
     if (frames <= 0)
         return;
-    m_lastTapArrivalNs = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                             std::chrono::steady_clock::now().time_since_epoch())
-                             .count();
-    m_meetingPeak = peakOf(samples, frames);
+    m_lastTapArrivalNs = steadyNowNs();
+    const float peak = peakOf(samples, frames);
+    m_meetingPeak = peak;
+    // Without the microphone the session streams the meeting alone, and the meters follow it.
+    const bool micUp = m_micUp;
     const StreamSource source = streamSource();
-    if (source == StreamSource::meetingOnly)
+    if (source == StreamSource::meetingOnly || !micUp)
         emitPCM16(m_converterAPIFrom48.get(), samples, frames);
-    if (m_recordingOpen || source == StreamSource::both)
+    if (m_recordingOpen || (source == StreamSource::both && micUp))
         m_meetingFIFO.push(samples, frames);
+    if (!micUp)
+        postLevels(0.0f, peak);
 }
 
 void AudioCaptureEngine::emitPCM16(Pcm16Resampler *converter, const float *samples, int frames)
@@ -148,12 +162,27 @@ void AudioCaptureEngine::emitPCM16(Pcm16Resampler *converter, const float *sampl
 void AudioCaptureEngine::writeStereo(const float *left, const float *right, int frames)
 {
     frames = std::min(frames, micBlockFrames);
+    // The microphone clocks the archive. Its first block after a gap (the start, a lost
+    // microphone, a lost server) first fills the time the writer thread has not covered.
+    const qint64 now = steadyNowNs();
+    const qint64 coveredUntil = m_archiveClockNs.exchange(now);
+    if (m_archiveClock.exchange(ArchiveClock::micFeeds) != ArchiveClock::micFeeds)
+        catchUpArchive(int(std::min<qint64>(framesIn(now - coveredUntil, recordRate) - frames, recordRate * 4)));
     float *out = m_stereoBlock.data();
     for (int i = 0; i < frames; ++i) {
         out[2 * i] = left[i];
         out[2 * i + 1] = right[i];
     }
     m_recordFIFO.push(out, frames * recordChannels);
+}
+
+void AudioCaptureEngine::catchUpArchive(int frames)
+{
+    while (frames > 0) {
+        const int n = std::min(frames, micBlockFrames);
+        m_recordFIFO.push(m_gapBlock.data(), n * recordChannels);
+        frames -= n;
+    }
 }
 
 void AudioCaptureEngine::drainRecording()

@@ -74,3 +74,16 @@ inline QString describe(EngineError error)
     }
     return {};
 }
+
+// How the running capture is doing, reported whenever any part of it changes. A part that is
+// down is being reattached in the background (with back-off) for as long as the session runs.
+struct CaptureHealth
+{
+    bool soundServer = true;     // connected to PulseAudio / PipeWire
+    bool meetingOutput = true;   // the meeting side is captured (the output's monitor, the app, the device)
+    bool microphone = true;      // the microphone is captured (always true when the session runs without one)
+    QString microphoneName;      // the microphone's display name
+
+    bool allGood() const { return soundServer && meetingOutput && microphone; }
+    friend bool operator==(const CaptureHealth &, const CaptureHealth &) = default;
+};

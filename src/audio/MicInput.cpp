@@ -13,6 +13,8 @@ MicInput::~MicInput()
 {
     if (m_connection && m_stream) {
         PulseLock lock(*m_connection);
+        m_connection->onConnectionLost = nullptr;
+        m_alive = false;
         pa_stream_set_read_callback(m_stream, nullptr, nullptr);
         pa_stream_set_state_callback(m_stream, nullptr, nullptr);
         if (PA_STREAM_IS_GOOD(pa_stream_get_state(m_stream)))
@@ -35,6 +37,7 @@ std::optional<QString> MicInput::bind(const QString &sourceName)
     if (!source)
         return QStringLiteral("no input device named ") + sourceName;
     m_source = sourceName;
+    m_description = source->description.isEmpty() ? sourceName : source->description;
     m_spec.channels = source->spec.channels;
     m_map = source->channelMap;
     if (!pa_channel_map_valid(&m_map) || m_map.channels != m_spec.channels)
@@ -62,14 +65,19 @@ std::optional<QString> MicInput::startStream(int timeoutMs)
     attr.minreq = uint32_t(-1);
     attr.fragsize = uint32_t(pa_usec_to_bytes(20000, &m_spec));
     const QByteArray device = m_source.toUtf8();
-    const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_NO_REMIX_CHANNELS);
+    // Never moved: a microphone that goes away must not be replaced by another source behind
+    // the user's back (the server would pick any, even a speaker's monitor).
+    const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_NO_REMIX_CHANNELS | PA_STREAM_DONT_MOVE);
     if (pa_stream_connect_record(m_stream, device.constData(), &attr, flags) < 0)
         return QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
     pa_stream *s = m_stream;
     c.waitUntil([s] { return pa_stream_get_state(s) != PA_STREAM_CREATING; }, timeoutMs);
     const auto state = pa_stream_get_state(s);
-    if (state == PA_STREAM_READY)
+    if (state == PA_STREAM_READY) {
+        m_alive = true;
+        c.onConnectionLost = [this] { markLost(); };
         return std::nullopt;
+    }
     if (state == PA_STREAM_CREATING)
         return QStringLiteral("the input device did not start");
     return QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
@@ -90,7 +98,19 @@ void MicInput::streamRead(pa_stream *s, size_t, void *userdata)
     }
 }
 
-void MicInput::streamState(pa_stream *, void *userdata)
+void MicInput::streamState(pa_stream *s, void *userdata)
 {
-    static_cast<MicInput *>(userdata)->m_connection->signal();
+    auto *self = static_cast<MicInput *>(userdata);
+    self->m_connection->signal();
+    const auto state = pa_stream_get_state(s);
+    if (state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED)
+        self->markLost();
+}
+
+void MicInput::markLost()
+{
+    if (!m_alive.exchange(false))
+        return;
+    if (onLost)
+        onLost();
 }

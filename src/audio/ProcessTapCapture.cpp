@@ -14,7 +14,6 @@ namespace {
 constexpr int connectTimeoutMs = 3000;
 constexpr int streamTimeoutMs = 3000;
 constexpr quint32 systemKey = PA_INVALID_INDEX;
-constexpr pa_usec_t defaultSinkPollUs = 1000 * 1000;
 // The application counts as silent once none of its audio has come through for this long;
 // the quiet line then fills in, from the last audio on, in 20 ms steps.
 constexpr pa_usec_t quietAfterUs = 500 * 1000;
@@ -101,7 +100,7 @@ std::optional<TapError> ProcessTapCapture::start(const TapTarget &target)
     if (m_running)
         return std::nullopt;
     m_target = target;
-    m_interruptSent = false;
+    m_healthy = false;
     StartupTrace::step(QStringLiteral("creating process tap"));
     m_connection = std::make_unique<PulseConnection>("Ketterbloom meeting tap");
     pa_threaded_mainloop_set_name(m_connection->mainloop(), "kb-tap");
@@ -114,11 +113,9 @@ std::optional<TapError> ProcessTapCapture::start(const TapTarget &target)
     m_connection->onEvent = [this](pa_subscription_event_type_t t, uint32_t i) { onEvent(t, i); };
     // A sound server that goes away (or restarts) interrupts the tap like a device change.
     m_connection->onConnectionLost = [this] {
-        if (m_running && !m_interruptSent.exchange(true)) {
-            qCWarning(lcAudio, "[Ketterbloom] lost the sound server during capture");
-            if (onInterrupted)
-                onInterrupted();
-        }
+        qCWarning(lcAudio, "[Ketterbloom] lost the sound server during capture");
+        m_healthy = false;
+        interrupted();
     };
     std::optional<TapError> error = target.kind == TapTarget::Kind::systemOutput ? startSystemOutput()
                                                                                  : startProcess(target.appID);
@@ -131,8 +128,15 @@ std::optional<TapError> ProcessTapCapture::start(const TapTarget &target)
         m_streamCount = 0;
         return error;
     }
+    m_healthy = true;
     m_running = true;
     return std::nullopt;
+}
+
+void ProcessTapCapture::interrupted()
+{
+    if (m_running && onInterrupted)
+        onInterrupted();
 }
 
 std::optional<TapError> ProcessTapCapture::startSystemOutput()
@@ -142,11 +146,17 @@ std::optional<TapError> ProcessTapCapture::startSystemOutput()
     const auto info = PulseQueries::serverInfo(c);
     if (!info)
         return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
+    // While an output is replaced, the server may name the default "@DEFAULT_SINK@" for a moment.
+    if (info->defaultSink.isEmpty() || info->defaultSink.startsWith(QLatin1Char('@')))
+        return TapError{TapError::Kind::tapFailed, QStringLiteral("there is no default output right now")};
     const auto sinkInfo = PulseQueries::sink(c, info->defaultSink);
     if (!sinkInfo || sinkInfo->monitorSource.isEmpty())
         return TapError{TapError::Kind::tapFailed, QStringLiteral("the default output has no monitor")};
     m_monitoredSink = sinkInfo->name;
-    if (!c.subscribe(pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SERVER | PA_SUBSCRIPTION_MASK_SINK), streamTimeoutMs))
+    // Sources too: the owner reattaches a microphone that comes back as soon as it appears.
+    if (!c.subscribe(pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SERVER | PA_SUBSCRIPTION_MASK_SINK
+                                            | PA_SUBSCRIPTION_MASK_SOURCE),
+                     streamTimeoutMs))
         return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
 
     auto ms = std::make_unique<MonitorStream>();
@@ -157,7 +167,10 @@ std::optional<TapError> ProcessTapCapture::startSystemOutput()
         return TapError{TapError::Kind::formatUnavailable, {}};
     const pa_buffer_attr attr = tapBufferAttr();
     const QByteArray device = sinkInfo->monitorSource.toUtf8();
-    if (pa_stream_connect_record(ms->stream, device.constData(), &attr, PA_STREAM_ADJUST_LATENCY) < 0) {
+    // Pinned: when the sink goes away the stream ends (and we look for the new default)
+    // instead of being moved to whatever the server falls back to.
+    if (pa_stream_connect_record(ms->stream, device.constData(), &attr,
+                                 pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE)) < 0) {
         const QString why = QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
         pa_stream_unref(ms->stream);
         return TapError{TapError::Kind::tapFailed, why};
@@ -176,8 +189,6 @@ std::optional<TapError> ProcessTapCapture::startSystemOutput()
     m_mixer.addStream(int(systemKey));
     m_streams[systemKey] = std::move(ms);
     m_streamCount = 1;
-    m_defaultSinkPoll = pa_context_rttime_new(c.context(), pa_rtclock_now() + defaultSinkPollUs,
-                                              &ProcessTapCapture::pollDefaultSink, this);
     return std::nullopt;
 }
 
@@ -192,7 +203,7 @@ std::optional<TapError> ProcessTapCapture::startProcess(const QString &appID)
         return TapError{TapError::Kind::unsupported, {}};
     m_monitoredSink.clear();
     m_mixer.reset();
-    if (!c.subscribe(PA_SUBSCRIPTION_MASK_SINK_INPUT, streamTimeoutMs))
+    if (!c.subscribe(pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK_INPUT | PA_SUBSCRIPTION_MASK_SOURCE), streamTimeoutMs))
         return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
     for (const auto &e : PulseQueries::sinkInputs(c)) {
         if (e.sink != PA_INVALID_INDEX && AudioApplications::belongsToOrHelper(e.properties, appID))
@@ -262,17 +273,16 @@ void ProcessTapCapture::cleanUp()
 {
     std::lock_guard guard(m_control);
     m_running = false;
+    m_healthy = false;
     if (!m_connection)
         return;
     {
         PulseLock lock(*m_connection);
         m_connection->onEvent = nullptr;
         m_connection->onConnectionLost = nullptr;
-        for (pa_time_event **event : {&m_defaultSinkPoll, &m_quietLineClock}) {
-            if (*event) {
-                pa_threaded_mainloop_get_api(m_connection->mainloop())->time_free(*event);
-                *event = nullptr;
-            }
+        if (m_quietLineClock) {
+            pa_threaded_mainloop_get_api(m_connection->mainloop())->time_free(m_quietLineClock);
+            m_quietLineClock = nullptr;
         }
         m_mixer.reset();   // nothing pending is delivered from this thread
         while (!m_streams.empty())
@@ -322,8 +332,14 @@ void ProcessTapCapture::streamState(pa_stream *s, void *userdata)
     const auto state = pa_stream_get_state(s);
     if (state != PA_STREAM_FAILED && state != PA_STREAM_TERMINATED)
         return;
-    if (ms->key == systemKey || !c)
-        return;   // the whole-machine stream is restarted by its owner
+    if (!c)
+        return;
+    if (ms->key == systemKey) {
+        // The output went away (or the server ended the stream): the owner starts it again.
+        ms->owner->m_healthy = false;
+        ms->owner->interrupted();
+        return;
+    }
     // A sink input that ended takes its monitor with it; drop ours outside this callback.
     auto *d = new DeferredDrop{ms->owner, ms->key};
     pa_mainloop_api_once(pa_threaded_mainloop_get_api(c->mainloop()), [](pa_mainloop_api *, void *userdata) {
@@ -337,9 +353,10 @@ void ProcessTapCapture::onEvent(pa_subscription_event_type_t type, uint32_t inde
 {
     const auto facility = type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
     const auto kind = type & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
-    if (facility == PA_SUBSCRIPTION_EVENT_SERVER || facility == PA_SUBSCRIPTION_EVENT_SINK) {
-        if (m_target.kind == TapTarget::Kind::systemOutput)
-            checkDefaultSink();
+    if (facility == PA_SUBSCRIPTION_EVENT_SERVER || facility == PA_SUBSCRIPTION_EVENT_SINK
+        || facility == PA_SUBSCRIPTION_EVENT_SOURCE) {
+        if (m_target.kind == TapTarget::Kind::systemOutput || facility == PA_SUBSCRIPTION_EVENT_SOURCE)
+            interrupted();
         return;
     }
     if (facility != PA_SUBSCRIPTION_EVENT_SINK_INPUT || m_target.kind != TapTarget::Kind::process)
@@ -427,26 +444,19 @@ void ProcessTapCapture::deliverQuietLine()
     }
 }
 
-void ProcessTapCapture::pollDefaultSink(pa_mainloop_api *, pa_time_event *e, const struct timeval *, void *userdata)
+std::optional<QString> ProcessTapCapture::usableDefaultSink(int timeoutMs)
 {
-    auto *self = static_cast<ProcessTapCapture *>(userdata);
-    self->checkDefaultSink();
-    pa_context_rttime_restart(self->m_connection->context(), e, pa_rtclock_now() + defaultSinkPollUs);
-}
-
-void ProcessTapCapture::checkDefaultSink()
-{
-    auto cb = [](pa_context *, const pa_server_info *i, void *userdata) {
-        auto *self = static_cast<ProcessTapCapture *>(userdata);
-        if (!i || !self->m_running)
-            return;
-        const QString current = QString::fromUtf8(i->default_sink_name ? i->default_sink_name : "");
-        if (current != self->m_monitoredSink && !self->m_interruptSent.exchange(true)) {
-            qCInfo(lcAudio, "[Ketterbloom] default output changed to %s", qUtf8Printable(current));
-            if (self->onInterrupted)
-                self->onInterrupted();
-        }
-    };
-    if (pa_operation *op = pa_context_get_server_info(m_connection->context(), cb, this))
-        pa_operation_unref(op);
+    PulseConnection c("Ketterbloom output check");
+    if (!c.connect(timeoutMs))
+        return std::nullopt;
+    PulseLock lock(c);
+    const auto info = PulseQueries::serverInfo(c, timeoutMs);
+    if (!info)
+        return std::nullopt;
+    if (info->defaultSink.isEmpty() || info->defaultSink.startsWith(QLatin1Char('@')))
+        return QString();
+    const auto sink = PulseQueries::sink(c, info->defaultSink, timeoutMs);
+    if (!sink || sink->monitorSource.isEmpty())
+        return QString();
+    return sink->name;
 }

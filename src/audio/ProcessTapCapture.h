@@ -32,8 +32,10 @@ struct TapError
 };
 
 // Captures what this computer plays, as 48 kHz mono float, through the sound server:
-// - systemOutput: a record stream on the default sink's monitor. When the default sink
-//   changes, onInterrupted is called so the owner can start the tap again on the new one.
+// - systemOutput: a record stream on the default sink's monitor, pinned to it (a sink that
+//   goes away ends the stream rather than letting the server move it). Server and sink events
+//   and the end of the stream call onInterrupted, so the owner can check the default output
+//   afresh and start the tap again on it.
 // - process(appID): the monitor of each of the application's sink inputs (its properties
 //   merged with its client's), mixed into one stream; sink inputs that appear later are
 //   attached as they show up, and ones that end are dropped.
@@ -54,7 +56,9 @@ public:
 
     // Tap thread: one block of captured audio.
     std::function<void(const float *samples, int frames)> onAudio;
-    // Tap thread: the default output changed while a systemOutput tap runs.
+    // Tap thread: something the tap depends on changed (a server or sink event while a
+    // systemOutput tap runs, its stream ended, or the server connection was lost). May come
+    // many times in a row; the owner debounces.
     std::function<void()> onInterrupted;
 
     // Does nothing when already running. Call from a control thread, never the tap thread.
@@ -63,6 +67,8 @@ public:
     void cleanUp();
 
     bool isRunning() const { return m_running; }
+    // Running, connected, and (systemOutput) its monitor stream still records.
+    bool isHealthy() const { return m_running && m_healthy; }
     std::optional<Format> format() const;
     TapTarget target() const;
     // Sink inputs currently recorded (process targets); for diagnostics and tests.
@@ -72,6 +78,11 @@ public:
 
     // The sound server answers and its default sink has a monitor.
     static bool probeTapAccess();
+    // Asks the server afresh (a new connection, so the answer is never a stale view) for the
+    // default sink. Nothing when the server does not answer; an empty name while there is no
+    // usable default (none, a transient name such as "@DEFAULT_SINK@", or a sink without
+    // a monitor).
+    static std::optional<QString> usableDefaultSink(int timeoutMs = 1500);
     // The playing application `bundleID`, or else the first playing helper of it.
     static std::optional<AudioProcessInfo> audioObject(const QString &bundleID);
     // Applications that can be chosen: playing ones first, then the other clients of the
@@ -89,8 +100,7 @@ private:
     void dropStream(quint32 sinkInput);                       // loop thread or lock held
     void onEvent(pa_subscription_event_type_t type, uint32_t index);
     void checkSinkInput(uint32_t index);
-    void checkDefaultSink();
-    static void pollDefaultSink(pa_mainloop_api *api, pa_time_event *e, const struct timeval *tv, void *userdata);
+    void interrupted();
     static void quietLineTick(pa_mainloop_api *api, pa_time_event *e, const struct timeval *tv, void *userdata);
     void deliverQuietLine();
     void deliver(const float *samples, int frames);
@@ -103,13 +113,12 @@ private:
     TapTarget m_target;
     QString m_monitoredSink;
     std::atomic<bool> m_running{false};
-    std::atomic<bool> m_interruptSent{false};
+    std::atomic<bool> m_healthy{false};
     std::atomic<int> m_streamCount{0};
 
     // Loop-thread state.
     std::map<quint32, std::unique_ptr<MonitorStream>> m_streams;   // by sink input (0 key: the monitor)
     TapMixer m_mixer;
-    pa_time_event *m_defaultSinkPoll = nullptr;   // backstop for a missed server event
     // One application: while it plays nothing (no stream, or all paused), silence keeps the
     // meeting line running in real time, as a monitor of a sink would.
     pa_time_event *m_quietLineClock = nullptr;

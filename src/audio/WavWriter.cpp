@@ -1,5 +1,7 @@
 #include "audio/WavWriter.h"
 
+#include "audio/AudioLog.h"
+
 #include <QtEndian>
 
 #include <algorithm>
@@ -44,26 +46,45 @@ QByteArray WavWriter::header(int sampleRate, int channels, qint64 dataBytes)
     return h;
 }
 
+QString WavWriter::continuationPath(const QString &firstPath, int number)
+{
+    QString base = firstPath;
+    if (base.endsWith(QStringLiteral(".wav"), Qt::CaseInsensitive))
+        base.chop(4);
+    return base + QLatin1Char('-') + QString::number(number) + QStringLiteral(".wav");
+}
+
 WavWriter::WavWriter(const QString &path, int sampleRate, int channels)
-    : m_file(path), m_sampleRate(sampleRate), m_channels(channels)
+    : m_firstPath(path)
+    , m_sampleRate(sampleRate)
+    , m_channels(channels)
+    , m_headerUpdateInterval(std::max<qint64>(1, qint64(sampleRate) * channels * 2))
+    , m_maxDataBytes(maxDataBytesPerFile)
 {
 }
 
 std::unique_ptr<WavWriter> WavWriter::create(const QString &path, int sampleRate, int channels, QString *error)
 {
     std::unique_ptr<WavWriter> w(new WavWriter(path, sampleRate, channels));
-    const QByteArray h = header(sampleRate, channels, 0);
-    if (!w->m_file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        if (error)
-            *error = w->m_file.errorString();
+    if (!w->openFile(path, error))
         return nullptr;
-    }
-    if (w->m_file.write(h) != h.size() || !w->m_file.flush()) {
-        if (error)
-            *error = w->m_file.errorString();
-        return nullptr;
-    }
     return w;
+}
+
+bool WavWriter::openFile(const QString &path, QString *error)
+{
+    const QByteArray h = header(m_sampleRate, m_channels, 0);
+    m_file.setFileName(path);
+    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate) || m_file.write(h) != h.size() || !m_file.flush()) {
+        if (error)
+            *error = m_file.errorString();
+        m_file.close();
+        return false;
+    }
+    m_paths << path;
+    m_dataBytes = 0;
+    m_bytesSinceHeaderUpdate = 0;
+    return true;
 }
 
 WavWriter::~WavWriter()
@@ -72,10 +93,39 @@ WavWriter::~WavWriter()
         close();
 }
 
+void WavWriter::setHeaderUpdateInterval(qint64 bytes)
+{
+    m_headerUpdateInterval = std::max<qint64>(bytes, qint64(m_channels) * 2);
+}
+
+void WavWriter::setMaxDataBytes(qint64 bytes)
+{
+    const qint64 frameBytes = qint64(m_channels) * 2;
+    bytes = std::clamp<qint64>(bytes, frameBytes, maxDataBytesPerFile);
+    m_maxDataBytes = bytes - bytes % frameBytes;
+}
+
 void WavWriter::write(const float *const *channelData, int bufferChannels, int frames)
 {
     if (m_closed || !channelData || frames <= 0 || bufferChannels <= 0)
         return;
+    const qint64 frameBytes = qint64(m_channels) * 2;
+    int done = 0;
+    while (done < frames && !m_closed) {
+        const qint64 room = (m_maxDataBytes - m_dataBytes) / frameBytes;
+        if (room <= 0) {
+            if (!startNextFile())
+                return;
+            continue;
+        }
+        const int take = int(std::min<qint64>(frames - done, room));
+        writeFrames(channelData, bufferChannels, done, take);
+        done += take;
+    }
+}
+
+void WavWriter::writeFrames(const float *const *channelData, int bufferChannels, int from, int frames)
+{
     const qint64 bytes = qint64(frames) * m_channels * 2;
     m_block.fill('\0', bytes);
     auto *out = reinterpret_cast<qint16 *>(m_block.data());
@@ -83,6 +133,7 @@ void WavWriter::write(const float *const *channelData, int bufferChannels, int f
         const float *src = channelData[std::min(bufferChannels - 1, c)];
         if (!src)
             continue;
+        src += from;
         for (int i = 0; i < frames; ++i) {
             const float v = src[i];
             const float scaled = v < 1.0f ? std::max(v, -1.0f) * 32767.0f : 32767.0f;
@@ -92,10 +143,26 @@ void WavWriter::write(const float *const *channelData, int bufferChannels, int f
     m_file.write(m_block.constData(), bytes);   // a failed write still counts: the header tells what was meant
     m_dataBytes += bytes;
     m_bytesSinceHeaderUpdate += bytes;
-    if (m_bytesSinceHeaderUpdate >= headerUpdateInterval) {
+    if (m_bytesSinceHeaderUpdate >= m_headerUpdateInterval) {
         m_bytesSinceHeaderUpdate = 0;
         updateHeader();
     }
+}
+
+bool WavWriter::startNextFile()
+{
+    updateHeader();
+    m_file.close();
+    const QString next = continuationPath(m_firstPath, int(m_paths.size()) + 1);
+    QString why;
+    if (!openFile(next, &why)) {
+        qCWarning(lcAudio, "[Ketterbloom] could not continue the recording in %s: %s", qUtf8Printable(next),
+                  qUtf8Printable(why));
+        m_closed = true;
+        return false;
+    }
+    qCInfo(lcAudio, "[Ketterbloom] recording continues in %s", qUtf8Printable(next));
+    return true;
 }
 
 void WavWriter::updateHeader()

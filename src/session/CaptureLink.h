@@ -30,6 +30,9 @@ public:
     // Points the meeting tap at another target while a tap session runs; returns a
     // user-readable error description on failure.
     virtual std::optional<QString> retarget(const TapTarget &meeting) = 0;
+    // Records from another microphone (`deviceUID`, or the default input when none) without
+    // restarting the session. Returns at once; onHealth reports one that cannot be opened.
+    virtual void switchMicrophone(const std::optional<QString> &deviceUID, int channel) = 0;
 
     // Audio thread: 24 kHz mono PCM16 for the model.
     std::function<void(const QByteArray &pcm16)> onPCM16;
@@ -41,4 +44,7 @@ public:
     std::function<void(const float *samples, int frames)> onMicBuffer;
     // GUI thread: an asynchronous failure after start.
     std::function<void(const QString &message)> onError;
+    // GUI thread: a part of the running capture was lost or came back (the sound server, the
+    // meeting output, the microphone). Parts that are down are being reattached meanwhile.
+    std::function<void(const CaptureHealth &health)> onHealth;
 };

@@ -108,6 +108,8 @@ SessionController::SessionController(const Components &components, QObject *pare
         self->trackSpeaking(mic);
     });
     m_audio.onError = guard([](SessionController *self, const QString &message) { self->setBannerText(message); });
+    m_audio.onHealth = guard([](SessionController *self, const CaptureHealth &health) { self->captureHealthChanged(health); });
+    watchMicrophoneSettings();
     m_audio.onMicUnavailable = guard([](SessionController *self, const QString &message) {
         self->setBannerText(message);
         self->m_settings.setTranscribeMyAnswers(false);
@@ -370,6 +372,7 @@ void SessionController::stop()
         return;
     }
     m_audio.stop();
+    endCaptureWatch();
     m_client.stop();
     m_micTranscriber.stopTask(true);
 

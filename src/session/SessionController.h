@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/AudioTypes.h"
 #include "realtime/RealtimeTypes.h"
 #include "session/Clock.h"
 #include "session/CostModel.h"
@@ -159,6 +160,11 @@ public:
     // User-visible texts that other parts of the product compare against.
     static const QString apiKeyMissingBanner;
     static const QString stillStartingBanner;
+    // Capture trouble (SessionControllerAudio.cpp).
+    static const QString soundServerLostBanner;
+    static const QString outputLostBanner;
+    static QString microphoneLostBanner(const QString &name);
+    static constexpr double outputLostBannerDelay = 5.0;
 
 signals:
     // A press of Start ended without a session (the banner says why).
@@ -212,6 +218,12 @@ private:
     void finishLog();
     void appendEvent(const QString &event, const QVariantMap &fields);
     void log(const QString &message);
+
+    // Capture health: banners while a part of the capture is lost (SessionControllerAudio.cpp).
+    void captureHealthChanged(const CaptureHealth &health);
+    void watchMicrophoneSettings();
+    void endCaptureWatch();
+    void updateAudioBanner();
 
     // Session clock and app narrowing.
     void startSessionClock();
@@ -288,6 +300,10 @@ private:
     Clock::TimePoint m_audioStartRequestedAt{};
     std::unique_ptr<ClockTimer> m_watchdog8;
     std::unique_ptr<ClockTimer> m_watchdog25;
+    CaptureHealth m_captureHealth;
+    std::optional<Clock::TimePoint> m_meetingLostAt;
+    std::unique_ptr<ClockTimer> m_outputLostTimer;
+    std::optional<QString> m_audioBanner;   // the capture banner showing, if any
     // Lets callbacks that may outlive this object (thread pool, permission prompts) tell.
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
 };

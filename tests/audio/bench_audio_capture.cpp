@@ -1,5 +1,6 @@
 // Prints what capture costs: CPU time per second of audio for capture, conversion and
-// recording, and the time from a sample's arrival to its onPCM16 call. Brings up its own
+// recording, the time from a sample's arrival to its onPCM16 call, and how soon meeting audio
+// comes back after the default output is removed and re-created. Brings up its own
 // private sound server (PipeWire, else PulseAudio) under the build tree.
 #include "audio/AudioCaptureEngine.h"
 #include "audio/Pcm16Resampler.h"
@@ -16,6 +17,8 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <chrono>
 #include <cstdio>
 #include <mutex>
@@ -114,6 +117,61 @@ Run measure(const CaptureSource &source, StreamSource stream, bool record, const
     return run;
 }
 
+// The default output is removed and re-created under the same name (a Bluetooth reconnect, a
+// USB replug), then plays a tone: seconds until the tone reaches onPCM16, once per try.
+std::vector<double> recreatedOutputDelays(int tries, const QString &toneWav, const QString &silenceWav)
+{
+    std::vector<double> delays;
+    ServerModules sinks;
+    int index = sinks.nullSink(QStringLiteral("headset"));
+    setDefaultSink(QStringLiteral("headset"));
+    waitForDefaultSink(QStringLiteral("headset"));
+    AudioCaptureEngine engine;
+    std::atomic<qint64> armedAt{0}, loudAt{0};
+    engine.onPCM16 = [&](const QByteArray &b) {
+        if (armedAt == 0 || loudAt != 0)
+            return;
+        const auto *samples = reinterpret_cast<const qint16 *>(b.constData());
+        for (qsizetype i = 0; i < b.size() / 2; ++i) {
+            if (std::abs(int(samples[i])) > 3000) {
+                loudAt = steadyNs();
+                return;
+            }
+        }
+    };
+    if (auto error = engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
+                                  StreamSource::meetingOnly, false)) {
+        std::fprintf(stderr, "start failed: %s\n", qPrintable(*error));
+        return delays;
+    }
+    for (int t = 0; t < tries; ++t) {
+        sinks.unload(index);
+        spin(t % 2 == 0 ? 100 : 1000);
+        index = sinks.nullSink(QStringLiteral("headset"));
+        if (!waitForDefaultSink(QStringLiteral("headset"), 3000))
+            setDefaultSink(QStringLiteral("headset"));
+        loudAt = 0;
+        armedAt = steadyNs();
+        std::unique_ptr<Player> awake;
+        if (!isPipeWire())
+            awake = keepSinkAwake(QStringLiteral("headset"), silenceWav);
+        auto tone = Player::start(toneWav, QStringLiteral("headset"));
+        for (int waited = 0; loudAt == 0 && waited < 15000; waited += 20)
+            spin(20);
+        if (loudAt == 0) {
+            std::fprintf(stderr, "try %d: no meeting audio after 15 s\n", t + 1);
+            delays.push_back(15.0);
+        } else {
+            delays.push_back(double(loudAt - armedAt) / 1e9);
+        }
+        armedAt = 0;
+    }
+    engine.stop();
+    sinks.unloadAll();
+    setDefaultSink(QStringLiteral("speakers"));
+    return delays;
+}
+
 void report(const char *what, const Run &r)
 {
     if (r.audioSeconds <= 0) {
@@ -180,6 +238,18 @@ int main(int argc, char **argv)
                         delayBlocks * 20.0 + p99);
         } else {
             std::fprintf(stderr, "no latency figures (%zu blocks, resampler delay %d)\n", lat.size(), delayBlocks);
+            status = 1;
+        }
+
+        const QString silence = work.filePath(QStringLiteral("silence.wav"));
+        makeSilence(silence, 30);
+        const int tries = 20;
+        auto delays = recreatedOutputDelays(tries, meeting, silence);
+        if (delays.size() == size_t(tries)) {
+            std::sort(delays.begin(), delays.end());
+            std::printf("default output re-created -> first meeting audio: median %.2f s, max %.2f s (%d tries)\n",
+                        (delays[tries / 2 - 1] + delays[tries / 2]) / 2, delays.back(), tries);
+        } else {
             status = 1;
         }
     }

@@ -1,6 +1,6 @@
 // Capture against a real, private sound server (the soundserver fixtures): whole machine, one
 // application, device channels, default-output changes, the stereo archive and the
-// microphone stall.
+// microphone stall. (Outputs, microphones and servers that come and go: tst_audio_recovery.)
 #include "audio/AudioCaptureEngine.h"
 #include "audio/AudioDeviceManager.h"
 #include "audio/ProcessTapCapture.h"
@@ -419,31 +419,6 @@ private slots:
                  qPrintable(QStringLiteral("offset drifted from %1 to %2").arg(lagEarly).arg(lagLate)));
         QVERIFY2(std::abs(lagEarly) < 4096, qPrintable(QStringLiteral("offset %1").arg(lagEarly)));
         QVERIFY(c.levelPosts <= int(d.frames / 48000.0 * 20) + 2);   // at most every 0.05 s
-    }
-
-    void archiveHeaderIsValidAfterTheProcessIsKilled()
-    {
-        QProcess child;
-        child.setProgram(QCoreApplication::applicationDirPath() + QStringLiteral("/audio_record_child"));
-        child.setArguments({QStringLiteral("vmic")});
-        child.start();
-        QVERIFY(child.waitForStarted(5000));
-        QTRY_VERIFY_WITH_TIMEOUT(child.canReadLine() || child.state() != QProcess::Running, 15000);
-        const QString wav = QString::fromUtf8(child.readLine()).trimmed();
-        QVERIFY2(wav.endsWith(QStringLiteral(".wav")), qPrintable(wav));
-        play("t440.wav", QStringLiteral("vmic_feed"));
-        // More than one header update interval (2 s) of audio.
-        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(wav).size() > 44 + 2 * 384000 + 100000, 20000);
-        child.kill();
-        QVERIFY(child.waitForFinished(5000));
-
-        const auto info = soxInfo(wav);
-        QCOMPARE(info.value(QStringLiteral("rate")), QStringLiteral("48000"));
-        QCOMPARE(info.value(QStringLiteral("channels")), QStringLiteral("2"));
-        const qint64 headerSamples = info.value(QStringLiteral("samples")).toLongLong();
-        QVERIFY(headerSamples >= 2 * 384000 / 4);
-        QVERIFY(headerSamples * 4 <= QFileInfo(wav).size() - 44);
-        QVERIFY(run(QStringLiteral("sox"), {wav, QStringLiteral("-n"), QStringLiteral("stat")}).ok());
     }
 
     void microphoneStallFallsBackToMeetingOnly()

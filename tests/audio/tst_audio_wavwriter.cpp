@@ -88,28 +88,69 @@ private slots:
         QCOMPARE(s16(b, 54), qint16(-16383));
     }
 
-    // The header is rewritten every 384000 data bytes, so a file that is never closed still
-    // says how much it holds; another reader accepts it.
-    void headerIsCurrentWithoutCloseAfter384000Bytes()
+    // The header is rewritten after every second of audio (192000 bytes at 48 kHz stereo), so a
+    // file that is never closed still says how much it holds; another reader accepts it.
+    void headerIsCurrentWithoutCloseAfterEachSecond()
     {
         const QString path = m_dir.filePath(QStringLiteral("interrupted.wav"));
         auto w = WavWriter::create(path, 48000, 2);
+        QCOMPARE(w->headerUpdateInterval(), qint64(192000));
         std::vector<float> left(48000, 0.1f), right(48000, -0.1f);
         const float *ch[] = {left.data(), right.data()};
-        w->write(ch, 2, 48000);   // 192000 bytes: below the interval
+        w->write(ch, 2, 24000);   // half a second: not yet
         QCOMPARE(u32(readAll(path), 40), 0u);
-        w->write(ch, 2, 48000);   // 384000 bytes: rewritten
-        const QByteArray b = readAll(path);
+        w->write(ch, 2, 24000);   // one second: rewritten
+        QByteArray b = readAll(path);
+        QCOMPARE(u32(b, 40), 192000u);
+        QCOMPARE(u32(b, 4), 192036u);
+        w->write(ch, 2, 48000);
+        b = readAll(path);
         QCOMPARE(u32(b, 40), 384000u);
-        QCOMPARE(u32(b, 4), 384036u);
         QCOMPARE(b.size(), 44 + 384000);
         const auto info = kbtest::soxInfo(path);
         QCOMPARE(info.value(QStringLiteral("rate")), QStringLiteral("48000"));
         QCOMPARE(info.value(QStringLiteral("channels")), QStringLiteral("2"));
         QCOMPARE(info.value(QStringLiteral("bits")), QStringLiteral("16"));
         QCOMPARE(info.value(QStringLiteral("samples")), QStringLiteral("96000"));
+        // A shorter step, as the capture engine sets it.
+        w->setHeaderUpdateInterval(19200);
+        w->write(ch, 2, 4800);
+        QCOMPARE(u32(readAll(path), 40), 403200u);
         w.reset();   // the destructor closes
-        QCOMPARE(u32(readAll(path), 40), 384000u);
+        QCOMPARE(u32(readAll(path), 40), 403200u);
+    }
+
+    // A file cannot hold more than 4 GiB: the recording goes on in "-2", "-3"… files, each
+    // complete and valid, with nothing lost between them (a small limit stands in for 4 GiB).
+    void continuesInNumberedFilesAtTheSizeLimit()
+    {
+        QCOMPARE(WavWriter::maxDataBytesPerFile, qint64(4294967259));
+        QCOMPARE(WavWriter::continuationPath(QStringLiteral("/d/meeting_2026-01-02_10-00-00.wav"), 2),
+                 QStringLiteral("/d/meeting_2026-01-02_10-00-00-2.wav"));
+        const QString path = m_dir.filePath(QStringLiteral("meeting_long.wav"));
+        auto w = WavWriter::create(path, 48000, 2);
+        w->setMaxDataBytes(1000 * 4 + 2);   // rounded down to whole frames: 1000 frames per file
+        std::vector<float> ramp(2500);
+        for (size_t i = 0; i < ramp.size(); ++i)
+            ramp[i] = (float(i) + 0.5f) / 32767.0f;   // truncates to i
+        const float *ch[] = {ramp.data(), ramp.data()};
+        w->write(ch, 2, 700);
+        const float *rest[] = {ramp.data() + 700, ramp.data() + 700};
+        w->write(rest, 2, 1800);
+        w->close();
+        const QStringList expected{path, m_dir.filePath(QStringLiteral("meeting_long-2.wav")),
+                                   m_dir.filePath(QStringLiteral("meeting_long-3.wav"))};
+        QCOMPARE(w->paths(), expected);
+        int next = 0;
+        const int frames[] = {1000, 1000, 500};
+        for (int f = 0; f < 3; ++f) {
+            const QByteArray b = readAll(expected[f]);
+            QCOMPARE(b.size(), 44 + frames[f] * 4);
+            QCOMPARE(u32(b, 40), quint32(frames[f] * 4));
+            QCOMPARE(kbtest::soxInfo(expected[f]).value(QStringLiteral("samples")), QString::number(frames[f]));
+            for (int i = 0; i < frames[f]; ++i, ++next)
+                QCOMPARE(s16(b, 44 + 4 * i), qint16(next));
+        }
     }
 
     void replacesAnExistingFileAndReportsAnUnwritablePath()

@@ -1,7 +1,10 @@
 #include "SoundServer.h"
 
 #include <QElapsedTimer>
+
+#include <algorithm>
 #include <QProcessEnvironment>
+#include <QRegularExpression>
 #include <QThread>
 
 namespace kbtest {
@@ -76,6 +79,30 @@ bool waitForDefaultSink(const QString &name, int timeoutMs)
     return false;
 }
 
+namespace {
+CommandResult soundServerScript(const QString &command)
+{
+    const QString script = qEnvironmentVariable("KETTERBLOOM_SOURCE_DIR") + QStringLiteral("/tests/support/soundserver.sh");
+    return run(QStringLiteral("bash"), {script, command, qEnvironmentVariable("KETTERBLOOM_SOUNDSERVER_DIR")}, 30000);
+}
+} // namespace
+
+bool stopSoundServer()
+{
+    const CommandResult r = soundServerScript(QStringLiteral("pause"));
+    if (!r.ok())
+        qWarning("soundserver pause: %s", qPrintable(r.err));
+    return r.ok();
+}
+
+bool startSoundServerAgain()
+{
+    const CommandResult r = soundServerScript(QStringLiteral("resume"));
+    if (!r.ok())
+        qWarning("soundserver resume: %s", qPrintable(r.err));
+    return r.ok();
+}
+
 ServerModules::~ServerModules()
 {
     unloadAll();
@@ -127,6 +154,15 @@ bool ServerModules::twoChannelDevice(const QString &source, const QString &descr
                  QStringLiteral("channel_map=aux0,aux1"), QStringLiteral("remix=no"),
                  QStringLiteral("source_properties=device.description=") + description})
         >= 0;
+}
+
+bool ServerModules::unload(int index)
+{
+    const auto it = std::find(m_modules.begin(), m_modules.end(), index);
+    if (it == m_modules.end())
+        return false;
+    m_modules.erase(it);
+    return run(QStringLiteral("pactl"), {QStringLiteral("unload-module"), QString::number(index)}).ok();
 }
 
 void ServerModules::unloadAll()
@@ -196,6 +232,37 @@ qint64 Player::pid() const
 std::unique_ptr<Player> keepSinkAwake(const QString &sink, const QString &silenceWav)
 {
     return Player::start(silenceWav, sink);
+}
+
+std::unique_ptr<Player> settleNewSink(const QString &sink, const QString &silenceWav)
+{
+    if (isPipeWire())
+        return nullptr;
+    auto player = keepSinkAwake(sink, silenceWav);
+    const QString index = run(QStringLiteral("pactl"), {QStringLiteral("list"), QStringLiteral("short"),
+                                                        QStringLiteral("sinks")})
+                              .out.split(QLatin1Char('\n'))
+                              .filter(QRegularExpression(QStringLiteral("^\\d+\\s+") + QRegularExpression::escape(sink)
+                                                         + QStringLiteral("\\s")))
+                              .value(0)
+                              .section(QLatin1Char('\t'), 0, 0);
+    // Wait until the player's stream plays into the sink, then suspend and resume the sink.
+    QElapsedTimer t;
+    t.start();
+    while (t.elapsed() < 5000) {
+        const QStringList inputs = run(QStringLiteral("pactl"), {QStringLiteral("list"), QStringLiteral("short"),
+                                                                 QStringLiteral("sink-inputs")})
+                                       .out.split(QLatin1Char('\n'));
+        bool playing = false;
+        for (const QString &line : inputs)
+            playing = playing || (!index.isEmpty() && line.section(QLatin1Char('\t'), 1, 1) == index);
+        if (playing)
+            break;
+        QThread::msleep(20);
+    }
+    run(QStringLiteral("pactl"), {QStringLiteral("suspend-sink"), sink, QStringLiteral("1")});
+    run(QStringLiteral("pactl"), {QStringLiteral("suspend-sink"), sink, QStringLiteral("0")});
+    return player;
 }
 
 } // namespace kbtest

@@ -37,6 +37,12 @@ bool setDefaultSource(const QString &name);
 // Polls (50 ms steps) until the default sink is `name`.
 bool waitForDefaultSink(const QString &name, int timeoutMs = 5000);
 
+// A sound server restart, as clients see it: the server they talk to (pipewire-pulse, or the
+// PulseAudio daemon) goes away, taking every module loaded through it; resuming brings it back
+// with a fresh "speakers" as the default output (other modules must be loaded again).
+bool stopSoundServer();
+bool startSoundServerAgain();
+
 // Loads modules into the server and unloads them again when it goes out of scope.
 class ServerModules
 {
@@ -56,7 +62,11 @@ public:
     // A two-channel input device `source` with channels aux0/aux1 taken from the left and right
     // of what is played into the stereo sink "<source>_feed".
     bool twoChannelDevice(const QString &source, const QString &description = QStringLiteral("TwoChannelDevice"));
+    // Unloads one module loaded here.
+    bool unload(int index);
     void unloadAll();
+    // After a server restart the modules are gone already: nothing to unload.
+    void forget() { m_modules.clear(); }
 
 private:
     std::vector<int> m_modules;
@@ -85,5 +95,11 @@ private:
 // Keeps the sink busy with silence (PulseAudio delivers the first block of an idle null sink
 // late); returns the player, stopped when destroyed.
 std::unique_ptr<Player> keepSinkAwake(const QString &sink, const QString &silenceWav);
+// For a null sink that was just loaded: PulseAudio's renders its first 2 s ahead when it is
+// created, so what is played into it in that time reaches its monitor only 2 s later (a
+// real device has no such delay). Keeps it busy with silence and restarts its clock, so
+// that from here it runs at the players' low latency. Returns the silent player (on
+// PipeWire, which needs none of this, nothing).
+std::unique_ptr<Player> settleNewSink(const QString &sink, const QString &silenceWav);
 
 } // namespace kbtest

@@ -37,6 +37,11 @@ public:
         return retargetError;
     }
 
+    void switchMicrophone(const std::optional<QString> &deviceUID, int channel) override
+    {
+        micSwitches.append({deviceUID.value_or(QString()), channel});
+    }
+
     void levels(float mic, float meeting = 0) { onLevels(mic, meeting); }
 
     // Answers.
@@ -54,4 +59,5 @@ public:
     int stopCount = 0;
     std::atomic<bool> running{false};
     QList<TapTarget> retargets;
+    QList<QPair<QString, int>> micSwitches;
 };
