@@ -6,11 +6,16 @@
 #include "app/PulseTapQueries.h"
 #include "app/RealtimeClientLink.h"
 #include "app/RecordingTranscriberLink.h"
+#include "app/ServiceTranscriptionLink.h"
+#include "session/AnswerTranscriber.h"
 #include "audio/StartupTrace.h"
 
 struct RealComponents::Parts
 {
+    explicit Parts(AppSettings &settings) : answers(settings, micTranscription, &serviceTranscription) {}
+
     RealtimeClient realtimeClient;
+    TranscriptionClient transcriptionClient;
     AudioCaptureEngine captureEngine;
     MicTranscriber micTranscriber;
     RecordingTranscriber recordingTranscriber;
@@ -20,11 +25,13 @@ struct RealComponents::Parts
     PulseTapQueries taps;
     MicTranscriberLink micTranscription{micTranscriber};
     RecordingTranscriberLink recordingTranscription{recordingTranscriber};
+    ServiceTranscriptionLink serviceTranscription{transcriptionClient};
+    AnswerTranscriber answers; // the on-device transcriber, or the service when the user opted in
     PulseAudioEnvironment audioEnvironment;
 };
 
-RealComponents::RealComponents()
-    : m_parts(std::make_unique<Parts>())
+RealComponents::RealComponents(AppSettings &settings)
+    : m_parts(std::make_unique<Parts>(settings))
 {
     m_parts->realtimeClient.onTrace = [](const QString &line) { StartupTrace::write(line); };
 }
@@ -40,6 +47,6 @@ RealComponents::~RealComponents()
 RealtimeLink &RealComponents::realtime() { return m_parts->realtime; }
 CaptureLink &RealComponents::capture() { return m_parts->capture; }
 TapQueries &RealComponents::taps() { return m_parts->taps; }
-MicTranscription &RealComponents::micTranscription() { return m_parts->micTranscription; }
+MicTranscription &RealComponents::micTranscription() { return m_parts->answers; }
 RecordingTranscription &RealComponents::recordingTranscription() { return m_parts->recordingTranscription; }
 AudioEnvironment &RealComponents::audioEnvironment() { return m_parts->audioEnvironment; }

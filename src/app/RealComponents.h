@@ -2,6 +2,7 @@
 
 #include <memory>
 
+class AppSettings;
 class AudioEnvironment;
 class CaptureLink;
 class MicTranscription;
@@ -15,7 +16,7 @@ class TapQueries;
 class RealComponents
 {
 public:
-    RealComponents();
+    explicit RealComponents(AppSettings &settings);
     ~RealComponents();
 
     RealtimeLink &realtime();

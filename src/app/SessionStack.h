@@ -31,7 +31,7 @@ struct SessionStack
 
     AppSettings settings;
     SystemClock clock;
-    RealComponents components;
+    RealComponents components{settings};
     DBusIdleInhibitor idleInhibitor;
     DBusFileRevealer fileRevealer;
     DialogRecordingPicker recordingPicker;

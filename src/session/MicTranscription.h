@@ -3,6 +3,7 @@
 #include "speech/SpeechTypes.h"
 
 #include <QString>
+#include <QVariantMap>
 
 #include <functional>
 
@@ -26,8 +27,14 @@ public:
     // only while a segment runs; dropped otherwise. Never blocks.
     virtual void appendMicBuffer(const float *samples, int frames) = 0;
 
+    // A session starts / stops (a transcriber that needs a connection opens / closes it).
+    virtual void sessionStarted() {}
+    virtual void sessionStopped() {}
+
     std::function<void(const QString &text)> onPartial;
     // Never called with empty text.
     std::function<void(const QString &text)> onFinal;
     std::function<void(const QString &message)> onFailure;
+    // Usage of a paid transcription service ({"type":"tokens",...} or {"type":"duration",...}).
+    std::function<void(const QVariantMap &usage)> onUsage;
 };

@@ -118,6 +118,7 @@ SessionController::SessionController(const Components &components, QObject *pare
     m_micTranscriber.onPartial = guard([](SessionController *self, const QString &text) { self->updateMyAnswer(text, false); });
     m_micTranscriber.onFinal = guard([](SessionController *self, const QString &text) { self->updateMyAnswer(text, true); });
     m_micTranscriber.onFailure = guard([](SessionController *self, const QString &message) { self->setBannerText(message); });
+    m_micTranscriber.onUsage = guard([](SessionController *self, const QVariantMap &usage) { self->recordAnswerTranscriptionUsage(usage); });
 }
 
 SessionController::~SessionController()
@@ -316,6 +317,7 @@ void SessionController::finishStarting()
     const std::optional<QString> recording = m_audio.recordingPath();
     setLastRecordingURL(recording ? QUrl::fromLocalFile(*recording) : QUrl());
 
+    m_micTranscriber.sessionStarted();
     if (m_settings.transcribeMyAnswers()) {
         const std::weak_ptr<bool> alive = m_alive;
         m_micTranscriber.requestAuthorization([alive, this](const SpeechAvailability &availability) {
@@ -375,6 +377,7 @@ void SessionController::stop()
     endCaptureWatch();
     m_client.stop();
     m_micTranscriber.stopTask(true);
+    m_micTranscriber.sessionStopped();
 
     m_speakingPairID.reset();
     setSessionActive(false);

@@ -71,7 +71,8 @@ public:
     using BannerLink = SessionBannerLink;
 
     // The one action button a banner may carry. The last two belong to the updater.
-    enum class BannerAction { openAccountSettings, openOnboarding, openContext, installUpdate, restartNow };
+    enum class BannerAction { openAccountSettings, openOnboarding, openContext, cancelTranscription, installUpdate,
+                              restartNow };
     Q_ENUM(BannerAction)
 
     // Runs a job off the GUI thread. The default uses the global thread pool; tests pass
@@ -138,6 +139,8 @@ public:
     void revealRecording();
     // Lets the user pick a saved recording and transcribes it on the device.
     void transcribeRecording();
+    // Stops a running transcription of a recording (the banner's action while it runs).
+    void cancelRecordingTranscription();
     void setBanner(const QString &text, const QList<BannerLink> &links);
     void setBanner(const QString &text, BannerAction action);
     // Sets or clears the banner text alone (links and action follow the usual rules).
@@ -153,6 +156,8 @@ public:
     void recordUsage(const QVariantMap &usage);
     void trackSpeaking(float micLevel);
     void updateMyAnswer(const QString &text, bool final);
+    // Usage of the service that transcribes the user's answers (when the user opted in).
+    void recordAnswerTranscriptionUsage(const QVariantMap &usage);
 
     // The folder that holds the session files.
     static QString sessionFolder();

@@ -195,6 +195,11 @@ void SessionController::revealRecording()
     }
 }
 
+void SessionController::cancelRecordingTranscription()
+{
+    m_recordingTranscriber.cancel();
+}
+
 void SessionController::transcribeRecording()
 {
     const std::weak_ptr<bool> alive = m_alive;
@@ -212,7 +217,8 @@ void SessionController::transcribeRecording()
                 return;
             }
             const QString name = QFileInfo(path).fileName();
-            setBannerText(QStringLiteral("Transcribing ") + name + QStringLiteral("… this runs locally and takes a while."));
+            setBanner(QStringLiteral("Transcribing ") + name + QStringLiteral("… this runs locally and takes a while."),
+                      BannerAction::cancelTranscription);
             m_recordingTranscriber.transcribe(
                 path,
                 [alive, this, name](const RecordingProgress &progress) {
@@ -229,8 +235,10 @@ void SessionController::transcribeRecording()
                     if (!alive.lock()) {
                         return;
                     }
+                    setBannerAction(std::nullopt);
                     if (const auto *written = std::get_if<RecordingTranscription::Written>(&result)) {
-                        setBannerText(QStringLiteral("Transcript written: ") + QFileInfo(written->transcriptPath).fileName());
+                        setBanner(QStringLiteral("Transcript written: ") + QFileInfo(written->transcriptPath).fileName(),
+                                  {makeLink(QStringLiteral("Transcript"), QUrl::fromLocalFile(written->transcriptPath))});
                         m_fileRevealer.reveal({written->transcriptPath});
                     } else {
                         setBannerText(QStringLiteral("Transcription failed: ") + std::get<RecordingTranscription::Failed>(result).message);

@@ -138,6 +138,7 @@ void AppSettings::load()
     m_appearance = appearanceFromRaw(raw("appearance")).value_or(Appearance::system);
     m_followUpWindow = real("followUpWindow", 8.0);
     m_transcribeMyAnswers = boolean("transcribeMyAnswers", false);
+    m_transcribeAnswersWithService = boolean("transcribeAnswersWithService", false);
     m_meetingSource = meetingSourceFromRaw(raw("meetingSource")).value_or(MeetingSource::systemOutput);
     m_tappedBundleID = str("tappedBundleID", QString());
     m_streamSource = streamSourceFromRaw(raw("streamSource")).value_or(StreamSource::meetingOnly);
@@ -346,6 +347,12 @@ void AppSettings::setFollowUpWindow(double value)
 {
     if (assign(*m_store, m_followUpWindow, value, "followUpWindow", value))
         emit followUpWindowChanged(m_followUpWindow);
+}
+
+void AppSettings::setTranscribeAnswersWithService(bool value)
+{
+    if (assign(*m_store, m_transcribeAnswersWithService, value, "transcribeAnswersWithService", value))
+        emit transcribeAnswersWithServiceChanged(m_transcribeAnswersWithService);
 }
 
 void AppSettings::setTranscribeMyAnswers(bool value)

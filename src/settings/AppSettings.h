@@ -43,6 +43,7 @@ class AppSettings : public QObject
     Q_PROPERTY(Appearance appearance READ appearance WRITE setAppearance NOTIFY appearanceChanged)
     Q_PROPERTY(double followUpWindow READ followUpWindow WRITE setFollowUpWindow NOTIFY followUpWindowChanged)
     Q_PROPERTY(bool transcribeMyAnswers READ transcribeMyAnswers WRITE setTranscribeMyAnswers NOTIFY transcribeMyAnswersChanged)
+    Q_PROPERTY(bool transcribeAnswersWithService READ transcribeAnswersWithService WRITE setTranscribeAnswersWithService NOTIFY transcribeAnswersWithServiceChanged)
     Q_PROPERTY(MeetingSource meetingSource READ meetingSource WRITE setMeetingSource NOTIFY meetingSourceChanged)
     Q_PROPERTY(QString tappedBundleID READ tappedBundleID WRITE setTappedBundleID NOTIFY tappedBundleIDChanged)
     Q_PROPERTY(StreamSource streamSource READ streamSource WRITE setStreamSource NOTIFY streamSourceChanged)
@@ -103,6 +104,9 @@ public:
     Appearance appearance() const { return m_appearance; }
     double followUpWindow() const { return m_followUpWindow; }
     bool transcribeMyAnswers() const { return m_transcribeMyAnswers; }
+    // The user's answers are transcribed by the service instead of on the device (sends the
+    // microphone to the service). Off unless the user turns it on.
+    bool transcribeAnswersWithService() const { return m_transcribeAnswersWithService; }
     MeetingSource meetingSource() const { return m_meetingSource; }
     QString tappedBundleID() const { return m_tappedBundleID; }
     StreamSource streamSource() const { return m_streamSource; }
@@ -132,6 +136,7 @@ public:
     void setAppearance(Appearance value);
     void setFollowUpWindow(double value);
     void setTranscribeMyAnswers(bool value);
+    void setTranscribeAnswersWithService(bool value);
     void setMeetingSource(MeetingSource value);
     void setTappedBundleID(const QString &value);
     void setStreamSource(StreamSource value);
@@ -178,6 +183,7 @@ signals:
     void appearanceChanged(Appearance value);
     void followUpWindowChanged(double value);
     void transcribeMyAnswersChanged(bool value);
+    void transcribeAnswersWithServiceChanged(bool value);
     void meetingSourceChanged(MeetingSource value);
     void tappedBundleIDChanged(const QString &value);
     void streamSourceChanged(StreamSource value);
@@ -223,6 +229,7 @@ private:
     Appearance m_appearance{};
     double m_followUpWindow{};
     bool m_transcribeMyAnswers{};
+    bool m_transcribeAnswersWithService{};
     MeetingSource m_meetingSource{};
     QString m_tappedBundleID{};
     StreamSource m_streamSource{};

@@ -8,6 +8,12 @@
 namespace {
 constexpr int kPollMs = 40;
 constexpr std::size_t kBlockFrames = 4800; // 0.1 s at 48 kHz
+// Until the decoder has heard this much, its running normalisation still comes from the
+// model's defaults rather than this microphone, and a segment's final text is decoded again
+// from the whole segment (normalised over itself), which is as good as a warm decoder.
+constexpr double kColdSeconds = 20.0;
+// Longer segments are not decoded again: it would take too long.
+constexpr std::size_t kMaxRedecodeSamples = 10 * SpeechEngine::kSampleRate;
 } // namespace
 
 MicDecoderWorker::MicDecoderWorker(std::shared_ptr<SpeechEngine> engine, SampleQueue &queue,
@@ -60,6 +66,7 @@ void MicDecoderWorker::startSegment(int segment)
     }
     m_segment = segment;
     m_lastPartial.clear();
+    m_segmentAudio.clear();
     m_resampler.reset();
     m_poll->start();
 }
@@ -72,6 +79,8 @@ void MicDecoderWorker::endSegment(int segment)
         return;
     m_pcm.clear();
     m_resampler.flush(m_pcm);
+    if (m_secondsHeard < kColdSeconds && m_segmentAudio.size() <= kMaxRedecodeSamples)
+        m_segmentAudio.insert(m_segmentAudio.end(), m_pcm.begin(), m_pcm.end());
     if (auto error = m_engine->process(m_pcm.data(), m_pcm.size())) {
         fail(segment, *error);
         return;
@@ -79,6 +88,14 @@ void MicDecoderWorker::endSegment(int segment)
     m_poll->stop();
     m_segment = 0;
     auto result = m_engine->endUtterance();
+    const bool cold = m_secondsHeard < kColdSeconds;
+    m_secondsHeard += static_cast<double>(m_segmentAudio.size()) / SpeechEngine::kSampleRate;
+    if (cold && !m_segmentAudio.empty() && m_segmentAudio.size() <= kMaxRedecodeSamples) {
+        auto whole = m_engine->recogniseWhole(m_segmentAudio.data(), m_segmentAudio.size());
+        if (std::holds_alternative<QString>(whole))
+            result = whole;
+    }
+    m_segmentAudio.clear();
     if (auto *text = std::get_if<QString>(&result))
         m_report(segment, {Event::Kind::final, *text, {}});
     else
@@ -101,6 +118,8 @@ MicDecoderWorker::Drain MicDecoderWorker::drain()
             break;
         m_pcm.clear();
         m_resampler.process(m_floats.data(), n, m_pcm);
+        if (m_secondsHeard < kColdSeconds && m_segmentAudio.size() <= kMaxRedecodeSamples)
+            m_segmentAudio.insert(m_segmentAudio.end(), m_pcm.begin(), m_pcm.end());
         if (auto error = m_engine->process(m_pcm.data(), m_pcm.size())) {
             fail(m_segment, *error);
             return Drain::failed;

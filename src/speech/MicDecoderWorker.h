@@ -62,4 +62,7 @@ private:
     QString m_lastPartial;
     std::vector<float> m_floats;
     std::vector<std::int16_t> m_pcm;
+    // The running segment's audio while the decoder is still cold (see endSegment()).
+    std::vector<std::int16_t> m_segmentAudio;
+    double m_secondsHeard = 0; // audio decoded since the engine was loaded
 };

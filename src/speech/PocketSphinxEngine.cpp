@@ -6,6 +6,9 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 
+#include <algorithm>
+#include <cmath>
+
 #include <pocketsphinx.h>
 
 namespace {
@@ -17,8 +20,9 @@ QString localeName(const QLocale &locale)
 
 } // namespace
 
-PocketSphinxEngine::PocketSphinxEngine(QString modelDir)
+PocketSphinxEngine::PocketSphinxEngine(QString modelDir, Options options)
     : m_modelDir(modelDir.isEmpty() ? defaultModelDir() : std::move(modelDir))
+    , m_options(std::move(options))
 {
 }
 
@@ -72,11 +76,22 @@ std::optional<SpeechEngine::Error> PocketSphinxEngine::load()
     const QByteArray hmm = QFile::encodeName(dir.filePath(QStringLiteral("en-us/en-us")));
     const QByteArray lm = QFile::encodeName(dir.filePath(QStringLiteral("en-us/en-us.lm.bin")));
     const QByteArray dict = QFile::encodeName(dir.filePath(QStringLiteral("en-us/cmudict-en-us.dict")));
+    // Up to six further name/value pairs; the argument list ends at the first null.
+    constexpr int kExtraSlots = 12;
+    std::vector<QByteArray> extra;
+    for (const QString &argument : m_options.extraArguments)
+        extra.push_back(argument.toUtf8());
+    if (extra.size() > kExtraSlots || extra.size() % 2 != 0)
+        return Error{kModelLoadFailed, QStringLiteral("the speech model settings were rejected")};
+    const char *x[kExtraSlots + 1] = {};
+    for (std::size_t i = 0; i < extra.size(); ++i)
+        x[i] = extra[i].constData();
     cmd_ln_t *config = cmd_ln_init(nullptr, ps_args(), TRUE,
                                    "-hmm", hmm.constData(),
                                    "-lm", lm.constData(),
                                    "-dict", dict.constData(),
                                    "-logfn", "/dev/null",
+                                   x[0], x[1], x[2], x[3], x[4], x[5], x[6], x[7], x[8], x[9], x[10], x[11],
                                    static_cast<char *>(nullptr));
     if (!config)
         return Error{kModelLoadFailed, QStringLiteral("the speech model settings were rejected")};
@@ -84,8 +99,56 @@ std::optional<SpeechEngine::Error> PocketSphinxEngine::load()
     cmd_ln_free_r(config);
     if (!m_decoder)
         return Error{kModelLoadFailed, QStringLiteral("the speech model could not be loaded")};
+    if (m_options.warmUp)
+        warmUp();
     qCInfo(lcSpeech, "[Ketterbloom] speech model loaded in %lld ms", static_cast<long long>(timer.elapsed()));
     return std::nullopt;
+}
+
+std::vector<std::int16_t> PocketSphinxEngine::warmUpAudio()
+{
+    // Formants of a few vowels (Hz); each syllable glides through one at a pitch near 120 Hz.
+    constexpr double kFormants[][3] = {{730, 1090, 2440}, {270, 2290, 3010}, {570, 840, 2410}, {530, 1840, 2480}};
+    constexpr double kRate = kSampleRate;
+    constexpr double kTwoPi = 6.283185307179586;
+    std::vector<std::int16_t> out(static_cast<std::size_t>(kRate));
+    double phase = 0;
+    // Two-pole resonators, one per formant; state per resonator.
+    double y1[3] = {}, y2[3] = {};
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        const double t = static_cast<double>(i) / kRate;
+        const int syllable = static_cast<int>(t * 4.0); // four syllables a second
+        const double within = t * 4.0 - syllable;
+        const double envelope = within < 0.75 ? std::sin(within / 0.75 * kTwoPi / 2) : 0.0;
+        const double pitch = 110.0 + 20.0 * std::sin(t * 3.0);
+        phase += pitch / kRate;
+        const double pulse = phase >= 1.0 ? 1.0 : 0.0;
+        if (phase >= 1.0)
+            phase -= 1.0;
+        double sample = 0;
+        const auto &formants = kFormants[syllable % 4];
+        for (int f = 0; f < 3; ++f) {
+            const double bandwidth = 80.0 + 40.0 * f;
+            const double r = std::exp(-kTwoPi / 2 * bandwidth / kRate);
+            const double a1 = 2 * r * std::cos(kTwoPi * formants[f] / kRate);
+            const double a2 = -r * r;
+            const double y = pulse + a1 * y1[f] + a2 * y2[f];
+            y2[f] = y1[f];
+            y1[f] = y;
+            sample += y / (f + 1);
+        }
+        out[i] = static_cast<std::int16_t>(std::clamp(sample * envelope * 600.0, -32767.0, 32767.0));
+    }
+    return out;
+}
+
+void PocketSphinxEngine::warmUp()
+{
+    const std::vector<std::int16_t> audio = warmUpAudio();
+    if (ps_start_utt(m_decoder) < 0)
+        return;
+    ps_process_raw(m_decoder, audio.data(), audio.size(), FALSE, FALSE);
+    ps_end_utt(m_decoder);
 }
 
 std::optional<SpeechEngine::Error> PocketSphinxEngine::startUtterance()
@@ -144,7 +207,28 @@ void PocketSphinxEngine::cancelUtterance()
     ps_end_utt(m_decoder);
 }
 
-std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::recognise(const std::int16_t *samples, std::size_t count)
+std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::recognise(const std::int16_t *samples, std::size_t count,
+                                                                        const std::atomic<bool> &stop)
+{
+    // Fed in quarter-second blocks so that a stop request is seen quickly; the decoder gives
+    // the same words as when it gets the utterance in one piece.
+    constexpr std::size_t kBlock = kSampleRate / 4;
+    if (auto error = startUtterance())
+        return *error;
+    for (std::size_t i = 0; i < count; i += kBlock) {
+        if (stop.load(std::memory_order_acquire)) {
+            cancelUtterance();
+            return Error{kCancelled, QStringLiteral("The decoding was stopped")};
+        }
+        if (auto error = process(samples + i, std::min(kBlock, count - i))) {
+            cancelUtterance();
+            return *error;
+        }
+    }
+    return endUtterance();
+}
+
+std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::recogniseWhole(const std::int16_t *samples, std::size_t count)
 {
     if (auto error = load())
         return *error;
@@ -152,8 +236,6 @@ std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::recognise(const s
         cancelUtterance();
     if (ps_start_utt(m_decoder) < 0)
         return Error{kDecodeFailed, QStringLiteral("the decoder could not start an utterance")};
-    // The whole utterance at once: the cepstral mean comes from this audio itself, so the
-    // result does not depend on what was decoded before.
     const int processed = ps_process_raw(m_decoder, samples, count, FALSE, TRUE);
     ps_end_utt(m_decoder);
     if (processed < 0)

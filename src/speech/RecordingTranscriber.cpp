@@ -5,10 +5,10 @@
 #include "speech/Resampler.h"
 #include "speech/SpeechLogging.h"
 #include "speech/SpeechText.h"
+#include "speech/UtteranceSplitter.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
 #include <sndfile.h>
 
@@ -17,30 +17,30 @@
 
 namespace {
 
-// Samples quieter than this (about -80 dBFS) count as digital silence, which is not decoded.
-constexpr float kSilence = 1e-4f;
+// Audio kept on either side of an utterance for the decoder (the level rule cuts off soft
+// word edges).
+constexpr double kPaddingSeconds = 0.25;
 // Shorter stretches of sound than this (0.1 s at 16 kHz) are not speech.
 constexpr std::size_t kMinSpeechSamples = 1600;
+// Frames read at a time while looking for utterances.
+constexpr sf_count_t kScanFrames = 1 << 15;
 
 struct SndFileCloser
 {
     void operator()(SNDFILE *file) const { sf_close(file); }
 };
 
-// The text of one channel of one chunk, or empty.
-QString recogniseChannel(SpeechEngine &engine, Resampler &resampler, const std::vector<float> &mono)
+// The text of one utterance, or empty.
+QString recognise(SpeechEngine &engine, Resampler &resampler, const std::vector<float> &mono,
+                  const std::atomic<bool> &cancelled)
 {
-    auto isSound = [](float s) { return std::fabs(s) >= kSilence; };
-    const auto first = std::find_if(mono.begin(), mono.end(), isSound);
-    if (first == mono.end())
-        return {};
-    const auto last = std::find_if(mono.rbegin(), mono.rend(), isSound).base();
     std::vector<std::int16_t> pcm;
-    resampler.process(&*first, static_cast<std::size_t>(last - first), pcm);
+    resampler.reset();
+    resampler.process(mono.data(), mono.size(), pcm);
     resampler.flush(pcm);
     if (pcm.size() < kMinSpeechSamples)
         return {};
-    auto result = engine.recognise(pcm.data(), pcm.size());
+    auto result = engine.recognise(pcm.data(), pcm.size(), cancelled);
     if (auto *error = std::get_if<SpeechEngine::Error>(&result)) {
         if (!SpeechEngine::isSilentError(error->code))
             qCWarning(lcSpeech, "[Ketterbloom] speech recognition failed: %s (%d)",
@@ -122,7 +122,7 @@ void RecordingTranscriber::cancel()
 
 RecordingTranscriber::Result RecordingTranscriber::run(const QString &wavPath, SpeechEngine &engine,
                                                        const QLocale &locale, const ProgressHandler &progress,
-                                                       const std::atomic<bool> &cancelled, double chunkSeconds)
+                                                       const std::atomic<bool> &cancelled)
 {
     const QString fileName = QFileInfo(wavPath).fileName();
     SF_INFO info{};
@@ -141,39 +141,56 @@ RecordingTranscriber::Result RecordingTranscriber::run(const QString &wavPath, S
     const double rate = info.samplerate;
     const int channels = info.channels;
     const double totalSeconds = static_cast<double>(info.frames) / rate;
-    const sf_count_t chunkFrames = std::max<sf_count_t>(1, static_cast<sf_count_t>(chunkSeconds * rate));
     RecordingTranscript transcript(fileName, totalSeconds);
     Resampler resampler(rate, SpeechEngine::kSampleRate);
     if (!resampler.isValid())
         return Failed{QStringLiteral("Could not convert the audio of %1.").arg(fileName)};
 
-    std::vector<float> interleaved(static_cast<std::size_t>(chunkFrames) * channels);
-    std::vector<float> mono;
-    sf_count_t position = 0;
+    // Where each channel speaks (fast: reads the file once, decodes nothing).
+    UtteranceSplitter splitter(channels, rate);
+    std::vector<float> interleaved(static_cast<std::size_t>(kScanFrames) * channels);
     for (;;) {
         if (cancelled.load(std::memory_order_acquire))
             return Failed{cancelledMessage()};
-        const int startSeconds = static_cast<int>(static_cast<double>(position) / rate);
-        const sf_count_t read = sf_readf_float(file.get(), interleaved.data(), chunkFrames);
+        const sf_count_t read = sf_readf_float(file.get(), interleaved.data(), kScanFrames);
         if (read <= 0)
             break;
-        QStringList texts;
-        mono.resize(static_cast<std::size_t>(read));
-        for (int c = 0; c < channels; ++c) {
-            for (sf_count_t i = 0; i < read; ++i)
-                mono[static_cast<std::size_t>(i)] = interleaved[static_cast<std::size_t>(i * channels + c)];
-            texts << recogniseChannel(engine, resampler, mono);
-        }
-        transcript.addChunk(startSeconds, texts);
-        position += read;
-        if (progress)
-            progress({static_cast<double>(position) / rate, totalSeconds});
+        splitter.process(interleaved.data(), read);
     }
+    const std::vector<UtteranceSplitter::Utterance> utterances = splitter.finish();
+    if (progress)
+        progress({0.0, totalSeconds});
 
-    const QString outputPath = RecordingTranscript::outputPath(wavPath);
-    QSaveFile out(outputPath);
-    if (!out.open(QIODevice::WriteOnly) || out.write(transcript.markdown().toUtf8()) < 0 || !out.commit())
-        return Failed{QStringLiteral("Could not write %1: %2").arg(QFileInfo(outputPath).fileName(), out.errorString())};
-    qCInfo(lcSpeech, "[Ketterbloom] recording transcribed: %s", qUtf8Printable(outputPath));
-    return Written{outputPath};
+    // Each utterance on its own, in time order, so that progress follows the recording.
+    const auto padding = static_cast<sf_count_t>(kPaddingSeconds * rate);
+    std::vector<float> mono;
+    double done = 0;
+    for (const UtteranceSplitter::Utterance &utterance : utterances) {
+        if (cancelled.load(std::memory_order_acquire))
+            return Failed{cancelledMessage()};
+        const sf_count_t from = std::max<sf_count_t>(0, utterance.startFrame - padding);
+        const sf_count_t to = std::min<sf_count_t>(info.frames, utterance.endFrame + padding);
+        if (sf_seek(file.get(), from, SEEK_SET) < 0)
+            return Failed{QStringLiteral("Could not read %1: %2").arg(fileName, QString::fromUtf8(sf_strerror(file.get())))};
+        interleaved.resize(static_cast<std::size_t>(to - from) * channels);
+        const sf_count_t read = sf_readf_float(file.get(), interleaved.data(), to - from);
+        mono.resize(static_cast<std::size_t>(std::max<sf_count_t>(read, 0)));
+        for (std::size_t i = 0; i < mono.size(); ++i)
+            mono[i] = interleaved[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(utterance.channel)];
+        const QString text = recognise(engine, resampler, mono, cancelled);
+        if (cancelled.load(std::memory_order_acquire))
+            return Failed{cancelledMessage()};
+        transcript.addUtterance(utterance.channel, static_cast<double>(utterance.startFrame) / rate, text);
+        done = std::max(done, static_cast<double>(utterance.endFrame) / rate);
+        if (progress)
+            progress({done, totalSeconds});
+    }
+    if (progress)
+        progress({totalSeconds, totalSeconds});
+
+    const auto written = RecordingTranscript::writeBeside(wavPath, transcript.markdown());
+    if (written.path.isEmpty())
+        return Failed{written.error};
+    qCInfo(lcSpeech, "[Ketterbloom] recording transcribed: %s", qUtf8Printable(written.path));
+    return Written{written.path};
 }

@@ -16,8 +16,9 @@
 class SpeechEngine;
 
 // Transcribes a saved recording (any WAV file, usually the session's stereo archive: left the
-// user, right the meeting) into a Markdown transcript beside it, on the device. Works in
-// 45-second chunks, each channel on its own.
+// user, right the meeting) into a Markdown dialogue beside it, on the device: each channel is
+// split into utterances by its level, each utterance decoded on its own, and the utterances
+// written in time order.
 //
 // transcribe() and cancel() are called on the owning (GUI) thread; the work runs on the
 // transcriber's worker thread ("kb-rec-speech"), one recording after another; progress and
@@ -32,8 +33,6 @@ public:
     using Result = std::variant<Written, Failed>;
     using ProgressHandler = std::function<void(const RecordingProgress &)>;
 
-    static constexpr double kChunkSeconds = 45.0;
-
     // `engine` is used only on the worker thread and kept for the transcriber's life (give it
     // an engine of its own, not the microphone's). Without one, each transcription loads a
     // PocketSphinx engine and frees it when done, so its memory is not held between runs.
@@ -43,16 +42,16 @@ public:
 
     void transcribe(const QString &wavPath, ProgressHandler progress,
                     std::function<void(const Result &)> completion);
-    // Stops every running or waiting transcription before its next chunk; each completes
-    // with a Failed result and writes no file.
+    // Stops every running or waiting transcription: the decoder gives up within a quarter
+    // second of audio; each completes with a Failed result and writes no file.
     void cancel();
     bool isRunning() const { return !m_jobs.empty(); }
 
-    // The whole job on the calling thread: reads `wavPath`, calls `progress` after each chunk,
-    // stops before the next chunk once `cancelled` is set, and writes the transcript.
+    // The whole job on the calling thread: reads `wavPath`, calls `progress` after each utterance,
+    // stops soon after `cancelled` is set, and writes the transcript beside the recording
+    // (never over an existing file).
     static Result run(const QString &wavPath, SpeechEngine &engine, const QLocale &locale,
-                      const ProgressHandler &progress, const std::atomic<bool> &cancelled,
-                      double chunkSeconds = kChunkSeconds);
+                      const ProgressHandler &progress, const std::atomic<bool> &cancelled);
 
     // run() with the PocketSphinx engine and the system locale, for a terminal front end:
     // blocks until the transcript is written; `progress` is called on the calling thread.

@@ -3,25 +3,44 @@
 #include <QString>
 #include <QStringList>
 
-// The Markdown transcript of a saved recording: a header, then one section per chunk in
-// which at least one channel produced text. Channel 0 is the user, every other channel the
-// meeting.
+// The Markdown transcript of a saved recording: a header, then the conversation as a
+// dialogue, one paragraph per utterance in time order: "**You** (03:12): …". Channel 0 is
+// the user, every other channel the meeting.
 class RecordingTranscript
 {
 public:
     // `fileName` is the recording's file name; `seconds` its length.
     RecordingTranscript(const QString &fileName, double seconds);
 
-    // The transcript's path for a recording: its extension replaced by "transcript.md".
-    static QString outputPath(const QString &recordingPath);
+    // The transcript's path for a recording: its extension replaced by "recording.md", or,
+    // when `attempt` > 1, by "recording-<attempt>.md". (Not "transcript.md": that is the
+    // session's own transcript, whose stamp the recording shares.)
+    static QString outputPath(const QString &recordingPath, int attempt = 1);
+    // Creates the first of outputPath(…, 1), outputPath(…, 2), … that does not exist yet and
+    // writes `text` into it; never replaces a file.
+    struct WriteResult
+    {
+        QString path;  // set when written
+        QString error; // set when not
+    };
+    static WriteResult writeBeside(const QString &recordingPath, const QString &text);
     static QString channelLabel(int channel);
 
-    // Adds a chunk starting at `startSeconds` (whole seconds) with one text per channel;
-    // empty texts are left out, and a chunk without any text adds nothing.
-    void addChunk(int startSeconds, const QStringList &channelTexts);
+    // Adds what `channel` said from `startSeconds` on; empty text adds nothing. Utterances
+    // may come in any order: the transcript sorts them by start time, then by channel.
+    void addUtterance(int channel, double startSeconds, const QString &text);
+    // "03:12", or "1:03:12" from an hour.
+    static QString timestamp(double seconds);
 
     QString markdown() const;
 
 private:
-    QStringList m_lines;
+    struct Line
+    {
+        double start;
+        int channel;
+        QString text;
+    };
+    QStringList m_header;
+    QList<Line> m_dialogue;
 };

@@ -5,6 +5,7 @@
 #include <QLocale>
 #include <QString>
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <variant>
@@ -52,6 +53,11 @@ public:
     virtual std::variant<QString, Error> endUtterance() = 0;
     // Drops the running utterance, if any.
     virtual void cancelUtterance() = 0;
-    // Decodes a whole utterance at once (normalised over all of it, which suits recordings).
-    virtual std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count) = 0;
+    // Decodes a whole utterance in one pass, normalised over the utterance itself, so that the
+    // result does not depend on what the engine heard before.
+    virtual std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count) = 0;
+    // Decodes a whole utterance. Once `stop` is set (checked at least every quarter second of
+    // audio) it gives up and returns kCancelled.
+    virtual std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
+                                                   const std::atomic<bool> &stop) = 0;
 };

@@ -37,6 +37,7 @@ QString actionLabel(SessionController::BannerAction action)
     case SessionController::BannerAction::openAccountSettings: return QStringLiteral("Open Settings");
     case SessionController::BannerAction::openOnboarding: return QStringLiteral("Open Setup");
     case SessionController::BannerAction::openContext: return QStringLiteral("Add Context");
+    case SessionController::BannerAction::cancelTranscription: return QStringLiteral("Cancel");
     case SessionController::BannerAction::installUpdate: return QStringLiteral("Install Update");
     case SessionController::BannerAction::restartNow: return QStringLiteral("Restart Now");
     }
@@ -95,6 +96,7 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
         case SessionController::BannerAction::openAccountSettings: openSettings(); break;
         case SessionController::BannerAction::openOnboarding: openOnboarding(); break;
         case SessionController::BannerAction::openContext: openContextPanel(); break;
+        case SessionController::BannerAction::cancelTranscription: m_controller.cancelRecordingTranscription(); break;
         case SessionController::BannerAction::installUpdate: emit installUpdateRequested(); break;
         case SessionController::BannerAction::restartNow: emit restartRequested(); break;
         }

@@ -3,6 +3,7 @@
 #include "session/SessionController.h"
 #include "session/TapQueries.h"
 #include "settings/InstructionsBuilder.h"
+#include "ui/AnswerServiceCheckBox.h"
 #include "ui/ApiKeyField.h"
 #include "ui/AudioEnvironment.h"
 #include "ui/TextSize.h"
@@ -161,6 +162,7 @@ QWidget *SettingsDialog::buildAudioTab()
     m_transcribe = new QCheckBox(tr("T&ranscribe my answers on this computer"), page);
     layout->addWidget(m_saveAudio);
     layout->addWidget(m_transcribe);
+    layout->addWidget(new AnswerServiceCheckBox(m_settings, page));
     layout->addStretch(1);
 
     refreshAudioLists();

@@ -77,11 +77,35 @@ public:
     }
     void cancelUtterance() override { ++cancels; }
     // "level N": N is the amplitude of a sine in tenths of full scale (from its RMS).
-    std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count) override
+    // What a whole-utterance decode returns; none means the same as endUtterance() would.
+    void setWholeText(std::optional<QString> text) { QMutexLocker lock(&m_mutex); m_wholeText = std::move(text); }
+    std::atomic<int> wholeDecodes{0};
+    std::atomic<long> lastWholeSamples{0};
+    std::variant<QString, Error> recogniseWhole(const std::int16_t *, std::size_t count) override
+    {
+        ++wholeDecodes;
+        lastWholeSamples = static_cast<long>(count);
+        QMutexLocker lock(&m_mutex);
+        if (m_wholeText)
+            return *m_wholeText;
+        if (m_endError)
+            return *m_endError;
+        if (m_hypothesis.isEmpty())
+            return Error{kNothingRecognised, QStringLiteral("No speech detected")};
+        return m_hypothesis;
+    }
+    // A held recognition gives up as soon as `stop` is set.
+    std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
+                                           const std::atomic<bool> &stop) override
     {
         ++recognitions;
         QMutexLocker lock(&m_mutex);
-        waitWhileHeld();
+        holding = m_hold;
+        while (m_hold && !stop.load())
+            m_released.wait(&m_mutex, 10);
+        holding = false;
+        if (stop.load())
+            return Error{kCancelled, QStringLiteral("The decoding was stopped")};
         double energy = 0;
         for (std::size_t i = 0; i < count; ++i)
             energy += double(samples[i]) * samples[i];
@@ -104,6 +128,7 @@ private:
     QWaitCondition m_released;
     QString m_hypothesis;
     std::optional<Error> m_endError;
+    std::optional<QString> m_wholeText;
     bool m_hold = false;
     bool m_holdStart = false;
     SpeechAvailability m_availability = SpeechAvailability::ready();

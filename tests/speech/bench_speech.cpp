@@ -1,15 +1,25 @@
-// Speed, memory and accuracy of on-device recognition on the librivox clips of
-// pocketsphinx-testdata: real-time factor (CPU seconds per audio second), peak resident
-// memory, and word error rate against the clips' reference transcription.
+// Accuracy, speed and memory of on-device recognition, the way the microphone path decodes
+// (0.1 s blocks with a partial hypothesis after each), on two sets:
+//  - the librivox clips of pocketsphinx-testdata, against their reference transcription;
+//  - a fixed set of interview answers spoken by espeak-ng.
+// For each set, word error rate "cold" (each clip as the first utterance after loading the
+// model) and "warm" (every clip after the decoder has heard another utterance), for the
+// decoder as it was set up before (untuned) and as it is now.
+// KETTERBLOOM_SPEECH_ARGS="-name value …" adds decoder settings to "now", for experiments;
+// KETTERBLOOM_BENCH_WARMUP=1 also measures a warm-up with a generated voice after loading.
 #include "speech/PocketSphinxEngine.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QTextStream>
 
 #include <sndfile.h>
+#include <soxr.h>
 
 #include <cstdio>
 #include <ctime>
@@ -17,7 +27,26 @@
 
 namespace {
 
-const QString kDir = QStringLiteral("/usr/share/pocketsphinx/test/data/librivox");
+const QString kLibrivox = QStringLiteral("/usr/share/pocketsphinx/test/data/librivox");
+
+const char *const kAnswers[] = {
+    "I led a small team that moved our billing system to a new database",
+    "the hardest part was keeping the service running while we moved the data",
+    "we wrote tests for every step and we could roll back at any time",
+    "my manager asked me to plan the work and talk to the other teams",
+    "in the end we finished two weeks early and the customers did not notice",
+    "I like to work with people who ask questions and share what they learn",
+    "my biggest weakness is that I sometimes take on too much work myself",
+    "I want to join your company because I care about the product",
+};
+const char *const kVoices[] = {"en-us+f2", "en-us", "en-us+f4", "en-us+m3"};
+
+struct Clip
+{
+    QString name;
+    QString reference;
+    std::vector<std::int16_t> pcm; // 16 kHz
+};
 
 double cpuSeconds()
 {
@@ -37,20 +66,61 @@ QString procStatus(const char *key)
     return QStringLiteral("?");
 }
 
-std::vector<std::int16_t> readClip(const QString &path)
+std::vector<std::int16_t> readAt16k(const QString &path)
 {
     SF_INFO info{};
     SNDFILE *f = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
     std::vector<std::int16_t> pcm;
     if (!f)
         return pcm;
-    pcm.resize(static_cast<std::size_t>(info.frames));
-    sf_readf_short(f, pcm.data(), info.frames);
+    std::vector<float> in(static_cast<std::size_t>(info.frames) * info.channels);
+    sf_readf_float(f, in.data(), info.frames);
     sf_close(f);
+    std::vector<float> mono(static_cast<std::size_t>(info.frames));
+    for (std::size_t i = 0; i < mono.size(); ++i)
+        mono[i] = in[i * static_cast<std::size_t>(info.channels)];
+    std::vector<float> out(static_cast<std::size_t>(mono.size() * 16000.0 / info.samplerate) + 16);
+    std::size_t made = 0;
+    soxr_oneshot(info.samplerate, 16000, 1, mono.data(), mono.size(), nullptr, out.data(), out.size(), &made,
+                 nullptr, nullptr, nullptr);
+    for (std::size_t i = 0; i < made; ++i)
+        pcm.push_back(static_cast<std::int16_t>(std::clamp(out[i] * 32768.0f, -32768.0f, 32767.0f)));
     return pcm;
 }
 
-// Word-level edit distance.
+QList<Clip> librivoxClips()
+{
+    QList<Clip> clips;
+    QFile transcription(kLibrivox + QStringLiteral("/transcription"));
+    if (!transcription.open(QIODevice::ReadOnly))
+        return clips;
+    // Lines: "<s> words </s> (fileid)"
+    const QRegularExpression line(QStringLiteral("^<s>\\s*(.*?)\\s*</s>\\s*\\((.+)\\)\\s*$"));
+    for (const QByteArray &raw : transcription.readAll().split('\n')) {
+        const auto m = line.match(QString::fromUtf8(raw));
+        if (m.hasMatch())
+            clips.append({m.captured(2).right(4), m.captured(1), readAt16k(kLibrivox + u'/' + m.captured(2) + QStringLiteral(".wav"))});
+    }
+    return clips;
+}
+
+QList<Clip> espeakClips(const QTemporaryDir &dir)
+{
+    QList<Clip> clips;
+    if (QStandardPaths::findExecutable(QStringLiteral("espeak-ng")).isEmpty())
+        return clips;
+    int n = 0;
+    for (const char *answer : kAnswers) {
+        const QString path = dir.filePath(QStringLiteral("answer%1.wav").arg(n));
+        const QString voice = QString::fromLatin1(kVoices[n % std::size(kVoices)]);
+        QProcess::execute(QStringLiteral("espeak-ng"), {QStringLiteral("-v"), voice, QStringLiteral("-s"), QStringLiteral("160"),
+                                                        QStringLiteral("-w"), path, QString::fromLatin1(answer)});
+        clips.append({QStringLiteral("a%1").arg(n), QString::fromLatin1(answer), readAt16k(path)});
+        ++n;
+    }
+    return clips;
+}
+
 int editDistance(const QStringList &ref, const QStringList &hyp)
 {
     std::vector<int> prev(hyp.size() + 1), cur(hyp.size() + 1);
@@ -70,10 +140,40 @@ QStringList words(const QString &text)
     return text.toLower().split(QRegularExpression(QStringLiteral("\\s+")), Qt::SkipEmptyParts);
 }
 
-struct Totals
+// As the microphone path decodes: 0.1 s blocks, a partial hypothesis after each; with
+// `redecodeCold`, while the engine has heard under 20 s, the final text comes from decoding
+// the whole utterance again (as MicDecoderWorker does).
+QString decodeLive(PocketSphinxEngine &engine, const Clip &clip, bool redecodeCold, double &heard)
 {
-    double audio = 0, cpu = 0;
+    const bool cold = heard < 20.0;
+    heard += clip.pcm.size() / 16000.0;
+    engine.startUtterance();
+    for (std::size_t i = 0; i < clip.pcm.size(); i += 1600) {
+        engine.process(clip.pcm.data() + i, std::min<std::size_t>(1600, clip.pcm.size() - i));
+        engine.partialHypothesis();
+    }
+    auto r = engine.endUtterance();
+    if (redecodeCold && cold && clip.pcm.size() <= 10 * 16000) {
+        auto whole = engine.recogniseWhole(clip.pcm.data(), clip.pcm.size());
+        if (std::holds_alternative<QString>(whole))
+            r = whole;
+    }
+    const auto *s = std::get_if<QString>(&r);
+    return s ? *s : QString();
+}
+
+struct Score
+{
     int errors = 0, refWords = 0;
+    double audio = 0, cpu = 0;
+    void add(const Clip &clip, const QString &hyp, double seconds)
+    {
+        errors += editDistance(words(clip.reference), words(hyp));
+        refWords += words(clip.reference).size();
+        audio += clip.pcm.size() / 16000.0;
+        cpu += seconds;
+    }
+    double wer() const { return 100.0 * errors / std::max(1, refWords); }
 };
 
 } // namespace
@@ -82,68 +182,94 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
-    QFile transcription(kDir + QStringLiteral("/transcription"));
-    if (!transcription.open(QIODevice::ReadOnly)) {
-        out << "bench_speech: pocketsphinx-testdata is not installed\n";
-        return 0;
-    }
-    // Lines: "<s> words </s> (fileid)"
-    QList<QPair<QString, QString>> clips;
-    const QRegularExpression line(QStringLiteral("^<s>\\s*(.*?)\\s*</s>\\s*\\((.+)\\)\\s*$"));
-    for (const QByteArray &raw : transcription.readAll().split('\n')) {
-        const auto m = line.match(QString::fromUtf8(raw));
-        if (m.hasMatch())
-            clips.append({m.captured(2), m.captured(1)});
-    }
+    const QTemporaryDir dir;
+    const QList<QPair<QString, QList<Clip>>> sets{{QStringLiteral("librivox clips"), librivoxClips()},
+                                                  {QStringLiteral("espeak-ng interview answers"), espeakClips(dir)}};
+    if (sets[0].second.isEmpty())
+        out << "bench_speech: pocketsphinx-testdata is not installed; only the espeak-ng set runs\n";
 
-    PocketSphinxEngine engine;
-    QElapsedTimer wall;
-    wall.start();
-    const double cpu0 = cpuSeconds();
-    if (auto error = engine.load()) {
-        out << "bench_speech: " << error->description << "\n";
-        return 1;
-    }
-    out << QStringLiteral("model load: %1 ms wall, %2 s CPU, resident %3\n")
-               .arg(wall.elapsed()).arg(cpuSeconds() - cpu0, 0, 'f', 2).arg(procStatus("VmRSS:"));
+    PocketSphinxEngine::Options now;
+    const QString extra = qEnvironmentVariable("KETTERBLOOM_SPEECH_ARGS");
+    now.extraArguments = extra.split(u' ', Qt::SkipEmptyParts);
+    struct Config
+    {
+        QString name;
+        PocketSphinxEngine::Options options;
+        bool redecodeCold;
+    };
+    const QList<Config> configs{{QStringLiteral("before"), PocketSphinxEngine::Options::untuned(), false},
+                                {QStringLiteral("warm-up with a generated voice"), PocketSphinxEngine::Options::warmedUp(), false},
+                                {QStringLiteral("now"), now, true}};
+    const bool verbose = qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_VERBOSE");
 
-    // Live: 0.1 s blocks with a partial hypothesis after each, as the microphone path does.
-    // Whole: each clip decoded at once, as the recording path does.
-    for (const bool live : {true, false}) {
-        Totals t;
-        out << (live ? "\nlive (streamed, partials each 0.1 s):\n" : "\nwhole utterance:\n");
-        for (const auto &[id, reference] : clips) {
-            const auto pcm = readClip(kDir + u'/' + id + QStringLiteral(".wav"));
-            const double start = cpuSeconds();
-            QString hyp;
-            if (live) {
-                engine.startUtterance();
-                for (std::size_t i = 0; i < pcm.size(); i += 1600) {
-                    engine.process(pcm.data() + i, std::min<std::size_t>(1600, pcm.size() - i));
-                    engine.partialHypothesis();
-                }
-                auto r = engine.endUtterance();
-                if (auto *s = std::get_if<QString>(&r))
-                    hyp = *s;
-            } else {
-                auto r = engine.recognise(pcm.data(), pcm.size());
-                if (auto *s = std::get_if<QString>(&r))
-                    hyp = *s;
+    const bool wholeOnly = qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WHOLE_ONLY");
+    for (const auto &[configName, options, redecodeCold] : configs) {
+        if (options.warmUp && !qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WARMUP"))
+            continue; // measured once; see the README
+        if (wholeOnly && configName != QLatin1String("now"))
+            continue;
+        out << "\n== " << configName << (options.extraArguments.isEmpty() ? QString() : QStringLiteral(" + ") + extra) << " ==\n";
+        {
+            PocketSphinxEngine engine(QString(), options);
+            QElapsedTimer wall;
+            wall.start();
+            const double cpu0 = cpuSeconds();
+            if (auto error = engine.load()) {
+                out << "bench_speech: " << error->description << "\n";
+                return 1;
             }
-            const double cpu = cpuSeconds() - start;
-            const double seconds = pcm.size() / 16000.0;
-            const int errors = editDistance(words(reference), words(hyp));
-            t.audio += seconds;
-            t.cpu += cpu;
-            t.errors += errors;
-            t.refWords += words(reference).size();
-            out << QStringLiteral("  %1  %2 s audio, RTF %3, %4/%5 word errors: %6\n")
-                       .arg(id.right(4)).arg(seconds, 0, 'f', 2).arg(cpu / seconds, 0, 'f', 2)
-                       .arg(errors).arg(words(reference).size()).arg(hyp);
+            out << QStringLiteral("model load: %1 ms wall, %2 s CPU, resident %3\n")
+                       .arg(wall.elapsed()).arg(cpuSeconds() - cpu0, 0, 'f', 2).arg(procStatus("VmRSS:"));
         }
-        out << QStringLiteral("  total: %1 s audio, real-time factor %2 (CPU s per audio s), WER %3%\n")
-                   .arg(t.audio, 0, 'f', 1).arg(t.cpu / t.audio, 0, 'f', 2)
-                   .arg(100.0 * t.errors / std::max(1, t.refWords), 0, 'f', 1);
+        for (int s = 0; s < sets.size(); ++s) {
+            const QList<Clip> &clips = sets[s].second;
+            if (clips.isEmpty())
+                continue;
+            // Cold: a fresh decoder for each clip.
+            Score cold;
+            for (const Clip &clip : wholeOnly ? QList<Clip>() : clips) {
+                PocketSphinxEngine engine(QString(), options);
+                engine.load();
+                const double start = cpuSeconds();
+                double heard = 0;
+                const QString hyp = decodeLive(engine, clip, redecodeCold, heard);
+                cold.add(clip, hyp, cpuSeconds() - start);
+                if (verbose)
+                    out << "  cold " << clip.name << ": " << hyp << "\n";
+            }
+            // Warm: one decoder that first hears an utterance of the other set.
+            Score warm;
+            PocketSphinxEngine engine(QString(), options);
+            engine.load();
+            const QList<Clip> &other = sets[1 - s].second.isEmpty() ? clips : sets[1 - s].second;
+            double heard = 0;
+            if (!wholeOnly)
+                decodeLive(engine, other.last(), redecodeCold, heard);
+            for (const Clip &clip : wholeOnly ? QList<Clip>() : clips) {
+                const double start = cpuSeconds();
+                const QString hyp = decodeLive(engine, clip, redecodeCold, heard);
+                warm.add(clip, hyp, cpuSeconds() - start);
+                if (verbose)
+                    out << "  warm " << clip.name << ": " << hyp << "\n";
+            }
+            out << QStringLiteral("%1 (%2 clips, %3 s): WER cold %4%, warm %5%; real-time factor %6\n")
+                       .arg(sets[s].first).arg(clips.size()).arg(warm.audio, 0, 'f', 1)
+                       .arg(cold.wer(), 0, 'f', 1).arg(warm.wer(), 0, 'f', 1).arg(warm.cpu / warm.audio, 0, 'f', 2);
+            if (wholeOnly || qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WHOLE")) {
+                Score whole;
+                PocketSphinxEngine fresh(QString(), options);
+                fresh.load();
+                for (const Clip &clip : clips) {
+                    const double start = cpuSeconds();
+                    auto r = fresh.recogniseWhole(clip.pcm.data(), clip.pcm.size());
+                    const auto *text = std::get_if<QString>(&r);
+                    whole.add(clip, text ? *text : QString(), cpuSeconds() - start);
+                    if (verbose)
+                        out << "  whole " << clip.name << ": " << (text ? *text : QString()) << "\n";
+                }
+                out << QStringLiteral("  each utterance decoded whole (cold = warm): WER %1%\n").arg(whole.wer(), 0, 'f', 1);
+            }
+        }
     }
     out << QStringLiteral("\npeak memory (VmHWM): %1\n").arg(procStatus("VmHWM:"));
     return 0;

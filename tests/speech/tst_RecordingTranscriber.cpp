@@ -1,4 +1,4 @@
-// The recording transcriber's chunks, channels, output and cancelling, with a scripted engine
+// The recording transcriber's utterances, dialogue order, output names and cancelling, with a scripted engine
 // that "recognises" the loudness of what it hears.
 #include "FakeSpeechEngine.h"
 #include "SpeechTestAudio.h"
@@ -41,19 +41,20 @@ class TestRecordingTranscriber : public QObject
     Q_OBJECT
 
 private slots:
-    void channelsAndChunks();
-    void monoIsAllYou();
-    void cancelStopsBeforeNextChunk();
+    void dialogueInTimeOrder();
+    void silenceRuleAndMono();
+    void cancelStopsTheDecoder();
     void failures();
-    void outputPath();
+    void neverOverwrites();
 
 private:
     QTemporaryDir m_dir;
 };
 
-void TestRecordingTranscriber::channelsAndChunks()
+void TestRecordingTranscriber::dialogueInTimeOrder()
 {
-    // Three channels, 100 s: chunks at 00:00 and 00:45 have sound, 01:30 is silent.
+    // Three channels, 100 s. The second speaks for 55 s without a pause (cut after 30 s);
+    // 01:30-01:40 is silent everywhere.
     const QString wav = m_dir.filePath(QStringLiteral("three.wav"));
     QVERIFY(writeWav(wav, kRate, {track(100, {{10, 20}}, 0.2f), track(100, {{5, 60}}, 0.4f), track(100, {{70, 80}}, 0.6f)}));
 
@@ -67,7 +68,7 @@ void TestRecordingTranscriber::channelsAndChunks()
     QVERIFY(!transcriber.isRunning());
     const auto *written = std::get_if<RecordingTranscriber::Written>(&*run.result);
     QVERIFY(written);
-    QCOMPARE(written->transcriptPath, m_dir.filePath(QStringLiteral("three.transcript.md")));
+    QCOMPARE(written->transcriptPath, m_dir.filePath(QStringLiteral("three.recording.md")));
     QFile file(written->transcriptPath);
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(QString::fromUtf8(file.readAll()),
@@ -77,38 +78,42 @@ void TestRecordingTranscriber::channelsAndChunks()
                             "Duration: 1 min 40 s\n"
                             "Transcribed on-device. Left channel = you, right channel = the meeting.\n"
                             "\n"
-                            "### 00:00\n"
-                            "**You:** Level 2\n"
-                            "**Interviewer:** Level 4\n"
+                            "**Interviewer** (00:05): Level 4\n"
                             "\n"
-                            "### 00:45\n"
-                            "**Interviewer:** Level 4\n"
-                            "**Interviewer:** Level 6\n"));
-    QCOMPARE(engine->recognitions.load(), 4); // silent channels and chunks are not decoded
-    QCOMPARE(run.progress.size(), 3);
-    QCOMPARE(run.progress[0].secondsDone, 45.0);
-    QCOMPARE(run.progress[1].secondsDone, 90.0);
-    QCOMPARE(run.progress[2].secondsDone, 100.0);
-    QCOMPARE(run.progress[2].secondsTotal, 100.0);
+                            "**You** (00:10): Level 2\n"
+                            "\n"
+                            "**Interviewer** (00:35): Level 4\n"
+                            "\n"
+                            "**Interviewer** (01:10): Level 6\n"));
+    QCOMPARE(engine->recognitions.load(), 4); // silence is not decoded
+    QList<double> done;
+    for (const auto &p : run.progress) {
+        done << p.secondsDone;
+        QCOMPARE(p.secondsTotal, 100.0);
+    }
+    QCOMPARE(done, (QList<double>{0, 35, 35, 60, 80, 100})); // after each utterance; never backwards
 }
 
-void TestRecordingTranscriber::monoIsAllYou()
+void TestRecordingTranscriber::silenceRuleAndMono()
 {
+    // Pauses under 2 s stay inside one utterance; from 2 s on they split it.
     const QString wav = m_dir.filePath(QStringLiteral("mono.wav"));
-    QVERIFY(writeWav(wav, kRate, {track(59, {{0, 3}, {50, 52}}, 0.5f)}));
+    QVERIFY(writeWav(wav, kRate, {track(62, {{0, 3}, {4, 6}, {8, 9}, {60, 62}}, 0.5f)}));
     FakeSpeechEngine engine;
     std::atomic<bool> cancelled{false};
     const auto result = RecordingTranscriber::run(wav, engine, QLocale::c(), {}, cancelled);
     QVERIFY(std::holds_alternative<RecordingTranscriber::Written>(result));
-    QFile file(m_dir.filePath(QStringLiteral("mono.transcript.md")));
+    QFile file(m_dir.filePath(QStringLiteral("mono.recording.md")));
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
-    QCOMPARE(lines[3], QStringLiteral("Duration: 0 min 59 s"));
-    QCOMPARE(lines.mid(6), (QStringList{QStringLiteral("### 00:00"), QStringLiteral("**You:** Level 5"), QString(),
-                                        QStringLiteral("### 00:45"), QStringLiteral("**You:** Level 5"), QString()}));
+    QCOMPARE(lines[3], QStringLiteral("Duration: 1 min 02 s"));
+    QCOMPARE(lines.mid(6), (QStringList{QStringLiteral("**You** (00:00): Level 4"), QString(),
+                                        QStringLiteral("**You** (00:08): Level 4"), QString(),
+                                        QStringLiteral("**You** (01:00): Level 5"), QString()})); // no silence after it to pad with
+    QCOMPARE(RecordingTranscript::timestamp(3650.7), QStringLiteral("1:00:50"));
 }
 
-void TestRecordingTranscriber::cancelStopsBeforeNextChunk()
+void TestRecordingTranscriber::cancelStopsTheDecoder()
 {
     const QString wav = m_dir.filePath(QStringLiteral("long.wav"));
     QVERIFY(writeWav(wav, kRate, {track(100, {{0, 100}}, 0.5f)}));
@@ -118,16 +123,17 @@ void TestRecordingTranscriber::cancelStopsBeforeNextChunk()
     Run run;
     transcriber.transcribe(wav, [&](const RecordingProgress &p) { run.progress << p; },
                            [&](const RecordingTranscriber::Result &r) { run.result = r; });
-    QTRY_VERIFY(engine->holding.load()); // inside the first chunk
+    QTRY_VERIFY(engine->holding.load()); // inside the first chunk; the decoder would never finish
     transcriber.cancel();
-    engine->release();
     QTRY_VERIFY(run.result.has_value());
+    engine->release();
     const auto *failed = std::get_if<RecordingTranscriber::Failed>(&*run.result);
     QVERIFY(failed);
     QCOMPARE(failed->message, RecordingTranscriber::cancelledMessage());
     QCOMPARE(engine->recognitions.load(), 1);
-    QCOMPARE(run.progress.size(), 1); // the chunk under way finishes and reports
-    QVERIFY(!QFile::exists(m_dir.filePath(QStringLiteral("long.transcript.md"))));
+    QCOMPARE(run.progress.size(), 1); // the utterances were found; the first one was given up
+    QCOMPARE(run.progress[0].secondsDone, 0.0);
+    QVERIFY(!QFile::exists(m_dir.filePath(QStringLiteral("long.recording.md"))));
 
     // The transcriber takes the next recording as usual.
     run = {};
@@ -150,20 +156,42 @@ void TestRecordingTranscriber::failures()
     engine.setAvailability(SpeechAvailability::unsupported(QStringLiteral("Speech recognition is unavailable for fr_FR.")));
     result = RecordingTranscriber::run(wav, engine, QLocale(QStringLiteral("fr_FR")), {}, cancelled);
     QCOMPARE(std::get<RecordingTranscriber::Failed>(result).message, QStringLiteral("Speech recognition is unavailable for fr_FR."));
-
-    // The transcript cannot be written: its path is taken by a folder.
-    engine.setAvailability(SpeechAvailability::ready());
-    QVERIFY(QDir(m_dir.path()).mkdir(QStringLiteral("short.transcript.md")));
-    result = RecordingTranscriber::run(wav, engine, QLocale::c(), {}, cancelled);
-    QVERIFY(std::get<RecordingTranscriber::Failed>(result).message.startsWith(QStringLiteral("Could not write short.transcript.md: ")));
 }
 
-void TestRecordingTranscriber::outputPath()
+void TestRecordingTranscriber::neverOverwrites()
 {
     QCOMPARE(RecordingTranscript::outputPath(QStringLiteral("/home/a/Documents/Ketterbloom/meeting_2026-01-02_10-00-00.wav")),
-             QStringLiteral("/home/a/Documents/Ketterbloom/meeting_2026-01-02_10-00-00.transcript.md"));
-    QCOMPARE(RecordingTranscript::outputPath(QStringLiteral("/tmp/v1.2/take.two.WAV")), QStringLiteral("/tmp/v1.2/take.two.transcript.md"));
-    QCOMPARE(RecordingTranscript::outputPath(QStringLiteral("/tmp/v1.2/noext")), QStringLiteral("/tmp/v1.2/noext.transcript.md"));
+             QStringLiteral("/home/a/Documents/Ketterbloom/meeting_2026-01-02_10-00-00.recording.md"));
+    QCOMPARE(RecordingTranscript::outputPath(QStringLiteral("/tmp/v1.2/take.two.WAV"), 3), QStringLiteral("/tmp/v1.2/take.two.recording-3.md"));
+    QCOMPARE(RecordingTranscript::outputPath(QStringLiteral("/tmp/v1.2/noext")), QStringLiteral("/tmp/v1.2/noext.recording.md"));
+
+    // A session's transcript, events log and recording share one stamp.
+    const QString stamp = QStringLiteral("meeting_2026-11-21_14-05-09");
+    const QString wav = m_dir.filePath(stamp + QStringLiteral(".wav"));
+    QVERIFY(writeWav(wav, kRate, {track(2, {{0, 2}}, 0.3f), track(2, {{0, 2}}, 0.5f)}));
+    const QByteArray session = "# Session transcript\n\nQ: Why us?\n";
+    {
+        QFile f(m_dir.filePath(stamp + QStringLiteral(".transcript.md")));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(session);
+    }
+    QVERIFY(QDir(m_dir.path()).mkdir(stamp + QStringLiteral(".recording-2.md"))); // taken, even if by a folder
+    FakeSpeechEngine engine;
+    std::atomic<bool> cancelled{false};
+    QStringList paths;
+    for (int run = 0; run < 2; ++run) {
+        const auto result = RecordingTranscriber::run(wav, engine, QLocale::c(), {}, cancelled);
+        QVERIFY(std::holds_alternative<RecordingTranscriber::Written>(result));
+        paths << std::get<RecordingTranscriber::Written>(result).transcriptPath;
+    }
+    QCOMPARE(paths, (QStringList{m_dir.filePath(stamp + QStringLiteral(".recording.md")),
+                                 m_dir.filePath(stamp + QStringLiteral(".recording-3.md"))}));
+    QFile f(m_dir.filePath(stamp + QStringLiteral(".transcript.md")));
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll(), session);
+    QFile second(paths[1]);
+    QVERIFY(second.open(QIODevice::ReadOnly));
+    QVERIFY(second.readAll().startsWith("# Meeting transcript\n"));
 }
 
 QTEST_GUILESS_MAIN(TestRecordingTranscriber)

@@ -244,3 +244,21 @@ void RealtimeSimulator::record(const SimRecord &record)
     m_records.append(record);
     emit recorded(record);
 }
+
+QString RealtimeSimulator::nextTranscriptionText()
+{
+    if (m_transcriptionTexts.isEmpty())
+        return QStringLiteral("(inaudible)");
+    return m_transcriptionTexts[m_nextTranscription++ % m_transcriptionTexts.size()];
+}
+
+bool RealtimeSimulator::triggerTranscription(const QString &text)
+{
+    for (auto it = m_connections.crbegin(); it != m_connections.crend(); ++it) {
+        if (*it && (*it)->isOpen() && (*it)->transcription()) {
+            (*it)->transcription()->transcribe(text);
+            return true;
+        }
+    }
+    return false;
+}

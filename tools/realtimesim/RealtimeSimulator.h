@@ -68,7 +68,13 @@ public:
     bool sendText(const QString &text);
     bool sendBinary(const QByteArray &data);
 
+    // What transcription-only connections answer for each item heard, in turn (cycling).
+    void setTranscriptionTexts(const QStringList &texts) { m_transcriptionTexts = texts; m_nextTranscription = 0; }
+    // An item with `text` on the newest open transcription-only connection.
+    bool triggerTranscription(const QString &text);
+
     // Used by the connections.
+    QString nextTranscriptionText();
     SimTurn nextTurn();
     QString answerFor(const QString &question) const;
     void record(const SimRecord &record);
@@ -88,6 +94,8 @@ private:
     quint16 m_port = 0;
     SimScript m_script;
     int m_nextTurn = 0;
+    QStringList m_transcriptionTexts{QStringLiteral("I led the migration of our billing system.")};
+    int m_nextTranscription = 0;
     QList<QPointer<SimConnection>> m_connections;
     QList<SimConnectionInfo> m_closedInfo;
     QList<SimRecord> m_records;

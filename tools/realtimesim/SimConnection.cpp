@@ -50,6 +50,7 @@ SimConnection::SimConnection(RealtimeSimulator *simulator, QWebSocket *socket, Q
     m_info.index = index;
     m_info.path = request.url().path();
     m_info.model = QUrlQuery(request.url()).queryItemValue(QStringLiteral("model"));
+    m_info.intent = QUrlQuery(request.url()).queryItemValue(QStringLiteral("intent"));
     m_info.beta = request.rawHeader("OpenAI-Beta") == "realtime=v1";
     const QByteArray authorization = request.rawHeader("Authorization");
     if (authorization.isEmpty()) {
@@ -79,6 +80,13 @@ SimConnection::SimConnection(RealtimeSimulator *simulator, QWebSocket *socket, Q
         }
         // The simpler mode leaves the socket open and unconfigured.
         sendError(QStringLiteral("invalid_api_key"), QStringLiteral("Incorrect API key provided."));
+        return;
+    }
+    if (m_info.intent == QLatin1String("transcription")) {
+        m_transcription = std::make_unique<SimTranscriptionSession>(
+            [this](const QJsonObject &event) { sendEvent(event); }, [this](const char *prefix) { return nextId(prefix); },
+            [simulator] { return simulator->nextTranscriptionText(); });
+        sendEvent(m_transcription->created());
         return;
     }
     if (m_info.model.isEmpty()) {
@@ -134,6 +142,8 @@ void SimConnection::handleMessage(const QString &text)
         record.message = QJsonObject{{"raw_bytes", int(text.toUtf8().size())}};
     m_simulator->record(record);
 
+    if (m_transcription && document.isObject() && m_transcription->handle(type, message))
+        return;
     if (!document.isObject() || type.isEmpty()) {
         sendError(QStringLiteral("invalid_json"), QStringLiteral("The server could not parse the message as JSON."));
     } else if (type == QLatin1String("session.update")) {

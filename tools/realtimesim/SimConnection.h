@@ -3,6 +3,7 @@
 #include "realtimesim/EnergyVad.h"
 #include "realtimesim/SimRecord.h"
 #include "realtimesim/SimScript.h"
+#include "realtimesim/SimTranscriptionSession.h"
 
 #include <QJsonObject>
 #include <QObject>
@@ -11,6 +12,7 @@
 #include <QTimer>
 
 #include <functional>
+#include <memory>
 
 class QTcpSocket;
 class QWebSocket;
@@ -34,6 +36,8 @@ public:
     void applyFault(const SimFault &fault);
     void sendText(const QString &text);
     void sendBinary(const QByteArray &data);
+    // The transcription-only session of a connection opened with "intent=transcription", or null.
+    SimTranscriptionSession *transcription() const { return m_transcription.get(); }
 
 signals:
     void closed();
@@ -86,6 +90,7 @@ private:
     QPointer<QTcpSocket> m_tcp;
     SimConnectionInfo m_info;
     EnergyVad m_vad;
+    std::unique_ptr<SimTranscriptionSession> m_transcription;
     bool m_configured = false;
     bool m_frozen = false;
     QJsonObject m_session;

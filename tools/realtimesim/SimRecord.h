@@ -18,6 +18,7 @@ struct SimConnectionInfo
     int index = 0;
     QString path;
     QString model;
+    QString intent;        // "transcription" for a transcription-only connection
     QString authorization; // "valid", "invalid" or "missing"
     bool beta = false;     // the handshake carried "OpenAI-Beta: realtime=v1"
     bool open = true;
