@@ -1,5 +1,6 @@
 #include "app/AppShell.h"
 
+#include "app/AppUpdates.h"
 #include "app/SessionStack.h"
 #include "ui/MainWindow.h"
 #include "ui/Theme.h"
@@ -8,6 +9,7 @@ struct AppShell::Parts
 {
     SessionStack stack;
     std::unique_ptr<MainWindow> window;
+    std::unique_ptr<AppUpdates> updates;
 };
 
 AppShell::AppShell()
@@ -19,6 +21,7 @@ AppShell::AppShell()
         stack.settings, stack.controller,
         MainWindow::Services{stack.fileRevealer, stack.components.taps(), stack.components.audioEnvironment()});
     stack.recordingPicker.setParentWindow(m_parts->window.get());
+    m_parts->updates = std::make_unique<AppUpdates>(stack.controller, *m_parts->window, stack.settings.store());
 }
 
 // The window goes first, then the stack, whose controller stops a session still running.
@@ -31,4 +34,5 @@ MainWindow &AppShell::window() { return *m_parts->window; }
 void AppShell::show()
 {
     m_parts->window->show();
+    m_parts->updates->start();
 }

@@ -73,10 +73,11 @@ public:
     // A button shown beside the banner: reveals or opens `url`.
     using BannerLink = SessionBannerLink;
 
-    // The one action button a banner may carry.
-    // copyTranscript: the transcript file could not be written; the button copies the
-    // cards' text (transcriptForExport) to the clipboard.
-    enum class BannerAction { openAccountSettings, openOnboarding, openContext, cancelTranscription, copyTranscript };
+    // The one action button a banner may carry. copyTranscript: the transcript file could not
+    // be written; the button copies the cards' text (transcriptForExport) to the clipboard.
+    // installUpdate and restartNow belong to the updater.
+    enum class BannerAction { openAccountSettings, openOnboarding, openContext, cancelTranscription, copyTranscript,
+                              installUpdate, restartNow };
     Q_ENUM(BannerAction)
 
     // Runs a job off the GUI thread. The default uses the global thread pool; tests pass

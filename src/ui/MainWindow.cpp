@@ -41,6 +41,8 @@ QString actionLabel(SessionController::BannerAction action)
     case SessionController::BannerAction::openContext: return QStringLiteral("Add Context");
     case SessionController::BannerAction::cancelTranscription: return QStringLiteral("Cancel");
     case SessionController::BannerAction::copyTranscript: return QStringLiteral("Copy Transcript");
+    case SessionController::BannerAction::installUpdate: return QStringLiteral("Install Update");
+    case SessionController::BannerAction::restartNow: return QStringLiteral("Restart Now");
     }
     return {};
 }
@@ -102,6 +104,8 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
         case SessionController::BannerAction::openContext: openContextPanel(); break;
         case SessionController::BannerAction::cancelTranscription: m_controller.cancelRecordingTranscription(); break;
         case SessionController::BannerAction::copyTranscript: copyTranscript(); break;
+        case SessionController::BannerAction::installUpdate: emit installUpdateRequested(); break;
+        case SessionController::BannerAction::restartNow: emit restartRequested(); break;
         }
     });
     connect(&m_controller, &SessionController::contextPanelRequestedChanged, this,
@@ -181,6 +185,10 @@ void MainWindow::buildMenus()
     m_resetTextAction = view->addAction(QStringLiteral("Reset Text Size"), this,
                                         [this] { m_settings.setFontSize(TextSize::standard); });
     m_resetTextAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_0));
+
+    QMenu *help = menuBar()->addMenu(tr("&Help"));
+    m_checkForUpdatesAction = help->addAction(QStringLiteral("Check for Updates…"), this,
+                                              &MainWindow::checkForUpdatesRequested);
 }
 
 // --- Window behaviour ----------------------------------------------------------------

@@ -70,6 +70,7 @@ public:
     QAction *copyTranscriptAction() const { return m_copyTranscriptAction; }
     QAction *transcribeRecordingAction() const { return m_transcribeRecordingAction; }
     ScreenQuestionFlow *screenQuestion() const { return m_screenQuestion; }
+    QAction *checkForUpdatesAction() const { return m_checkForUpdatesAction; }
 
     // Flips between light and dark, starting from what is shown now.
     void toggleAppearance();
@@ -88,6 +89,10 @@ public:
 signals:
     // A Settings dialog was made (pages of other parts of the program hook in here).
     void settingsDialogCreated(SettingsDialog *dialog);
+    // "Check for Updates…" and the update banner's buttons, for the updater the shell wires in.
+    void checkForUpdatesRequested();
+    void installUpdateRequested();
+    void restartRequested();
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -129,4 +134,5 @@ private:
     QAction *m_copyTranscriptAction = nullptr;
     QAction *m_transcribeRecordingAction = nullptr;
     ScreenQuestionFlow *m_screenQuestion = nullptr;
+    QAction *m_checkForUpdatesAction = nullptr;
 };

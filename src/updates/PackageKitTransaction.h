@@ -1,0 +1,83 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+
+#include <functional>
+
+class QDBusServiceWatcher;
+
+// One PackageKit transaction over D-Bus: asks the daemon for a new transaction, gives it its
+// hints, runs one method on it, collects the packages it reports, and reports once when it
+// has finished, failed, or the daemon went away. Everything runs asynchronously on the GUI
+// thread. The transaction deletes itself after reporting, or with its parent.
+class PackageKitTransaction : public QObject
+{
+    Q_OBJECT
+public:
+    static constexpr const char *service = "org.freedesktop.PackageKit";
+    static constexpr const char *daemonPath = "/org/freedesktop/PackageKit";
+    static constexpr const char *daemonInterface = "org.freedesktop.PackageKit";
+    static constexpr const char *transactionInterface = "org.freedesktop.PackageKit.Transaction";
+
+    // PackageKit's own numbers (its exit, error and info enumerations).
+    static constexpr uint exitSuccess = 1;
+    static constexpr uint exitCancelled = 3;
+    static constexpr uint errorNotAuthorized = 48;
+    static constexpr uint infoBlocked = 9;
+
+    enum class Problem {
+        none,
+        missing,        // no PackageKit on the bus (or no bus at all)
+        notAuthorized,  // the user or the policy refused
+        failed,         // anything else; `details` says what
+    };
+
+    struct Package
+    {
+        uint info = 0;
+        QString id;  // "name;version;arch;data"
+        friend bool operator==(const Package &, const Package &) = default;
+    };
+
+    struct Result
+    {
+        Problem problem = Problem::none;
+        QString details;
+        QList<Package> packages;
+    };
+    using Done = std::function<void(const Result &)>;
+
+    // Starts a transaction; `done` is called exactly once unless `parent` goes first.
+    static void run(const QDBusConnection &bus, const QStringList &hints, const QString &method,
+                    const QVariantList &arguments, Done done, QObject *parent);
+
+private slots:
+    // Signals of the transaction object, delivered by QtDBus.
+    void onPackage(uint info, const QString &packageId, const QString &summary);
+    void onErrorCode(uint code, const QString &details);
+    void onFinished(uint exit, uint runtime);
+    void onDestroy();
+
+private:
+    PackageKitTransaction(const QDBusConnection &bus, Done done, QObject *parent);
+
+    void created(const QString &path, const QStringList &hints, const QString &method, const QVariantList &arguments);
+    void fail(Problem problem, const QString &details);
+    void report(Result result);
+    void disconnectSignals();
+    static Problem problemOf(const QString &dbusErrorName);
+
+    QDBusConnection m_bus;
+    Done m_done;
+    QString m_path;
+    QDBusServiceWatcher *m_daemonWatcher = nullptr;
+    QList<Package> m_packages;
+    uint m_errorCode = 0;
+    QString m_errorDetails;
+    bool m_reported = false;
+};

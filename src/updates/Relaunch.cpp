@@ -1,0 +1,28 @@
+#include "updates/Relaunch.h"
+
+#include <QFileInfo>
+#include <QProcess>
+
+bool Relaunch::afterExit(qint64 pid, const QString &program, const QStringList &arguments, QString *error)
+{
+    if (!QFileInfo(program).isExecutable()) {
+        if (error)
+            *error = program + QStringLiteral(" is not an executable file");
+        return false;
+    }
+    // A small shell waits for the old process, then becomes the new one.
+    const QString script = QStringLiteral(
+        "pid=\"$1\"; shift; i=0; "
+        "while kill -0 \"$pid\" 2>/dev/null && [ \"$i\" -lt %1 ]; do sleep 0.1; i=$((i+1)); done; "
+        "exec \"$@\"")
+                               .arg(maxWaitSeconds * 10);
+    QStringList shellArguments{QStringLiteral("-c"), script, QStringLiteral("ketterbloom-relaunch"),
+                               QString::number(pid), program};
+    shellArguments += arguments;
+    if (!QProcess::startDetached(QStringLiteral("/bin/sh"), shellArguments)) {
+        if (error)
+            *error = QStringLiteral("/bin/sh could not be started");
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,3 @@
+#include "updates/UpdateLog.h"
+
+Q_LOGGING_CATEGORY(lcUpdates, "ketterbloom.updates")
