@@ -321,10 +321,12 @@ void SessionController::transcribeRecording()
                         return;
                     }
                     const auto percent = static_cast<qint64>(progress.secondsDone / std::max(progress.secondsTotal, 1.0) * 100.0);
-                    setBannerText(QStringLiteral("Transcribing ") + name + QStringLiteral(" — ") + QString::number(percent)
+                    // The Cancel button stays with every progress line.
+                    setBanner(QStringLiteral("Transcribing ") + name + QStringLiteral(" — ") + QString::number(percent)
                                   + QStringLiteral("% (") + QString::number(static_cast<qint64>(progress.secondsDone))
                                   + QStringLiteral("s of ") + QString::number(static_cast<qint64>(progress.secondsTotal))
-                                  + QStringLiteral("s)"));
+                                  + QStringLiteral("s)"),
+                              BannerAction::cancelTranscription);
                 },
                 [alive, this](const RecordingTranscription::Result &result) {
                     if (!alive.lock()) {

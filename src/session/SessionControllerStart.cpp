@@ -282,6 +282,7 @@ void SessionController::finishStarting()
     const std::optional<QString> recording = m_audio.recordingPath();
     setLastRecordingURL(recording ? QUrl::fromLocalFile(*recording) : QUrl());
 
+    m_micTranscriber.sessionStarted();
     if (m_settings.transcribeMyAnswers()) {
         const std::weak_ptr<bool> alive = m_alive;
         m_micTranscriber.requestAuthorization([alive, this](const SpeechAvailability &availability) {
@@ -320,6 +321,7 @@ void SessionController::finishStarting()
     config.prefixPaddingMs = m_settings.prefixPaddingMs();
     config.silenceDurationMs = m_settings.silenceDurationMs();
     config.reconnectMinutes = m_settings.reconnectMinutes();
+    config.transcriptionLanguage = AnswerStyle::languageCode(m_settings.transcriptionLanguage());
     m_client.start(config);
 
     setSessionActive(true);

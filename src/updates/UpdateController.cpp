@@ -137,6 +137,14 @@ void UpdateController::checkFinished(const PackageKitTransaction::Result &result
     const bool manual = m_checkIsManual;
     m_checking = false;
     m_checkIsManual = false;
+    if (result.problem != Problem::none && !manual) {
+        // A daily check that could not run is no news worth a banner at every launch (many
+        // computers have no PackageKit at all); the log says why, the menu item tells on demand.
+        qCInfo(lcUpdates).noquote() << "[Ketterbloom] daily update check did not run:"
+                                    << (result.problem == Problem::missing ? QStringLiteral("PackageKit isn't available")
+                                                                           : result.details);
+        return;
+    }
     switch (result.problem) {
     case Problem::none:
         break;
