@@ -122,8 +122,10 @@ private slots:
         QTRY_COMPARE(activated.size(), 1);
 
         // Released by the other client and bound again: now it is ours.
-        xcb_ungrab_key(m_connection, n, m_root, modifiers);
-        xcb_flush(m_connection);
+        // Checked, so the server has processed the release before our grab arrives from
+        // another connection (requests of two clients are not ordered otherwise).
+        xcb_generic_error_t *released = xcb_request_check(m_connection, xcb_ungrab_key_checked(m_connection, n, m_root, modifiers));
+        QVERIFY(!released);
         grabs.bind(bindings());
         QCOMPARE(bound.size(), 2);
         QCOMPARE(bound.last().first().value<Triggers>().size(), 2);
