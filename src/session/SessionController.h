@@ -275,9 +275,9 @@ private:
     void requestAnswer(const QString &pairID);
     void dropDelta(const QString &responseID, qsizetype chars, const QString &reason);
 
-    // Screen questions: sends the picture of a screen-question card; false when `pairID` is
-    // no screen question. A link that refuses pictures removes the card, with a banner.
-    bool sendScreenQuestion(const QString &pairID);
+    // Screen questions: sends the picture of the screen-question card `pairID`. A link that
+    // refuses pictures removes the card, with a banner.
+    void sendScreenQuestion(const QString &pairID);
 
     // Speaking.
     void startAnswerClock(Clock::TimePoint at);

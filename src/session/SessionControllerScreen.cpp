@@ -39,14 +39,10 @@ void SessionController::screenQuestionFailed(const QString &message)
     setBannerText(message);
 }
 
-bool SessionController::sendScreenQuestion(const QString &pairID)
+void SessionController::sendScreenQuestion(const QString &pairID)
 {
-    const auto image = m_screenImages.constFind(pairID);
-    if (image == m_screenImages.constEnd()) {
-        return false;
-    }
-    if (m_client.askAboutImage(*image, RealtimeScreenQuestion::prompt())) {
-        return true;
+    if (m_client.askAboutImage(m_screenImages.value(pairID), RealtimeScreenQuestion::prompt())) {
+        return;
     }
     // Nothing was sent, so no card stays behind.
     m_screenImages.remove(pairID);
@@ -56,5 +52,4 @@ bool SessionController::sendScreenQuestion(const QString &pairID)
         emit pairsReset();
     }
     setBannerText(QStringLiteral("This connection cannot send pictures — nothing was sent."));
-    return true;
 }
