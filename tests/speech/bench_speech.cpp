@@ -203,10 +203,11 @@ int main(int argc, char **argv)
     const bool verbose = qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_VERBOSE");
 
     const bool wholeOnly = qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WHOLE_ONLY");
+    const bool nowOnly = qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_NOW_ONLY");
     for (const auto &[configName, options, redecodeCold] : configs) {
         if (options.warmUp && !qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WARMUP"))
             continue; // measured once; see the README
-        if (wholeOnly && configName != QLatin1String("now"))
+        if ((wholeOnly || nowOnly) && configName != QLatin1String("now"))
             continue;
         out << "\n== " << configName << (options.extraArguments.isEmpty() ? QString() : QStringLiteral(" + ") + extra) << " ==\n";
         {
