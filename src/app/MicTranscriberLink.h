@@ -18,6 +18,7 @@ public:
     {
         m_transcriber.requestAuthorization(std::move(completion));
     }
+    void setContextText(const QString &text) override { m_transcriber.setContextText(text); }
     void begin() override { m_transcriber.begin(); }
     void end() override { m_transcriber.end(); }
     void stopTask(bool silent) override { m_transcriber.stopTask(silent); }

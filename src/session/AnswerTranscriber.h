@@ -28,6 +28,7 @@ public:
     void sessionStarted() override;
     void sessionStopped() override;
     void requestAuthorization(std::function<void(const SpeechAvailability &)> completion) override;
+    void setContextText(const QString &text) override { m_onDevice.setContextText(text); }
     void begin() override;
     void end() override;
     void stopTask(bool silent) override;

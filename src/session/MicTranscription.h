@@ -27,6 +27,9 @@ public:
     // only while a segment runs; dropped otherwise. Never blocks.
     virtual void appendMicBuffer(const float *samples, int frames) = 0;
 
+    // The user's own documents (CV, job description, panel) for the next segments: words they
+    // mention are expected more readily. Call before requestAuthorization() at session start.
+    virtual void setContextText(const QString &text) { (void)text; }
     // A session starts / stops (a transcriber that needs a connection opens / closes it).
     virtual void sessionStarted() {}
     virtual void sessionStopped() {}

@@ -239,6 +239,8 @@ private:
     void warnIfContextThin();
     void audioStartFinished(quint64 generation, const std::optional<QString> &error);
     void finishStarting();
+    // The job description, the user's background and the panel, for on-device recognition.
+    QString userDocumentsText() const;
     void cancelWatchdogs();
     // Ends a start that did not become a session: banner, client stopped, log closed.
     void abandonStart(const QString &banner);

@@ -277,6 +277,14 @@ void SessionController::audioStartFinished(quint64 generation, const std::option
     finishStarting();
 }
 
+QString SessionController::userDocumentsText() const
+{
+    QStringList parts{m_settings.jobDescription(), m_settings.contextText()};
+    for (const Interviewer &interviewer : m_settings.interviewers())
+        parts << interviewer.name << interviewer.title;
+    return parts.join(u'\n');
+}
+
 void SessionController::finishStarting()
 {
     const std::optional<QString> recording = m_audio.recordingPath();
@@ -284,6 +292,7 @@ void SessionController::finishStarting()
 
     m_micTranscriber.sessionStarted();
     if (m_settings.transcribeMyAnswers()) {
+        m_micTranscriber.setContextText(userDocumentsText());
         const std::weak_ptr<bool> alive = m_alive;
         m_micTranscriber.requestAuthorization([alive, this](const SpeechAvailability &availability) {
             if (!alive.lock()) {

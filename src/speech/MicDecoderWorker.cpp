@@ -1,5 +1,6 @@
 #include "speech/MicDecoderWorker.h"
 
+#include "speech/ContextWords.h"
 #include "speech/SampleQueue.h"
 #include "speech/SpeechLogging.h"
 
@@ -52,6 +53,11 @@ void MicDecoderWorker::preload()
 {
     if (auto error = m_engine->load())
         qCWarning(lcSpeech, "[Ketterbloom] speech model not loaded: %s", qUtf8Printable(error->description));
+}
+
+void MicDecoderWorker::setContextText(const QString &text)
+{
+    m_engine->setContextWords(ContextWords::fromText(text));
 }
 
 void MicDecoderWorker::startSegment(int segment)

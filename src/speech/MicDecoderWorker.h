@@ -40,6 +40,7 @@ public:
     ~MicDecoderWorker() override;
 
     void preload();
+    void setContextText(const QString &text);
     void startSegment(int segment);
     void endSegment(int segment);
     // Drops the running segment and the audio queued before `queuePosition`, a write

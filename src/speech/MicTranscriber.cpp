@@ -64,6 +64,11 @@ void MicTranscriber::requestAuthorization(std::function<void(const SpeechAvailab
     }, Qt::QueuedConnection);
 }
 
+void MicTranscriber::setContextText(const QString &text)
+{
+    post([text](MicDecoderWorker *worker) { worker->setContextText(text); });
+}
+
 void MicTranscriber::begin()
 {
     if (m_taskRunning)

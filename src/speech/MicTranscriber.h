@@ -46,6 +46,9 @@ public:
     void requestAuthorization(std::function<void(const SpeechAvailability &)> completion);
     SpeechAvailability availability() const;
 
+    // The user's documents; the words they mention are favoured from the next segment on
+    // (see ContextWords). Cheap here; the work happens on the worker thread.
+    void setContextText(const QString &text);
     void begin();
     void end();
     void stopTask(bool silent);

@@ -65,8 +65,13 @@ SpeechAvailability PocketSphinxEngine::availability(const QLocale &locale) const
 
 std::optional<SpeechEngine::Error> PocketSphinxEngine::load()
 {
-    if (m_decoder)
+    if (m_decoder) {
+        if (m_contextPending && !m_inUtterance) {
+            m_contextPending = false;
+            applyContextWords();
+        }
         return std::nullopt;
+    }
     if (!modelInstalled(m_modelDir))
         return Error{kModelLoadFailed, QStringLiteral("the speech model is missing from %1").arg(m_modelDir)};
 
@@ -101,6 +106,10 @@ std::optional<SpeechEngine::Error> PocketSphinxEngine::load()
         return Error{kModelLoadFailed, QStringLiteral("the speech model could not be loaded")};
     if (m_options.warmUp)
         warmUp();
+    if (m_contextPending) {
+        m_contextPending = false;
+        applyContextWords();
+    }
     qCInfo(lcSpeech, "[Ketterbloom] speech model loaded in %lld ms", static_cast<long long>(timer.elapsed()));
     return std::nullopt;
 }
@@ -151,12 +160,31 @@ void PocketSphinxEngine::warmUp()
     ps_end_utt(m_decoder);
 }
 
-std::optional<SpeechEngine::Error> PocketSphinxEngine::startUtterance()
+std::optional<SpeechEngine::Error> PocketSphinxEngine::prepareUtterance()
 {
     if (auto error = load())
         return error;
     if (m_inUtterance)
         cancelUtterance();
+    if (m_contextPending) {
+        m_contextPending = false;
+        applyContextWords();
+    }
+    return std::nullopt;
+}
+
+void PocketSphinxEngine::setContextWords(const QStringList &words)
+{
+    if (words == m_contextWords)
+        return;
+    m_contextWords = words;
+    m_contextPending = true;
+}
+
+std::optional<SpeechEngine::Error> PocketSphinxEngine::startUtterance()
+{
+    if (auto error = prepareUtterance())
+        return error;
     if (ps_start_utt(m_decoder) < 0)
         return Error{kDecodeFailed, QStringLiteral("the decoder could not start an utterance")};
     m_inUtterance = true;
@@ -230,10 +258,8 @@ std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::recognise(const s
 
 std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::recogniseWhole(const std::int16_t *samples, std::size_t count)
 {
-    if (auto error = load())
+    if (auto error = prepareUtterance())
         return *error;
-    if (m_inUtterance)
-        cancelUtterance();
     if (ps_start_utt(m_decoder) < 0)
         return Error{kDecodeFailed, QStringLiteral("the decoder could not start an utterance")};
     const int processed = ps_process_raw(m_decoder, samples, count, FALSE, TRUE);

@@ -8,6 +8,7 @@
 #include <vector>
 
 struct ps_decoder_s;
+struct ngram_model_s;
 
 // How the on-device decoder is set up.
 struct PocketSphinxOptions
@@ -19,9 +20,13 @@ struct PocketSphinxOptions
     bool warmUp = false;
     // Further decoder settings ("-name", "value", …), for experiments.
     QStringList extraArguments;
+    // Context words: the share of the language model given to them (spread evenly), and the
+    // general model's probability above which a word is common enough to be left alone.
+    double contextWeight = 0.1;
+    double contextCeiling = 1e-4;
     // How the decoder was set up before these options existed (for comparisons).
-    static PocketSphinxOptions untuned() { return {false, {}}; }
-    static PocketSphinxOptions warmedUp() { return {true, {}}; }
+    static PocketSphinxOptions untuned() { return {false, {}, 0.0, 0.0}; }
+    static PocketSphinxOptions warmedUp() { return {true, {}, 0.0, 0.0}; }
 };
 
 
@@ -52,6 +57,11 @@ public:
     QString partialHypothesis() override;
     std::variant<QString, Error> endUtterance() override;
     void cancelUtterance() override;
+    // Takes effect at the next load() or utterance start.
+    void setContextWords(const QStringList &words) override;
+    // How many context words the language model favours now (known to the dictionary and
+    // not already common); counted when the next utterance starts.
+    int favouredWordCount() const { return m_favouredCount; }
     std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count) override;
     std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
                                            const std::atomic<bool> &stop) override;
@@ -63,9 +73,15 @@ public:
 private:
     QString hypothesis();
     void warmUp();
+    // Switches the decoder to the general model, or to it mixed with the context words.
+    void applyContextWords();
+    std::optional<Error> prepareUtterance();
 
     QString m_modelDir;
     Options m_options;
     ps_decoder_s *m_decoder = nullptr;
     bool m_inUtterance = false;
+    QStringList m_contextWords;
+    bool m_contextPending = false;
+    int m_favouredCount = 0;
 };

@@ -4,6 +4,7 @@
 
 #include <QLocale>
 #include <QString>
+#include <QStringList>
 
 #include <atomic>
 #include <cstdint>
@@ -53,6 +54,9 @@ public:
     virtual std::variant<QString, Error> endUtterance() = 0;
     // Drops the running utterance, if any.
     virtual void cancelUtterance() = 0;
+    // Words from the user's own documents to expect more readily, from the next utterance on
+    // (see ContextWords); empty clears them. Engines without such a notion ignore them.
+    virtual void setContextWords(const QStringList &words) { (void)words; }
     // Decodes a whole utterance in one pass, normalised over the utterance itself, so that the
     // result does not depend on what the engine heard before.
     virtual std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count) = 0;

@@ -55,6 +55,21 @@ private slots:
         QVERIFY(!c.isSpeaking());
     }
 
+    void transcriberExpectsTheWordsOfTheUsersDocuments()
+    {
+        SessionRig rig;
+        rig.settings.setTranscribeMyAnswers(true);
+        rig.prepareSettings();
+        rig.settings.setJobDescription(QStringLiteral("Staff engineer, Payments Platform"));
+        rig.settings.setContextText(QStringLiteral("Migrated billing from Oracle to PostgreSQL"));
+        rig.settings.setInterviewers({Interviewer(QUuid::createUuid(), QStringLiteral("Priya Raman"), QStringLiteral("Director"))});
+        rig.controller->start();
+        rig.settle();
+        QVERIFY(rig.controller->isSessionActive());
+        for (const char *expected : {"Payments Platform", "Oracle to PostgreSQL", "Priya Raman", "Director"})
+            QVERIFY2(rig.mic.contextText.contains(QLatin1String(expected)), qPrintable(rig.mic.contextText));
+    }
+
     void segmentsJoinOnOneCard()
     {
         SessionRig rig;

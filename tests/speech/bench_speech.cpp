@@ -7,6 +7,7 @@
 // decoder as it was set up before (untuned) and as it is now.
 // KETTERBLOOM_SPEECH_ARGS="-name value …" adds decoder settings to "now", for experiments;
 // KETTERBLOOM_BENCH_WARMUP=1 also measures a warm-up with a generated voice after loading.
+#include "speech/ContextWords.h"
 #include "speech/PocketSphinxEngine.h"
 
 #include <QCoreApplication>
@@ -21,7 +22,9 @@
 #include <sndfile.h>
 #include <soxr.h>
 
+#include <atomic>
 #include <cstdio>
+#include <memory>
 #include <ctime>
 #include <vector>
 
@@ -39,6 +42,20 @@ const char *const kAnswers[] = {
     "my biggest weakness is that I sometimes take on too much work myself",
     "I want to join your company because I care about the product",
 };
+// The documents of the candidate who gives those answers: a CV and a job description, as a
+// user would paste them.
+const char *const kDocuments =
+    "Jordan Ellis. Senior backend engineer. Seven years building payment and billing "
+    "platforms in Python, Go and PostgreSQL. Acme Payments, 2021 to now: led a team of four "
+    "that migrated the billing system from Oracle to PostgreSQL without downtime; designed "
+    "the data migration, rollback plan and integration tests; planned the work with product, "
+    "finance and support teams; cut invoice generation time by sixty percent. Brightline, "
+    "2017 to 2021: built customer-facing APIs and the reporting service; mentored new "
+    "engineers. Skills: Python, Go, SQL, Kafka, Docker, Kubernetes, Terraform, Linux. "
+    "Job description: Staff engineer, Payments Platform, Northwind. You will lead the "
+    "database and service migrations of our billing platform, plan work across teams, "
+    "keep services running for customers during change, and share what you learn.";
+
 const char *const kVoices[] = {"en-us+f2", "en-us", "en-us+f4", "en-us+m3"};
 
 struct Clip
@@ -154,7 +171,10 @@ QString decodeLive(PocketSphinxEngine &engine, const Clip &clip, bool redecodeCo
     }
     auto r = engine.endUtterance();
     if (redecodeCold && cold && clip.pcm.size() <= 10 * 16000) {
-        auto whole = engine.recogniseWhole(clip.pcm.data(), clip.pcm.size());
+        static const bool again = qEnvironmentVariable("KETTERBLOOM_BENCH_REDECODE") == QLatin1String("live");
+        const std::atomic<bool> never{false};
+        auto whole = again ? engine.recognise(clip.pcm.data(), clip.pcm.size(), never)
+                           : engine.recogniseWhole(clip.pcm.data(), clip.pcm.size());
         if (std::holds_alternative<QString>(whole))
             r = whole;
     }
@@ -191,23 +211,38 @@ int main(int argc, char **argv)
     PocketSphinxEngine::Options now;
     const QString extra = qEnvironmentVariable("KETTERBLOOM_SPEECH_ARGS");
     now.extraArguments = extra.split(u' ', Qt::SkipEmptyParts);
+    const QStringList documentWords = ContextWords::fromText(QString::fromUtf8(kDocuments));
+    if (const QString weight = qEnvironmentVariable("KETTERBLOOM_CONTEXT_WEIGHT"); !weight.isEmpty())
+        now.contextWeight = weight.toDouble();
+    if (const QString ceiling = qEnvironmentVariable("KETTERBLOOM_CONTEXT_CEILING"); !ceiling.isEmpty())
+        now.contextCeiling = ceiling.toDouble();
     struct Config
     {
         QString name;
         PocketSphinxEngine::Options options;
         bool redecodeCold;
+        bool documents;
     };
-    const QList<Config> configs{{QStringLiteral("before"), PocketSphinxEngine::Options::untuned(), false},
-                                {QStringLiteral("warm-up with a generated voice"), PocketSphinxEngine::Options::warmedUp(), false},
-                                {QStringLiteral("now"), now, true}};
+    const QList<Config> configs{{QStringLiteral("before"), PocketSphinxEngine::Options::untuned(), false, false},
+                                {QStringLiteral("warm-up with a generated voice"), PocketSphinxEngine::Options::warmedUp(), false, false},
+                                {QStringLiteral("now, without documents"), now, true, false},
+                                {QStringLiteral("now"), now, true, true}};
+
     const bool verbose = qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_VERBOSE");
 
     const bool wholeOnly = qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WHOLE_ONLY");
     const bool nowOnly = qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_NOW_ONLY");
-    for (const auto &[configName, options, redecodeCold] : configs) {
+    for (const auto &[configName, options, redecodeCold, documents] : configs) {
+        const auto makeEngine = [&, &options = options, documents = documents] {
+            auto engine = std::make_unique<PocketSphinxEngine>(QString(), options);
+            engine->load();
+            if (documents)
+                engine->setContextWords(documentWords);
+            return engine;
+        };
         if (options.warmUp && !qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WARMUP"))
             continue; // measured once; see the README
-        if ((wholeOnly || nowOnly) && configName != QLatin1String("now"))
+        if ((wholeOnly && !configName.startsWith(QLatin1String("now"))) || (nowOnly && configName != QLatin1String("now")))
             continue;
         out << "\n== " << configName << (options.extraArguments.isEmpty() ? QString() : QStringLiteral(" + ") + extra) << " ==\n";
         {
@@ -229,26 +264,24 @@ int main(int argc, char **argv)
             // Cold: a fresh decoder for each clip.
             Score cold;
             for (const Clip &clip : wholeOnly ? QList<Clip>() : clips) {
-                PocketSphinxEngine engine(QString(), options);
-                engine.load();
+                const auto engine = makeEngine();
                 const double start = cpuSeconds();
                 double heard = 0;
-                const QString hyp = decodeLive(engine, clip, redecodeCold, heard);
+                const QString hyp = decodeLive(*engine, clip, redecodeCold, heard);
                 cold.add(clip, hyp, cpuSeconds() - start);
                 if (verbose)
                     out << "  cold " << clip.name << ": " << hyp << "\n";
             }
             // Warm: one decoder that first hears an utterance of the other set.
             Score warm;
-            PocketSphinxEngine engine(QString(), options);
-            engine.load();
+            const auto engine = makeEngine();
             const QList<Clip> &other = sets[1 - s].second.isEmpty() ? clips : sets[1 - s].second;
             double heard = 0;
             if (!wholeOnly)
-                decodeLive(engine, other.last(), redecodeCold, heard);
+                decodeLive(*engine, other.last(), redecodeCold, heard);
             for (const Clip &clip : wholeOnly ? QList<Clip>() : clips) {
                 const double start = cpuSeconds();
-                const QString hyp = decodeLive(engine, clip, redecodeCold, heard);
+                const QString hyp = decodeLive(*engine, clip, redecodeCold, heard);
                 warm.add(clip, hyp, cpuSeconds() - start);
                 if (verbose)
                     out << "  warm " << clip.name << ": " << hyp << "\n";
@@ -258,11 +291,10 @@ int main(int argc, char **argv)
                        .arg(cold.wer(), 0, 'f', 1).arg(warm.wer(), 0, 'f', 1).arg(warm.cpu / warm.audio, 0, 'f', 2);
             if (wholeOnly || qEnvironmentVariableIsSet("KETTERBLOOM_BENCH_WHOLE")) {
                 Score whole;
-                PocketSphinxEngine fresh(QString(), options);
-                fresh.load();
+                const auto fresh = makeEngine();
                 for (const Clip &clip : clips) {
                     const double start = cpuSeconds();
-                    auto r = fresh.recogniseWhole(clip.pcm.data(), clip.pcm.size());
+                    auto r = fresh->recogniseWhole(clip.pcm.data(), clip.pcm.size());
                     const auto *text = std::get_if<QString>(&r);
                     whole.add(clip, text ? *text : QString(), cpuSeconds() - start);
                     if (verbose)

@@ -1,6 +1,7 @@
 // The real decoder on real speech: the live microphone path and a saved stereo recording.
 #include "SpeechTestAudio.h"
 
+#include "speech/ContextWords.h"
 #include "speech/MicTranscriber.h"
 #include "speech/PocketSphinxEngine.h"
 #include "speech/RecordingTranscriber.h"
@@ -25,6 +26,7 @@ private slots:
     void initTestCase();
     void engineRecognisesStreamedClip();
     void micTranscriberRecognises48kFloat();
+    void contextWordsFavourRareWordsTheDecoderKnows();
     void stereoRecordingTranscript();
 
 private:
@@ -94,6 +96,42 @@ void TestSpeechDecoding::micTranscriberRecognises48kFloat()
     QTRY_COMPARE_WITH_TIMEOUT(finals, QStringList{QStringLiteral("Go forward ten meters")}, 60000);
     QVERIFY(!partials.isEmpty());
     QVERIFY(failures.isEmpty());
+}
+
+void TestSpeechDecoding::contextWordsFavourRareWordsTheDecoderKnows()
+{
+    // Picked from a document: most frequent first, apostrophes kept inside words (typed or
+    // typographic), runs under three letters dropped.
+    QCOMPARE(ContextWords::fromText(QStringLiteral("Kafka, kafka and Docker; O\u2019Brien's teams' go-live")),
+             (QStringList{QStringLiteral("kafka"), QStringLiteral("and"), QStringLiteral("docker"),
+                          QStringLiteral("o'brien's"), QStringLiteral("teams"), QStringLiteral("live")}));
+    QCOMPARE(ContextWords::fromText(QStringLiteral("one two three"), 2).size(), 2);
+
+    // Only words with a pronunciation that the general model finds rare are favoured.
+    const auto audio = readClip(clip(QStringLiteral("goforward.raw")));
+    std::vector<std::int16_t> pcm;
+    for (float s : audio)
+        pcm.push_back(static_cast<std::int16_t>(s * 32768.0f));
+    PocketSphinxEngine engine;
+    engine.setContextWords({QStringLiteral("kafka"), QStringLiteral("the"), QStringLiteral("zzqxv"), QStringLiteral("dashwood")});
+    QCOMPARE(engine.load(), std::nullopt);
+    QCOMPARE(engine.favouredWordCount(), 2);
+    // Ordinary speech still decodes as before, and the words can be changed and cleared
+    // between utterances.
+    const auto decode = [&] {
+        const auto result = engine.recogniseWhole(pcm.data(), pcm.size());
+        return std::holds_alternative<QString>(result) ? std::get<QString>(result) : QString();
+    };
+    QCOMPARE(decode(), QStringLiteral("go forward ten meters"));
+    engine.setContextWords({QStringLiteral("terraform")});
+    QCOMPARE(decode(), QStringLiteral("go forward ten meters"));
+    QCOMPARE(engine.favouredWordCount(), 0); // not in the dictionary
+    engine.setContextWords({QStringLiteral("dashwood")});
+    QCOMPARE(decode(), QStringLiteral("go forward ten meters"));
+    QCOMPARE(engine.favouredWordCount(), 1);
+    engine.setContextWords({});
+    QCOMPARE(decode(), QStringLiteral("go forward ten meters"));
+    QCOMPARE(engine.favouredWordCount(), 0);
 }
 
 void TestSpeechDecoding::stereoRecordingTranscript()

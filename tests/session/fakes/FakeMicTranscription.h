@@ -35,6 +35,7 @@ public:
         segmentRunning = false;
     }
     bool isSegmentRunning() const override { return segmentRunning; }
+    void setContextText(const QString &text) override { contextText = text; }
     void appendMicBuffer(const float *, int frames) override
     {
         if (segmentRunning) {
@@ -54,4 +55,5 @@ public:
     bool lastStopSilent = false;
     bool segmentRunning = false;
     std::atomic<long long> appendedFrames{0};
+    QString contextText;
 };
