@@ -25,12 +25,25 @@ constexpr const char *kContextSearch = "kb-context";
 void PocketSphinxEngine::applyContextWords()
 {
     m_favouredCount = 0;
-    ps_set_search(m_decoder, kGeneralSearch);
-    if (m_contextWords.isEmpty() || m_options.contextWeight <= 0)
+    // Only one search is kept (each holds tens of megabytes): the general one, or the mix.
+    // The general model itself stays, retained here, to build the next mix or go back to.
+    if (!m_generalLm) {
+        ngram_model_t *general = ps_get_lm(m_decoder, kGeneralSearch);
+        if (!general)
+            return;
+        m_generalLm = ngram_model_retain(general);
+    }
+    const auto useGeneral = [this] {
+        if (ps_get_lm(m_decoder, kGeneralSearch))
+            return;
+        ps_set_lm(m_decoder, kGeneralSearch, m_generalLm);
+        ps_set_search(m_decoder, kGeneralSearch);
+        ps_unset_search(m_decoder, kContextSearch);
+    };
+    if (m_contextWords.isEmpty() || m_options.contextWeight <= 0) {
+        useGeneral();
         return;
-    ngram_model_t *general = ps_get_lm(m_decoder, kGeneralSearch);
-    if (!general)
-        return;
+    }
     logmath_t *lmath = ps_get_logmath(m_decoder);
 
     QList<QByteArray> favoured;
@@ -40,19 +53,22 @@ void PocketSphinxEngine::applyContextWords()
         if (!pronunciation)
             continue; // no pronunciation: the decoder could never produce it
         ckd_free(pronunciation);
-        const bool known = ngram_wid(general, utf8.constData()) != ngram_unknown_wid(general);
-        if (known && logmath_exp(lmath, ngram_probv(general, utf8.constData(), static_cast<char *>(nullptr)))
+        const bool known = ngram_wid(m_generalLm, utf8.constData()) != ngram_unknown_wid(m_generalLm);
+        if (known && logmath_exp(lmath, ngram_probv(m_generalLm, utf8.constData(), static_cast<char *>(nullptr)))
                          > m_options.contextCeiling)
             continue; // common already; favouring it would only dilute the rare ones
         favoured.append(utf8);
     }
-    if (favoured.isEmpty())
+    if (favoured.isEmpty()) {
+        useGeneral();
         return;
+    }
 
     // The unigram model goes through a file: that is the library's way to build one.
     QTemporaryFile arpa;
     if (!arpa.open()) {
         qCWarning(lcSpeech, "[Ketterbloom] context words not used: no temporary file (%s)", qPrintable(arpa.errorString()));
+        useGeneral();
         return;
     }
     {
@@ -67,9 +83,10 @@ void PocketSphinxEngine::applyContextWords()
     ngram_model_t *context = ngram_model_read(nullptr, QFile::encodeName(arpa.fileName()).constData(), NGRAM_ARPA, lmath);
     if (!context) {
         qCWarning(lcSpeech, "[Ketterbloom] context words not used: their model could not be read");
+        useGeneral();
         return;
     }
-    ngram_model_t *models[] = {general, context};
+    ngram_model_t *models[] = {m_generalLm, context};
     char generalName[] = "general", contextName[] = "context";
     char *names[] = {generalName, contextName};
     const float32 weights[] = {static_cast<float32>(1.0 - m_options.contextWeight), static_cast<float32>(m_options.contextWeight)};
@@ -77,18 +94,23 @@ void PocketSphinxEngine::applyContextWords()
     ngram_model_free(context);
     if (!mixed) {
         qCWarning(lcSpeech, "[Ketterbloom] context words not used: the models could not be mixed");
+        useGeneral();
         return;
     }
     // The decoder's language weight and word insertion penalty apply to the mix as to the general model.
     cmd_ln_t *config = ps_get_config(m_decoder);
     ngram_model_apply_weights(mixed, cmd_ln_float32_r(config, "-lw"), cmd_ln_float32_r(config, "-wip"));
+    // A mix in use is replaced by way of the general search, never while it is the current one.
+    useGeneral();
     const int set = ps_set_lm(m_decoder, kContextSearch, mixed);
     ngram_model_free(mixed);
     if (set < 0 || ps_set_search(m_decoder, kContextSearch) < 0) {
         ps_set_search(m_decoder, kGeneralSearch);
+        ps_unset_search(m_decoder, kContextSearch);
         qCWarning(lcSpeech, "[Ketterbloom] context words not used: the decoder refused them");
         return;
     }
+    ps_unset_search(m_decoder, kGeneralSearch);
     m_favouredCount = static_cast<int>(favoured.size());
     qCInfo(lcSpeech, "[Ketterbloom] context words favoured: %d", m_favouredCount);
 }

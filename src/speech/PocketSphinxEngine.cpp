@@ -10,6 +10,7 @@
 #include <cmath>
 
 #include <pocketsphinx.h>
+#include <sphinxbase/ngram_model.h>
 
 namespace {
 
@@ -33,6 +34,8 @@ PocketSphinxEngine::~PocketSphinxEngine()
             ps_end_utt(m_decoder);
         ps_free(m_decoder);
     }
+    if (m_generalLm)
+        ngram_model_free(m_generalLm);
 }
 
 QString PocketSphinxEngine::defaultModelDir()

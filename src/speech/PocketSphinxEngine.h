@@ -84,4 +84,5 @@ private:
     QStringList m_contextWords;
     bool m_contextPending = false;
     int m_favouredCount = 0;
+    ngram_model_s *m_generalLm = nullptr; // the packaged model, retained once context words are used
 };
