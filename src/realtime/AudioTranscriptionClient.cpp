@@ -211,7 +211,8 @@ void AudioTranscriptionClient::cancel()
         delete request.retryTimer;
         if (QNetworkReply *reply = request.reply) {
             reply->disconnect(this);
-            reply->abort();
+            if (!reply->isFinished()) // one that already ended has nothing to abort
+                reply->abort();
             reply->deleteLater();
         }
     }

@@ -56,6 +56,7 @@ void RealtimeSimulator::route(QTcpSocket *tcp)
         auto *http = new SimHttpConnection(tcp, [this](const SimHttpRequest &request) {
             return m_transcriptions->answer(request);
         }, this);
+        ++m_httpConnectionCount;
         m_httpConnections.removeAll(nullptr);
         m_httpConnections.append(http);
         connect(http, &SimHttpConnection::closed, http, &QObject::deleteLater);

@@ -80,7 +80,8 @@ public:
     void setTranscriptionTexts(const QStringList &texts) { m_transcriptionTexts = texts; m_nextTranscription = 0; }
     // What the transcription endpoint answers to the next requests, in order (then the texts above).
     void setAudioTranscriptions(const QList<SimAudioTranscription> &steps);
-    // HTTP connections (to the transcription endpoint) still open.
+    // HTTP connections (to the transcription endpoint) accepted so far, and those still open.
+    int httpConnectionCount() const { return m_httpConnectionCount; }
     int openHttpConnectionCount() const;
     // An item with `text` on the newest open transcription-only connection.
     bool triggerTranscription(const QString &text);
@@ -118,5 +119,6 @@ private:
     QList<QPointer<QTcpSocket>> m_tcpSockets; // accepted, handshake not yet complete
     std::unique_ptr<SimAudioTranscriptions> m_transcriptions;
     int m_nextAudioTranscription = 0;
+    int m_httpConnectionCount = 0;
     QList<QPointer<SimHttpConnection>> m_httpConnections;
 };
