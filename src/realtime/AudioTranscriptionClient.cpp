@@ -5,17 +5,18 @@
 #include "realtime/RealtimeProtocol.h"
 
 #include <QHostAddress>
-#include <QHttpMultiPart>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QRandomGenerator>
 #include <QTimer>
 #include <QtEndian>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 
 namespace {
@@ -29,12 +30,10 @@ QString stringAt(const QJsonObject &object, const char *key)
     return value.isString() ? value.toString() : QString();
 }
 
-QHttpPart field(const QString &name, const QByteArray &value)
+// One field of a multipart/form-data body.
+QByteArray formField(const QByteArray &boundary, const QByteArray &name, const QByteArray &value)
 {
-    QHttpPart part;
-    part.setHeader(QNetworkRequest::ContentDispositionHeader, QStringLiteral("form-data; name=\"%1\"").arg(name));
-    part.setBody(value);
-    return part;
+    return "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value + "\r\n";
 }
 
 bool isLoopback(const QString &host)
@@ -108,24 +107,28 @@ void AudioTranscriptionClient::transcribe(const QByteArray &wav, Completion comp
 void AudioTranscriptionClient::send(quint64 id)
 {
     Request &request = m_requests.at(id);
-    auto *multipart = new QHttpMultiPart(QHttpMultiPart::FormDataType);
-    QHttpPart file;
-    file.setHeader(QNetworkRequest::ContentDispositionHeader,
-                   QStringLiteral("form-data; name=\"file\"; filename=\"utterance.wav\""));
-    file.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("audio/wav"));
-    file.setBody(request.wav);
-    multipart->append(file);
-    multipart->append(field(QStringLiteral("model"), m_config.model.toUtf8()));
-    multipart->append(field(QStringLiteral("response_format"), "json"));
+    // multipart/form-data: the clip as a file, then the fields.
+    const QByteArray boundary = "ketterbloom-" + QByteArray::number(QRandomGenerator::global()->generate64(), 16);
+    QByteArray body = "--" + boundary
+                      + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"utterance.wav\"\r\n"
+                        "Content-Type: audio/wav\r\n\r\n"
+                      + request.wav + "\r\n";
+    body += formField(boundary, "model", m_config.model.toUtf8());
+    body += formField(boundary, "response_format", "json");
     if (!m_config.language.trimmed().isEmpty())
-        multipart->append(field(QStringLiteral("language"), m_config.language.trimmed().toUtf8()));
+        body += formField(boundary, "language", m_config.language.trimmed().toUtf8());
+    body += "--" + boundary + "--\r\n";
 
     QNetworkRequest http(m_url);
+    http.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("multipart/form-data; boundary=" + boundary));
     http.setRawHeader("Authorization", "Bearer " + m_config.apiKey.trimmed().toUtf8());
     http.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 7, 0)
+    http.setTransferTimeout(std::chrono::milliseconds(m_timing.transferTimeoutMs));
+#else
     http.setTransferTimeout(m_timing.transferTimeoutMs);
-    QNetworkReply *reply = m_network->post(http, multipart);
-    multipart->setParent(reply);
+#endif
+    QNetworkReply *reply = m_network->post(http, body);
     request.reply = reply;
     connect(reply, &QNetworkReply::finished, this, [this, id] { replyFinished(id); });
 }

@@ -6,7 +6,6 @@
 #include "session/CaptureLink.h"
 #include "session/FileRevealer.h"
 #include "session/IdleInhibitor.h"
-#include "session/MicTranscription.h"
 #include "session/RealtimeLink.h"
 #include "session/SessionLog.h"
 #include "session/TapQueries.h"
@@ -14,7 +13,6 @@
 #include "settings/AppSettings.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QLoggingCategory>
 
 Q_DECLARE_LOGGING_CATEGORY(lcSession)

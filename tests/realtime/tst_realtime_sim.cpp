@@ -36,11 +36,11 @@ struct HttpAnswer
     QJsonObject error;
 };
 
-// A multipart/form-data body with boundary "b0und": each part is a name and its value; "file" a WAV.
-QByteArray form(const QList<QPair<QByteArray, QByteArray>> &parts)
+// A multipart/form-data body with boundary "b0und": each field a name and its value; "file" a WAV.
+QByteArray form(const QList<QPair<QByteArray, QByteArray>> &fields)
 {
     QByteArray body;
-    for (const auto &[name, value] : parts) {
+    for (const auto &[name, value] : fields) {
         body += "--b0und\r\nContent-Disposition: form-data; name=\"" + name + "\"";
         body += name == "file" ? "; filename=\"a.wav\"\r\nContent-Type: audio/wav\r\n\r\n" : "\r\n\r\n";
         body += value + "\r\n";

@@ -62,8 +62,8 @@ private slots:
         QCOMPARE(rig.prompt.questions.size(), 1);
         QCOMPARE(rig.prompt.questions.first().title, QStringLiteral("Transcribe meeting_2026-11-21_14-05-09.wav"));
         const QString text = rig.prompt.questions.first().text;
-        for (const char *part : {"both sides of the conversation", "gpt-4o-transcribe", "(10 minutes) that costs about $0.03"})
-            QVERIFY2(text.contains(QLatin1String(part)), part);
+        for (const char *phrase : {"both sides of the conversation", "gpt-4o-transcribe", "(10 minutes) that costs about $0.03"})
+            QVERIFY2(text.contains(QLatin1String(phrase)), phrase);
         QCOMPARE(rig.recordingTranscriber.path, wav);
         QVERIFY(!rig.recordingTranscriber.service);
 

@@ -12,7 +12,7 @@
 
 namespace {
 
-struct FormPart
+struct FormField
 {
     QByteArray name;
     QByteArray filename;
@@ -20,18 +20,18 @@ struct FormPart
     QByteArray body;
 };
 
-// The parts of a multipart/form-data body; none when it is not one.
-std::optional<QList<FormPart>> formParts(const QByteArray &body, const QByteArray &boundary)
+// The fields of a multipart/form-data body; none when it is not one.
+std::optional<QList<FormField>> formFields(const QByteArray &body, const QByteArray &boundary)
 {
     const QByteArray delimiter = "--" + boundary;
     qsizetype position = body.indexOf(delimiter);
     if (position < 0)
         return std::nullopt;
-    QList<FormPart> parts;
+    QList<FormField> fields;
     for (;;) {
         position += delimiter.size();
         if (body.mid(position, 2) == "--")
-            return parts; // the closing delimiter
+            return fields; // the closing delimiter
         if (body.mid(position, 2) != "\r\n")
             return std::nullopt;
         position += 2;
@@ -39,7 +39,7 @@ std::optional<QList<FormPart>> formParts(const QByteArray &body, const QByteArra
         const qsizetype next = body.indexOf("\r\n" + delimiter, position);
         if (headersEnd < 0 || next < 0 || headersEnd > next)
             return std::nullopt;
-        FormPart part;
+        FormField field;
         for (const QByteArray &line : body.mid(position, headersEnd - position).split('\n')) {
             const qsizetype colon = line.indexOf(':');
             if (colon <= 0)
@@ -47,16 +47,16 @@ std::optional<QList<FormPart>> formParts(const QByteArray &body, const QByteArra
             const QByteArray name = line.left(colon).trimmed().toLower();
             const QByteArray value = line.mid(colon + 1).trimmed();
             if (name == "content-type") {
-                part.contentType = value;
+                field.contentType = value;
             } else if (name == "content-disposition") {
                 static const QRegularExpression nameRx(QStringLiteral(R"rx((?:^|;)\s*name="([^"]*)")rx"));
                 static const QRegularExpression fileRx(QStringLiteral(R"rx(;\s*filename="([^"]*)")rx"));
-                part.name = nameRx.match(QString::fromUtf8(value)).captured(1).toUtf8();
-                part.filename = fileRx.match(QString::fromUtf8(value)).captured(1).toUtf8();
+                field.name = nameRx.match(QString::fromUtf8(value)).captured(1).toUtf8();
+                field.filename = fileRx.match(QString::fromUtf8(value)).captured(1).toUtf8();
             }
         }
-        part.body = body.mid(headersEnd + 4, next - headersEnd - 4);
-        parts.append(part);
+        field.body = body.mid(headersEnd + 4, next - headersEnd - 4);
+        fields.append(field);
         position = next + 2;
     }
 }
@@ -175,23 +175,23 @@ SimHttpResponse SimAudioTranscriptions::check(const SimHttpRequest &request, QJs
     if (!contentType.toLower().startsWith("multipart/form-data") || !boundary.hasMatch())
         return error(400, QStringLiteral("Invalid Content-Type header (%1), expected multipart/form-data.")
                               .arg(QString::fromLatin1(contentType)));
-    const std::optional<QList<FormPart>> parts = formParts(request.body, boundary.captured(2).toLatin1());
-    if (!parts)
+    const std::optional<QList<FormField>> fields = formFields(request.body, boundary.captured(2).toLatin1());
+    if (!fields)
         return error(400, QStringLiteral("Could not parse multipart form"));
 
     QJsonArray names;
-    const FormPart *file = nullptr;
+    const FormField *file = nullptr;
     QString model, format, language;
-    for (const FormPart &part : *parts) {
-        names.append(QString::fromUtf8(part.name));
-        if (part.name == "file")
-            file = &part;
-        else if (part.name == "model")
-            model = QString::fromUtf8(part.body).trimmed();
-        else if (part.name == "response_format")
-            format = QString::fromUtf8(part.body).trimmed();
-        else if (part.name == "language")
-            language = QString::fromUtf8(part.body).trimmed();
+    for (const FormField &field : *fields) {
+        names.append(QString::fromUtf8(field.name));
+        if (field.name == "file")
+            file = &field;
+        else if (field.name == "model")
+            model = QString::fromUtf8(field.body).trimmed();
+        else if (field.name == "response_format")
+            format = QString::fromUtf8(field.body).trimmed();
+        else if (field.name == "language")
+            language = QString::fromUtf8(field.body).trimmed();
     }
     record.insert("fields", names);
     record.insert("model", model);
@@ -223,7 +223,7 @@ SimHttpResponse SimAudioTranscriptions::check(const SimHttpRequest &request, QJs
     }
     static const QRegularExpression iso639(QStringLiteral("^[a-z]{2}$"));
     if (!language.isEmpty() && !iso639.match(language).hasMatch())
-        return error(400, QStringLiteral("Invalid language '%1'. Language parameter must be specified in ISO-639-1 format.")
+        return error(400, QStringLiteral("Invalid language '%1'. The language must be an ISO-639-1 code.")
                               .arg(language),
                      QStringLiteral("invalid_request_error"), QStringLiteral("invalid_language_format"),
                      QStringLiteral("language"));
@@ -267,7 +267,8 @@ SimHttpResponse SimAudioTranscriptions::check(const SimHttpRequest &request, QJs
         } else {
             // About one audio token per 100 ms, and 4 text tokens per 3 words.
             const int audioTokens = int(std::ceil(wav.seconds * 10));
-            const int outputTokens = int(std::ceil(text.split(QLatin1Char(' '), Qt::SkipEmptyParts).size() * 4 / 3.0));
+            const qsizetype words = text.simplified().isEmpty() ? 0 : text.simplified().count(QLatin1Char(' ')) + 1;
+            const int outputTokens = int(std::ceil(double(words) * 4 / 3.0));
             usage = {{"type", "tokens"}, {"input_tokens", audioTokens},
                      {"input_token_details", QJsonObject{{"text_tokens", 0}, {"audio_tokens", audioTokens}}},
                      {"output_tokens", outputTokens}, {"total_tokens", audioTokens + outputTokens}};
