@@ -70,6 +70,11 @@ void RecordingJob::start()
         finish(Failed{QStringLiteral("Could not read %1: it holds no audio.").arg(fileName)});
         return;
     }
+    // Cancelled while waiting its turn: the recogniser is not even prepared (models stay unloaded).
+    if (isCancelled()) {
+        finish(Failed{cancelledMessage()});
+        return;
+    }
     if (const std::optional<QString> problem = m_recogniser.prepare()) {
         finish(Failed{*problem});
         return;
