@@ -21,6 +21,7 @@ AppShell::AppShell()
         stack.settings, stack.controller,
         MainWindow::Services{stack.fileRevealer, stack.components.taps(), stack.components.audioEnvironment()});
     stack.recordingPicker.setParentWindow(m_parts->window.get());
+    stack.recordingPrompt.setParentWindow(m_parts->window.get());
     m_parts->updates = std::make_unique<AppUpdates>(stack.controller, *m_parts->window, stack.settings.store());
 }
 

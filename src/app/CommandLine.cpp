@@ -42,11 +42,17 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
                                         QStringLiteral("Transcribe a saved recording on this computer and print "
                                                        "the transcript's path."),
                                         QStringLiteral("file.wav"));
+    const QCommandLineOption withService(
+        QStringLiteral("with-openai"),
+        QStringLiteral("With --transcribe: send the recording's audio (both sides of the conversation) to OpenAI's "
+                       "transcription service with the transcription model and key of Settings, instead of "
+                       "transcribing on this computer. The service charges for it."));
     const QCommandLineOption nativeWayland(
         QStringLiteral("native-wayland"),
         QStringLiteral("On a Wayland desktop, show the window natively instead of through XWayland "
                        "(the window then can't stay on top of others)."));
-    parser.addOptions({help, version, start, headless, stopAfter, printInstructions, transcribe, nativeWayland});
+    parser.addOptions({help, version, start, headless, stopAfter, printInstructions, transcribe, withService,
+                       nativeWayland});
 
     if (!parser.parse(arguments))
         return usageError(parser.errorText());
@@ -72,6 +78,9 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
             return usageError(QStringLiteral("--transcribe needs the path of a WAV file"));
         options.transcribe = path;
     }
+    options.transcribeWithService = parser.isSet(withService);
+    if (options.transcribeWithService && !options.transcribe)
+        return usageError(QStringLiteral("--with-openai only applies with --transcribe"));
     if (parser.isSet(stopAfter)) {
         bool ok = false;
         const double seconds = parser.value(stopAfter).toDouble(&ok);

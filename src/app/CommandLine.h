@@ -17,6 +17,7 @@ public:
         std::optional<double> stopAfter;     // seconds
         bool printInstructions = false;
         std::optional<QString> transcribe;   // a WAV to transcribe on the device
+        bool transcribeWithService = false;  // …with the service's transcription endpoint instead
         bool nativeWayland = false;          // on Wayland, don't go through XWayland
     };
 

@@ -7,6 +7,7 @@
 #include "ui/DBusFileRevealer.h"
 #include "ui/DBusIdleInhibitor.h"
 #include "ui/DialogRecordingPicker.h"
+#include "ui/DialogTranscriptionPrompt.h"
 
 #include <QWidget>
 
@@ -19,7 +20,7 @@ struct SessionStack
         : controller(SessionController::Components{settings, components.realtime(), components.capture(),
                                                    components.taps(), components.micTranscription(),
                                                    components.recordingTranscription(), clock, idleInhibitor,
-                                                   fileRevealer, recordingPicker, {}})
+                                                   fileRevealer, recordingPicker, {}, &recordingPrompt})
     {
     }
 
@@ -35,5 +36,6 @@ struct SessionStack
     DBusIdleInhibitor idleInhibitor;
     DBusFileRevealer fileRevealer;
     DialogRecordingPicker recordingPicker;
+    DialogTranscriptionPrompt recordingPrompt;
     SessionController controller;
 };

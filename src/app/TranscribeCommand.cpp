@@ -1,6 +1,8 @@
 #include "app/TranscribeCommand.h"
 
 #include "app/ConsoleText.h"
+#include "app/ServiceUtteranceRecogniser.h"
+#include "session/CostModel.h"
 #include "speech/RecordingTranscriber.h"
 
 #include <QFileInfo>
@@ -21,7 +23,8 @@ QString TranscribeCommand::progressLine(double secondsDone, double secondsTotal,
         .arg(qint64(secondsTotal));
 }
 
-int TranscribeCommand::run(const QString &wavPath, std::FILE *out, std::FILE *err)
+int TranscribeCommand::run(const QString &wavPath, std::FILE *out, std::FILE *err,
+                           const std::optional<AudioTranscriptionConfig> &service)
 {
     const QFileInfo info(wavPath);
     if (!info.isFile()) {
@@ -29,18 +32,37 @@ int TranscribeCommand::run(const QString &wavPath, std::FILE *out, std::FILE *er
         return 2;
     }
     const bool terminal = ::isatty(fileno(err)) == 1;
-    ConsoleText::write(err, QStringLiteral("Transcribing %1… this runs locally and takes a while.\n").arg(info.fileName()));
-    const auto result = RecordingTranscriber::transcribeFile(
-        info.absoluteFilePath(), [&](const RecordingProgress &progress) {
-            const QString line = progressLine(progress.secondsDone, progress.secondsTotal);
-            ConsoleText::write(err, terminal ? QStringLiteral("\r") + line : line + QLatin1Char('\n'));
-        });
+    const auto showProgress = [&](const RecordingProgress &progress) {
+        const QString line = progressLine(progress.secondsDone, progress.secondsTotal);
+        ConsoleText::write(err, terminal ? QStringLiteral("\r") + line : line + QLatin1Char('\n'));
+    };
+    RecordingTranscriber::Result result;
+    if (service) {
+        const std::optional<double> seconds = RecordingTranscriber::recordingSeconds(info.absoluteFilePath());
+        const QString cost = seconds ? QStringLiteral(", about %1").arg(CostModel::money(
+                                           CostModel::estimatedTranscriptionCost(service->model, *seconds)))
+                                     : QString();
+        ConsoleText::write(err, QStringLiteral("Transcribing %1 with OpenAI (%2%3): its audio, both sides of the "
+                                               "conversation, is sent to the service.\n")
+                                    .arg(info.fileName(), service->model, cost));
+        ServiceUtteranceRecogniser recogniser(*service);
+        const std::atomic<bool> never{false};
+        result = RecordingTranscriber::run(info.absoluteFilePath(), recogniser, showProgress, never);
+    } else {
+        ConsoleText::write(err, QStringLiteral("Transcribing %1… this runs locally and takes a while.\n").arg(info.fileName()));
+        result = RecordingTranscriber::transcribeFile(info.absoluteFilePath(), showProgress);
+    }
     if (terminal)
         ConsoleText::write(err, QStringLiteral("\n"));
     if (const auto *failed = std::get_if<RecordingTranscriber::Failed>(&result)) {
         ConsoleText::write(err, QStringLiteral("Transcription failed: %1\n").arg(failed->message));
         return 1;
     }
-    ConsoleText::write(out, std::get<RecordingTranscriber::Written>(result).transcriptPath + QLatin1Char('\n'));
+    const auto &written = std::get<RecordingTranscriber::Written>(result);
+    if (service) {
+        if (const std::optional<QString> used = CostModel::transcriptionSummary(written.usage, service->model, written.secondsSent))
+            ConsoleText::write(err, QStringLiteral("OpenAI: %1\n").arg(*used));
+    }
+    ConsoleText::write(out, written.transcriptPath + QLatin1Char('\n'));
     return 0;
 }

@@ -35,10 +35,16 @@ int printInstructions(int argc, char *argv[])
     return 0;
 }
 
-int transcribe(int argc, char *argv[], const QString &wavPath)
+int transcribe(int argc, char *argv[], const CommandLine::Options &options)
 {
     QCoreApplication app(argc, argv);
-    return TranscribeCommand::run(wavPath, stdout, stderr);
+    std::optional<AudioTranscriptionConfig> service;
+    if (options.transcribeWithService) {
+        const AppSettings settings;
+        service = AudioTranscriptionConfig{settings.apiKey().trimmed(), settings.transcribeModel(),
+                                           settings.transcriptionLanguage()};
+    }
+    return TranscribeCommand::run(*options.transcribe, stdout, stderr, service);
 }
 
 int runHeadless(int argc, char *argv[], const CommandLine::Options &options)
@@ -157,7 +163,7 @@ int main(int argc, char *argv[])
     if (options.printInstructions)
         return printInstructions(argc, argv);
     if (options.transcribe)
-        return transcribe(argc, argv, *options.transcribe);
+        return transcribe(argc, argv, options);
     if (options.headless)
         return runHeadless(argc, argv, options);
     return runWindow(argc, argv, options);

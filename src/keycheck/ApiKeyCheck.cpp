@@ -35,18 +35,10 @@ void ApiKeyCheck::setTimeout(int ms)
 
 QUrl ApiKeyCheck::modelsUrl(const QString &realtimeOverride, QString *error)
 {
-    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::resolveEndpoint(realtimeOverride, QString());
-    if (!endpoint.error.isEmpty()) {
-        if (error)
-            *error = endpoint.error;
-        return {};
-    }
-    QUrl url = endpoint.url;
-    url.setScheme(url.scheme().compare(QLatin1String("wss"), Qt::CaseInsensitive) == 0 ? QStringLiteral("https")
-                                                                                       : QStringLiteral("http"));
-    url.setPath(QStringLiteral("/v1/models"));
-    url.setQuery(QString());
-    return url;
+    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::httpEndpoint(realtimeOverride, QStringLiteral("/v1/models"));
+    if (!endpoint.error.isEmpty() && error)
+        *error = endpoint.error;
+    return endpoint.url;
 }
 
 ApiKeyCheck::Result ApiKeyCheck::fromStatus(int httpStatus)

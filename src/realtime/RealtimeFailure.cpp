@@ -18,11 +18,6 @@ bool namesModelUnavailable(const QString &message)
                || lower.contains(QLatin1String("do not have access")));
 }
 
-QString keyMessage()
-{
-    return QStringLiteral("The service refused the API key (invalid_api_key). Check it in Settings.");
-}
-
 QString quotaMessage()
 {
     return QStringLiteral("Your OpenAI account has no quota left — add credit, then press Start again.");
@@ -36,6 +31,11 @@ QString modelMessage(const QString &model)
 }
 
 } // namespace
+
+QString keyMessage()
+{
+    return QStringLiteral("The service refused the API key (invalid_api_key). Check it in Settings.");
+}
 
 ServiceError ServiceError::fromObject(const QJsonObject &error)
 {

@@ -29,6 +29,8 @@ bool isServiceCloseCode(int code);
 // key, an exhausted quota, a model the account cannot use. Nothing for any other error.
 // `model` is the realtime model of the session, named in the message.
 std::optional<QString> finalMessage(const ServiceError &error, const QString &model);
+// "The service refused the API key (invalid_api_key). Check it in Settings."
+QString keyMessage();
 // The same for a close frame: its reason text names the code ("invalid_request_error.invalid_api_key").
 std::optional<QString> finalCloseMessage(const QString &closeReason, const QString &model);
 // After this many 3000-4999 closes in a row without a configured socket, the client gives up.

@@ -168,4 +168,17 @@ Endpoint resolveEndpoint(const QString &override, const QString &model)
     return {url, {}};
 }
 
+Endpoint httpEndpoint(const QString &override, const QString &path)
+{
+    Endpoint endpoint = resolveEndpoint(override, QString());
+    if (!endpoint.error.isEmpty())
+        return endpoint;
+    QUrl &url = endpoint.url;
+    url.setScheme(url.scheme().compare(QLatin1String("wss"), Qt::CaseInsensitive) == 0 ? QStringLiteral("https")
+                                                                                       : QStringLiteral("http"));
+    url.setPath(path);
+    url.setQuery(QString());
+    return endpoint;
+}
+
 } // namespace RealtimeProtocol

@@ -57,5 +57,9 @@ struct Endpoint
 };
 // `override` is the value of KQ_REALTIME_URL, or a null string when the variable is unset or empty.
 Endpoint resolveEndpoint(const QString &override, const QString &model);
+// The address of one of the service's HTTP paths (such as "/v1/models") on the host the realtime
+// connection would use, by the same rules: wss://host/… gives https://host<path>, and ws:// (only
+// ever on this computer) gives http://. No query.
+Endpoint httpEndpoint(const QString &override, const QString &path);
 
 } // namespace RealtimeProtocol

@@ -3,6 +3,7 @@
 #include <QMetaType>
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -218,6 +219,31 @@ double transcriptionCost(const TranscriptionUsage &usage, const QString &model, 
     }
     // Priced by the minute but reported in tokens: the speech the service heard.
     return usage.tokens() > 0 ? std::max(heardSeconds, 0.0) / 60.0 * prices.perMinute : 0.0;
+}
+
+double estimatedTranscriptionCost(const QString &model, double seconds)
+{
+    // Audio is about one token per 100 ms; speech about 150 words a minute.
+    constexpr double audioTokensPerSecond = 10.0;
+    constexpr double textTokensPerSecond = 3.0;
+    const TranscriptionPrices &prices = transcriptionPricesFor(model);
+    const double heard = std::max(seconds, 0.0);
+    if (prices.perMinute > 0) {
+        return heard / 60.0 * prices.perMinute;
+    }
+    return (prices.inputPerMillion * audioTokensPerSecond + prices.outputPerMillion * textTokensPerSecond) * heard
+        / 1000000.0;
+}
+
+std::optional<QString> transcriptionSummary(const QVariantMap &usage, const QString &model, double heardSeconds)
+{
+    if (usage.isEmpty()) {
+        return std::nullopt;
+    }
+    const TranscriptionUsage used = parseTranscription(usage);
+    const QString amount = used.tokens() > 0 ? QStringLiteral("%1 tokens").arg(used.tokens())
+                                             : QStringLiteral("%1 s of audio").arg(std::llround(used.seconds));
+    return amount + QStringLiteral(", ") + money(transcriptionCost(used, model, heardSeconds));
 }
 
 Usage parse(const QVariantMap &usage)

@@ -77,6 +77,14 @@ TranscriptionUsage parseTranscription(const QVariantMap &usage);
 // known). Unknown models are priced like the default transcription model.
 double transcriptionCost(const TranscriptionUsage &usage, const QString &model, double heardSeconds = 0);
 
+// USD for transcribing `seconds` of speech with `model`, before it is sent: by the minute for
+// models priced so, else at about 10 audio tokens in and 3 text tokens out per second of speech.
+double estimatedTranscriptionCost(const QString &model, double seconds);
+
+// "4210 tokens, $0.0105" or "95 s of audio, $0.0095": a transcription's usage (the service's
+// "usage" form) and its price with `model`; none for an empty usage.
+std::optional<QString> transcriptionSummary(const QVariantMap &usage, const QString &model, double heardSeconds);
+
 // Rounds to `decimals` places, halves away from zero.
 double rounded(double value, int decimals);
 

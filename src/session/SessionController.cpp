@@ -36,6 +36,7 @@ SessionController::SessionController(const Components &components, QObject *pare
     , m_fileRevealer(components.fileRevealer)
     , m_recordingPicker(components.recordingPicker)
     , m_runInBackground(components.runInBackground)
+    , m_recordingPrompt(components.recordingPrompt)
 {
     if (!m_runInBackground) {
         m_runInBackground = [](std::function<void()> job) { QThreadPool::globalInstance()->start(std::move(job)); };

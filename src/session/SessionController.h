@@ -27,6 +27,8 @@ class MicTranscription;
 class RealtimeLink;
 class RecordingPicker;
 class RecordingTranscription;
+class RecordingTranscriptionPrompt;
+struct RecordingProgress;
 class SessionLog;
 class TapQueries;
 
@@ -98,6 +100,9 @@ public:
         FileRevealer &fileRevealer;
         RecordingPicker &recordingPicker;
         BackgroundRunner runInBackground = {};
+        // Asks whether a recording goes to the service, while the user has opted in to the
+        // service for their answers; none (headless): recordings stay on the device.
+        RecordingTranscriptionPrompt *recordingPrompt = nullptr;
     };
 
     // Installs the components' callbacks.
@@ -158,6 +163,8 @@ public:
     // Shows the last transcript and recording in the file manager.
     void revealRecording();
     // Lets the user pick a saved recording and transcribes it on the device.
+    // With "Transcribe my answers with OpenAI" on, it first asks, once for the picked file,
+    // whether the recording goes to the service instead (SessionControllerRecording.cpp).
     void transcribeRecording();
     // Stops a running transcription of a recording (the banner's action while it runs).
     void cancelRecordingTranscription();
@@ -303,6 +310,13 @@ private:
     void endCaptureWatch();
     void updateAudioBanner();
 
+    // Transcribing a saved recording (SessionControllerRecording.cpp).
+    void transcribeRecordingOnDevice(const QString &path);
+    void transcribeRecordingWithService(const QString &path);
+    void showRecordingProgress(const QString &name, const RecordingProgress &progress);
+    // `usageNote`: what the service used, or empty.
+    void recordingTranscriptWritten(const QString &transcriptPath, const QString &usageNote);
+
     // Session clock and app narrowing.
     void startSessionClock();
     void stopSessionClock();
@@ -336,6 +350,7 @@ private:
     FileRevealer &m_fileRevealer;
     RecordingPicker &m_recordingPicker;
     BackgroundRunner m_runInBackground;
+    RecordingTranscriptionPrompt *m_recordingPrompt = nullptr;
 
     // Published.
     QList<QAPair> m_pairs;

@@ -6,17 +6,13 @@
 #include "session/CaptureLink.h"
 #include "session/FileRevealer.h"
 #include "session/IdleInhibitor.h"
-#include "session/MicTranscription.h"
 #include "session/RealtimeLink.h"
-#include "session/RecordingPicker.h"
-#include "session/RecordingTranscription.h"
 #include "session/SessionLog.h"
 #include "session/TapQueries.h"
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QLoggingCategory>
 
 Q_DECLARE_LOGGING_CATEGORY(lcSession)
@@ -288,59 +284,4 @@ void SessionController::revealRecording()
     if (!paths.isEmpty()) {
         m_fileRevealer.reveal(paths);
     }
-}
-
-void SessionController::cancelRecordingTranscription()
-{
-    m_recordingTranscriber.cancel();
-}
-
-void SessionController::transcribeRecording()
-{
-    const std::weak_ptr<bool> alive = m_alive;
-    m_recordingPicker.pickRecording([alive, this](const std::optional<QString> &picked) {
-        if (!alive.lock() || !picked) {
-            return;
-        }
-        const QString path = *picked;
-        m_micTranscriber.requestAuthorization([alive, this, path](const SpeechAvailability &availability) {
-            if (!alive.lock()) {
-                return;
-            }
-            if (availability.kind != SpeechAvailability::Kind::ready) {
-                setBannerText(QStringLiteral("On-device speech recognition is not available, so the recording can't be transcribed here."));
-                return;
-            }
-            const QString name = QFileInfo(path).fileName();
-            setBanner(QStringLiteral("Transcribing ") + name + QStringLiteral("… this runs locally and takes a while."),
-                      BannerAction::cancelTranscription);
-            m_recordingTranscriber.transcribe(
-                path,
-                [alive, this, name](const RecordingProgress &progress) {
-                    if (!alive.lock()) {
-                        return;
-                    }
-                    const auto percent = static_cast<qint64>(progress.secondsDone / std::max(progress.secondsTotal, 1.0) * 100.0);
-                    // The Cancel button stays with every progress line.
-                    setBanner(QStringLiteral("Transcribing ") + name + QStringLiteral(" — ") + QString::number(percent)
-                                  + QStringLiteral("% (") + QString::number(static_cast<qint64>(progress.secondsDone))
-                                  + QStringLiteral("s of ") + QString::number(static_cast<qint64>(progress.secondsTotal))
-                                  + QStringLiteral("s)"),
-                              BannerAction::cancelTranscription);
-                },
-                [alive, this](const RecordingTranscription::Result &result) {
-                    if (!alive.lock()) {
-                        return;
-                    }
-                    setBannerAction(std::nullopt);
-                    if (const auto *written = std::get_if<RecordingTranscription::Written>(&result)) {
-                        setBanner(QStringLiteral("Transcript written: ") + QFileInfo(written->transcriptPath).fileName(),
-                                  {makeLink(QStringLiteral("Transcript"), QUrl::fromLocalFile(written->transcriptPath))});
-                        m_fileRevealer.reveal({written->transcriptPath});
-                    } else {
-                        setBannerText(QStringLiteral("Transcription failed: ") + std::get<RecordingTranscription::Failed>(result).message);
-                    }
-                });
-        });
-    });
 }

@@ -5,14 +5,14 @@
 
 #include <algorithm>
 
-RecordingTranscript::RecordingTranscript(const QString &fileName, double seconds)
+RecordingTranscript::RecordingTranscript(const QString &fileName, double seconds, const QString &method)
 {
     const int total = seconds > 0 ? static_cast<int>(seconds) : 0;
     m_header << QStringLiteral("# Meeting transcript")
             << QString()
             << QStringLiteral("Source: `%1`").arg(fileName)
             << QString::asprintf("Duration: %d min %02d s", total / 60, total % 60)
-            << QStringLiteral("Transcribed on-device. Left channel = you, right channel = the meeting.")
+            << method + QStringLiteral(" Left channel = you, right channel = the meeting.")
             << QString();
 }
 

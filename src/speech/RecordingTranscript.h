@@ -9,8 +9,10 @@
 class RecordingTranscript
 {
 public:
-    // `fileName` is the recording's file name; `seconds` its length.
-    RecordingTranscript(const QString &fileName, double seconds);
+    // `fileName` is the recording's file name; `seconds` its length; `method` how it was
+    // transcribed ("Transcribed on-device.").
+    RecordingTranscript(const QString &fileName, double seconds,
+                        const QString &method = QStringLiteral("Transcribed on-device."));
 
     // The transcript's path for a recording: its extension replaced by "recording.md", or,
     // when `attempt` > 1, by "recording-<attempt>.md". (Not "transcript.md": that is the

@@ -36,6 +36,9 @@ private slots:
         QCOMPARE(options({QStringLiteral("--transcribe"), QStringLiteral("a b.wav")}).transcribe,
                  std::optional<QString>(QStringLiteral("a b.wav")));
         QVERIFY(options({QStringLiteral("--print-instructions")}).printInstructions);
+        const CommandLine::Options service = options({QStringLiteral("--transcribe=a.wav"), QStringLiteral("--with-openai")});
+        QVERIFY(service.transcribeWithService);
+        QVERIFY(!options({QStringLiteral("--transcribe=a.wav")}).transcribeWithService);
     }
 
     void helpAndVersionExitCleanly()
@@ -72,6 +75,9 @@ private slots:
                                             << QStringLiteral("ketterbloom: --stop-after only applies with --start or --headless");
         QTest::newRow("two modes") << QStringList{QStringLiteral("--headless"), QStringLiteral("--print-instructions")}
                                    << QStringLiteral("ketterbloom: --headless, --print-instructions and --transcribe can't be combined");
+        QTest::newRow("service without a recording")
+            << QStringList{QStringLiteral("--with-openai")}
+            << QStringLiteral("ketterbloom: --with-openai only applies with --transcribe");
         QTest::newRow("start and transcribe")
             << QStringList{QStringLiteral("--start"), QStringLiteral("--transcribe=x.wav")}
             << QStringLiteral("ketterbloom: --start can't be combined with --print-instructions or --transcribe");

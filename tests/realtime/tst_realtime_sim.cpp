@@ -1,12 +1,15 @@
 // The simulator itself: its voice-activity detection, its script format, the ketterbloom-sim
-// executable with its control interface, and a whole turn driven by real audio through the client.
+// executable with its control interface, a whole turn driven by real audio through the client,
+// and the transcription endpoint beside the WebSocket on the same port.
 
 #include "RealtimeTestBase.h"
 
+#include "realtime/AudioTranscriptionClient.h"
 #include "realtime/RealtimeProtocol.h"
 #include "realtimesim/EnergyVad.h"
 
 #include <QProcess>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QWebSocket>
 #include <QtEndian>
@@ -27,11 +30,60 @@ QByteArray tone(int ms, double amplitude)
     return pcm;
 }
 
+struct HttpAnswer
+{
+    int status = 0;
+    QJsonObject error;
+};
+
+// A multipart/form-data body with boundary "b0und": each field a name and its value; "file" a WAV.
+QByteArray form(const QList<QPair<QByteArray, QByteArray>> &fields)
+{
+    QByteArray body;
+    for (const auto &[name, value] : fields) {
+        body += "--b0und\r\nContent-Disposition: form-data; name=\"" + name + "\"";
+        body += name == "file" ? "; filename=\"a.wav\"\r\nContent-Type: audio/wav\r\n\r\n" : "\r\n\r\n";
+        body += value + "\r\n";
+    }
+    return body + "--b0und--\r\n";
+}
+
 } // namespace
 
 class TestRealtimeSim : public RealtimeTestBase
 {
     Q_OBJECT
+
+    // One request on a connection of its own; the status and the service's error object.
+    HttpAnswer post(const QByteArray &headers, const QByteArray &body, const char *path = nullptr, bool chunked = false)
+    {
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, sim->port());
+        QByteArray request = "POST " + QByteArray(path ? path : "/v1/audio/transcriptions") + " HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+                             + headers;
+        if (chunked) {
+            const qsizetype half = body.size() / 2;
+            request += "Transfer-Encoding: chunked\r\n\r\n" + QByteArray::number(half, 16) + "\r\n" + body.left(half)
+                       + "\r\n" + QByteArray::number(body.size() - half, 16) + "\r\n" + body.mid(half) + "\r\n0\r\n\r\n";
+        } else {
+            request += "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
+        }
+        socket.write(request);
+        QByteArray reply;
+        const auto complete = [&] {
+            reply += socket.readAll();
+            const qsizetype end = reply.indexOf("\r\n\r\n");
+            if (end < 0)
+                return false;
+            const qsizetype length = reply.mid(reply.indexOf("Content-Length: ") + 16).split('\r').first().toLongLong();
+            return reply.size() >= end + 4 + length;
+        };
+        if (!QTest::qWaitFor(complete, kWait))
+            return {};
+        const QJsonObject answer = QJsonDocument::fromJson(reply.mid(reply.indexOf("\r\n\r\n") + 4)).object();
+        return {reply.split(' ').value(1).toInt(), answer.value("error").toObject()};
+    }
+
 private slots:
     void cleanup() { tearDown(); }
 
@@ -101,11 +153,64 @@ private slots:
         QVERIFY(!SimScript::fromJson(R"({"turns": [{"question": "Q", "response_status": "meh"}]})", &error));
         QVERIFY(error.contains("response_status"));
 
+        const auto transcriptions = SimScript::fromJson(R"({
+            "transcription_texts": ["One.", "Two."],
+            "audio_transcriptions": [{"text": "Hi."}, {"status": 429, "retry_after": 1.5, "delay_ms": 30}]})", &error);
+        QVERIFY2(transcriptions, qPrintable(error));
+        QCOMPARE(transcriptions->transcriptionTexts, (QStringList{"One.", "Two."}));
+        QCOMPARE(transcriptions->audioTranscriptions.size(), 2);
+        QCOMPARE(transcriptions->audioTranscriptions[0].text, QStringLiteral("Hi."));
+        QCOMPARE(transcriptions->audioTranscriptions[1].status, 429);
+        QCOMPARE(transcriptions->audioTranscriptions[1].retryAfter, 1.5);
+        QCOMPARE(transcriptions->audioTranscriptions[1].delayMs, 30);
+        QVERIFY(!SimScript::fromJson(R"({"audio_transcriptions": [{"status": 42}]})", &error));
+        QVERIFY(error.contains("audio transcription 1"));
+
         QVERIFY(!SimScript::fromJson("[]", &error));
         QVERIFY(!SimScript::fromJson(R"({"turns": [{"answer": "no question"}]})", &error));
         QVERIFY(error.contains("turn 1"));
         QVERIFY(!SimScript::fromJson(R"({"turns": [{"question": "Q", "fault": {"kind": "meteor"}}]})", &error));
         QVERIFY(error.contains("meteor"));
+    }
+
+    void transcriptionEndpointChecksLikeTheService()
+    {
+        setUpSimulator();
+        // A WebSocket on the same port is a connection; the HTTP requests are not.
+        QWebSocket socket;
+        QNetworkRequest handshake(sim->url());
+        handshake.setRawHeader("Authorization", "Bearer " + kTestKey.toUtf8());
+        socket.open(handshake);
+        QTRY_COMPARE_WITH_TIMEOUT(sim->connectionCount(), 1, kWait);
+
+        const QByteArray multipart = "Content-Type: multipart/form-data; boundary=b0und\r\n";
+        const QByteArray bearer = "Authorization: Bearer " + kTestKey.toUtf8() + "\r\n";
+        std::vector<std::int16_t> samples(8000, 1000);
+        const QByteArray wav = AudioTranscriptionClient::wavFile(samples.data(), samples.size(), 16000);
+        QCOMPARE(post(multipart, form({{"model", "whisper-1"}, {"file", wav}})).error.value("message").toString(),
+                 QStringLiteral("You didn't provide an API key. You need to provide your API key in an Authorization "
+                                "header using Bearer auth (i.e. Authorization: Bearer YOUR_KEY)."));
+        QCOMPARE(sim->records().last().message.value("authorization").toString(), QStringLiteral("missing"));
+        HttpAnswer answer = post(bearer + "Content-Type: application/json\r\n", "{}");
+        QCOMPARE(answer.status, 400);
+        QVERIFY(answer.error.value("message").toString().startsWith(QStringLiteral("Invalid Content-Type header")));
+        answer = post(bearer + multipart, form({{"model", "whisper-1"}}));
+        QCOMPARE(answer.status, 400);
+        QCOMPARE(answer.error.value("param").toString(), QStringLiteral("file"));
+        QCOMPARE(answer.error.value("type").toString(), QStringLiteral("invalid_request_error"));
+        answer = post(bearer + multipart, form({{"file", wav}}));
+        QCOMPARE(answer.status, 400);
+        QCOMPARE(answer.error.value("message").toString(), QStringLiteral("you must provide a model parameter"));
+        answer = post(bearer + multipart, form({{"model", "whisper-1"}, {"file", "not audio"}}));
+        QCOMPARE(answer.status, 400);
+        QVERIFY(answer.error.value("message").toString().startsWith(QStringLiteral("Invalid file format.")));
+        QCOMPARE(post(bearer + multipart, form({{"model", "whisper-1"}, {"file", wav}}), "/v1/audio/translations").status, 404);
+        // A chunked body is read as well; the answer is the next transcription text.
+        sim->setTranscriptionTexts({QStringLiteral("Chunked and heard.")});
+        QCOMPARE(post(bearer + multipart, form({{"model", "whisper-1"}, {"file", wav}}), nullptr, true).status, 200);
+        QCOMPARE(sim->records().last().message.value("text").toString(), QStringLiteral("Chunked and heard."));
+        QCOMPARE(sim->connectionCount(), 1);
+        QCOMPARE(sim->httpConnectionCount(), 7);
     }
 
     void realAudioDrivesATurnThroughTheClient()

@@ -3,10 +3,13 @@
 #include "ui/DBusFileRevealer.h"
 #include "ui/DBusIdleInhibitor.h"
 #include "ui/DialogRecordingPicker.h"
+#include "ui/DialogTranscriptionPrompt.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QFileDialog>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QStandardPaths>
 
 #include <QDBusConnection>
@@ -198,6 +201,46 @@ private slots:
         dialog->reject();
         QTRY_COMPARE(answers.size(), 2);
         QVERIFY(!answers.last().has_value());
+    }
+
+    void transcriptionPromptMapsItsButtons()
+    {
+        using Answer = RecordingTranscriptionPrompt::Answer;
+        DialogTranscriptionPrompt prompt;
+        QList<Answer> answers;
+        const auto ask = [&] {
+            prompt.ask({QStringLiteral("Transcribe meeting.wav"), QStringLiteral("With OpenAI, the recording's audio …")},
+                       [&answers](Answer answer) { answers.append(answer); });
+            QMessageBox *box = prompt.openQuestion();
+            return box && QTest::qWaitFor([box] { return box->isVisible(); }) ? box : nullptr;
+        };
+        const auto button = [](QMessageBox *box, const QString &label) -> QAbstractButton * {
+            for (QAbstractButton *b : box->buttons()) {
+                if (b->text().remove(QLatin1Char('&')) == label)
+                    return b;
+            }
+            return nullptr;
+        };
+
+        QMessageBox *box = ask();
+        QVERIFY(box);
+        QCOMPARE(box->windowTitle(), QStringLiteral("Transcribe meeting.wav"));
+        QCOMPARE(box->buttons().size(), 3);
+        QCOMPARE(static_cast<QAbstractButton *>(box->defaultButton()), button(box, QStringLiteral("On This Computer"))); // Enter keeps it here
+        button(box, QStringLiteral("With OpenAI"))->click();
+        QTRY_COMPARE(answers, QList<Answer>{Answer::withService});
+
+        box = ask();
+        QVERIFY(box);
+        button(box, QStringLiteral("On This Computer"))->click();
+        QTRY_COMPARE(answers.size(), 2);
+        QCOMPARE(answers.last(), Answer::onThisComputer);
+
+        box = ask();
+        QVERIFY(box);
+        QTest::keyClick(box, Qt::Key_Escape);
+        QTRY_COMPARE(answers.size(), 3);
+        QCOMPARE(answers.last(), Answer::cancel);
     }
 };
 

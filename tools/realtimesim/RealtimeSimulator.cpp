@@ -1,6 +1,8 @@
 #include "realtimesim/RealtimeSimulator.h"
 
+#include "realtimesim/SimAudioTranscriptions.h"
 #include "realtimesim/SimConnection.h"
+#include "realtimesim/SimHttpConnection.h"
 
 #include <QHostAddress>
 #include <QTcpServer>
@@ -12,13 +14,12 @@ RealtimeSimulator::RealtimeSimulator(QObject *parent)
     : QObject(parent),
       m_tcpServer(new QTcpServer(this)),
       m_wsServer(new QWebSocketServer(QStringLiteral("ketterbloom-sim"), QWebSocketServer::NonSecureMode, this)),
-      m_script(SimScript::builtin())
+      m_script(SimScript::builtin()),
+      m_transcriptions(std::make_unique<SimAudioTranscriptions>(this))
 {
     connect(m_tcpServer, &QTcpServer::newConnection, this, [this] {
-        while (QTcpSocket *tcp = m_tcpServer->nextPendingConnection()) {
-            m_tcpSockets.append(tcp);
-            m_wsServer->handleConnection(tcp);
-        }
+        while (QTcpSocket *tcp = m_tcpServer->nextPendingConnection())
+            route(tcp);
     });
     connect(m_wsServer, &QWebSocketServer::newConnection, this, &RealtimeSimulator::acceptWebSocket);
 }
@@ -38,9 +39,65 @@ bool RealtimeSimulator::listen(quint16 port)
     return true;
 }
 
+void RealtimeSimulator::route(QTcpSocket *tcp)
+{
+    // Until its first bytes tell, a connection is neither; one that goes away meanwhile is dropped.
+    connect(tcp, &QTcpSocket::disconnected, this, [tcp] { tcp->deleteLater(); });
+    auto decide = [this, tcp] {
+        if (tcp->bytesAvailable() < 4)
+            return;
+        disconnect(tcp, nullptr, this, nullptr);
+        if (tcp->peek(4) == "GET ") {
+            // A WebSocket handshake (or a stray GET, which the WebSocket server refuses).
+            m_tcpSockets.append(tcp);
+            m_wsServer->handleConnection(tcp);
+            return;
+        }
+        auto *http = new SimHttpConnection(tcp, [this](const SimHttpRequest &request) {
+            return m_transcriptions->answer(request);
+        }, this);
+        ++m_httpConnectionCount;
+        m_httpConnections.removeAll(nullptr);
+        m_httpConnections.append(http);
+        connect(http, &SimHttpConnection::closed, http, &QObject::deleteLater);
+    };
+    connect(tcp, &QTcpSocket::readyRead, this, decide);
+    decide();
+}
+
+int RealtimeSimulator::openHttpConnectionCount() const
+{
+    int count = 0;
+    for (const QPointer<SimHttpConnection> &connection : m_httpConnections)
+        count += connection && connection->isOpen();
+    return count;
+}
+
+QUrl RealtimeSimulator::transcriptionsUrl() const
+{
+    return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(QLatin1String(SimAudioTranscriptions::path)));
+}
+
+void RealtimeSimulator::setAudioTranscriptions(const QList<SimAudioTranscription> &steps)
+{
+    m_script.audioTranscriptions = steps;
+    m_nextAudioTranscription = 0;
+}
+
+SimAudioTranscription RealtimeSimulator::nextAudioTranscription()
+{
+    if (m_nextAudioTranscription < m_script.audioTranscriptions.size())
+        return m_script.audioTranscriptions.at(m_nextAudioTranscription++);
+    return {};
+}
+
 void RealtimeSimulator::close()
 {
     m_tcpServer->close();
+    for (const QPointer<SimHttpConnection> &connection : std::as_const(m_httpConnections)) {
+        if (connection)
+            connection->abort();
+    }
     for (const QPointer<SimConnection> &connection : std::as_const(m_connections)) {
         if (connection && connection->isOpen())
             connection->applyFault(SimFault::of(SimFault::Kind::drop));
@@ -66,6 +123,9 @@ void RealtimeSimulator::setScript(const SimScript &script)
 {
     m_script = script;
     m_nextTurn = 0;
+    m_nextAudioTranscription = 0;
+    if (!script.transcriptionTexts.isEmpty())
+        setTranscriptionTexts(script.transcriptionTexts);
 }
 
 QList<QJsonObject> RealtimeSimulator::received(const QString &type, int connection) const

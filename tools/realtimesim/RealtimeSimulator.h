@@ -8,15 +8,21 @@
 #include <QPointer>
 #include <QUrl>
 
+#include <memory>
+
 class QTcpServer;
 class QTcpSocket;
 class QWebSocketServer;
+class SimAudioTranscriptions;
 class SimConnection;
+class SimHttpConnection;
 
 // A stand-in for the realtime model service on 127.0.0.1: accepts connections on
 // /v1/realtime?model=..., checks the Bearer key, validates the session configuration, detects
 // turns in the uploaded audio, answers from a script, injects faults on request, and records
-// every message the client sent. Runs on the thread that creates it.
+// every message the client sent. On the same port it answers the transcription endpoint,
+// POST /v1/audio/transcriptions (SimAudioTranscriptions); those requests are not connections.
+// Runs on the thread that creates it.
 class RealtimeSimulator : public QObject
 {
     Q_OBJECT
@@ -32,6 +38,8 @@ public:
     quint16 port() const;
     // ws://127.0.0.1:<port>/v1/realtime, the value for KQ_REALTIME_URL.
     QUrl url() const;
+    // http://127.0.0.1:<port>/v1/audio/transcriptions.
+    QUrl transcriptionsUrl() const;
 
     void setScript(const SimScript &script);
     const SimScript &script() const { return m_script; }
@@ -68,13 +76,19 @@ public:
     bool sendText(const QString &text);
     bool sendBinary(const QByteArray &data);
 
-    // What transcription-only connections answer for each item heard, in turn (cycling).
+    // What transcription-only connections and the transcription endpoint answer, in turn (cycling).
     void setTranscriptionTexts(const QStringList &texts) { m_transcriptionTexts = texts; m_nextTranscription = 0; }
+    // What the transcription endpoint answers to the next requests, in order (then the texts above).
+    void setAudioTranscriptions(const QList<SimAudioTranscription> &steps);
+    // HTTP connections (to the transcription endpoint) accepted so far, and those still open.
+    int httpConnectionCount() const { return m_httpConnectionCount; }
+    int openHttpConnectionCount() const;
     // An item with `text` on the newest open transcription-only connection.
     bool triggerTranscription(const QString &text);
 
     // Used by the connections.
     QString nextTranscriptionText();
+    SimAudioTranscription nextAudioTranscription();
     SimTurn nextTurn();
     QString answerFor(const QString &question) const;
     void record(const SimRecord &record);
@@ -86,6 +100,9 @@ signals:
 
 private:
     void acceptWebSocket();
+    // Hands a new TCP connection to the WebSocket server (a GET: the handshake) or answers it
+    // as HTTP, once its first bytes have arrived.
+    void route(QTcpSocket *tcp);
     SimConnection *current() const;
     bool withCurrent(const std::function<void(SimConnection *)> &action);
 
@@ -100,4 +117,8 @@ private:
     QList<SimConnectionInfo> m_closedInfo;
     QList<SimRecord> m_records;
     QList<QPointer<QTcpSocket>> m_tcpSockets; // accepted, handshake not yet complete
+    std::unique_ptr<SimAudioTranscriptions> m_transcriptions;
+    int m_nextAudioTranscription = 0;
+    int m_httpConnectionCount = 0;
+    QList<QPointer<SimHttpConnection>> m_httpConnections;
 };

@@ -49,6 +49,23 @@ std::optional<SimFault> SimFault::fromJson(const QJsonObject &object, QString *e
     return fault;
 }
 
+std::optional<SimAudioTranscription> SimAudioTranscription::fromJson(const QJsonObject &object, QString *error)
+{
+    SimAudioTranscription step;
+    step.text = object.value("text").toString();
+    step.status = object.value("status").toInt(200);
+    if (step.status < 200 || step.status > 599) {
+        fail(error, QStringLiteral("\"status\" must be an HTTP status"));
+        return std::nullopt;
+    }
+    step.errorType = object.value("error_type").toString();
+    step.errorCode = object.value("error_code").toString();
+    step.message = object.value("message").toString();
+    step.retryAfter = object.value("retry_after").toDouble(-1);
+    step.delayMs = object.value("delay_ms").toInt(0);
+    return step;
+}
+
 std::optional<SimScript> SimScript::fromJson(const QByteArray &json, QString *error)
 {
     QJsonParseError parseError;
@@ -75,6 +92,18 @@ std::optional<SimScript> SimScript::fromJson(const QByteArray &json, QString *er
         for (const QJsonValue &model : root.value("refused_transcribe_models").toArray())
             models.append(model.toString());
         script.refusedTranscribeModels = models;
+    }
+    for (const QJsonValue &text : root.value("transcription_texts").toArray())
+        script.transcriptionTexts.append(text.toString());
+    const QJsonArray transcriptions = root.value("audio_transcriptions").toArray();
+    for (qsizetype i = 0; i < transcriptions.size(); ++i) {
+        const auto step = SimAudioTranscription::fromJson(transcriptions.at(i).toObject(), error);
+        if (!step) {
+            if (error)
+                error->prepend(QStringLiteral("audio transcription %1: ").arg(i + 1));
+            return std::nullopt;
+        }
+        script.audioTranscriptions.append(*step);
     }
     const QJsonArray turns = root.value("turns").toArray();
     for (qsizetype i = 0; i < turns.size(); ++i) {

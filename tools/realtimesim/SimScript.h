@@ -46,6 +46,20 @@ struct SimTurn
     bool transcriptionFails = false; // "...transcription.failed" instead of "...completed"
 };
 
+// What the transcription endpoint (POST /v1/audio/transcriptions) answers to one request.
+struct SimAudioTranscription
+{
+    QString text;           // the transcript; empty: the next of the simulator's transcription texts
+    int status = 200;       // any other status answers with the service's error object
+    QString errorType;      // for an error: by default what the service sends for its status and code
+    QString errorCode;      // for a 429: "rate_limit_exceeded" unless given ("insufficient_quota" …)
+    QString message;        // for an error: by default the service's own words
+    double retryAfter = -1; // seconds, sent as "retry-after" when 0 or more
+    int delayMs = 0;        // pause before the answer
+
+    static std::optional<SimAudioTranscription> fromJson(const QJsonObject &object, QString *error);
+};
+
 struct SimScript
 {
     QList<SimTurn> turns;
@@ -64,6 +78,13 @@ struct SimScript
     // Transcription models refused in a configuration; unset means none, or in the realistic mode
     // the one the service does not support on /v1/realtime.
     std::optional<QStringList> refusedTranscribeModels;
+
+    // The texts transcription-only connections and the transcription endpoint answer with, in
+    // turn; empty: the simulator's own.
+    QStringList transcriptionTexts;
+    // What the transcription endpoint answers, one request after another; later requests get
+    // the next transcription text.
+    QList<SimAudioTranscription> audioTranscriptions;
 
     QStringList effectiveRefusedTranscribeModels() const;
 

@@ -3,6 +3,7 @@
 #include "session/FileRevealer.h"
 #include "session/IdleInhibitor.h"
 #include "session/RecordingPicker.h"
+#include "session/RecordingTranscriptionPrompt.h"
 
 #include <QList>
 #include <QStringList>
@@ -44,4 +45,22 @@ public:
     }
     std::optional<QString> choice;
     int pickCount = 0;
+};
+
+// Keeps each question; answers with `answer` at once unless `hold` is set.
+class FakeRecordingTranscriptionPrompt final : public RecordingTranscriptionPrompt
+{
+public:
+    void ask(const Question &question, std::function<void(Answer)> completion) override
+    {
+        questions.append(question);
+        if (hold)
+            pending = std::move(completion);
+        else
+            completion(answer);
+    }
+    Answer answer = Answer::onThisComputer;
+    bool hold = false;
+    std::function<void(Answer)> pending;
+    QList<Question> questions;
 };

@@ -36,7 +36,8 @@ public:
                 } else {
                     heldJobs.push_back(std::move(job));
                 }
-            }});
+            },
+            &prompt});
     }
 
     // A user who has a key and loaded context, so no banner comes from those checks.
@@ -80,6 +81,7 @@ public:
     FakeIdleInhibitor idle;
     FakeFileRevealer revealer;
     FakeRecordingPicker picker;
+    FakeRecordingTranscriptionPrompt prompt;
     bool runAudioStartsAtOnce = true;
     std::deque<std::function<void()>> heldJobs;
     std::unique_ptr<SessionController> controller;

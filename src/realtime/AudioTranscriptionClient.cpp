@@ -1,0 +1,324 @@
+#include "realtime/AudioTranscriptionClient.h"
+
+#include "realtime/RealtimeFailure.h"
+#include "realtime/RealtimeLogging.h"
+#include "realtime/RealtimeProtocol.h"
+
+#include <QHostAddress>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QRandomGenerator>
+#include <QTimer>
+#include <QtEndian>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+namespace {
+
+const QString kPath = QStringLiteral("/v1/audio/transcriptions");
+const QString kNoKeyMessage = QStringLiteral("No API key set — open Settings and paste your OpenAI key.");
+
+QString stringAt(const QJsonObject &object, const char *key)
+{
+    const QJsonValue value = object.value(QLatin1String(key));
+    return value.isString() ? value.toString() : QString();
+}
+
+// One field of a multipart/form-data body.
+QByteArray formField(const QByteArray &boundary, const QByteArray &name, const QByteArray &value)
+{
+    return "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value + "\r\n";
+}
+
+bool isLoopback(const QString &host)
+{
+    const QHostAddress address(host);
+    return address.isLoopback() || host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0;
+}
+
+template <typename T>
+void appendLittleEndian(QByteArray &out, T value)
+{
+    char bytes[sizeof(T)];
+    qToLittleEndian(value, bytes);
+    out.append(bytes, sizeof(T));
+}
+
+} // namespace
+
+AudioTranscriptionClient::AudioTranscriptionClient(const AudioTranscriptionConfig &config, const QString &realtimeOverride,
+                                                   const Timing &timing, QObject *parent)
+    : QObject(parent)
+    , m_config(config)
+    , m_timing(timing)
+    , m_network(new QNetworkAccessManager(this))
+{
+    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::httpEndpoint(realtimeOverride, kPath);
+    m_url = endpoint.url;
+    m_addressError = endpoint.error;
+    // A service on this machine (tests, the simulator) is never asked through a proxy.
+    if (!m_url.isEmpty() && isLoopback(m_url.host()))
+        m_network->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+}
+
+AudioTranscriptionClient::AudioTranscriptionClient(const AudioTranscriptionConfig &config, QObject *parent)
+    : AudioTranscriptionClient(config,
+                               qEnvironmentVariable(RealtimeProtocol::endpointVariable).trimmed().isEmpty()
+                                   ? QString()
+                                   : qEnvironmentVariable(RealtimeProtocol::endpointVariable),
+                               Timing{}, parent)
+{
+}
+
+AudioTranscriptionClient::~AudioTranscriptionClient()
+{
+    cancel();
+}
+
+std::optional<QString> AudioTranscriptionClient::problem() const
+{
+    if (m_config.apiKey.trimmed().isEmpty())
+        return kNoKeyMessage;
+    if (!m_addressError.isEmpty())
+        return m_addressError;
+    return std::nullopt;
+}
+
+void AudioTranscriptionClient::transcribe(const QByteArray &wav, Completion completion)
+{
+    const quint64 id = ++m_nextId;
+    Request &request = m_requests[id];
+    request.wav = wav;
+    request.completion = std::move(completion);
+    if (const std::optional<QString> refused = problem()) {
+        // Reported after returning, like every other outcome.
+        QTimer::singleShot(0, this, [this, id, message = *refused] { finish(id, Failure{message}); });
+        return;
+    }
+    send(id);
+}
+
+void AudioTranscriptionClient::send(quint64 id)
+{
+    Request &request = m_requests.at(id);
+    // multipart/form-data: the clip as a file, then the fields.
+    const QByteArray boundary = "ketterbloom-" + QByteArray::number(QRandomGenerator::global()->generate64(), 16);
+    QByteArray body = "--" + boundary
+                      + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"utterance.wav\"\r\n"
+                        "Content-Type: audio/wav\r\n\r\n"
+                      + request.wav + "\r\n";
+    body += formField(boundary, "model", m_config.model.toUtf8());
+    body += formField(boundary, "response_format", "json");
+    if (!m_config.language.trimmed().isEmpty())
+        body += formField(boundary, "language", m_config.language.trimmed().toUtf8());
+    body += "--" + boundary + "--\r\n";
+
+    QNetworkRequest http(m_url);
+    http.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("multipart/form-data; boundary=" + boundary));
+    http.setRawHeader("Authorization", "Bearer " + m_config.apiKey.trimmed().toUtf8());
+    http.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 7, 0)
+    http.setTransferTimeout(std::chrono::milliseconds(m_timing.transferTimeoutMs));
+#else
+    http.setTransferTimeout(m_timing.transferTimeoutMs);
+#endif
+    QNetworkReply *reply = m_network->post(http, body);
+    request.reply = reply;
+    connect(reply, &QNetworkReply::finished, this, [this, id] { replyFinished(id); });
+}
+
+void AudioTranscriptionClient::replyFinished(quint64 id)
+{
+    const auto found = m_requests.find(id);
+    if (found == m_requests.end() || !found->second.reply)
+        return;
+    QNetworkReply *reply = found->second.reply;
+    found->second.reply = nullptr;
+    reply->deleteLater();
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    if (status <= 0) {
+        const QString message = unreachableMessage(reply->error(), m_url.host(), reply->errorString());
+        qCWarning(lcRealtime, "[Ketterbloom] recording transcription: %s", qUtf8Printable(message));
+        finish(id, Failure{message});
+        return;
+    }
+    const QByteArray body = reply->readAll();
+    if (status >= 200 && status < 300) {
+        const QJsonObject answer = QJsonDocument::fromJson(body).object();
+        if (!answer.value(QLatin1String("text")).isString()) {
+            finish(id, Failure{QStringLiteral("The service's answer (HTTP %1) could not be read.").arg(status)});
+            return;
+        }
+        finish(id, Text{answer.value(QLatin1String("text")).toString().trimmed(),
+                         answer.value(QLatin1String("usage")).toObject().toVariantMap()});
+        return;
+    }
+    const QJsonObject error = QJsonDocument::fromJson(body).object().value(QLatin1String("error")).toObject();
+    qCWarning(lcRealtime, "[Ketterbloom] recording transcription: HTTP %d (%s)", status,
+              qUtf8Printable(stringAt(error, "code").isEmpty() ? stringAt(error, "type") : stringAt(error, "code")));
+    // A rate limit passes; an account without quota stays so.
+    const bool noQuota = stringAt(error, "code") == QLatin1String("insufficient_quota")
+                         || stringAt(error, "type") == QLatin1String("insufficient_quota");
+    if (status == 429 && !noQuota && retryLater(id, reply))
+        return;
+    finish(id, Failure{failureMessage(status, body, m_config.model)});
+}
+
+bool AudioTranscriptionClient::retryLater(quint64 id, QNetworkReply *reply)
+{
+    Request &request = m_requests.at(id);
+    const std::optional<double> asked = retryAfterSeconds(reply->rawHeader("retry-after-ms"), reply->rawHeader("retry-after"));
+    // Without a Retry-After: 1, 2, 4 … seconds.
+    const double wait = asked.value_or(double(1 << std::min(request.rateLimitRetries, 5)));
+    if (request.rateLimitRetries >= m_timing.maxRateLimitRetries || wait > m_timing.maxRetryWaitSeconds)
+        return false;
+    ++request.rateLimitRetries;
+    qCInfo(lcRealtime, "[Ketterbloom] recording transcription: rate-limited; retrying in %.1f s", wait);
+    request.retryTimer = new QTimer(this);
+    request.retryTimer->setSingleShot(true);
+    connect(request.retryTimer, &QTimer::timeout, this, [this, id] {
+        const auto found = m_requests.find(id);
+        if (found == m_requests.end())
+            return;
+        found->second.retryTimer->deleteLater();
+        found->second.retryTimer = nullptr;
+        send(id);
+    });
+    request.retryTimer->start(int(std::lround(wait * m_timing.secondMs)));
+    return true;
+}
+
+void AudioTranscriptionClient::finish(quint64 id, const Result &result)
+{
+    const auto found = m_requests.find(id);
+    if (found == m_requests.end())
+        return;
+    // Taken out first: the completion may send or cancel.
+    const Completion completion = std::move(found->second.completion);
+    m_requests.erase(found);
+    if (completion)
+        completion(result);
+}
+
+void AudioTranscriptionClient::cancel()
+{
+    std::map<quint64, Request> requests;
+    requests.swap(m_requests);
+    for (auto &[id, request] : requests) {
+        delete request.retryTimer;
+        if (QNetworkReply *reply = request.reply) {
+            reply->disconnect(this);
+            if (!reply->isFinished()) // one that already ended has nothing to abort
+                reply->abort();
+            reply->deleteLater();
+        }
+    }
+}
+
+QByteArray AudioTranscriptionClient::wavFile(const std::int16_t *samples, std::size_t count, int sampleRate)
+{
+    const auto dataBytes = quint32(count * sizeof(std::int16_t));
+    QByteArray out;
+    out.reserve(int(44 + dataBytes));
+    out.append("RIFF", 4);
+    appendLittleEndian<quint32>(out, 36 + dataBytes);
+    out.append("WAVEfmt ", 8);
+    appendLittleEndian<quint32>(out, 16);                // fmt chunk size
+    appendLittleEndian<quint16>(out, 1);                 // PCM
+    appendLittleEndian<quint16>(out, 1);                 // mono
+    appendLittleEndian<quint32>(out, quint32(sampleRate));
+    appendLittleEndian<quint32>(out, quint32(sampleRate) * 2); // bytes per second
+    appendLittleEndian<quint16>(out, 2);                 // bytes per frame
+    appendLittleEndian<quint16>(out, 16);                // bits per sample
+    out.append("data", 4);
+    appendLittleEndian<quint32>(out, dataBytes);
+    for (std::size_t i = 0; i < count; ++i)
+        appendLittleEndian<qint16>(out, samples[i]);
+    return out;
+}
+
+QString AudioTranscriptionClient::failureMessage(int httpStatus, const QByteArray &body, const QString &model)
+{
+    const QJsonObject error = QJsonDocument::fromJson(body).object().value(QLatin1String("error")).toObject();
+    const QString code = stringAt(error, "code");
+    const QString type = stringAt(error, "type");
+    QString text = stringAt(error, "message").simplified();
+    if (text.size() > 300)
+        text = text.left(300) + QStringLiteral("…");
+
+    if (httpStatus == 401 && (code.isEmpty() || code == QLatin1String("invalid_api_key")))
+        return RealtimeFailure::keyMessage();
+    if (code == QLatin1String("insufficient_quota") || type == QLatin1String("insufficient_quota"))
+        return QStringLiteral("Your OpenAI account has no quota left (insufficient_quota) — add credit, then "
+                              "transcribe the recording again.");
+    if (httpStatus == 429)
+        return QStringLiteral("OpenAI is rate-limiting this account (rate_limit_exceeded) — try again in a minute.");
+    const QString lower = text.toLower();
+    if (code == QLatin1String("model_not_found")
+        || (lower.contains(QLatin1String("model")) && (lower.contains(QLatin1String("does not exist"))
+                                                       || lower.contains(QLatin1String("not supported"))
+                                                       || lower.contains(QLatin1String("do not have access")))))
+        return QStringLiteral("The transcription model %1 can't be used for recordings (%2). Choose another "
+                              "transcription model in Settings.")
+            .arg(model, code.isEmpty() ? QStringLiteral("HTTP %1").arg(httpStatus) : code);
+    if (text.isEmpty())
+        return QStringLiteral("The service answered HTTP %1.").arg(httpStatus);
+    return QStringLiteral("The service answered HTTP %1: %2").arg(httpStatus).arg(text);
+}
+
+QString AudioTranscriptionClient::unreachableMessage(int networkError, const QString &host, const QString &errorString)
+{
+    QString reason;
+    switch (QNetworkReply::NetworkError(networkError)) {
+    case QNetworkReply::ConnectionRefusedError:
+        reason = QStringLiteral("connection refused");
+        break;
+    case QNetworkReply::HostNotFoundError:
+        reason = QStringLiteral("host not found");
+        break;
+    case QNetworkReply::TimeoutError:
+    case QNetworkReply::OperationCanceledError: // only the transfer timeout aborts a request we still want
+        reason = QStringLiteral("timed out");
+        break;
+    case QNetworkReply::RemoteHostClosedError:
+        reason = QStringLiteral("the connection was closed before an answer came");
+        break;
+    case QNetworkReply::TemporaryNetworkFailureError:
+    case QNetworkReply::NetworkSessionFailedError:
+        reason = QStringLiteral("network unreachable");
+        break;
+    case QNetworkReply::SslHandshakeFailedError:
+        reason = QStringLiteral("TLS handshake failed (%1)").arg(errorString);
+        break;
+    case QNetworkReply::ProxyConnectionRefusedError:
+    case QNetworkReply::ProxyConnectionClosedError:
+    case QNetworkReply::ProxyNotFoundError:
+    case QNetworkReply::ProxyTimeoutError:
+    case QNetworkReply::ProxyAuthenticationRequiredError:
+    case QNetworkReply::UnknownProxyError:
+        reason = QStringLiteral("proxy failed (%1)").arg(errorString);
+        break;
+    default:
+        reason = errorString;
+        break;
+    }
+    return QStringLiteral("can't reach %1: %2").arg(host, reason);
+}
+
+std::optional<double> AudioTranscriptionClient::retryAfterSeconds(const QByteArray &retryAfterMs, const QByteArray &retryAfter)
+{
+    bool ok = false;
+    const double ms = retryAfterMs.trimmed().toDouble(&ok);
+    if (ok && std::isfinite(ms) && ms >= 0)
+        return ms / 1000.0;
+    const double seconds = retryAfter.trimmed().toDouble(&ok);
+    if (ok && std::isfinite(seconds) && seconds >= 0)
+        return seconds;
+    return std::nullopt;
+}
