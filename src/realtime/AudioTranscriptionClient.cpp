@@ -5,13 +5,13 @@
 #include "realtime/RealtimeProtocol.h"
 
 #include <QHostAddress>
+#include <QHttpMultiPart>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
-#include <QRandomGenerator>
 #include <QTimer>
 #include <QtEndian>
 
@@ -30,10 +30,12 @@ QString stringAt(const QJsonObject &object, const char *key)
     return value.isString() ? value.toString() : QString();
 }
 
-// One field of a multipart/form-data body.
-QByteArray formField(const QByteArray &boundary, const QByteArray &name, const QByteArray &value)
+QHttpPart formField(const QString &name, const QByteArray &value)
 {
-    return "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value + "\r\n";
+    QHttpPart part;
+    part.setHeader(QNetworkRequest::ContentDispositionHeader, QStringLiteral("form-data; name=\"%1\"").arg(name));
+    part.setBody(value);
+    return part;
 }
 
 bool isLoopback(const QString &host)
@@ -108,19 +110,19 @@ void AudioTranscriptionClient::send(quint64 id)
 {
     Request &request = m_requests.at(id);
     // multipart/form-data: the clip as a file, then the fields.
-    const QByteArray boundary = "ketterbloom-" + QByteArray::number(QRandomGenerator::global()->generate64(), 16);
-    QByteArray body = "--" + boundary
-                      + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"utterance.wav\"\r\n"
-                        "Content-Type: audio/wav\r\n\r\n"
-                      + request.wav + "\r\n";
-    body += formField(boundary, "model", m_config.model.toUtf8());
-    body += formField(boundary, "response_format", "json");
+    auto *multipart = new QHttpMultiPart(QHttpMultiPart::FormDataType);
+    QHttpPart file;
+    file.setHeader(QNetworkRequest::ContentDispositionHeader,
+                   QStringLiteral("form-data; name=\"file\"; filename=\"utterance.wav\""));
+    file.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("audio/wav"));
+    file.setBody(request.wav);
+    multipart->append(file);
+    multipart->append(formField(QStringLiteral("model"), m_config.model.toUtf8()));
+    multipart->append(formField(QStringLiteral("response_format"), "json"));
     if (!m_config.language.trimmed().isEmpty())
-        body += formField(boundary, "language", m_config.language.trimmed().toUtf8());
-    body += "--" + boundary + "--\r\n";
+        multipart->append(formField(QStringLiteral("language"), m_config.language.trimmed().toUtf8()));
 
     QNetworkRequest http(m_url);
-    http.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("multipart/form-data; boundary=" + boundary));
     http.setRawHeader("Authorization", "Bearer " + m_config.apiKey.trimmed().toUtf8());
     http.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
 #if QT_VERSION >= QT_VERSION_CHECK(6, 7, 0)
@@ -128,7 +130,8 @@ void AudioTranscriptionClient::send(quint64 id)
 #else
     http.setTransferTimeout(m_timing.transferTimeoutMs);
 #endif
-    QNetworkReply *reply = m_network->post(http, body);
+    QNetworkReply *reply = m_network->post(http, multipart);
+    multipart->setParent(reply);
     request.reply = reply;
     connect(reply, &QNetworkReply::finished, this, [this, id] { replyFinished(id); });
 }
