@@ -10,8 +10,8 @@ namespace {
 constexpr int kPollMs = 40;
 constexpr std::size_t kBlockFrames = 4800; // 0.1 s at 48 kHz
 // Until the decoder has heard this much, its running normalisation still comes from the
-// model's defaults rather than this microphone, and a segment's final text is decoded again
-// from the whole segment (normalised over itself), which is as good as a warm decoder.
+// model's defaults rather than this microphone, and a segment's final text comes from
+// decoding the segment a second time, now with the normalisation its first pass adapted.
 constexpr double kColdSeconds = 20.0;
 // Longer segments are not decoded again: it would take too long.
 constexpr std::size_t kMaxRedecodeSamples = 10 * SpeechEngine::kSampleRate;
@@ -97,9 +97,9 @@ void MicDecoderWorker::endSegment(int segment)
     const bool cold = m_secondsHeard < kColdSeconds;
     m_secondsHeard += static_cast<double>(m_segmentAudio.size()) / SpeechEngine::kSampleRate;
     if (cold && !m_segmentAudio.empty() && m_segmentAudio.size() <= kMaxRedecodeSamples) {
-        auto whole = m_engine->recogniseWhole(m_segmentAudio.data(), m_segmentAudio.size());
-        if (std::holds_alternative<QString>(whole))
-            result = whole;
+        auto again = m_engine->decodeAgain(m_segmentAudio.data(), m_segmentAudio.size());
+        if (std::holds_alternative<QString>(again))
+            result = again;
     }
     m_segmentAudio.clear();
     if (auto *text = std::get_if<QString>(&result))

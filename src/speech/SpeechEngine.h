@@ -60,6 +60,13 @@ public:
     // Decodes a whole utterance in one pass, normalised over the utterance itself, so that the
     // result does not depend on what the engine heard before.
     virtual std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count) = 0;
+    // Decodes a segment the engine has just decoded live a second time, now that its running
+    // normalisation has adapted to that very audio (a cold engine's first segments).
+    virtual std::variant<QString, Error> decodeAgain(const std::int16_t *samples, std::size_t count)
+    {
+        const std::atomic<bool> keepGoing{false};
+        return recognise(samples, count, keepGoing);
+    }
     // Decodes a whole utterance. Once `stop` is set (checked at least every quarter second of
     // audio) it gives up and returns kCancelled.
     virtual std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,

@@ -77,22 +77,27 @@ public:
     }
     void cancelUtterance() override { ++cancels; }
     // "level N": N is the amplitude of a sine in tenths of full scale (from its RMS).
-    // What a whole-utterance decode returns; none means the same as endUtterance() would.
-    void setWholeText(std::optional<QString> text) { QMutexLocker lock(&m_mutex); m_wholeText = std::move(text); }
-    std::atomic<int> wholeDecodes{0};
-    std::atomic<long> lastWholeSamples{0};
-    std::variant<QString, Error> recogniseWhole(const std::int16_t *, std::size_t count) override
+    // What a second decode of a segment returns; none means the same as endUtterance() would.
+    void setSecondPassText(std::optional<QString> text) { QMutexLocker lock(&m_mutex); m_secondPassText = std::move(text); }
+    std::atomic<int> secondPasses{0};
+    std::atomic<long> lastSecondPassSamples{0};
+    std::variant<QString, Error> decodeAgain(const std::int16_t *, std::size_t count) override
     {
-        ++wholeDecodes;
-        lastWholeSamples = static_cast<long>(count);
+        ++secondPasses;
+        lastSecondPassSamples = static_cast<long>(count);
         QMutexLocker lock(&m_mutex);
-        if (m_wholeText)
-            return *m_wholeText;
+        if (m_secondPassText)
+            return *m_secondPassText;
         if (m_endError)
             return *m_endError;
         if (m_hypothesis.isEmpty())
             return Error{kNothingRecognised, QStringLiteral("No speech detected")};
         return m_hypothesis;
+    }
+    std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count) override
+    {
+        const std::atomic<bool> keepGoing{false};
+        return recognise(samples, count, keepGoing);
     }
     // A held recognition gives up as soon as `stop` is set.
     std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
@@ -128,7 +133,7 @@ private:
     QWaitCondition m_released;
     QString m_hypothesis;
     std::optional<Error> m_endError;
-    std::optional<QString> m_wholeText;
+    std::optional<QString> m_secondPassText;
     bool m_hold = false;
     bool m_holdStart = false;
     SpeechAvailability m_availability = SpeechAvailability::ready();

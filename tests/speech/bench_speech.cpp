@@ -4,8 +4,11 @@
 //  - a fixed set of interview answers spoken by espeak-ng.
 // For each set, word error rate "cold" (each clip as the first utterance after loading the
 // model) and "warm" (every clip after the decoder has heard another utterance), for the
-// decoder as it was set up before (untuned) and as it is now.
+// decoder as it was set up before (untuned) and as it is now, without and with the words of
+// a fixed CV and job description.
 // KETTERBLOOM_SPEECH_ARGS="-name value …" adds decoder settings to "now", for experiments;
+// KETTERBLOOM_CONTEXT_WEIGHT and KETTERBLOOM_CONTEXT_CEILING set how context words are
+// favoured; KETTERBLOOM_BENCH_NOW_ONLY=1 runs only the "now" line;
 // KETTERBLOOM_BENCH_WARMUP=1 also measures a warm-up with a generated voice after loading.
 #include "speech/ContextWords.h"
 #include "speech/PocketSphinxEngine.h"
@@ -159,7 +162,8 @@ QStringList words(const QString &text)
 
 // As the microphone path decodes: 0.1 s blocks, a partial hypothesis after each; with
 // `redecodeCold`, while the engine has heard under 20 s, the final text comes from decoding
-// the whole utterance again (as MicDecoderWorker does).
+// the utterance a second time (as MicDecoderWorker does); KETTERBLOOM_BENCH_REDECODE=whole
+// decodes it again as a whole instead, normalised over itself.
 QString decodeLive(PocketSphinxEngine &engine, const Clip &clip, bool redecodeCold, double &heard)
 {
     const bool cold = heard < 20.0;
@@ -171,7 +175,7 @@ QString decodeLive(PocketSphinxEngine &engine, const Clip &clip, bool redecodeCo
     }
     auto r = engine.endUtterance();
     if (redecodeCold && cold && clip.pcm.size() <= 10 * 16000) {
-        static const bool again = qEnvironmentVariable("KETTERBLOOM_BENCH_REDECODE") == QLatin1String("live");
+        static const bool again = qEnvironmentVariable("KETTERBLOOM_BENCH_REDECODE") != QLatin1String("whole");
         const std::atomic<bool> never{false};
         auto whole = again ? engine.recognise(clip.pcm.data(), clip.pcm.size(), never)
                            : engine.recogniseWhole(clip.pcm.data(), clip.pcm.size());
@@ -210,7 +214,7 @@ int main(int argc, char **argv)
 
     PocketSphinxEngine::Options now;
     const QString extra = qEnvironmentVariable("KETTERBLOOM_SPEECH_ARGS");
-    now.extraArguments = extra.split(u' ', Qt::SkipEmptyParts);
+    now.extraArguments += extra.split(u' ', Qt::SkipEmptyParts);
     const QStringList documentWords = ContextWords::fromText(QString::fromUtf8(kDocuments));
     if (const QString weight = qEnvironmentVariable("KETTERBLOOM_CONTEXT_WEIGHT"); !weight.isEmpty())
         now.contextWeight = weight.toDouble();
@@ -244,7 +248,7 @@ int main(int argc, char **argv)
             continue; // measured once; see the README
         if ((wholeOnly && !configName.startsWith(QLatin1String("now"))) || (nowOnly && configName != QLatin1String("now")))
             continue;
-        out << "\n== " << configName << (options.extraArguments.isEmpty() ? QString() : QStringLiteral(" + ") + extra) << " ==\n";
+        out << "\n== " << configName << (extra.isEmpty() || !configName.startsWith(QLatin1String("now")) ? QString() : QStringLiteral(" + ") + extra) << " ==\n";
         {
             PocketSphinxEngine engine(QString(), options);
             QElapsedTimer wall;

@@ -43,7 +43,7 @@ class TestMicTranscriber : public QObject
 
 private slots:
     void partialsThenOneFinal();
-    void coldSegmentsDecodedAgainWhole();
+    void coldSegmentsDecodedTwice();
     void secondBeginCancelsFirstSilently();
     void busyWorkerKeepsNewSegmentAudio();
     void fallbackDeliversLastPartial();
@@ -53,9 +53,9 @@ private slots:
     void availability();
 };
 
-void TestMicTranscriber::coldSegmentsDecodedAgainWhole()
+void TestMicTranscriber::coldSegmentsDecodedTwice()
 {
-    // The first segments after loading: the final text is the whole segment decoded again.
+    // The first segments after loading: the final text is the segment decoded a second time.
     auto engine = std::make_shared<FakeSpeechEngine>();
     MicTranscriber t(engine);
     t.setFinalFallbackInterval(std::chrono::seconds(30));
@@ -63,14 +63,14 @@ void TestMicTranscriber::coldSegmentsDecodedAgainWhole()
     r.attach(t);
     const auto audio = tone(48000); // 1 s
     engine->setHypothesis(QStringLiteral("so i thing"));
-    engine->setWholeText(QStringLiteral("so i think"));
+    engine->setSecondPassText(QStringLiteral("so i think"));
     t.begin();
     t.appendMicBuffer(audio.data(), 48000);
     QTRY_COMPARE(r.partials, QStringList{QStringLiteral("So I thing")});
     t.end();
     QTRY_COMPARE(r.finals, QStringList{QStringLiteral("So I think")});
-    QCOMPARE(engine->wholeDecodes.load(), 1);
-    QCOMPARE(engine->lastWholeSamples.load(), engine->lastUtteranceSamples.load()); // all of the segment
+    QCOMPARE(engine->secondPasses.load(), 1);
+    QCOMPARE(engine->lastSecondPassSamples.load(), engine->lastUtteranceSamples.load()); // all of the segment
 
     // Once the decoder has heard 20 s, it is warm: the live final text stands.
     for (int i = 0; i < 25; ++i) {
@@ -80,7 +80,7 @@ void TestMicTranscriber::coldSegmentsDecodedAgainWhole()
         QTRY_COMPARE(r.finals.size(), 2 + i);
     }
     QCOMPARE(r.finals.last(), QStringLiteral("So I thing"));
-    QVERIFY(engine->wholeDecodes.load() < 25);
+    QVERIFY(engine->secondPasses.load() < 25);
 }
 
 void TestMicTranscriber::partialsThenOneFinal()
