@@ -1,23 +1,16 @@
 #include "app/ServiceUtteranceRecogniser.h"
 
+#include "audio/WavWriter.h"
 #include "realtime/RealtimeProtocol.h"
 
+#include <QtEndian>
+
 #include <algorithm>
-
-namespace {
-
-QString realtimeOverride()
-{
-    const QString value = qEnvironmentVariable(RealtimeProtocol::endpointVariable);
-    return value.trimmed().isEmpty() ? QString() : value;
-}
-
-} // namespace
 
 ServiceUtteranceRecogniser::ServiceUtteranceRecogniser(const AudioTranscriptionConfig &config,
                                                        const AudioTranscriptionClient::Timing &timing)
     : m_model(config.model)
-    , m_client(config, realtimeOverride(), timing)
+    , m_client(config, RealtimeProtocol::endpointOverride(), timing)
 {
 }
 
@@ -28,7 +21,11 @@ QString ServiceUtteranceRecogniser::description() const
 
 void ServiceUtteranceRecogniser::recognise(std::vector<std::int16_t> samples, Completion completion)
 {
-    const QByteArray wav = AudioTranscriptionClient::wavFile(samples.data(), samples.size(), kSampleRate);
+    // The clip as a 16-bit mono WAV file.
+    qToLittleEndian<qint16>(samples.data(), static_cast<qsizetype>(samples.size()), samples.data());
+    const auto bytes = static_cast<qsizetype>(samples.size() * sizeof(std::int16_t));
+    QByteArray wav = WavWriter::header(kSampleRate, 1, bytes);
+    wav.append(reinterpret_cast<const char *>(samples.data()), bytes);
     m_client.transcribe(wav, [this, completion = std::move(completion)](const AudioTranscriptionClient::Result &result) {
         if (const auto *failure = std::get_if<AudioTranscriptionClient::Failure>(&result)) {
             completion(Failure{failure->message});

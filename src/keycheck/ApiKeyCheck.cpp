@@ -2,7 +2,6 @@
 
 #include "realtime/RealtimeProtocol.h"
 
-#include <QHostAddress>
 #include <QNetworkAccessManager>
 #include <QNetworkProxy>
 #include <QNetworkReply>
@@ -60,8 +59,7 @@ ApiKeyCheck::Result ApiKeyCheck::fromStatus(int httpStatus)
 
 void ApiKeyCheck::check(const QString &key)
 {
-    const QByteArray value = qgetenv(RealtimeProtocol::endpointVariable);
-    check(key, value.isEmpty() ? QString() : QString::fromUtf8(value));
+    check(key, RealtimeProtocol::endpointOverride());
 }
 
 void ApiKeyCheck::check(const QString &key, const QString &realtimeOverride)
@@ -80,9 +78,7 @@ void ApiKeyCheck::check(const QString &key, const QString &realtimeOverride)
         return;
     }
     // A service on this machine (tests, the simulator) is never asked through a proxy.
-    const QHostAddress host(url.host());
-    const bool loopback = host.isLoopback() || url.host().compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0;
-    m_network->setProxy(loopback ? QNetworkProxy(QNetworkProxy::NoProxy) : QNetworkProxy(QNetworkProxy::DefaultProxy));
+    m_network->setProxy(RealtimeProtocol::isLoopbackHost(url.host()) ? QNetworkProxy(QNetworkProxy::NoProxy) : QNetworkProxy(QNetworkProxy::DefaultProxy));
     QNetworkRequest request(url);
     request.setRawHeader("Authorization", "Bearer " + trimmed.toUtf8());
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);

@@ -4,7 +4,6 @@
 #include "realtime/RealtimeLogging.h"
 #include "realtime/RealtimeProtocol.h"
 
-#include <QHostAddress>
 #include <QHttpMultiPart>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -13,7 +12,6 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QTimer>
-#include <QtEndian>
 
 #include <algorithm>
 #include <chrono>
@@ -38,20 +36,6 @@ QHttpPart formField(const QString &name, const QByteArray &value)
     return part;
 }
 
-bool isLoopback(const QString &host)
-{
-    const QHostAddress address(host);
-    return address.isLoopback() || host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0;
-}
-
-template <typename T>
-void appendLittleEndian(QByteArray &out, T value)
-{
-    char bytes[sizeof(T)];
-    qToLittleEndian(value, bytes);
-    out.append(bytes, sizeof(T));
-}
-
 } // namespace
 
 AudioTranscriptionClient::AudioTranscriptionClient(const AudioTranscriptionConfig &config, const QString &realtimeOverride,
@@ -65,16 +49,12 @@ AudioTranscriptionClient::AudioTranscriptionClient(const AudioTranscriptionConfi
     m_url = endpoint.url;
     m_addressError = endpoint.error;
     // A service on this machine (tests, the simulator) is never asked through a proxy.
-    if (!m_url.isEmpty() && isLoopback(m_url.host()))
+    if (!m_url.isEmpty() && RealtimeProtocol::isLoopbackHost(m_url.host()))
         m_network->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
 }
 
 AudioTranscriptionClient::AudioTranscriptionClient(const AudioTranscriptionConfig &config, QObject *parent)
-    : AudioTranscriptionClient(config,
-                               qEnvironmentVariable(RealtimeProtocol::endpointVariable).trimmed().isEmpty()
-                                   ? QString()
-                                   : qEnvironmentVariable(RealtimeProtocol::endpointVariable),
-                               Timing{}, parent)
+    : AudioTranscriptionClient(config, RealtimeProtocol::endpointOverride(), Timing{}, parent)
 {
 }
 
@@ -222,28 +202,6 @@ void AudioTranscriptionClient::cancel()
             reply->deleteLater();
         }
     }
-}
-
-QByteArray AudioTranscriptionClient::wavFile(const std::int16_t *samples, std::size_t count, int sampleRate)
-{
-    const auto dataBytes = quint32(count * sizeof(std::int16_t));
-    QByteArray out;
-    out.reserve(int(44 + dataBytes));
-    out.append("RIFF", 4);
-    appendLittleEndian<quint32>(out, 36 + dataBytes);
-    out.append("WAVEfmt ", 8);
-    appendLittleEndian<quint32>(out, 16);                // fmt chunk size
-    appendLittleEndian<quint16>(out, 1);                 // PCM
-    appendLittleEndian<quint16>(out, 1);                 // mono
-    appendLittleEndian<quint32>(out, quint32(sampleRate));
-    appendLittleEndian<quint32>(out, quint32(sampleRate) * 2); // bytes per second
-    appendLittleEndian<quint16>(out, 2);                 // bytes per frame
-    appendLittleEndian<quint16>(out, 16);                // bits per sample
-    out.append("data", 4);
-    appendLittleEndian<quint32>(out, dataBytes);
-    for (std::size_t i = 0; i < count; ++i)
-        appendLittleEndian<qint16>(out, samples[i]);
-    return out;
 }
 
 QString AudioTranscriptionClient::failureMessage(int httpStatus, const QByteArray &body, const QString &model)

@@ -77,8 +77,6 @@ public:
     void cancel();
     int pending() const { return int(m_requests.size()); }
 
-    // A 16-bit mono PCM WAV file holding `samples`.
-    static QByteArray wavFile(const std::int16_t *samples, std::size_t count, int sampleRate);
     // The sentence for an answer that was not a success: `body` may hold the service's error object.
     static QString failureMessage(int httpStatus, const QByteArray &body, const QString &model);
     // "can't reach <host>: <reason>" for a request that got no answer at all.

@@ -111,10 +111,8 @@ void RealtimeConnection::openSocket()
 
 void RealtimeConnection::connectSocket()
 {
-    // An empty variable counts as unset.
-    const QString value = qEnvironmentVariable(RealtimeProtocol::endpointVariable);
-    const QString override = value.trimmed().isEmpty() ? QString() : value;
-    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::resolveEndpoint(override, m_config->model);
+    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::resolveEndpoint(RealtimeProtocol::endpointOverride(),
+                                                                                  m_config->model);
     if (!endpoint.error.isEmpty()) {
         // Not retried: the address will not change while the process runs.
         log(endpoint.error);

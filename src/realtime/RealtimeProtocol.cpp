@@ -139,7 +139,13 @@ int cycleMinutes(int reconnectMinutes)
     return std::max(reconnectMinutes, 5);
 }
 
-static bool isLoopbackHost(const QString &host)
+QString endpointOverride()
+{
+    const QString value = qEnvironmentVariable(endpointVariable);
+    return value.trimmed().isEmpty() ? QString() : value;
+}
+
+bool isLoopbackHost(const QString &host)
 {
     if (host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0)
         return true;

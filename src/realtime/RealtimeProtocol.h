@@ -55,7 +55,11 @@ struct Endpoint
     QUrl url;      // with the "model" query; empty when `error` is set
     QString error; // why the endpoint may not be used; the key must not be sent then
 };
-// `override` is the value of KQ_REALTIME_URL, or a null string when the variable is unset or empty.
+// The value of KQ_REALTIME_URL, or a null string when the variable is unset or blank.
+QString endpointOverride();
+// "localhost" or a loopback address: this computer, where plain ws:// and http:// are allowed.
+bool isLoopbackHost(const QString &host);
+// `override` is endpointOverride() (or a test's own value).
 Endpoint resolveEndpoint(const QString &override, const QString &model);
 // The address of one of the service's HTTP paths (such as "/v1/models") on the host the realtime
 // connection would use, by the same rules: wss://host/… gives https://host<path>, and ws:// (only

@@ -114,8 +114,7 @@ void TranscriptionConnection::openSocket()
         report(RealtimeStatus::failed(kNoKeyMessage));
         return;
     }
-    const QString value = qEnvironmentVariable(RealtimeProtocol::endpointVariable);
-    const Endpoint target = endpoint(value.trimmed().isEmpty() ? QString() : value);
+    const Endpoint target = endpoint(RealtimeProtocol::endpointOverride());
     if (!target.error.isEmpty()) {
         log(target.error);
         m_shouldRun = false;

@@ -68,13 +68,20 @@ SpeechAvailability PocketSphinxEngine::availability(const QLocale &locale) const
 
 std::optional<SpeechEngine::Error> PocketSphinxEngine::load()
 {
-    if (m_decoder) {
-        if (m_contextPending && !m_inUtterance) {
-            m_contextPending = false;
-            applyContextWords();
-        }
-        return std::nullopt;
+    if (!m_decoder) {
+        if (auto error = loadDecoder())
+            return error;
     }
+    // New context words take effect between utterances.
+    if (m_contextPending && !m_inUtterance) {
+        m_contextPending = false;
+        applyContextWords();
+    }
+    return std::nullopt;
+}
+
+std::optional<SpeechEngine::Error> PocketSphinxEngine::loadDecoder()
+{
     if (!modelInstalled(m_modelDir))
         return Error{kModelLoadFailed, QStringLiteral("the speech model is missing from %1").arg(m_modelDir)};
 
@@ -109,10 +116,6 @@ std::optional<SpeechEngine::Error> PocketSphinxEngine::load()
         return Error{kModelLoadFailed, QStringLiteral("the speech model could not be loaded")};
     if (m_options.warmUp)
         warmUp();
-    if (m_contextPending) {
-        m_contextPending = false;
-        applyContextWords();
-    }
     qCInfo(lcSpeech, "[Ketterbloom] speech model loaded in %lld ms", static_cast<long long>(timer.elapsed()));
     return std::nullopt;
 }
@@ -165,15 +168,9 @@ void PocketSphinxEngine::warmUp()
 
 std::optional<SpeechEngine::Error> PocketSphinxEngine::prepareUtterance()
 {
-    if (auto error = load())
-        return error;
-    if (m_inUtterance)
-        cancelUtterance();
-    if (m_contextPending) {
-        m_contextPending = false;
-        applyContextWords();
-    }
-    return std::nullopt;
+    // Outside an utterance, load() also switches to new context words.
+    cancelUtterance();
+    return load();
 }
 
 void PocketSphinxEngine::setContextWords(const QStringList &words)

@@ -64,7 +64,9 @@ public:
     // How many context words the language model favours now (known to the dictionary and
     // not already common); counted when the next utterance starts.
     int favouredWordCount() const { return m_favouredCount; }
-    std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count) override;
+    // Decodes a whole utterance in one pass, normalised over the utterance itself, so that the
+    // result does not depend on what the engine heard before (measured against decodeAgain()).
+    std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count);
     std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
                                            const std::atomic<bool> &stop) override;
 
@@ -73,6 +75,7 @@ public:
     static std::vector<std::int16_t> warmUpAudio();
 
 private:
+    std::optional<Error> loadDecoder();
     QString hypothesis();
     void warmUp();
     // Switches the decoder to the general model, or to it mixed with the context words.

@@ -57,9 +57,6 @@ public:
     // Words from the user's own documents to expect more readily, from the next utterance on
     // (see ContextWords); empty clears them. Engines without such a notion ignore them.
     virtual void setContextWords(const QStringList &words) { (void)words; }
-    // Decodes a whole utterance in one pass, normalised over the utterance itself, so that the
-    // result does not depend on what the engine heard before.
-    virtual std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count) = 0;
     // Decodes a segment the engine has just decoded live a second time, now that its running
     // normalisation has adapted to that very audio (a cold engine's first segments).
     virtual std::variant<QString, Error> decodeAgain(const std::int16_t *samples, std::size_t count)

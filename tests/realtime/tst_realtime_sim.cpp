@@ -3,8 +3,8 @@
 // and the transcription endpoint beside the WebSocket on the same port.
 
 #include "RealtimeTestBase.h"
+#include "TestWav.h"
 
-#include "realtime/AudioTranscriptionClient.h"
 #include "realtime/RealtimeProtocol.h"
 #include "realtimesim/EnergyVad.h"
 
@@ -186,7 +186,7 @@ private slots:
         const QByteArray multipart = "Content-Type: multipart/form-data; boundary=b0und\r\n";
         const QByteArray bearer = "Authorization: Bearer " + kTestKey.toUtf8() + "\r\n";
         std::vector<std::int16_t> samples(8000, 1000);
-        const QByteArray wav = AudioTranscriptionClient::wavFile(samples.data(), samples.size(), 16000);
+        const QByteArray wav = testWav(samples);
         QCOMPARE(post(multipart, form({{"model", "whisper-1"}, {"file", wav}})).error.value("message").toString(),
                  QStringLiteral("You didn't provide an API key. You need to provide your API key in an Authorization "
                                 "header using Bearer auth (i.e. Authorization: Bearer YOUR_KEY)."));

@@ -1,6 +1,8 @@
 // The transcription endpoint client against the simulator over real HTTP on 127.0.0.1: what a
 // request carries, the answer and its usage, the sentences for each failure, rate limits
 // retried, and cancelling requests under way.
+#include "TestWav.h"
+
 #include "realtime/AudioTranscriptionClient.h"
 #include "realtime/RealtimeFailure.h"
 #include "realtimesim/RealtimeSimulator.h"
@@ -23,7 +25,7 @@ QByteArray tone(double seconds)
     std::vector<std::int16_t> samples(static_cast<std::size_t>(seconds * 16000));
     for (std::size_t i = 0; i < samples.size(); ++i)
         samples[i] = static_cast<std::int16_t>(8000 * std::sin(0.05 * double(i)));
-    return AudioTranscriptionClient::wavFile(samples.data(), samples.size(), 16000);
+    return testWav(std::move(samples));
 }
 
 AudioTranscriptionConfig config(const QString &model = QStringLiteral("gpt-4o-transcribe"), const QString &language = {})

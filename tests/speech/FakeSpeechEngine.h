@@ -94,11 +94,6 @@ public:
             return Error{kNothingRecognised, QStringLiteral("No speech detected")};
         return m_hypothesis;
     }
-    std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count) override
-    {
-        const std::atomic<bool> keepGoing{false};
-        return recognise(samples, count, keepGoing);
-    }
     // A held recognition gives up as soon as `stop` is set.
     std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
                                            const std::atomic<bool> &stop) override
