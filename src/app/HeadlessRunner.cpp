@@ -3,6 +3,7 @@
 #include "app/ConsoleText.h"
 #include "session/QAPair.h"
 #include "session/SessionController.h"
+#include "settings/SecretStore.h"
 
 #include <QTimer>
 
@@ -93,6 +94,10 @@ void HeadlessRunner::printBanner()
         return;
     m_lastBanner = banner;
     writeError(banner + QLatin1Char('\n'));
+    // There is no Settings window to open here: say where a key goes.
+    if (banner == SessionController::apiKeyMissingBanner)
+        writeError(QStringLiteral("  Put it on one line in %1 (the key file Settings writes), or set %2.\n")
+                       .arg(SecretStore().filePath(), QString::fromLatin1(SecretStore::environmentVariable)));
 }
 
 void HeadlessRunner::printLinks()

@@ -12,7 +12,10 @@ PlatformChoice PlatformChoice::choose(const Inputs &inputs)
     if (!inputs.qpaPlatform.isEmpty()) {
         // Set by the user (or a test): respected. "xcb:..." style options keep the name first.
         const QByteArray name = inputs.qpaPlatform.split(':').first().split(';').first();
-        choice.stayOnTopWorks = name != "wayland" && !name.startsWith("wayland-");
+        const bool waylandNamed = name == "wayland" || name.startsWith("wayland-");
+        choice.stayOnTopWorks = !waylandNamed;
+        // Platforms that need no display (offscreen, minimal, vnc, eglfs…) are left to Qt.
+        choice.noDisplay = (name == "xcb" && !x11) || (waylandNamed && !wayland);
         return choice;
     }
     if (wayland) {
@@ -29,5 +32,7 @@ PlatformChoice PlatformChoice::choose(const Inputs &inputs)
     }
     if (x11)
         choice.platform = "xcb";
+    else
+        choice.noDisplay = true;
     return choice;
 }

@@ -26,6 +26,12 @@ struct PlatformChoice
     // Whether the window could go through XWayland (a Wayland desktop with XWayland), so
     // Settings offers the choice.
     bool xwaylandOffered = false;
+    // No display to open a window on (none set, or not the one QT_QPA_PLATFORM names): the
+    // program says so instead of starting Qt, whose own abort names the wrong cause.
+    bool noDisplay = false;
+
+    static constexpr const char *noDisplayMessage =
+        "No display: start Ketterbloom from your desktop session, or use --headless";
 
     static PlatformChoice choose(const Inputs &inputs);
 

@@ -80,6 +80,10 @@ PlatformChoice choosePlatform(const CommandLine::Options &options)
 int runWindow(int argc, char *argv[], const CommandLine::Options &options)
 {
     const PlatformChoice platform = choosePlatform(options);
+    if (platform.noDisplay) {
+        ConsoleText::write(stderr, QString::fromLatin1(PlatformChoice::noDisplayMessage) + QLatin1Char('\n'));
+        return 1;
+    }
     // "-platform <name>" on the QApplication's own command line, so that programs started
     // from the window (file manager, browser) don't inherit the choice.
     std::vector<char *> arguments(argv, argv + argc);

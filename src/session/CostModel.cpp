@@ -65,7 +65,7 @@ bool namesModel(const QString &id, const char *model)
         return true;
     }
     static const QRegularExpression snapshot(QStringLiteral("^-\\d{4}-\\d{2}-\\d{2}$"));
-    return id.startsWith(name) && snapshot.match(QStringView(id).mid(name.size())).hasMatch();
+    return id.startsWith(name) && snapshot.match(id.mid(name.size())).hasMatch();
 }
 
 const TranscriptionPrices &transcriptionPricesFor(const QString &model)

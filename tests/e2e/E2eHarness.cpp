@@ -156,6 +156,12 @@ bool App::start(const QStringList &arguments, const QString &realtimeUrl)
     env.insert(QStringLiteral("OPENAI_API_KEY"), QStringLiteral("sk-e2e-test-key"));
     env.insert(QStringLiteral("KQ_REALTIME_URL"), realtimeUrl);
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    for (const auto &[name, value] : m_environment) {
+        if (value.isNull())
+            env.remove(name);
+        else
+            env.insert(name, value);
+    }
     m_process = std::make_unique<QProcess>();
     m_process->setProcessEnvironment(env);
     m_process->setProgram(qEnvironmentVariable("KETTERBLOOM_EXE"));
@@ -166,6 +172,11 @@ bool App::start(const QStringList &arguments, const QString &realtimeUrl)
         m_process->setStandardErrorFile(m_errPath);
     m_process->start();
     return m_process->waitForStarted(10000);
+}
+
+void App::setEnvironment(const QString &name, const QString &value)
+{
+    m_environment.append({name, value});
 }
 
 void App::setOutputFiles(const QString &outPath, const QString &errPath)

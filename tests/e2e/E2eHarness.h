@@ -52,6 +52,8 @@ public:
     ~App();
     // Writes the settings the run starts with (QSettings key -> value).
     void writeSettings(const QJsonObject &values);
+    // Sets (or, with a null value, removes) a variable of the run's environment; call before start().
+    void setEnvironment(const QString &name, const QString &value);
     bool start(const QStringList &arguments, const QString &realtimeUrl);
     // Sends the run's standard output and error to files instead of pipes (call before
     // start(); out() and err() then stay empty). For long runs that nobody reads live.
@@ -74,6 +76,7 @@ private:
     QString m_err;
     QString m_outPath;
     QString m_errPath;
+    QList<QPair<QString, QString>> m_environment;
 };
 
 // Reads a whole file as UTF-8.

@@ -446,6 +446,30 @@ private slots:
         QVERIFY(!sim.waitForConnections(2, 1000));   // no retry loop
     }
 
+    // What a newcomer sees when something basic is missing: no key in a terminal, no display.
+    void firstMinuteMessages()
+    {
+        App noKey(path("home-nokey"));
+        noKey.setEnvironment(QStringLiteral("OPENAI_API_KEY"), QString());
+        QVERIFY(noKey.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("5")},
+                            QStringLiteral("ws://127.0.0.1:9/v1/realtime")));
+        QVERIFY(noKey.wait(20000));
+        QCOMPARE(noKey.exitCode(), 1);
+        QVERIFY2(noKey.err().contains(QStringLiteral("Add your OpenAI API key before starting.")), qPrintable(noKey.err()));
+        QVERIFY2(noKey.err().contains(path("home-nokey") + QStringLiteral("/.local/share/Ketterbloom/openai.key")),
+                 qPrintable(noKey.err()));
+        QVERIFY(noKey.err().contains(QStringLiteral("OPENAI_API_KEY")));
+
+        App noDisplay(path("home-nodisplay"));
+        for (const char *name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"})
+            noDisplay.setEnvironment(QString::fromLatin1(name), QString());
+        QVERIFY(noDisplay.start({}, QStringLiteral("ws://127.0.0.1:9/v1/realtime")));
+        QVERIFY(noDisplay.wait(20000));
+        QCOMPARE(noDisplay.exitCode(), 1);
+        QCOMPARE(noDisplay.err(),
+                 QStringLiteral("No display: start Ketterbloom from your desktop session, or use --headless\n"));
+    }
+
     void cleanupTestCase()
     {
         m_modules.unloadAll();

@@ -2,6 +2,8 @@
 // each answer of a stand-in service on 127.0.0.1 becomes the right verdict.
 #include "keycheck/ApiKeyCheck.h"
 
+#include "HttpHeaders.h"
+
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -28,7 +30,7 @@ public:
                     m_buffer.clear();
                     if (silent)
                         return;
-                    const bool good = requests.last().contains("Authorization: Bearer sk-good\r\n");
+                    const bool good = kbtest::httpHeader(requests.last(), "Authorization") == "Bearer sk-good";
                     const QByteArray body = good ? R"({"object":"list","data":[]})" : R"({"error":{}})";
                     socket->write((good ? "HTTP/1.1 200 OK\r\n" : "HTTP/1.1 401 Unauthorized\r\n")
                                   + QByteArray("Content-Type: application/json\r\nContent-Length: ")

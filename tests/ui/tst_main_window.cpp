@@ -1,5 +1,6 @@
 // The window over a session controller driven by fakes: the control bar's bindings, the
 // banner, window behaviour (on top, appearance, remembered frame) and the dialogs.
+#include "HttpHeaders.h"
 #include "UiRig.h"
 
 #include "ui/AnswerTimerView.h"
@@ -599,7 +600,7 @@ private slots:
                 request += socket->readAll();
                 if (!request.contains("\r\n\r\n"))
                     return;
-                const bool good = request.contains("Authorization: Bearer sk-onboarded");
+                const bool good = kbtest::httpHeader(request, "Authorization") == "Bearer sk-onboarded";
                 socket->write(good ? "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}"
                                    : "HTTP/1.1 401 Unauthorized\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}");
                 socket->disconnectFromHost();
