@@ -14,6 +14,7 @@ MicInput::~MicInput()
     if (m_connection && m_stream) {
         PulseLock lock(*m_connection);
         m_connection->onConnectionLost = nullptr;
+        m_connection->onEvent = nullptr;
         m_alive = false;
         pa_stream_set_read_callback(m_stream, nullptr, nullptr);
         pa_stream_set_state_callback(m_stream, nullptr, nullptr);
@@ -74,6 +75,19 @@ std::optional<QString> MicInput::startStream(int timeoutMs)
     c.waitUntil([s] { return pa_stream_get_state(s) != PA_STREAM_CREATING; }, timeoutMs);
     const auto state = pa_stream_get_state(s);
     if (state == PA_STREAM_READY) {
+        // PipeWire 1.x keeps a pinned stream whose device went away "ready" but linked to
+        // nothing (PulseAudio and PipeWire 0.3 end it): the device's removal tells instead.
+        m_deviceIndex = pa_stream_get_device_index(s);
+        c.onEvent = [this](pa_subscription_event_type_t type, uint32_t index) {
+            if ((type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK) == PA_SUBSCRIPTION_EVENT_SOURCE
+                && (type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) == PA_SUBSCRIPTION_EVENT_REMOVE && index == m_deviceIndex)
+                markLost();
+        };
+        if (!c.subscribe(PA_SUBSCRIPTION_MASK_SOURCE, timeoutMs))
+            return QStringLiteral("the sound server did not answer");
+        // Gone between the stream's start and the subscription: nothing would tell.
+        if (!PulseQueries::source(c, m_source, timeoutMs))
+            return QStringLiteral("no input device named ") + m_source;
         m_alive = true;
         c.onConnectionLost = [this] { markLost(); };
         return std::nullopt;

@@ -16,7 +16,8 @@ class PulseConnection;
 // interleaved, in 20 ms fragments, on the stream's own thread ("kb-mic").
 //
 // The stream is pinned to its source (PA_STREAM_DONT_MOVE): when the device goes away the
-// server ends the stream instead of moving it to another source, and onLost tells.
+// stream is not moved to another source; the server ends it, or (PipeWire 1.x) leaves it
+// linked to nothing, and either way onLost tells.
 class MicInput
 {
 public:
@@ -44,7 +45,7 @@ public:
 
     // Mic thread: interleaved frames of channelCount() channels.
     std::function<void(const float *interleaved, int frames)> onFrames;
-    // Mic thread: the stream ended (its device went away) or the server connection was lost.
+    // Mic thread: the stream ended or its device went away, or the server connection was lost.
     // Called once; set before startStream().
     std::function<void()> onLost;
 
@@ -59,6 +60,7 @@ private:
     pa_sample_spec m_spec{PA_SAMPLE_FLOAT32LE, sampleRate, 1};
     pa_channel_map m_map{};
     pa_stream *m_stream = nullptr;
+    std::atomic<uint32_t> m_deviceIndex{PA_INVALID_INDEX};
     std::atomic<bool> m_enabled{true};
     std::atomic<bool> m_alive{false};
 };

@@ -185,6 +185,8 @@ std::optional<TapError> ProcessTapCapture::startSystemOutput()
         pa_stream_unref(s);
         return TapError{TapError::Kind::tapFailed, why};
     }
+    m_monitoredSinkIndex = sinkInfo->index;
+    m_monitorSourceIndex = pa_stream_get_device_index(s);
     m_mixer.reset();
     m_mixer.addStream(int(systemKey));
     m_streams[systemKey] = std::move(ms);
@@ -291,6 +293,8 @@ void ProcessTapCapture::cleanUp()
     m_connection.reset();
     m_mixer.reset();
     m_streamCount = 0;
+    m_monitoredSinkIndex = PA_INVALID_INDEX;
+    m_monitorSourceIndex = PA_INVALID_INDEX;
 }
 
 void ProcessTapCapture::deliver(const float *samples, int frames)
@@ -355,6 +359,13 @@ void ProcessTapCapture::onEvent(pa_subscription_event_type_t type, uint32_t inde
     const auto kind = type & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
     if (facility == PA_SUBSCRIPTION_EVENT_SERVER || facility == PA_SUBSCRIPTION_EVENT_SINK
         || facility == PA_SUBSCRIPTION_EVENT_SOURCE) {
+        // PipeWire 1.x leaves a pinned stream whose output went away "ready" but linked to
+        // nothing, and links it to nothing when an output of that name returns (PulseAudio and
+        // PipeWire 0.3 end it): the removal of the output or of its monitor is the end.
+        if (kind == PA_SUBSCRIPTION_EVENT_REMOVE && m_target.kind == TapTarget::Kind::systemOutput
+            && ((facility == PA_SUBSCRIPTION_EVENT_SINK && index == m_monitoredSinkIndex)
+                || (facility == PA_SUBSCRIPTION_EVENT_SOURCE && index == m_monitorSourceIndex)))
+            m_healthy = false;
         if (m_target.kind == TapTarget::Kind::systemOutput || facility == PA_SUBSCRIPTION_EVENT_SOURCE)
             interrupted();
         return;

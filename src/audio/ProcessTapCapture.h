@@ -33,7 +33,7 @@ struct TapError
 
 // Captures what this computer plays, as 48 kHz mono float, through the sound server:
 // - systemOutput: a record stream on the default sink's monitor, pinned to it (a sink that
-//   goes away ends the stream rather than letting the server move it). Server and sink events
+//   goes away ends the capture rather than letting the server move the stream). Server and sink events
 //   and the end of the stream call onInterrupted, so the owner can check the default output
 //   afresh and start the tap again on it.
 // - process(appID): the monitor of each of the application's sink inputs (its properties
@@ -115,6 +115,10 @@ private:
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_healthy{false};
     std::atomic<int> m_streamCount{0};
+
+    // The systemOutput tap's sink and monitor source (set at start; read on the loop thread).
+    quint32 m_monitoredSinkIndex = PA_INVALID_INDEX;
+    quint32 m_monitorSourceIndex = PA_INVALID_INDEX;
 
     // Loop-thread state.
     std::map<quint32, std::unique_ptr<MonitorStream>> m_streams;   // by sink input (0 key: the monitor)
