@@ -5,6 +5,7 @@
 #include "settings/AppSettings.h"
 #include "shortcuts/GlobalShortcuts.h"
 #include "shortcuts/ShortcutSettings.h"
+#include "shortcuts/ShortcutsLog.h"
 #include "ui/ControlBar.h"
 #include "ui/DesktopSettingsPage.h"
 #include "ui/MainWindow.h"
@@ -17,6 +18,8 @@
 #include <QClipboard>
 #include <QBoxLayout>
 #include <QDBusConnection>
+#include <QDialog>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QSettings>
 #include <QTabWidget>
@@ -48,6 +51,7 @@ DesktopIntegration::DesktopIntegration(AppShell &shell, const PlatformChoice &pl
     m_global = std::make_unique<GlobalShortcuts>(*m_shortcutSettings, QDBusConnection::sessionBus(),
                                                  m_platform.platform == "xcb" || m_platform.platform.isEmpty());
     connect(m_global.get(), &GlobalShortcuts::activated, this, &DesktopIntegration::trigger);
+    connect(m_global.get(), &GlobalShortcuts::settled, this, &DesktopIntegration::logSettled);
     connect(&window, &MainWindow::settingsDialogCreated, this, &DesktopIntegration::addSettingsPage);
 
     if (!m_platform.stayOnTopWorks) {
@@ -91,10 +95,41 @@ void DesktopIntegration::raiseWindow()
 void DesktopIntegration::toggleWindow()
 {
     MainWindow &window = m_shell.window();
-    if (window.isVisible() && !window.isMinimized())
+    if (window.isVisible() && !window.isMinimized()) {
+        // The window's open dialogs go with it (a dialog left alone on the screen would give
+        // the hidden window away) and come back with it.
+        m_hiddenDialogs.clear();
+        for (QWidget *widget : QApplication::topLevelWidgets()) {
+            if (widget != &window && widget->isVisible() && qobject_cast<QDialog *>(widget)) {
+                m_hiddenDialogs.append(widget);
+                widget->hide();
+            }
+        }
         window.hide();
-    else
-        raiseWindow();
+        return;
+    }
+    raiseWindow();
+    for (const QPointer<QWidget> &dialog : std::as_const(m_hiddenDialogs)) {
+        if (dialog) {
+            dialog->show();
+            dialog->raise();
+        }
+    }
+    m_hiddenDialogs.clear();
+}
+
+void DesktopIntegration::logSettled()
+{
+    const GlobalShortcuts::Mechanism mechanism = m_global->mechanism();
+    QString line = QStringLiteral("[Ketterbloom] display platform: %1%2; global shortcuts: %3")
+                       .arg(QGuiApplication::platformName(),
+                            m_platform.xwaylandOffered && m_platform.platform == "xcb" ? QStringLiteral(" (XWayland)")
+                                                                                       : QString(),
+                            GlobalShortcuts::mechanismName(mechanism));
+    const QStringList passedOver = m_global->passedOver();
+    if (!passedOver.isEmpty())
+        line += QStringLiteral(" (%1)").arg(passedOver.join(QLatin1Char(' ')));
+    qCInfo(lcShortcuts).noquote() << line;
 }
 
 void DesktopIntegration::copyNewestAnswer()
@@ -121,6 +156,7 @@ void DesktopIntegration::addSettingsPage(SettingsDialog *dialog)
     placement.stayOnTopWorks = m_platform.stayOnTopWorks;
     placement.xwaylandOffered = m_platform.xwaylandOffered;
     placement.runsThroughXWayland = m_platform.xwaylandOffered && m_platform.platform == "xcb";
+    placement.waylandPluginMissing = m_platform.waylandPluginMissing;
     auto *page = new DesktopSettingsPage(*m_shortcutSettings, *m_global, placement, dialog);
     connect(page, &DesktopSettingsPage::xwaylandChosen, this,
             [this](bool on) { m_store->setValue(QLatin1String(PlatformChoice::settingKey), on); });

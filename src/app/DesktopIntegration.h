@@ -5,6 +5,7 @@
 
 #include <QHash>
 #include <QObject>
+#include <QPointer>
 
 #include <functional>
 #include <memory>
@@ -12,6 +13,7 @@
 class AppShell;
 class GlobalShortcuts;
 class QSettings;
+class QWidget;
 class SettingsDialog;
 class ShortcutSettings;
 
@@ -45,6 +47,7 @@ private:
     void toggleWindow();
     void copyNewestAnswer();
     void addSettingsPage(SettingsDialog *dialog);
+    void logSettled();
 
     AppShell &m_shell;
     PlatformChoice m_platform;
@@ -53,4 +56,6 @@ private:
     QHash<QString, std::function<void()>> m_handlers;
     std::unique_ptr<ShortcutSettings> m_shortcutSettings;
     std::unique_ptr<GlobalShortcuts> m_global;
+    // Dialogs hidden with the window by the show/hide shortcut, shown again with it.
+    QList<QPointer<QWidget>> m_hiddenDialogs;
 };

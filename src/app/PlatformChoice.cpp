@@ -1,5 +1,6 @@
 #include "app/PlatformChoice.h"
 
+#include <QDir>
 #include <QList>
 
 PlatformChoice PlatformChoice::choose(const Inputs &inputs)
@@ -22,6 +23,7 @@ PlatformChoice PlatformChoice::choose(const Inputs &inputs)
         const bool native = !inputs.useXWaylandSetting || inputs.nativeWaylandFlag;
         if (x11 && (!native || !inputs.waylandPluginInstalled)) {
             choice.platform = "xcb";
+            choice.waylandPluginMissing = native;
             return choice;
         }
         // Without the plugin and without XWayland Qt's own message says what is missing.
@@ -35,4 +37,20 @@ PlatformChoice PlatformChoice::choose(const Inputs &inputs)
     else
         choice.noDisplay = true;
     return choice;
+}
+
+bool PlatformChoice::waylandPluginIn(const QByteArray &pluginPath, const QString &qtPluginFolder)
+{
+    QStringList folders;
+    for (const QByteArray &folder : pluginPath.split(':')) {
+        if (!folder.isEmpty())
+            folders.append(QString::fromLocal8Bit(folder));
+    }
+    folders.append(qtPluginFolder);
+    for (const QString &folder : std::as_const(folders)) {
+        const QDir platforms(folder + QStringLiteral("/platforms"));
+        if (!platforms.entryList({QStringLiteral("libqwayland*.so")}, QDir::Files).isEmpty())
+            return true;
+    }
+    return false;
 }

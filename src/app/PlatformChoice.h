@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QString>
 
 // Which display platform the window runs on. On a Wayland desktop an application can't
 // keep its own window above the others (GNOME ignores the request), but the compositor
@@ -29,11 +30,22 @@ struct PlatformChoice
     // No display to open a window on (none set, or not the one QT_QPA_PLATFORM names): the
     // program says so instead of starting Qt, whose own abort names the wrong cause.
     bool noDisplay = false;
+    // A native Wayland window was asked for (--native-wayland or the setting) but Qt's Wayland
+    // platform plugin is not installed: the window stays on XWayland, and the program says so.
+    bool waylandPluginMissing = false;
 
     static constexpr const char *noDisplayMessage =
         "No display: start Ketterbloom from your desktop session, or use --headless";
 
+    static constexpr const char *waylandPluginMissingMessage =
+        "A native Wayland window needs Qt's Wayland platform plugin (Debian package qt6-wayland), "
+        "which is not installed; the window stays on XWayland.";
+
     static PlatformChoice choose(const Inputs &inputs);
+
+    // Whether Qt's Wayland platform plugin is in one of the folders Qt loads plugins from:
+    // `pluginPath` ($QT_PLUGIN_PATH, colon-separated) first, then Qt's own plugin folder.
+    static bool waylandPluginIn(const QByteArray &pluginPath, const QString &qtPluginFolder);
 
     // The settings key of the user's choice (bool, default true).
     static constexpr const char *settingKey = "useXWayland";

@@ -17,7 +17,6 @@
 #include <QAction>
 #include <QApplication>
 #include <QCoreApplication>
-#include <QDir>
 #include <QLibraryInfo>
 #include <QLoggingCategory>
 #include <QTimer>
@@ -72,8 +71,8 @@ PlatformChoice choosePlatform(const CommandLine::Options &options)
     const std::unique_ptr<QSettings> store = AppSettings::openDefaultStore();
     inputs.useXWaylandSetting = StoreReader::boolean(*store, QLatin1String(PlatformChoice::settingKey)).value_or(true);
     inputs.nativeWaylandFlag = options.nativeWayland;
-    const QDir platforms(QLibraryInfo::path(QLibraryInfo::PluginsPath) + QStringLiteral("/platforms"));
-    inputs.waylandPluginInstalled = !platforms.entryList({QStringLiteral("libqwayland*.so")}, QDir::Files).isEmpty();
+    inputs.waylandPluginInstalled = PlatformChoice::waylandPluginIn(qgetenv("QT_PLUGIN_PATH"),
+                                                                    QLibraryInfo::path(QLibraryInfo::PluginsPath));
     return PlatformChoice::choose(inputs);
 }
 
@@ -84,6 +83,10 @@ int runWindow(int argc, char *argv[], const CommandLine::Options &options)
         ConsoleText::write(stderr, QString::fromLatin1(PlatformChoice::noDisplayMessage) + QLatin1Char('\n'));
         return 1;
     }
+    if (platform.waylandPluginMissing)
+        ConsoleText::write(stderr, QStringLiteral("ketterbloom: ")
+                                       + QString::fromLatin1(PlatformChoice::waylandPluginMissingMessage)
+                                       + QLatin1Char('\n'));
     // "-platform <name>" on the QApplication's own command line, so that programs started
     // from the window (file manager, browser) don't inherit the choice.
     std::vector<char *> arguments(argv, argv + argc);

@@ -5,19 +5,22 @@
 #include <QDBusConnection>
 #include <QMap>
 #include <QObject>
+#include <QStringList>
 
 #include <memory>
 
 class ShortcutSettings;
 
-// The global shortcuts of the running program: picks the desktop portal where the desktop
-// offers it, else X11 key grabs where the window is on an X11 display (XWayland included),
-// binds the keys chosen in Settings, rebinds when they change, and reports which action fires.
+// The global shortcuts of the running program. Tries, in order, the desktop portal, KDE
+// Plasma's own shortcut service, and X11 key grabs where the window is on an X11 display
+// (XWayland included); a mechanism that is missing, fails or grants fewer shortcuts than
+// asked gives way to the next. Binds the keys chosen in Settings, rebinds when they change,
+// and reports which action fires.
 class GlobalShortcuts : public QObject
 {
     Q_OBJECT
 public:
-    enum class Mechanism { probing, portal, x11, none };
+    enum class Mechanism { probing, portal, kde, x11, none };
     Q_ENUM(Mechanism)
 
     // `settings` is not owned and must outlive this object. `x11Available` says whether key
@@ -33,8 +36,12 @@ public:
     void start();
 
     Mechanism mechanism() const { return m_mechanism; }
+    // Short names for the log: "desktop portal", "kglobalaccel", "X11 key grabs", "none".
+    static QString mechanismName(Mechanism mechanism);
     // One sentence for Settings: which mechanism works, or why none does.
     QString statusText() const;
+    // Why the mechanisms before the one in use (or all, with none) gave way.
+    QStringList passedOver() const { return m_passedOver; }
     // The key combination each action got, as the desktop shows it (missing: none).
     QMap<QString, QString> triggers() const { return m_triggers; }
 
@@ -44,10 +51,15 @@ public:
 signals:
     void activated(const QString &id);
     void statusChanged();
+    // The search is over: mechanism() is the one in use, or none.
+    void settled();
 
 private:
     void adopt(std::unique_ptr<ShortcutBackend> backend, Mechanism mechanism);
-    void fallBack();
+    void giveWay(const QString &reason);
+    void tryKde();
+    void tryX11();
+    void settle(Mechanism mechanism);
     void rebind();
 
     ShortcutSettings &m_settings;
@@ -55,6 +67,8 @@ private:
     bool m_x11Available;
     Mechanism m_mechanism = Mechanism::probing;
     std::unique_ptr<ShortcutBackend> m_backend;
+    bool m_proven = false; // the mechanism in use bound the keys once
     QMap<QString, QString> m_triggers;
     QString m_failure;
+    QStringList m_passedOver;
 };

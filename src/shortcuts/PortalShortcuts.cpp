@@ -210,10 +210,10 @@ void PortalShortcuts::onResponse(uint response, const QVariantMap &results, cons
         sendBindings();
         return;
     }
-    emitBound(results.value(QStringLiteral("shortcuts")));
+    emitBound(results.value(QStringLiteral("shortcuts")), true);
 }
 
-void PortalShortcuts::emitBound(const QVariant &shortcuts)
+void PortalShortcuts::emitBound(const QVariant &shortcuts, bool checkGrant)
 {
     QList<PortalShortcut> list;
     if (shortcuts.userType() == qMetaTypeId<QDBusArgument>())
@@ -221,10 +221,26 @@ void PortalShortcuts::emitBound(const QVariant &shortcuts)
     else
         list = shortcuts.value<QList<PortalShortcut>>();
     QMap<QString, QString> triggers;
+    QStringList granted;
     for (const PortalShortcut &shortcut : std::as_const(list)) {
+        granted.append(shortcut.id);
         const QString shown = shortcut.properties.value(QStringLiteral("trigger_description")).toString();
         if (!shown.isEmpty())
             triggers.insert(shortcut.id, shown);
+    }
+    if (checkGrant) {
+        // What the desktop answers is the grant, not what was asked: some portals answer
+        // "success" with no shortcuts at all (KDE Plasma 5.27 for an application outside a
+        // sandbox). A shortcut listed without keys is the desktop's choice and stays.
+        int missing = 0;
+        for (const Binding &binding : std::as_const(m_bindings))
+            missing += granted.contains(binding.id) ? 0 : 1;
+        if (missing > 0) {
+            fail(QStringLiteral("The desktop's shortcut service granted %1 of %2 shortcuts.")
+                     .arg(m_bindings.size() - missing)
+                     .arg(m_bindings.size()));
+            return;
+        }
     }
     emit bound(triggers);
 }
@@ -244,7 +260,7 @@ void PortalShortcuts::onShortcutsChanged(const QDBusMessage &message)
     const QList<QVariant> args = message.arguments();
     if (args.size() < 2 || m_session.isEmpty() || args.at(0).value<QDBusObjectPath>().path() != m_session)
         return;
-    emitBound(args.at(1));
+    emitBound(args.at(1), false);
 }
 
 void PortalShortcuts::fail(const QString &message)

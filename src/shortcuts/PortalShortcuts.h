@@ -51,7 +51,8 @@ private:
     void createSession();
     void sendBindings();
     void closeSession();
-    void emitBound(const QVariant &shortcuts);
+    // With `checkGrant`, fails unless every shortcut asked for is in the answer.
+    void emitBound(const QVariant &shortcuts, bool checkGrant);
     void fail(const QString &message);
 
     QDBusConnection m_bus;

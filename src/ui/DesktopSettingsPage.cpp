@@ -100,6 +100,11 @@ QWidget *DesktopSettingsPage::buildStayOnTop(const Placement &placement)
         connect(m_xwayland, &QCheckBox::toggled, this, &DesktopSettingsPage::xwaylandChosen);
         layout->addWidget(m_xwayland);
     }
+    if (placement.waylandPluginMissing) {
+        layout->addWidget(wrapped(tr("A native Wayland window needs Qt's Wayland platform plugin (package "
+                                     "qt6-wayland), which is not installed: the window runs through XWayland."),
+                                  box));
+    }
     if (!placement.stayOnTopWorks) {
         m_onTopNote = wrapped(stayOnTopUnavailableText(), box);
         layout->addWidget(m_onTopNote);
@@ -142,7 +147,7 @@ void DesktopSettingsPage::refresh()
             it.value()->setKeySequence(keys);
         }
         QString note;
-        if (mechanism == GlobalShortcuts::Mechanism::portal || mechanism == GlobalShortcuts::Mechanism::x11) {
+        if (mechanism != GlobalShortcuts::Mechanism::probing && mechanism != GlobalShortcuts::Mechanism::none) {
             if (triggers.contains(it.key()))
                 note = tr("Active: %1").arg(triggers.value(it.key()));
             else if (!keys.isEmpty())

@@ -21,6 +21,7 @@ public:
         bool stayOnTopWorks = true;
         bool xwaylandOffered = false;  // a Wayland desktop with XWayland
         bool runsThroughXWayland = false;
+        bool waylandPluginMissing = false; // a native Wayland window was asked for, in vain
     };
 
     // Neither is owned; both must outlive the page.
