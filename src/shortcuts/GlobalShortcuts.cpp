@@ -68,8 +68,8 @@ void GlobalShortcuts::giveWay(const QString &reason)
     // Called from the backend's own signal: it goes once control is back in the event loop.
     if (m_backend)
         m_backend.release()->deleteLater();
-    m_passedOver.append(reason);
     const Mechanism failed = m_mechanism;
+    m_passedOver.append(failed == Mechanism::portal ? QStringLiteral("Desktop portal: ") + reason : reason);
     m_mechanism = Mechanism::probing;
     if (failed == Mechanism::portal)
         tryKde();
