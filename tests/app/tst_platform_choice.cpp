@@ -1,6 +1,9 @@
 // Which display platform the window asks for, from the environment and the user's choice.
 #include "app/PlatformChoice.h"
 
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 
 class PlatformChoiceTest : public QObject
@@ -68,6 +71,20 @@ private slots:
         const PlatformChoice choice = PlatformChoice::choose(inputs);
         QCOMPARE(choice.platform, QByteArray("xcb"));
         QVERIFY(choice.stayOnTopWorks);
+        QVERIFY(choice.waylandPluginMissing); // said on stderr and in Settings
+        inputs.nativeWaylandFlag = false;
+        QVERIFY(!PlatformChoice::choose(inputs).waylandPluginMissing); // not asked for: nothing to say
+
+        // The plugin is found where Qt looks: QT_PLUGIN_PATH's folders, then Qt's own.
+        QTemporaryDir empty;
+        QTemporaryDir extra;
+        QVERIFY(QDir(extra.path()).mkpath(QStringLiteral("platforms")));
+        QFile plugin(extra.filePath(QStringLiteral("platforms/libqwayland-generic.so")));
+        QVERIFY(plugin.open(QIODevice::WriteOnly));
+        plugin.close();
+        QVERIFY(!PlatformChoice::waylandPluginIn("", empty.path()));
+        QVERIFY(PlatformChoice::waylandPluginIn("/nowhere:" + extra.path().toLocal8Bit(), empty.path()));
+        QVERIFY(PlatformChoice::waylandPluginIn("", extra.path()));
     }
 
     void anExplicitQtPlatformIsRespected()

@@ -92,6 +92,8 @@ bool StandInPortal::handleMessage(const QDBusMessage &message, const QDBusConnec
         }
         QList<PortalShortcut> granted;
         for (const PortalShortcut &shortcut : shortcuts) {
+            if (dropped.contains(shortcut.id))
+                continue;
             PortalShortcut result{shortcut.id, {{QStringLiteral("description"),
                                                  shortcut.properties.value(QStringLiteral("description"))}}};
             const QString trigger = shortcut.properties.value(QStringLiteral("preferred_trigger")).toString();

@@ -9,7 +9,7 @@
 
 // Plays the desktop's portal on a private bus: org.freedesktop.portal.GlobalShortcuts with
 // its requests and sessions, as much of it as the program uses. Every bound shortcut gets
-// its preferred trigger, except those listed in `refused`.
+// its preferred trigger, except those listed in `refused`; those in `dropped` are left out.
 class StandInPortal : public QDBusVirtualObject
 {
     Q_OBJECT
@@ -27,6 +27,7 @@ public:
     QStringList closedSessions;
     QList<QList<PortalShortcut>> bindCalls;
     QStringList refused;              // shortcut ids given no trigger
+    QStringList dropped;              // shortcut ids left out of the answer
 
 private:
     void respond(const QString &requestPath, uint response, const QVariantMap &results);

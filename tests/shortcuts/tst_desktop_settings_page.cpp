@@ -112,6 +112,47 @@ private slots:
         QVERIFY(QDir().mkpath(shots));
         QVERIFY(page.grab().save(shots + QStringLiteral("/settings-desktop.png")));
     }
+
+    // What the page says for each mechanism, rendered for reviewers as
+    // <build>/screenshots/settings-desktop-<mechanism>.png.
+    void rendersEachMechanism()
+    {
+        QSettings store(m_dir.filePath(QStringLiteral("d.conf")), QSettings::IniFormat);
+        const ShortcutCatalog catalog = ShortcutCatalog::standard();
+        ShortcutSettings settings(store, catalog);
+        const QString shots = qEnvironmentVariable("KETTERBLOOM_BINARY_DIR") + QStringLiteral("/screenshots");
+        QVERIFY(QDir().mkpath(shots));
+        const struct
+        {
+            const char *name;
+            GlobalShortcuts::Mechanism mechanism;
+            const char *says;
+        } cases[] = {
+            {"portal", GlobalShortcuts::Mechanism::portal, "XDG desktop portal"},
+            {"kglobalaccel", GlobalShortcuts::Mechanism::kde, "KDE Plasma's shortcut service"},
+            {"x11", GlobalShortcuts::Mechanism::x11, "X11 key grabs"},
+        };
+        for (const auto &state : cases) {
+            GlobalShortcuts global(settings, QDBusConnection::sessionBus(), false);
+            global.useBackend(std::make_unique<GrantingBackend>(), state.mechanism);
+            DesktopSettingsPage page(settings, global, {true, true, true, false});
+            QVERIFY2(page.mechanismLabel()->text().contains(QLatin1String(state.says)), state.name);
+            page.resize(560, 520);
+            QVERIFY(page.grab().save(shots + QStringLiteral("/settings-desktop-%1.png").arg(QLatin1String(state.name))));
+        }
+        // None: no bus, no X11 display. The page says why, and that --native-wayland was in vain.
+        GlobalShortcuts none(settings, QDBusConnection(QStringLiteral("no bus")), false);
+        none.start();
+        QCOMPARE(none.mechanism(), GlobalShortcuts::Mechanism::none);
+        DesktopSettingsPage page(settings, none, {true, true, true, true});
+        QVERIFY(page.mechanismLabel()->text().contains(QStringLiteral("not on an X11 display")));
+        bool pluginNote = false;
+        for (const QLabel *label : page.findChildren<QLabel *>())
+            pluginNote = pluginNote || label->text().contains(QStringLiteral("qt6-wayland"));
+        QVERIFY(pluginNote);
+        page.resize(560, 520);
+        QVERIFY(page.grab().save(shots + QStringLiteral("/settings-desktop-none.png")));
+    }
 };
 
 QTEST_MAIN(DesktopSettingsPageTest)
