@@ -31,18 +31,23 @@ SOUND = os.environ["KETTERBLOOM_SOUNDSERVER_SCRIPT"]
 # KDE Plasma 5.27 (portal 1.16): the portal's BindShortcuts grants nothing, kglobalaccel
 # works. Plasma 6 (portal 1.20, with the host registry): the portal works. GNOME 43: no
 # shortcuts portal with GNOME's backend; with KDE's backend installed too the portal offers
-# one that fails; either way X11 key grabs (the xterm is an X11 window).
+# one that fails; either way X11 key grabs (the xterm is an X11 window). GNOME 48 (portal 1.20)
+# has a shortcuts portal of its own, which asks the user in a dialog first.
 PORTAL_VERSION = subprocess.run(["dpkg-query", "-W", "-f=${Version}", "xdg-desktop-portal"],
                                 capture_output=True, text=True).stdout
 PORTAL_HAS_REGISTRY = subprocess.run(["dpkg", "--compare-versions", PORTAL_VERSION, "ge", "1.18"]).returncode == 0
 EXPECTED = {
     "kde": "desktop portal" if PORTAL_HAS_REGISTRY else "kglobalaccel",
-    "gnome": "X11 key grabs",
-    "gnome+kde": "X11 key grabs",
+    "gnome": "desktop portal" if PORTAL_HAS_REGISTRY else "X11 key grabs",
+    "gnome+kde": "desktop portal" if PORTAL_HAS_REGISTRY else "X11 key grabs",
 }[KIND]
 SHORTCUTS = {"toggle-session": "ctrl+alt+shift+s", "toggle-window": "ctrl+alt+shift+k",
              "scroll-to-newest": "ctrl+alt+shift+n", "copy-newest-answer": "ctrl+alt+shift+c",
              "answer-from-screen": "ctrl+alt+shift+a"}
+
+
+class Skip(Exception):
+    pass
 
 
 def fail(message):
@@ -78,6 +83,8 @@ def main():
         with Desktop(KIND, os.path.join(WORK, "desktop")) as desktop:
             try:
                 run(desktop, sim, url, sound)
+            except Skip:
+                raise
             except BaseException:
                 # What the desktop looked like when it went wrong.
                 try:
@@ -87,6 +94,9 @@ def main():
                 except dbus.exceptions.DBusException:
                     pass
                 raise
+    except Skip as why:
+        print("SKIP: %s" % why, flush=True)
+        return SKIP
     finally:
         sim.kill()
         sim.wait()
@@ -123,7 +133,7 @@ def run(desktop, sim, url, sound):
     applications = os.path.join(home, ".local/share/applications")
     os.makedirs(applications, exist_ok=True)
     with open(os.path.join(applications, "ketterbloom.desktop"), "w") as entry:
-        entry.write("[Desktop Entry]\nType=Application\nName=Ketterbloom\nExec=%s\n" % APP)
+        entry.write("[Desktop Entry]\nType=Application\nName=Ketterbloom\nExec=%s\nTryExec=%s\n" % (APP, APP))
     app_env = {"OPENAI_API_KEY": "sk-desktop-test", "KQ_REALTIME_URL": url,
                "PULSE_SERVER": "unix:%s/run/pulse/native" % sound,
                "QT_LOGGING_RULES": "ketterbloom.shortcuts.info=true"}
@@ -136,8 +146,17 @@ def run(desktop, sim, url, sound):
     def app_log():
         return open(log_path).read()
 
-    line = wait_until("the program's start line", lambda: re.search(r"global shortcuts: ([^(\n]+)", app_log()),
-                      timeout=60)
+    def start_line():
+        return re.search(r"global shortcuts: ([^(\n]+)", app_log())
+
+    try:
+        line = wait_until("the program's start line", start_line, timeout=60 if not KIND.startswith("gnome")
+                          or not PORTAL_HAS_REGISTRY else 20)
+    except AssertionError:
+        if KIND.startswith("gnome") and "global shortcuts portal" in app_log():
+            raise Skip("GNOME's shortcuts portal waits for the user to confirm the shortcuts in its dialog, "
+                       "which this test does not answer")
+        raise
     mechanism = line.group(1).strip()
     print(app_log().strip().splitlines()[-1] if app_log().strip() else "", flush=True)
     check(mechanism == EXPECTED, "shortcuts through %s (expected %s on %s)" % (mechanism, EXPECTED, KIND))
