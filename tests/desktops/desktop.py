@@ -9,6 +9,7 @@ buses under a private XDG_RUNTIME_DIR. Works as root in a container with no disp
         desktop.screenshot("kde.png")
 """
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -181,8 +182,13 @@ class Desktop:
         return shell
 
     def mutter_x11_display(self):
-        # Mutter starts XWayland with the display number on its command line.
+        # Mutter names its X11 display in its log ("Using public X11 display :0"), also where
+        # XWayland starts only with the first X11 client; else XWayland's command line has it.
         def find():
+            self.log.flush()
+            named = re.search(rb"Using public X11 display (:\d+)", open(self.log.name, "rb").read())
+            if named:
+                return named.group(1).decode()
             for pid in self.session_pids():
                 try:
                     cmdline = open("/proc/%d/cmdline" % pid, "rb").read().split(b"\0")
