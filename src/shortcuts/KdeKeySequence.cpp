@@ -25,18 +25,19 @@ QDBusArgument &operator<<(QDBusArgument &argument, const KdeKeySequence &sequenc
 
 const QDBusArgument &operator>>(const QDBusArgument &argument, KdeKeySequence &sequence)
 {
-    QList<int> chords;
+    const QKeyCombination none = QKeyCombination::fromCombined(0);
+    QKeyCombination chords[chordsPerSequence] = {none, none, none, none};
+    int count = 0;
     argument.beginStructure();
     argument.beginArray();
     while (!argument.atEnd()) {
         int chord = 0;
         argument >> chord;
-        if (chord != 0 && chords.size() < chordsPerSequence)
-            chords.append(chord);
+        if (chord != 0 && count < chordsPerSequence)
+            chords[count++] = QKeyCombination::fromCombined(chord);
     }
     argument.endArray();
     argument.endStructure();
-    chords.resize(chordsPerSequence, 0);
-    sequence.keys = QKeySequence(chords.at(0), chords.at(1), chords.at(2), chords.at(3));
+    sequence.keys = QKeySequence(chords[0], chords[1], chords[2], chords[3]);
     return argument;
 }
