@@ -213,8 +213,15 @@ def run(desktop, sim, url, sound):
 
     # A second launch with --start hands over: it ends, and the first one starts a session.
     connections = sim_connections(sim)[0]
-    second = subprocess.run([APP, "--start"], env=dict(desktop.env, **app_env), capture_output=True, timeout=60)
+    # It asks for a native Wayland window too: without Qt's Wayland plugin it says so.
+    second = subprocess.run([APP, "--start", "--native-wayland"], env=dict(desktop.env, **app_env),
+                            capture_output=True, text=True, timeout=60)
     check(second.returncode == 0, "a second launch hands over")
+    plugin = subprocess.run(["sh", "-c", "ls /usr/lib/*/qt6/plugins/platforms/libqwayland*.so"],
+                            capture_output=True).returncode == 0
+    if not plugin:
+        check("qt6-wayland" in second.stderr, "--native-wayland says the Wayland plugin is missing: "
+              + second.stderr.strip())
     wait_until("the handed-over start", lambda: sim_connections(sim)[0] > connections, timeout=30)
     check(app.poll() is None, "the first launch keeps running")
 
