@@ -165,7 +165,6 @@ class Desktop:
                     "mount -t tmpfs tmpfs /run/systemd 2>/dev/null; exec gnome-shell --headless --wayland "
                     "--virtual-monitor 1280x800 --wayland-display=wayland-gn "], env)
         self.env = env
-        # XWayland starts with the first X11 client; the display is named in the runtime dir.
         wait_until("GNOME Shell", lambda: os.path.exists(os.path.join(self.run, "wayland-gn")), timeout=60)
         env["WAYLAND_DISPLAY"] = "wayland-gn"
         self.bus = dbus.bus.BusConnection(env["DBUS_SESSION_BUS_ADDRESS"])
