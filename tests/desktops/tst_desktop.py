@@ -198,9 +198,7 @@ def run(desktop, sim, url, sound):
     wait_until("the handed-over start", lambda: sim_connections(sim)[0] > connections, timeout=30)
     check(app.poll() is None, "the first launch keeps running")
 
-    if mechanism:
-        app = check_next_launch(desktop, app, app_env, log, app_log, mechanism, other)
-
+    # The desktop with the window, as a user sees it after the checks above.
     os.makedirs(os.path.dirname(PNG), exist_ok=True)
     try:
         desktop.screenshot(PNG)
@@ -208,6 +206,10 @@ def run(desktop, sim, url, sound):
     except dbus.exceptions.DBusException as error:
         # KWin 6 has no screenshot service with software rendering (no GPU here).
         print("SKIP screenshot: the desktop took none: %s" % error.get_dbus_message(), flush=True)
+
+    if mechanism:
+        app = check_next_launch(desktop, app, app_env, log, app_log, mechanism, other)
+
     xterm.terminate()
 
 
