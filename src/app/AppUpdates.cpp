@@ -1,5 +1,6 @@
 #include "app/AppUpdates.h"
 
+#include "app/UpdateCommand.h"
 #include "session/SessionSnapshot.h"
 #include "ui/MainWindow.h"
 
@@ -9,7 +10,8 @@
 AppUpdates::AppUpdates(SessionController &controller, MainWindow &window, QSettings &store)
     : m_host(controller, window)
     , m_updates(UpdateController::Components{m_host, m_packages, QDBusConnection::systemBus(), store,
-                                             QCoreApplication::applicationFilePath()})
+                                             QCoreApplication::applicationFilePath(), {}, 2000,
+                                             QString::fromLatin1(UpdateCommand::updateSourcePath)})
 {
     QObject::connect(&window, &MainWindow::checkForUpdatesRequested, &m_updates, &UpdateController::checkForUpdates);
     QObject::connect(&window, &MainWindow::installUpdateRequested, &m_updates, &UpdateController::installUpdate);

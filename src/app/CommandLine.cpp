@@ -51,8 +51,18 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
         QStringLiteral("native-wayland"),
         QStringLiteral("On a Wayland desktop, show the window natively instead of through XWayland "
                        "(the window then can't stay on top of others)."));
+    const QCommandLineOption checkUpdates(
+        QStringLiteral("check-updates"),
+        QStringLiteral("Ask the system's package management (PackageKit) whether a newer Ketterbloom is available "
+                       "and print the answer. Exit status: 0 an update is available, 1 up to date, 2 could not "
+                       "check."));
+    const QCommandLineOption installUpdate(
+        QStringLiteral("install-update"),
+        QStringLiteral("Install a newer Ketterbloom through PackageKit (the desktop may ask for your password); "
+                       "refused while the open window has a session running. Exit status: 0 installed, 1 up to "
+                       "date, 2 not installed."));
     parser.addOptions({help, version, start, headless, stopAfter, printInstructions, transcribe, withService,
-                       nativeWayland});
+                       nativeWayland, checkUpdates, installUpdate});
 
     if (!parser.parse(arguments))
         return usageError(parser.errorText());
@@ -72,6 +82,8 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
     options.headless = parser.isSet(headless);
     options.printInstructions = parser.isSet(printInstructions);
     options.nativeWayland = parser.isSet(nativeWayland);
+    options.checkUpdates = parser.isSet(checkUpdates);
+    options.installUpdate = parser.isSet(installUpdate);
     if (parser.isSet(transcribe)) {
         const QString path = parser.value(transcribe);
         if (path.isEmpty())
@@ -91,10 +103,13 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
             return usageError(QStringLiteral("--stop-after only applies with --start or --headless"));
         options.stopAfter = seconds;
     }
-    const int modes = int(options.headless) + int(options.printInstructions) + int(options.transcribe.has_value());
+    const int modes = int(options.headless) + int(options.printInstructions) + int(options.transcribe.has_value())
+                      + int(options.checkUpdates) + int(options.installUpdate);
     if (modes > 1)
-        return usageError(QStringLiteral("--headless, --print-instructions and --transcribe can't be combined"));
-    if (options.start && (options.printInstructions || options.transcribe))
-        return usageError(QStringLiteral("--start can't be combined with --print-instructions or --transcribe"));
+        return usageError(QStringLiteral("--headless, --print-instructions, --transcribe, --check-updates and "
+                                         "--install-update can't be combined"));
+    if (options.start && modes > int(options.headless))
+        return usageError(QStringLiteral("--start can't be combined with --print-instructions, --transcribe, "
+                                         "--check-updates or --install-update"));
     return options;
 }

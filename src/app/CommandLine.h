@@ -19,6 +19,8 @@ public:
         std::optional<QString> transcribe;   // a WAV to transcribe on the device
         bool transcribeWithService = false;  // …with the service's transcription endpoint instead
         bool nativeWayland = false;          // on Wayland, don't go through XWayland
+        bool checkUpdates = false;           // ask PackageKit for a newer package, print the outcome
+        bool installUpdate = false;          // …and install it
     };
 
     // Print `text` (to stdout for help and version, to stderr for errors) and exit with `code`.

@@ -7,6 +7,7 @@
 #include "app/SessionStack.h"
 #include "app/TerminationSignals.h"
 #include "app/TranscribeCommand.h"
+#include "app/UpdateCommand.h"
 #include "session/SessionController.h"
 #include "settings/AppSettings.h"
 #include "settings/StoreReader.h"
@@ -44,6 +45,15 @@ int transcribe(int argc, char *argv[], const CommandLine::Options &options)
                                            settings.transcriptionLanguage()};
     }
     return TranscribeCommand::run(*options.transcribe, stdout, stderr, service);
+}
+
+int updates(int argc, char *argv[], UpdateCommand::Mode mode)
+{
+    QCoreApplication app(argc, argv);
+    // The outcome is printed; the updater's diagnostics only when asked for.
+    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
+        QLoggingCategory::setFilterRules(QStringLiteral("ketterbloom.*.info=false"));
+    return UpdateCommand::run(mode, stdout, stderr);
 }
 
 int runHeadless(int argc, char *argv[], const CommandLine::Options &options)
@@ -119,6 +129,8 @@ int runWindow(int argc, char *argv[], const CommandLine::Options &options)
     }
 
     AppShell shell;
+    // `ketterbloom --install-update` asks first, and waits while a session runs.
+    instance.setSessionQuery([&shell] { return shell.controller().isSessionActive(); });
     DesktopIntegration desktop(shell, platform);
     QObject::connect(&instance, &SingleInstance::requested, &desktop,
                      [&desktop](const SingleInstance::Request &request) { desktop.handleLaunchRequest(request.start); });
@@ -173,5 +185,7 @@ int main(int argc, char *argv[])
         return transcribe(argc, argv, options);
     if (options.headless)
         return runHeadless(argc, argv, options);
+    if (options.checkUpdates || options.installUpdate)
+        return updates(argc, argv, options.checkUpdates ? UpdateCommand::Mode::check : UpdateCommand::Mode::install);
     return runWindow(argc, argv, options);
 }

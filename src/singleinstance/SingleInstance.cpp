@@ -102,26 +102,53 @@ bool SingleInstance::listen(QString *error)
     return true;
 }
 
-SingleInstance::Outcome SingleInstance::handOver(const Request &request, std::chrono::milliseconds timeout)
+QJsonObject SingleInstance::exchange(const QString &socketPath, const QByteArray &line,
+                                     std::chrono::milliseconds timeout, QString *error)
 {
     const QDeadlineTimer deadline(timeout);
+    const auto remaining = [&deadline] { return int(std::max<qint64>(deadline.remainingTime(), 0)); };
     QLocalSocket socket;
-    socket.connectToServer(socketPath());
-    if (!socket.waitForConnected(int(std::max<qint64>(deadline.remainingTime(), 0)))) {
-        return {Role::failed, QStringLiteral("Ketterbloom is already running but does not answer (%1).")
-                                  .arg(socket.errorString())};
+    socket.connectToServer(socketPath);
+    if (!socket.waitForConnected(remaining())) {
+        *error = QStringLiteral("Ketterbloom is already running but does not answer (%1).").arg(socket.errorString());
+        return {};
     }
-    socket.write(encode(request));
-    socket.waitForBytesWritten(int(std::max<qint64>(deadline.remainingTime(), 0)));
+    socket.write(line);
+    socket.waitForBytesWritten(remaining());
     while (!socket.canReadLine()) {
-        if (!socket.waitForReadyRead(int(std::max<qint64>(deadline.remainingTime(), 0))))
-            return {Role::failed, QStringLiteral("Ketterbloom is already running but did not confirm the request.")};
+        if (!socket.waitForReadyRead(remaining())) {
+            *error = QStringLiteral("Ketterbloom is already running but did not confirm the request.");
+            return {};
+        }
     }
     const QJsonObject reply = QJsonDocument::fromJson(socket.readLine()).object();
     if (!reply.value(QStringLiteral("ok")).toBool())
-        return {Role::failed, QStringLiteral("Ketterbloom is already running but refused the request.")};
+        *error = QStringLiteral("Ketterbloom is already running but refused the request.");
+    return reply;
+}
+
+SingleInstance::Outcome SingleInstance::handOver(const Request &request, std::chrono::milliseconds timeout)
+{
+    QString error;
+    exchange(socketPath(), encode(request), timeout, &error);
+    if (!error.isEmpty())
+        return {Role::failed, error};
     qCInfo(lcSingleInstance) << "[Ketterbloom] handed over to the running copy";
     return {Role::handedOver, {}};
+}
+
+SingleInstance::Status SingleInstance::status(std::chrono::milliseconds timeout)
+{
+    QLockFile lock(fileName("lock"));
+    lock.setStaleLockTime(0);
+    // Free (released on return), or nowhere to be held (no folder yet): no copy runs.
+    if (lock.tryLock(0) || lock.error() != QLockFile::LockFailedError)
+        return {};
+    Status status;
+    status.running = true;
+    const QJsonObject reply = exchange(socketPath(), QByteArrayLiteral("{\"status\":true}\n"), timeout, &status.error);
+    status.sessionRunning = reply.value(QStringLiteral("session")).toBool();
+    return status;
 }
 
 void SingleInstance::onConnection()
@@ -143,13 +170,23 @@ void SingleInstance::onConnection()
             QJsonParseError parseError;
             const QJsonDocument document = QJsonDocument::fromJson(socket->readLine(), &parseError);
             const bool ok = parseError.error == QJsonParseError::NoError && document.isObject();
-            socket->write(ok ? "{\"ok\":true}\n" : "{\"ok\":false}\n");
+            const bool statusOnly = ok && document.object().value(QStringLiteral("status")).toBool();
+            if (statusOnly) {
+                const bool session = m_sessionRunning && m_sessionRunning();
+                socket->write(QJsonDocument(QJsonObject{{QStringLiteral("ok"), true}, {QStringLiteral("session"), session}})
+                                  .toJson(QJsonDocument::Compact)
+                              + '\n');
+            } else {
+                socket->write(ok ? "{\"ok\":true}\n" : "{\"ok\":false}\n");
+            }
             socket->flush();
             socket->disconnectFromServer();
             if (!ok) {
                 qCWarning(lcSingleInstance) << "[Ketterbloom] ignored a malformed request from another launch";
                 return;
             }
+            if (statusOnly)
+                return;
             Request request;
             request.start = document.object().value(QStringLiteral("start")).toBool();
             emit requested(request);

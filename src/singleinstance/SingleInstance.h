@@ -5,8 +5,10 @@
 #include <QString>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 
+class QJsonObject;
 class QLocalServer;
 class QLocalSocket;
 
@@ -47,6 +49,18 @@ public:
     // (up to `timeout`) for it to confirm. Blocks the calling thread while handing over.
     Outcome claim(const Request &request, std::chrono::milliseconds timeout = std::chrono::seconds(5));
 
+    // Whether a copy runs in this scope, and whether it has a session running, without
+    // claiming or requesting anything (for commands that must not disturb an interview).
+    struct Status
+    {
+        bool running = false;
+        bool sessionRunning = false;
+        QString error; // the running copy did not answer: one sentence for the user
+    };
+    Status status(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+    // In the running copy: how it answers status questions.
+    void setSessionQuery(std::function<bool()> sessionRunning) { m_sessionRunning = std::move(sessionRunning); }
+
     QString socketPath() const;
 
 signals:
@@ -56,6 +70,9 @@ signals:
 private:
     bool listen(QString *error);
     Outcome handOver(const Request &request, std::chrono::milliseconds timeout);
+    // Sends one line to the running copy and returns its one-line answer (empty: none).
+    static QJsonObject exchange(const QString &socketPath, const QByteArray &line, std::chrono::milliseconds timeout,
+                                QString *error);
     void onConnection();
 
     QString fileName(const char *suffix) const;
@@ -64,4 +81,5 @@ private:
     QString m_scope;
     std::unique_ptr<QLockFile> m_lock;
     QLocalServer *m_server = nullptr;
+    std::function<bool()> m_sessionRunning;
 };

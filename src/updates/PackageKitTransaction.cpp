@@ -90,7 +90,7 @@ void PackageKitTransaction::created(const QString &path, const QStringList &hint
 void PackageKitTransaction::onPackage(uint info, const QString &packageId, const QString &summary)
 {
     Q_UNUSED(summary);
-    m_packages.append({info, packageId});
+    m_packages.append({info & infoEnumMask, packageId});
 }
 
 void PackageKitTransaction::onErrorCode(uint code, const QString &details)

@@ -29,6 +29,9 @@ public:
     static constexpr uint exitCancelled = 3;
     static constexpr uint errorNotAuthorized = 48;
     static constexpr uint infoBlocked = 9;
+    // The daemon packs more into a package's info: the enum is the lower 16 bits, an update's
+    // severity (itself an info value) the upper 16 — a normal update arrives as 0x50005.
+    static constexpr uint infoEnumMask = 0xffff;
 
     enum class Problem {
         none,
@@ -39,7 +42,7 @@ public:
 
     struct Package
     {
-        uint info = 0;
+        uint info = 0;  // the info enum alone (unpacked)
         QString id;  // "name;version;arch;data"
         friend bool operator==(const Package &, const Package &) = default;
     };

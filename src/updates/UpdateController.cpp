@@ -6,6 +6,7 @@
 #include "updates/UpdateLog.h"
 #include "updates/UpdateTexts.h"
 
+#include <QFileInfo>
 #include <QPointer>
 #include <QSettings>
 #include <QTimer>
@@ -63,14 +64,17 @@ void UpdateController::installationKnown(const QString &package, const QString &
     } else {
         m_origin = Origin::package;
         m_runningVersion = version;
+        m_hasSource = m_components.updateSource.isEmpty() || QFileInfo::exists(m_components.updateSource);
         qCInfo(lcUpdates).noquote() << "[Ketterbloom] running the installed package" << package << version;
+        if (!m_hasSource)
+            qCInfo(lcUpdates).noquote() << "[Ketterbloom] the package was built without an update source";
         m_watcher = std::make_unique<ExecutableWatcher>(m_components.executablePath, m_components.settleMs);
         connect(m_watcher.get(), &ExecutableWatcher::replaced, this, &UpdateController::executableReplaced);
     }
     if (m_checkRequested) {
         m_checkRequested = false;
         checkForUpdates();
-    } else if (m_origin == Origin::package && checkIsDue()) {
+    } else if (m_origin == Origin::package && m_hasSource && checkIsDue()) {
         runCheck(false);
     }
 }
@@ -98,8 +102,14 @@ void UpdateController::checkForUpdates()
         return;
     case Origin::buildFolder:
         show({UpdateTexts::builtFromSource(), std::nullopt});
+        emit checkAnswered(CheckOutcome::notChecked);
         return;
     case Origin::package:
+        if (!m_hasSource) {
+            show({UpdateTexts::noUpdateSource(), std::nullopt});
+            emit checkAnswered(CheckOutcome::notChecked);
+            return;
+        }
         if (m_installing) {
             // The install under way is the answer.
             show({UpdateTexts::installing(*availableVersion()), std::nullopt});
@@ -150,10 +160,12 @@ void UpdateController::checkFinished(const PackageKitTransaction::Result &result
         break;
     case Problem::missing:
         deliver({UpdateTexts::packageKitMissing(), std::nullopt}, manual);
+        emit checkAnswered(CheckOutcome::notChecked);
         return;
     case Problem::notAuthorized:
     case Problem::failed:
         deliver({UpdateTexts::checkFailed(result.details), std::nullopt}, manual);
+        emit checkAnswered(CheckOutcome::notChecked);
         return;
     }
 
@@ -162,6 +174,8 @@ void UpdateController::checkFinished(const PackageKitTransaction::Result &result
         const QString version = *availableVersion();
         qCInfo(lcUpdates).noquote() << "[Ketterbloom] update available:" << *packageId;
         deliver({UpdateTexts::available(version), UpdateHost::Action::installUpdate}, manual);
+        if (manual)
+            emit checkAnswered(CheckOutcome::available);
     } else {
         m_availableId.reset();
         qCInfo(lcUpdates).noquote() << "[Ketterbloom] no update";
@@ -174,6 +188,8 @@ void UpdateController::checkFinished(const PackageKitTransaction::Result &result
         } else if (manual) {
             show({UpdateTexts::upToDate(UpdateTexts::displayVersion(m_runningVersion)), std::nullopt});
         }
+        if (manual)
+            emit checkAnswered(CheckOutcome::upToDate);
     }
 }
 
@@ -215,6 +231,7 @@ void UpdateController::installFinished(const PackageKitTransaction::Result &resu
         show({UpdateTexts::installFailed(version, result.details), UpdateHost::Action::installUpdate});
         break;
     }
+    emit installAnswered(false);
 }
 
 // --- A new version on disk ---------------------------------------------------------------
@@ -251,6 +268,8 @@ void UpdateController::installedVersionRead(const std::optional<QString> &versio
         qCInfo(lcUpdates).noquote() << "[Ketterbloom] the executable changed; installed version still"
                                     << version.value_or(QStringLiteral("none"));
     }
+    if (!fallback.isEmpty())
+        emit installAnswered(true);
 }
 
 void UpdateController::newVersionOnDisk(const QString &version)
@@ -317,5 +336,6 @@ void UpdateController::deliver(const Banner &banner, bool userAsked)
 
 void UpdateController::show(const Banner &banner)
 {
+    qCInfo(lcUpdates).noquote() << "[Ketterbloom] banner:" << banner.text;
     m_components.host.showBanner(banner.text, banner.action);
 }

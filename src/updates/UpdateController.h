@@ -49,7 +49,14 @@ public:
         std::function<QDateTime()> now = {};
         // Quiet time after the executable changed before the package version is read again.
         int settleMs = 2000;
+        // The apt source the package installs when it was built with one; a package install
+        // without it has nowhere to get updates from. Empty: not looked at.
+        QString updateSource = {};
     };
+
+    // The answer to a check the user asked for.
+    enum class CheckOutcome { available, upToDate, notChecked };
+    Q_ENUM(CheckOutcome)
 
     static constexpr const char *packageName = "ketterbloom";
     static constexpr const char *lastCheckKey = "updates/lastCheck";
@@ -66,6 +73,7 @@ public:
     // watching the executable and checks for updates when the last check is a day old.
     void start();
 
+    // Every banner line is also logged ("banner: …").
     void checkForUpdates() override;
     void installUpdate() override;
     void restartNow() override;
@@ -83,6 +91,12 @@ public:
     std::optional<QString> installedVersion() const { return m_installedVersion; }
     bool isChecking() const { return m_checking; }
     bool isInstalling() const { return m_installing; }
+
+signals:
+    // A check the user asked for has its answer (also shown in the banner).
+    void checkAnswered(UpdateController::CheckOutcome outcome);
+    // An install asked for has ended: installed (and the new version read), or not.
+    void installAnswered(bool installed);
 
 private:
     struct Banner
@@ -111,6 +125,7 @@ private:
     std::unique_ptr<PackageKitClient> m_packageKit;
     std::unique_ptr<ExecutableWatcher> m_watcher;
     Origin m_origin = Origin::unknown;
+    bool m_hasSource = true;
     QString m_runningVersion;
     bool m_lookingUp = false;
     bool m_checkRequested = false;

@@ -42,6 +42,12 @@ QString UpdateTexts::builtFromSource()
     return QStringLiteral("This copy was built from source; update it with git pull and scripts/run.");
 }
 
+QString UpdateTexts::noUpdateSource()
+{
+    return QStringLiteral("This package was built without an update source, so no updates arrive by themselves. "
+                          "To update, install a newer package by hand: sudo apt install ./ketterbloom_<version>_amd64.deb");
+}
+
 QString UpdateTexts::installing(const QString &version)
 {
     return QStringLiteral("Installing Ketterbloom %1… your computer may ask for your password.").arg(version);

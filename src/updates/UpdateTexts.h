@@ -15,6 +15,8 @@ QString updated(const QString &version);
 // The same news while a session runs, when the user asked: the restart comes after it.
 QString updatedAfterSession(const QString &version);
 QString builtFromSource();
+// A package built without the project's update source (docs/releasing.md).
+QString noUpdateSource();
 QString installing(const QString &version);
 
 QString packageKitMissing();

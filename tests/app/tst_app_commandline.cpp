@@ -74,13 +74,18 @@ private slots:
         QTest::newRow("no session to stop") << QStringList{QStringLiteral("--stop-after=5")}
                                             << QStringLiteral("ketterbloom: --stop-after only applies with --start or --headless");
         QTest::newRow("two modes") << QStringList{QStringLiteral("--headless"), QStringLiteral("--print-instructions")}
-                                   << QStringLiteral("ketterbloom: --headless, --print-instructions and --transcribe can't be combined");
+                                   << QStringLiteral("ketterbloom: --headless, --print-instructions, --transcribe, "
+                                                     "--check-updates and --install-update can't be combined");
+        QTest::newRow("check and install") << QStringList{QStringLiteral("--check-updates"), QStringLiteral("--install-update")}
+                                           << QStringLiteral("ketterbloom: --headless, --print-instructions, --transcribe, "
+                                                             "--check-updates and --install-update can't be combined");
         QTest::newRow("service without a recording")
             << QStringList{QStringLiteral("--with-openai")}
             << QStringLiteral("ketterbloom: --with-openai only applies with --transcribe");
         QTest::newRow("start and transcribe")
             << QStringList{QStringLiteral("--start"), QStringLiteral("--transcribe=x.wav")}
-            << QStringLiteral("ketterbloom: --start can't be combined with --print-instructions or --transcribe");
+            << QStringLiteral("ketterbloom: --start can't be combined with --print-instructions, --transcribe, "
+                              "--check-updates or --install-update");
     }
 
     void refusedWithExitCode2()

@@ -74,6 +74,34 @@ private slots:
         QCOMPARE(requested.size(), 2);
     }
 
+    // What `ketterbloom --install-update` asks before it installs: is there a running copy, and
+    // does it have a session? Asking requests nothing of it.
+    void statusTellsWhetherTheRunningCopyHasASession()
+    {
+        const QString dir = m_dir.filePath(QStringLiteral("status"));
+        const auto askAgain = [dir] {
+            return QtConcurrent::run([dir] { return SingleInstance(dir, QStringLiteral("profile")).status(); });
+        };
+        const auto answer = [](QFuture<SingleInstance::Status> future) {
+            while (!future.isFinished())
+                QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+            return future.result();
+        };
+        QCOMPARE(answer(askAgain()).running, false);
+
+        SingleInstance first(dir, QStringLiteral("profile"));
+        QCOMPARE(first.claim({}).role, SingleInstance::Role::primary);
+        QSignalSpy requested(&first, &SingleInstance::requested);
+        bool session = false;
+        first.setSessionQuery([&session] { return session; });
+        SingleInstance::Status idle = answer(askAgain());
+        QVERIFY(idle.running && !idle.sessionRunning && idle.error.isEmpty());
+        session = true;
+        SingleInstance::Status busy = answer(askAgain());
+        QVERIFY(busy.running && busy.sessionRunning && busy.error.isEmpty());
+        QCOMPARE(requested.size(), 0);
+    }
+
     void whenTheRunningCopyQuitsTheNextOneRuns()
     {
         const QString dir = m_dir.filePath(QStringLiteral("quit"));

@@ -7,7 +7,10 @@ constexpr uint kExitSuccess = 1;
 constexpr uint kExitFailed = 2;
 constexpr uint kErrorNoNetwork = 2;
 constexpr uint kErrorNotAuthorized = 48;
+// Package info as the real daemon sends an update's: the severity in the upper 16 bits.
 constexpr uint kInfoNormal = 5;
+constexpr uint kInfoBlocked = 9;
+constexpr uint packed(uint info, uint severity) { return severity << 16 | info; }
 const QString kService = QStringLiteral("org.freedesktop.PackageKit");
 } // namespace
 
@@ -62,11 +65,13 @@ void FakeTransaction::GetUpdates(qulonglong filter)
     Q_UNUSED(filter);
     m_daemon.calls.append(QStringLiteral("GetUpdates"));
     const std::optional<QString> update = m_daemon.script.update;
-    later([this, update] {
+    const uint info = m_daemon.script.updateBlocked ? kInfoBlocked : kInfoNormal;
+    later([this, update, info] {
         // Other packages' updates come too; the client picks its own.
-        emit Package(kInfoNormal, QStringLiteral("libexample1;2.4-1;amd64;debian-security"), QStringLiteral("Example"));
+        emit Package(packed(kInfoNormal, kInfoNormal), QStringLiteral("libexample1;2.4-1;amd64;debian-security"),
+                     QStringLiteral("Example"));
         if (update)
-            emit Package(kInfoNormal, QStringLiteral("ketterbloom;%1;amd64;stand-in").arg(*update),
+            emit Package(packed(info, kInfoNormal), QStringLiteral("ketterbloom;%1;amd64;stand-in").arg(*update),
                          QStringLiteral("Live interview copilot"));
         succeed();
     });

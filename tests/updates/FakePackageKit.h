@@ -56,6 +56,7 @@ public:
     struct Script
     {
         std::optional<QString> update;    // the version of ketterbloom on offer, e.g. "0.2.0-1"
+        bool updateBlocked = false;       // …offered as blocked (it can't be installed now)
         bool refuseAuthorisation = false; // the user dismisses the password prompt
         QString refreshError;             // RefreshCache fails with this message
         bool refreshRefused = false;      // RefreshCache is not authorised without a prompt

@@ -12,6 +12,7 @@
 #include <QFile>
 #include <QProcess>
 #include <QSettings>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimeZone>
@@ -45,13 +46,13 @@ private:
     static QDBusConnection client() { return QDBusConnection(QStringLiteral("client")); }
 
     // The controller for a package install whose last check was `lastCheck` ago (none: never).
-    UpdateController &make(std::optional<qint64> lastCheckSecondsAgo)
+    UpdateController &make(std::optional<qint64> lastCheckSecondsAgo, const QString &updateSource = {})
     {
         if (lastCheckSecondsAgo)
             m_store->setValue(QLatin1String(UpdateController::lastCheckKey),
                               m_now.addSecs(-*lastCheckSecondsAgo).toString(Qt::ISODate));
         m_controller = std::make_unique<UpdateController>(UpdateController::Components{
-            *m_host, *m_packages, client(), *m_store, m_executable, [this] { return m_now; }, kSettleMs});
+            *m_host, *m_packages, client(), *m_store, m_executable, [this] { return m_now; }, kSettleMs, updateSource});
         return *m_controller;
     }
 
@@ -130,17 +131,37 @@ private slots:
         m_dir.reset();
     }
 
-    void buildFolderCopyNeverGoesToPackageKit()
+    // Neither a copy built from source nor a package built without an update source has
+    // anything to ask PackageKit; each says why when asked, and a terminal gets "not checked".
+    void nothingToCheckNeverGoesToPackageKit_data()
     {
+        QTest::addColumn<bool>("fromPackage");
+        QTest::addColumn<QString>("banner");
+        QTest::newRow("built from source")
+            << false << QStringLiteral("This copy was built from source; update it with git pull and scripts/run.");
+        QTest::newRow("package without a source")
+            << true << QStringLiteral("This package was built without an update source, so no updates arrive by "
+                                      "themselves. To update, install a newer package by hand: sudo apt install "
+                                      "./ketterbloom_<version>_amd64.deb");
+    }
+
+    void nothingToCheckNeverGoesToPackageKit()
+    {
+        QFETCH(bool, fromPackage);
+        QFETCH(QString, banner);
         QVERIFY(m_daemon->publish());
         m_daemon->script.update = QStringLiteral("0.2.0-1");
-        m_packages->owningPackage.reset();
-        UpdateController &c = make(std::nullopt);
+        if (!fromPackage)
+            m_packages->owningPackage.reset();
+        UpdateController &c = make(std::nullopt, m_dir->filePath(QStringLiteral("ketterbloom.sources")));
         launch(c);
-        QCOMPARE(c.origin(), UpdateController::Origin::buildFolder);
+        QCOMPARE(c.origin(), fromPackage ? UpdateController::Origin::package : UpdateController::Origin::buildFolder);
+        QSignalSpy answered(&c, &UpdateController::checkAnswered);
         c.checkForUpdates();
-        QCOMPARE(m_host->last(), QStringLiteral("This copy was built from source; update it with git pull and scripts/run."));
+        QCOMPARE(m_host->last(), banner);
         QCOMPARE(m_host->lastAction(), std::nullopt);
+        QCOMPARE(answered.size(), 1);
+        QCOMPARE(answered.at(0).at(0).value<UpdateController::CheckOutcome>(), UpdateController::CheckOutcome::notChecked);
         quietPeriod();
         QCOMPARE(m_daemon->calls, QStringList());
         QCOMPARE(m_host->shown.size(), 1);
@@ -148,22 +169,27 @@ private slots:
 
     void manualCheck_data()
     {
+        // The stand-in packs each update's severity into the upper bits of its info, as
+        // PackageKit does.
         QTest::addColumn<bool>("daemonRuns");
         QTest::addColumn<QString>("update");
+        QTest::addColumn<bool>("blocked");
         QTest::addColumn<QString>("refreshError");
         QTest::addColumn<QString>("banner");
         QTest::addColumn<bool>("offersInstall");
-        QTest::newRow("nothing new") << true << QString() << QString()
+        QTest::newRow("nothing new") << true << QString() << false << QString()
                                      << QStringLiteral("Ketterbloom is up to date (0.1.0).") << false;
-        QTest::newRow("newer package") << true << QStringLiteral("0.2.0-1") << QString()
+        QTest::newRow("newer package") << true << QStringLiteral("0.2.0-1") << false << QString()
                                        << QStringLiteral("Ketterbloom 0.2.0 is available.") << true;
+        QTest::newRow("newer package, blocked") << true << QStringLiteral("0.2.0-1") << true << QString()
+                                                << QStringLiteral("Ketterbloom is up to date (0.1.0).") << false;
         QTest::newRow("PackageKit fails")
-            << true << QString() << QStringLiteral("Cannot download\n  repository metadata.")
+            << true << QString() << false << QStringLiteral("Cannot download\n  repository metadata.")
             << QStringLiteral("Checking for updates failed (Cannot download repository metadata). Update from a "
                               "terminal instead: sudo apt update && sudo apt install --only-upgrade ketterbloom")
             << false;
         QTest::newRow("no PackageKit")
-            << false << QString() << QString()
+            << false << QString() << false << QString()
             << QStringLiteral("Can't check for updates: PackageKit isn't available on this computer. Update from a "
                               "terminal instead: sudo apt update && sudo apt install --only-upgrade ketterbloom")
             << false;
@@ -173,6 +199,7 @@ private slots:
     {
         QFETCH(bool, daemonRuns);
         QFETCH(QString, update);
+        QFETCH(bool, blocked);
         QFETCH(QString, refreshError);
         QFETCH(QString, banner);
         QFETCH(bool, offersInstall);
@@ -180,6 +207,7 @@ private slots:
             QVERIFY(m_daemon->publish());
         if (!update.isEmpty())
             m_daemon->script.update = update;
+        m_daemon->script.updateBlocked = blocked;
         m_daemon->script.refreshError = refreshError;
 
         UpdateController &c = make(60);  // checked a minute ago: no check at launch
