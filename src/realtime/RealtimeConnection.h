@@ -40,7 +40,7 @@ public:
         std::function<void(const QString &itemID, const QString &message)> transcriptFailed;
         std::function<void(const QString &itemID, const QVariantMap &usage)> transcriptionUsage;
         std::function<void(const QString &responseID, bool requested)> responseCreated;
-        std::function<void(const QString &responseID, const QString &status, const QString &reason)> responseEnded;
+        std::function<void(const QString &responseID, const QString &status, const QString &reason, bool transient)> responseEnded;
         std::function<void()> configured;
         std::function<void(const QString &refused, const QString &model)> transcribeModelFallback;
         std::function<void(const QString &message)> notice;

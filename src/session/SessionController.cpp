@@ -81,8 +81,9 @@ SessionController::SessionController(const Components &components, QObject *pare
     m_client.onResponseCreated = guard([](SessionController *self, const QString &responseID, bool requested) {
         self->responseCreated(responseID, requested);
     });
-    m_client.onResponseEnded = guard([](SessionController *self, const QString &responseID, const QString &status, const QString &reason) {
-        self->responseEnded(responseID, status, reason);
+    m_client.onResponseEnded = guard([](SessionController *self, const QString &responseID, const QString &status,
+                                        const QString &reason, bool transient) {
+        self->responseEnded(responseID, status, reason, transient);
     });
     m_client.onConfigured = guard([](SessionController *self) { self->connectionConfigured(); });
     m_client.onTranscribeModelFallback = guard([](SessionController *self, const QString &refused, const QString &model) {

@@ -193,7 +193,8 @@ public:
     void transcriptFailed(const QString &itemID, const QString &message);
     void responseCreated(const QString &responseID, bool requested);
     void ingestDelta(const QString &responseID, const QString &delta);
-    void responseEnded(const QString &responseID, const QString &status, const QString &reason);
+    // `transient`: the service failed for a passing reason; the question is asked once more.
+    void responseEnded(const QString &responseID, const QString &status, const QString &reason, bool transient = false);
     void completeResponse(const QString &responseID);
     void recordUsage(const QVariantMap &usage);
     void recordTranscriptionUsage(const QString &itemID, const QVariantMap &usage);
@@ -284,6 +285,17 @@ private:
     void requestAnswer(const QString &pairID);
     void dropDelta(const QString &responseID, qsizetype chars, const QString &reason);
 
+    // Text was dropped at the length cap: the card's note and one event.
+    void noteTruncated(int index);
+
+    // Questions whose transcript never comes (SessionControllerUntranscribed.cpp).
+    static constexpr double lateQuestionSeconds = 5.0;
+    // The card's answer is done but its question is not: wait a little for the transcript.
+    void awaitLateQuestion(const QString &pairID);
+    // Marks the card's question as not transcribed (the transcript may still replace it).
+    void questionNeverCame(const QString &pairID);
+    // Another turn began: earlier answered cards stop waiting for their question.
+    void giveUpWaitingQuestions(const QString &newItemID);
     // Screen questions: sends the picture of the screen-question card `pairID`. A link that
     // refuses pictures removes the card, with a banner.
     void sendScreenQuestion(const QString &pairID);
@@ -425,6 +437,10 @@ private:
     bool m_transcriptFailureShown = false;
     QString m_transcriptPath;
     std::optional<QString> m_transcriptError;   // the banner text when the transcript could not be written
+    QSet<QString> m_announcedResponses;               // response.created seen on this socket
+    QSet<QString> m_retriedCards;                     // cards asked again after a passing failure
+    QSet<QString> m_retryAfterDone;                   // failed responses whose card is asked again when done
+    std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_questionWaits;   // card id -> late-question wait
     std::optional<QString> m_eventsError;       // the same for the events log
     std::unique_ptr<ClockTimer> m_watchdog8;
     std::unique_ptr<ClockTimer> m_watchdog25;

@@ -182,7 +182,7 @@ QString SessionController::transcriptForExport() const
     QStringList blocks;
     for (const QAPair &pair : m_pairs) {
         blocks << QStringLiteral("[") + pair.timestamp + QStringLiteral("] Q: ")
-                + (pair.questionFailed ? QAPair::untranscribedText : pair.question)
+                + pair.recordedQuestion()
                 + QStringLiteral("\nA: ") + pair.answer;
     }
     return blocks.join(QStringLiteral("\n\n"));

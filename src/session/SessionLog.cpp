@@ -71,7 +71,7 @@ QString SessionLog::markdown(const QList<QAPair> &pairs, const QString &stamp) c
     lines << QString();
     for (const QAPair &pair : pairs) {
         lines << QStringLiteral("### ") + pair.timestamp + (pair.wasExtended ? QStringLiteral(" (question extended)") : QString());
-        const QString question = pair.questionFailed ? QAPair::untranscribedText : pair.question;
+        const QString question = pair.recordedQuestion();
         lines << QStringLiteral("**Interviewer:** ") + (question.isEmpty() ? dash : question);
         lines << QString();
         QString answer = pair.answer.isEmpty() ? dash : pair.answer;
