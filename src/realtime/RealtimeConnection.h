@@ -102,6 +102,7 @@ private:
 
     std::optional<RealtimeConfig> m_config;
     QPointer<QWebSocket> m_socket;
+    bool m_socketBroken = false;   // the network broke it: aborted, not closed
     QByteArray m_pending;
     bool m_isConfigured = false;
     bool m_socketOpened = false; // the WebSocket handshake of the current socket completed
