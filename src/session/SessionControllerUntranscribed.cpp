@@ -8,9 +8,11 @@
 void SessionController::awaitLateQuestion(const QString &pairID)
 {
     m_questionWaits[pairID] = m_clock.schedule(lateQuestionSeconds, false, [this, pairID] {
+        // Erasing the timer ends this closure: what it needs is copied out first.
+        SessionController *self = this;
         const QString id = pairID;
-        m_questionWaits.erase(id);   // this timer ends with its action
-        questionNeverCame(id);
+        self->m_questionWaits.erase(id);
+        self->questionNeverCame(id);
     });
 }
 
