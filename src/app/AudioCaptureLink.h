@@ -15,6 +15,10 @@ public:
         m_engine.onMicBuffer = [this](const float *samples, int frames) { if (onMicBuffer) onMicBuffer(samples, frames); };
         m_engine.onError = [this](const QString &message) { if (onError) onError(message); };
         m_engine.onHealth = [this](const CaptureHealth &health) { if (onHealth) onHealth(health); };
+        m_engine.onRecordingFailed = [this](const QString &path, const QString &error) {
+            if (onRecordingFailed)
+                onRecordingFailed(path, error);
+        };
     }
 
     MicPermission micPermission() const override { return m_engine.micPermission(); }
@@ -26,6 +30,7 @@ public:
     void stop() override { m_engine.stop(); }
     bool isRunning() const override { return m_engine.isRunning(); }
     std::optional<QString> recordingPath() const override { return m_engine.recordingPath(); }
+    std::optional<QString> recordingError() const override { return m_engine.recordingError(); }
     std::optional<QString> retarget(const TapTarget &meeting) override { return m_engine.retarget(meeting); }
     void switchMicrophone(const std::optional<QString> &deviceUID, int channel) override
     {

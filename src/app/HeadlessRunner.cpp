@@ -17,10 +17,7 @@ HeadlessRunner::HeadlessRunner(SessionController &controller, std::FILE *out, st
 {
     connect(&m_controller, &SessionController::pairChanged, this, &HeadlessRunner::considerCard);
     connect(&m_controller, &SessionController::pairInserted, this, &HeadlessRunner::considerCard);
-    connect(&m_controller, &SessionController::pairsReset, this, [this] {
-        for (int i = 0; i < m_controller.pairs().size(); ++i)
-            considerCard(i);
-    });
+    connect(&m_controller, &SessionController::pairsReset, this, [this] { considerCard(0); });
     connect(&m_controller, &SessionController::bannerChanged, this, &HeadlessRunner::printBanner);
     connect(&m_controller, &SessionController::bannerLinksChanged, this, &HeadlessRunner::printLinks);
     connect(&m_controller, &SessionController::isSessionActiveChanged, this, &HeadlessRunner::sessionActiveChanged);
@@ -54,7 +51,7 @@ QString HeadlessRunner::cardBlock(const QAPair &pair, bool withMyAnswer)
     QString block = QStringLiteral("### ") + pair.timestamp;
     if (pair.wasExtended)
         block += QStringLiteral(" (question extended)");
-    const QString question = pair.questionFailed ? QAPair::untranscribedText : pair.question;
+    const QString question = pair.recordedQuestion();
     block += QStringLiteral("\n**Interviewer:** ") + (question.isEmpty() ? dash : question);
     block += QStringLiteral("\n\n**Copilot:** ") + (pair.answer.isEmpty() ? dash : pair.answer);
     if (!pair.answerNote.isEmpty())
@@ -67,15 +64,17 @@ QString HeadlessRunner::cardBlock(const QAPair &pair, bool withMyAnswer)
 
 void HeadlessRunner::considerCard(int index)
 {
+    Q_UNUSED(index);
+    // A card is printed once its answer is complete and its question is known (or known to
+    // be missing); an answer that overtook its question waits for it. Cards print in the
+    // order they were opened: a later card waits for every earlier one.
     const QList<QAPair> &pairs = m_controller.pairs();
-    if (index < 0 || index >= pairs.size())
-        return;
-    const QAPair &pair = pairs.at(index);
-    // A card is printed once its answer is complete and its question is known; an answer
-    // that overtook its question waits for it (or for the stop).
-    if (!pair.isComplete || pair.questionInProgress || (pair.question.isEmpty() && !pair.questionFailed))
-        return;
-    printIfChanged(pair, false);
+    for (const QAPair &pair : pairs) {
+        if (!pair.isComplete || pair.questionInProgress)
+            return;
+        if (!pair.recordedQuestion().isEmpty())   // a card without a question prints at the stop
+            printIfChanged(pair, false);
+    }
 }
 
 void HeadlessRunner::printIfChanged(const QAPair &pair, bool withMyAnswer)

@@ -84,6 +84,30 @@ std::optional<QString> AudioCaptureEngine::recordingPath() const
     return m_recordingPath;
 }
 
+std::optional<QString> AudioCaptureEngine::recordingError() const
+{
+    std::lock_guard guard(m_recordErrorLock);
+    return m_recordError;
+}
+
+void AudioCaptureEngine::checkRecordingWrites()
+{
+    if (!m_drainWriter || m_drainWriter->error().isEmpty())
+        return;
+    const QString path = m_drainWriter->path();
+    const QString error = m_drainWriter->error();
+    {
+        std::lock_guard guard(m_recordErrorLock);
+        if (m_recordError)
+            return;
+        m_recordError = error;
+    }
+    postToOwner([this, path, error] {
+        if (onRecordingFailed)
+            onRecordingFailed(path, error);
+    });
+}
+
 std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, StreamSource streamSource, bool record)
 {
     std::lock_guard guard(m_control);
@@ -134,6 +158,10 @@ std::optional<QString> AudioCaptureEngine::openRecording()
     m_recWriter.reset();
     m_recordingPath.reset();
     m_recordingOpen = false;
+    {
+        std::lock_guard guard(m_recordErrorLock);
+        m_recordError.reset();
+    }
     if (!m_isRecording)
         return std::nullopt;
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QStringLiteral("/Ketterbloom");
@@ -353,8 +381,10 @@ void AudioCaptureEngine::closeRecording()
     QMetaObject::invokeMethod(&m_writeContext, [this] {
         fillArchive();
         drainRecording();
-        if (auto writer = std::exchange(m_drainWriter, nullptr))
-            writer->close();
+        if (m_drainWriter)
+            m_drainWriter->close();
+        checkRecordingWrites();   // the close's own failure too
+        m_drainWriter.reset();
     }, Qt::BlockingQueuedConnection);
 }
 

@@ -80,6 +80,9 @@ public:
     std::function<void(const QString &message)> onError;
     // GUI thread: a part of the running capture was lost or came back.
     std::function<void(const CaptureHealth &health)> onHealth;
+    // GUI thread: the recording could not be written (a full disk ...) and has stopped; the
+    // capture goes on. `error` is the system's reason. Once per recording.
+    std::function<void(const QString &path, const QString &error)> onRecordingFailed;
 
     // There is no microphone permission on Linux desktops: always granted.
     MicPermission micPermission() const { return MicPermission::granted; }
@@ -92,6 +95,8 @@ public:
     void stop();
     bool isRunning() const { return m_running; }
     std::optional<QString> recordingPath() const;
+    // Why the last recording is not complete, if it is not (also after stop()).
+    std::optional<QString> recordingError() const;
     // Points the tap at another target while a tap session runs.
     std::optional<QString> retarget(const TapTarget &meeting);
 
@@ -145,6 +150,7 @@ private:
     void emitPCM16(Pcm16Resampler *converter, const float *samples, int frames);
     void writeStereo(const float *left, const float *right, int frames);   // mic thread
     void drainRecording();                                                   // writer thread
+    void checkRecordingWrites();                                             // writer thread
     void postLevels(float mic, float meeting);
     void postToOwner(std::function<void()> call);
 
@@ -171,6 +177,8 @@ private:
     std::vector<float> m_drainInterleaved;          // writer thread only
     std::vector<float> m_drainLeft;
     std::vector<float> m_drainRight;
+    mutable std::mutex m_recordErrorLock;
+    std::optional<QString> m_recordError;           // m_recordErrorLock
 
     std::shared_ptr<MicInput> m_mic;
     std::shared_ptr<MicInput> m_stalledMic;   // left alone once stalled

@@ -201,6 +201,7 @@ void AudioCaptureEngine::drainRecording()
     }
     const float *channels[recordChannels] = {m_drainLeft.data(), m_drainRight.data()};
     m_drainWriter->write(channels, recordChannels, frames);
+    checkRecordingWrites();
 }
 
 void AudioCaptureEngine::postLevels(float mic, float meeting)

@@ -4,6 +4,10 @@
 
 #include <QtEndian>
 
+#include <cerrno>
+
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -75,7 +79,8 @@ bool WavWriter::openFile(const QString &path, QString *error)
 {
     const QByteArray h = header(m_sampleRate, m_channels, 0);
     m_file.setFileName(path);
-    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate) || m_file.write(h) != h.size() || !m_file.flush()) {
+    // Unbuffered: every write reaches the file system at once, so its failure is seen here.
+    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered) || m_file.write(h) != h.size()) {
         if (error)
             *error = m_file.errorString();
         m_file.close();
@@ -140,24 +145,56 @@ void WavWriter::writeFrames(const float *const *channelData, int bufferChannels,
             out[qsizetype(i) * m_channels + c] = qToLittleEndian<qint16>(qint16(scaled));
         }
     }
-    m_file.write(m_block.constData(), bytes);   // a failed write still counts: the header tells what was meant
+    qint64 written = 0;
+    qint64 step = 0;
+    errno = 0;
+    while (written < bytes && (step = m_file.write(m_block.constData() + written, bytes - written)) > 0)
+        written += step;   // a short write is followed by one that fails with the reason
+    if (written != bytes) {
+        // The whole frames that reached the file stay; the header says so.
+        const qint64 frameBytes = qint64(m_channels) * 2;
+        m_dataBytes += written / frameBytes * frameBytes;
+        fail(errno != 0 ? qt_error_string(errno) : m_file.errorString());
+        return;
+    }
     m_dataBytes += bytes;
     m_bytesSinceHeaderUpdate += bytes;
     if (m_bytesSinceHeaderUpdate >= m_headerUpdateInterval) {
         m_bytesSinceHeaderUpdate = 0;
-        updateHeader();
+        if (!updateHeader())
+            fail(m_file.errorString());
     }
+}
+
+void WavWriter::fail(const QString &why)
+{
+    if (m_closed)
+        return;
+    m_error = why.isEmpty() ? QStringLiteral("write failed") : why;
+    qCWarning(lcAudio, "[Ketterbloom] recording stopped: could not write %s: %s", qUtf8Printable(m_file.fileName()),
+              qUtf8Printable(m_error));
+    updateHeader();   // within the bytes already there: needs no new space
+    m_file.close();
+    m_closed = true;
 }
 
 bool WavWriter::startNextFile()
 {
-    updateHeader();
+    if (!updateHeader()) {
+        fail(m_file.errorString());
+        return false;
+    }
+    if (::fsync(m_file.handle()) != 0) {
+        fail(qt_error_string(errno));
+        return false;
+    }
     m_file.close();
     const QString next = continuationPath(m_firstPath, int(m_paths.size()) + 1);
     QString why;
     if (!openFile(next, &why)) {
         qCWarning(lcAudio, "[Ketterbloom] could not continue the recording in %s: %s", qUtf8Printable(next),
                   qUtf8Printable(why));
+        m_error = why;
         m_closed = true;
         return false;
     }
@@ -165,25 +202,32 @@ bool WavWriter::startNextFile()
     return true;
 }
 
-void WavWriter::updateHeader()
+bool WavWriter::updateHeader()
 {
-    char field[4];
+    char riff[4];
+    char data[4];
+    putU32(riff, quint64(36) + quint64(m_dataBytes));
+    putU32(data, quint64(m_dataBytes));
     const qint64 offset = m_file.pos();
-    putU32(field, quint64(36) + quint64(m_dataBytes));
-    m_file.seek(4);
-    m_file.write(field, 4);
-    putU32(field, quint64(m_dataBytes));
-    m_file.seek(40);
-    m_file.write(field, 4);
-    m_file.seek(offset);
-    m_file.flush();
+    const bool ok = m_file.seek(4) && m_file.write(riff, 4) == 4 && m_file.seek(40) && m_file.write(data, 4) == 4;
+    return m_file.seek(offset) && ok;
 }
 
 void WavWriter::close()
 {
     if (m_closed)
         return;
-    updateHeader();
+    // The last samples and the header must be on the disk before the file counts as complete.
+    if (!updateHeader()) {
+        fail(m_file.errorString());
+        return;
+    }
+    if (::fsync(m_file.handle()) != 0) {
+        fail(qt_error_string(errno));
+        return;
+    }
     m_file.close();
+    if (m_file.error() != QFileDevice::NoError)
+        m_error = m_file.errorString();
     m_closed = true;
 }

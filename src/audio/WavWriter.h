@@ -14,6 +14,9 @@
 //
 // A RIFF file cannot hold more than 4 GiB; when the next block would not fit, the writer
 // finishes the file and goes on in "<name>-2.wav", then "<name>-3.wav" and so on.
+// Every write is checked, the header updates and the final close included. The first failure
+// (a full disk, a size limit) ends the writing: the header is set to the samples that reached
+// the file, the file is closed, and error() tells why, so the owner never calls it complete.
 // Not thread-safe: its owner calls it from one thread.
 class WavWriter
 {
@@ -30,8 +33,10 @@ public:
     // Appends `frames` frames of non-interleaved float channels. File channel c takes buffer
     // channel min(bufferChannels - 1, c), so a mono buffer fills every file channel.
     void write(const float *const *channelData, int bufferChannels, int frames);
-    // Updates the header and closes the file. Nothing is written afterwards.
+    // Updates the header, syncs and closes the file. Nothing is written afterwards.
     void close();
+    // Why the file is not complete (the first write that failed); empty while all is well.
+    QString error() const { return m_error; }
 
     // Data bytes between header rewrites; at least one frame.
     void setHeaderUpdateInterval(qint64 bytes);
@@ -59,7 +64,9 @@ private:
     // Finishes the current file and opens the next; false (and the writer closed) on failure.
     bool startNextFile();
     void writeFrames(const float *const *channelData, int bufferChannels, int from, int frames);
-    void updateHeader();
+    bool updateHeader();
+    // Records the first failure, keeps the file playable up to what was written, closes it.
+    void fail(const QString &why);
 
     QFile m_file;
     QString m_firstPath;
@@ -71,5 +78,6 @@ private:
     qint64 m_headerUpdateInterval;
     qint64 m_maxDataBytes;
     bool m_closed = false;
+    QString m_error;
     QByteArray m_block;   // reused interleaving buffer
 };

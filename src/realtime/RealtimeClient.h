@@ -66,8 +66,9 @@ public:
     // true for the first response created after the client itself sent "response.create".
     std::function<void(const QString &responseID, bool requested)> onResponseCreated;
     // A response that ended "failed", "incomplete" or "cancelled", with the service's reason
-    // ("max_output_tokens", "turn_detected", an error message ...); after onUsage, before onResponseDone.
-    std::function<void(const QString &responseID, const QString &status, const QString &reason)> onResponseEnded;
+    // ("max_output_tokens", "turn_detected", an error message ...) and whether it failed for a
+    // passing fault of the service (RealtimeFailure::isTransient); after onUsage, before onResponseDone.
+    std::function<void(const QString &responseID, const QString &status, const QString &reason, bool transient)> onResponseEnded;
     // A socket has been configured and the history seeded (first connect, reconnects, cycles);
     // right after the `connected` status.
     std::function<void()> onConfigured;

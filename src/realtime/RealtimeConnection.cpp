@@ -3,6 +3,7 @@
 #include "realtime/RealtimeFailure.h"
 #include "realtime/RealtimeLogging.h"
 #include "realtime/RealtimeProtocol.h"
+#include "realtime/SocketRetire.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -132,6 +133,7 @@ void RealtimeConnection::connectSocket()
     m_seededThisSocket = false;
     m_reconnectPending = false;
     m_socketOpened = false;
+    m_socketBroken = false;
     m_pending.clear();
 
     auto *socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
@@ -173,6 +175,7 @@ void RealtimeConnection::handleSocketError(QWebSocket *socket, QAbstractSocket::
 {
     if (socket != m_socket)
         return;
+    m_socketBroken = true;
     const std::optional<QString> unreachable =
         RealtimeFailure::unreachableReason(error, socket->requestUrl().host(), socket->errorString());
     if (!unreachable) {
@@ -193,6 +196,7 @@ void RealtimeConnection::handleClose(QWebSocket *socket)
 {
     if (socket != m_socket || !m_shouldRun)
         return;
+    m_socketBroken = true;
     // A socket that never opened was not closed by anyone: the network or TLS failed first.
     // Its error signal may come just after this one, so the reason is read a moment later.
     if (!m_socketOpened) {
@@ -267,9 +271,7 @@ void RealtimeConnection::teardown()
     if (QWebSocket *socket = m_socket) {
         m_socket = nullptr;
         disconnect(socket, nullptr, this, nullptr);
-        connect(socket, &QWebSocket::disconnected, socket, &QObject::deleteLater);
-        QTimer::singleShot(2000, socket, &QObject::deleteLater);
-        socket->close(QWebSocketProtocol::CloseCodeGoingAway);
+        RealtimeSockets::retire(socket, std::exchange(m_socketBroken, false));
     }
     m_isConfigured = false;
     m_pending.clear();

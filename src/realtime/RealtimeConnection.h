@@ -40,7 +40,7 @@ public:
         std::function<void(const QString &itemID, const QString &message)> transcriptFailed;
         std::function<void(const QString &itemID, const QVariantMap &usage)> transcriptionUsage;
         std::function<void(const QString &responseID, bool requested)> responseCreated;
-        std::function<void(const QString &responseID, const QString &status, const QString &reason)> responseEnded;
+        std::function<void(const QString &responseID, const QString &status, const QString &reason, bool transient)> responseEnded;
         std::function<void()> configured;
         std::function<void(const QString &refused, const QString &model)> transcribeModelFallback;
         std::function<void(const QString &message)> notice;
@@ -102,6 +102,7 @@ private:
 
     std::optional<RealtimeConfig> m_config;
     QPointer<QWebSocket> m_socket;
+    bool m_socketBroken = false;   // the network broke it: aborted, not closed
     QByteArray m_pending;
     bool m_isConfigured = false;
     bool m_socketOpened = false; // the WebSocket handshake of the current socket completed

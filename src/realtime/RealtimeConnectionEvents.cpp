@@ -152,8 +152,11 @@ void RealtimeConnection::handleResponseDone(const QJsonObject &event)
         const QString reason = redact(endReason(response));
         log(QStringLiteral("Answer %1 ended %2%3").arg(responseID, status,
                                                        reason.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(reason)));
+        const QJsonObject error = response.value(QLatin1String("status_details")).toObject().value(QLatin1String("error")).toObject();
+        const bool transient = status == QLatin1String("failed")
+                               && RealtimeFailure::isTransient(RealtimeFailure::ServiceError::fromObject(error));
         if (m_sink.responseEnded)
-            m_sink.responseEnded(responseID, status, reason);
+            m_sink.responseEnded(responseID, status, reason, transient);
     }
     if (m_sink.responseDone)
         m_sink.responseDone(responseID);

@@ -91,6 +91,11 @@ QString repeatedCloseMessage(const QString &lastReason)
         .arg(lastReason);
 }
 
+bool isTransient(const ServiceError &error)
+{
+    return error.type == QLatin1String("server_error") || error.code == QLatin1String("server_error");
+}
+
 bool isRateLimit(const ServiceError &error)
 {
     return error.code == QLatin1String("rate_limit_exceeded") || error.type == QLatin1String("rate_limit_exceeded");

@@ -37,6 +37,10 @@ std::optional<QString> finalCloseMessage(const QString &closeReason, const QStri
 inline constexpr int maxServiceClosesInARow = 3;
 QString repeatedCloseMessage(const QString &lastReason);
 
+// A passing fault of the service (its "server_error"): the same request may well work when
+// made again.
+bool isTransient(const ServiceError &error);
+
 // A rate limit: the session goes on, the user is told.
 bool isRateLimit(const ServiceError &error);
 QString rateLimitNotice();

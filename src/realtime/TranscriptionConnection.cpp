@@ -2,6 +2,7 @@
 
 #include "realtime/RealtimeLogging.h"
 #include "realtime/RealtimeProtocol.h"
+#include "realtime/SocketRetire.h"
 
 #include <QJsonDocument>
 #include <QNetworkRequest>
@@ -129,6 +130,7 @@ void TranscriptionConnection::openSocket()
 
     auto *socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
     m_socket = socket;
+    m_socketBroken = false;
     connect(socket, &QWebSocket::textMessageReceived, this, [this, socket](const QString &text) {
         if (socket == m_socket)
             handleText(text);
@@ -138,12 +140,15 @@ void TranscriptionConnection::openSocket()
 #else
     connect(socket, qOverload<QAbstractSocket::SocketError>(&QWebSocket::error), this, [this, socket](QAbstractSocket::SocketError) {
 #endif
-        if (socket == m_socket)
-            scheduleReconnect(socket->errorString());
+        if (socket != m_socket)
+            return;
+        m_socketBroken = true;
+        scheduleReconnect(socket->errorString());
     });
     connect(socket, &QWebSocket::disconnected, this, [this, socket] {
         if (socket != m_socket)
             return;
+        m_socketBroken = true;
         const QString reason = socket->closeReason().isEmpty() ? QStringLiteral("code %1").arg(int(socket->closeCode()))
                                                                : socket->closeReason();
         scheduleReconnect(QStringLiteral("socket closed (%1)").arg(reason));
@@ -187,9 +192,7 @@ void TranscriptionConnection::teardown()
     if (QWebSocket *socket = m_socket) {
         m_socket = nullptr;
         disconnect(socket, nullptr, this, nullptr);
-        connect(socket, &QWebSocket::disconnected, socket, &QObject::deleteLater);
-        QTimer::singleShot(2000, socket, &QObject::deleteLater);
-        socket->close(QWebSocketProtocol::CloseCodeGoingAway);
+        RealtimeSockets::retire(socket, std::exchange(m_socketBroken, false));
     }
     m_isConfigured = false;
     m_pending.clear();

@@ -83,6 +83,7 @@ private:
     const Sink m_sink;
     std::optional<TranscriptionConfig> m_config;
     QPointer<QWebSocket> m_socket;
+    bool m_socketBroken = false;   // the network broke it: aborted, not closed
     QByteArray m_pending;
     bool m_isConfigured = false;
     bool m_shouldRun = false;

@@ -27,6 +27,8 @@ public:
     virtual bool isRunning() const = 0;
     // The WAV being written in this session, if any.
     virtual std::optional<QString> recordingPath() const = 0;
+    // Why that WAV is not complete (a write failed); none while all is well. Also after stop().
+    virtual std::optional<QString> recordingError() const = 0;
     // Points the meeting tap at another target while a tap session runs; returns a
     // user-readable error description on failure.
     virtual std::optional<QString> retarget(const TapTarget &meeting) = 0;
@@ -47,4 +49,7 @@ public:
     // GUI thread: a part of the running capture was lost or came back (the sound server, the
     // meeting output, the microphone). Parts that are down are being reattached meanwhile.
     std::function<void(const CaptureHealth &health)> onHealth;
+    // GUI thread: the recording `path` could not be written (`error`, the system's reason) and
+    // has stopped; capture goes on.
+    std::function<void(const QString &path, const QString &error)> onRecordingFailed;
 };

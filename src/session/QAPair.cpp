@@ -4,6 +4,7 @@
 
 const QString QAPair::listeningText = QStringLiteral("Listening…");
 const QString QAPair::untranscribedText = QStringLiteral("(the question could not be transcribed)");
+const QString QAPair::notTranscribedText = QStringLiteral("(the question was not transcribed)");
 const QString QAPair::cutShortNote = QStringLiteral("answer cut short");
 const QString QAPair::truncatedNote = QStringLiteral("answer truncated");
 
@@ -31,10 +32,21 @@ QString QAPair::displayQuestion() const
     if (questionFailed) {
         return untranscribedText;
     }
+    if (questionMissing) {
+        return notTranscribedText;
+    }
     if (questionInProgress && question.isEmpty()) {
         return listeningText;
     }
     return question;
+}
+
+QString QAPair::recordedQuestion() const
+{
+    if (questionFailed) {
+        return untranscribedText;
+    }
+    return questionMissing ? notTranscribedText : question;
 }
 
 size_t qHash(const QAPair &pair, size_t seed)
@@ -55,6 +67,7 @@ size_t qHash(const QAPair &pair, size_t seed)
     seed = combine(seed, pair.itemID);
     seed = combine(seed, pair.questionInProgress);
     seed = combine(seed, pair.questionFailed);
+    seed = combine(seed, pair.questionMissing);
     seed = combine(seed, pair.answerNote);
     return seed;
 }

@@ -35,6 +35,10 @@ struct QAPair
     // The service could not transcribe the question; `question` is empty and the card
     // shows "(the question could not be transcribed)". The answer is kept.
     bool questionFailed = false;
+    // No transcript came for the question: its answer finished and the service went on (5 s,
+    // or the next turn began). The card shows "(the question was not transcribed)" until a
+    // late transcript replaces it.
+    bool questionMissing = false;
     // A short note under the answer, or empty: "answer cut short", "answer truncated",
     // "the service could not answer: <reason>".
     QString answerNote;
@@ -44,12 +48,16 @@ struct QAPair
                        Clock::TimePoint now, const QDateTime &wallNow);
 
     // What a view shows for the question: the question itself, "Listening…" while it is in
-    // progress with no text yet, or the could-not-be-transcribed line.
+    // progress with no text yet, or the could-not-be-transcribed / was-not-transcribed line.
     QString displayQuestion() const;
+    // The question as the records and the headless output write it: the question, or the
+    // could-not-be-transcribed / was-not-transcribed line; empty when none of those.
+    QString recordedQuestion() const;
 
     // Card texts.
     static const QString listeningText;          // "Listening…"
     static const QString untranscribedText;      // "(the question could not be transcribed)"
+    static const QString notTranscribedText;     // "(the question was not transcribed)"
     static const QString cutShortNote;           // "answer cut short"
     static const QString truncatedNote;          // "answer truncated"
     // "the service could not answer: <reason>" ("the service could not answer" without one).

@@ -56,8 +56,9 @@ public:
     // client itself asked for one (regenerate, or any other request of ours).
     std::function<void(const QString &responseID, bool requested)> onResponseCreated;
     // A response that ended "failed", "incomplete" or "cancelled"; `reason` is the service's
-    // status details (reason or error message). Delivered before onResponseDone.
-    std::function<void(const QString &responseID, const QString &status, const QString &reason)> onResponseEnded;
+    // status details (reason or error message); `transient`: it failed for a passing fault of
+    // the service (a server error), so asking again may work. Delivered before onResponseDone.
+    std::function<void(const QString &responseID, const QString &status, const QString &reason, bool transient)> onResponseEnded;
     // A socket has been configured and the history seeded: after the first connect, every
     // reconnect and every periodic cycle.
     std::function<void()> onConfigured;

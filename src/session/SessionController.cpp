@@ -81,8 +81,9 @@ SessionController::SessionController(const Components &components, QObject *pare
     m_client.onResponseCreated = guard([](SessionController *self, const QString &responseID, bool requested) {
         self->responseCreated(responseID, requested);
     });
-    m_client.onResponseEnded = guard([](SessionController *self, const QString &responseID, const QString &status, const QString &reason) {
-        self->responseEnded(responseID, status, reason);
+    m_client.onResponseEnded = guard([](SessionController *self, const QString &responseID, const QString &status,
+                                        const QString &reason, bool transient) {
+        self->responseEnded(responseID, status, reason, transient);
     });
     m_client.onConfigured = guard([](SessionController *self) { self->connectionConfigured(); });
     m_client.onTranscribeModelFallback = guard([](SessionController *self, const QString &refused, const QString &model) {
@@ -105,6 +106,9 @@ SessionController::SessionController(const Components &components, QObject *pare
     });
     m_audio.onError = guard([](SessionController *self, const QString &message) { self->setBannerText(message); });
     m_audio.onHealth = guard([](SessionController *self, const CaptureHealth &health) { self->captureHealthChanged(health); });
+    m_audio.onRecordingFailed = guard([](SessionController *self, const QString &path, const QString &error) {
+        self->recordFailed(RecordFaults::File::recording, path, error);
+    });
     watchMicrophoneSettings();
     m_audio.onMicUnavailable = guard([](SessionController *self, const QString &message) {
         self->setBannerText(message);
@@ -146,7 +150,10 @@ void SessionController::stopSession(const std::optional<QString> &keptBanner)
     if (!m_isSessionActive && !m_audio.isRunning()) {
         return;
     }
-    m_audio.stop();
+    m_audio.stop();   // the recording is closed (and its last writes checked) when this returns
+    if (const std::optional<QString> error = m_audio.recordingError()) {
+        recordFailed(RecordFaults::File::recording, m_audio.recordingPath().value_or(m_lastRecordingURL.toLocalFile()), *error);
+    }
     endCaptureWatch();
     m_client.stop();
     m_micTranscriber.stopTask(true);
@@ -166,44 +173,5 @@ void SessionController::stopSession(const std::optional<QString> &keptBanner)
 
     setLastAnswerDuration(std::nullopt);
     setLevels(0, 0);
-
-    QList<BannerLink> links;
-    if (!m_lastTranscriptURL.isEmpty()) {
-        links << makeLink(QStringLiteral("Transcript"), m_lastTranscriptURL);
-    }
-    if (!m_lastRecordingURL.isEmpty()) {
-        links << makeLink(QStringLiteral("Recording"), m_lastRecordingURL);
-    }
-    if (!links.isEmpty()) {
-        const QString folder = QFileInfo(links.first().url.toLocalFile()).absolutePath();
-        links << makeLink(QStringLiteral("Folder"), QUrl::fromLocalFile(folder));
-    }
-
-    QString message;
-    if (m_transcriptError) {
-        message = transcriptFailureText();
-    } else if (!links.isEmpty()) {
-        const bool hasTranscript = !m_lastTranscriptURL.isEmpty();
-        const bool hasRecording = !m_lastRecordingURL.isEmpty();
-        message = hasTranscript && hasRecording ? QStringLiteral("Session saved — transcript and recording")
-            : hasRecording                      ? QStringLiteral("Recording saved")
-                                                : QStringLiteral("Transcript saved");
-        if (const std::optional<QString> cost = costSummary()) {
-            message += QStringLiteral(" · ") + *cost;
-        }
-        if (m_eventsError) {
-            message += QStringLiteral(" · ") + *m_eventsError;
-        }
-    }
-    if (keptBanner) {
-        // The reason the session ended stays; the saved files' links follow it.
-        message = m_transcriptError ? *keptBanner + QLatin1Char(' ') + message : *keptBanner;
-    }
-    if (message.isEmpty()) {
-        return;
-    }
-    setBanner(message, links);
-    if (m_transcriptError) {
-        setBannerAction(BannerAction::copyTranscript);
-    }
+    showStopSummary(keptBanner);
 }

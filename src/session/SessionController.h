@@ -5,6 +5,7 @@
 #include "session/Clock.h"
 #include "session/CostModel.h"
 #include "session/QAPair.h"
+#include "session/RecordFaults.h"
 
 #include <QHash>
 #include <QList>
@@ -193,7 +194,8 @@ public:
     void transcriptFailed(const QString &itemID, const QString &message);
     void responseCreated(const QString &responseID, bool requested);
     void ingestDelta(const QString &responseID, const QString &delta);
-    void responseEnded(const QString &responseID, const QString &status, const QString &reason);
+    // `transient`: the service failed for a passing reason; the question is asked once more.
+    void responseEnded(const QString &responseID, const QString &status, const QString &reason, bool transient = false);
     void completeResponse(const QString &responseID);
     void recordUsage(const QVariantMap &usage);
     void recordTranscriptionUsage(const QString &itemID, const QVariantMap &usage);
@@ -283,6 +285,17 @@ private:
     void askNextIfIdle();
     void requestAnswer(const QString &pairID);
     void dropDelta(const QString &responseID, qsizetype chars, const QString &reason);
+    // Text was dropped at the length cap: the card's note and one event.
+    void noteTruncated(int index);
+
+    // Questions whose transcript never comes (SessionControllerUntranscribed.cpp).
+    static constexpr double lateQuestionSeconds = 5.0;
+    // The card's answer is done but its question is not: wait a little for the transcript.
+    void awaitLateQuestion(const QString &pairID);
+    // Marks the card's question as not transcribed (the transcript may still replace it).
+    void questionNeverCame(const QString &pairID);
+    // Another turn began: earlier answered cards stop waiting for their question.
+    void giveUpWaitingQuestions(const QString &newItemID);
 
     // Screen questions: sends the picture of the screen-question card `pairID`. A link that
     // refuses pictures removes the card, with a banner.
@@ -299,9 +312,13 @@ private:
     void finishLog();
     // Rewrites the transcript now (after a card completes); tells the user once if it fails.
     void saveTranscript();
-    // "Couldn't save the transcript to … (reason). Copy it now with Copy Transcript."
-    QString transcriptFailureText() const;
     void appendEvent(const QString &event, const QVariantMap &fields);
+    // A record file could not be written: logged, and the first time a banner says so.
+    void recordFailed(RecordFaults::File file, const QString &path, const QString &error);
+    void showRecordFault(RecordFaults::File file);
+    // The banner and links at Stop: complete files are linked and called saved, the others
+    // named with their reason.
+    void showStopSummary(const std::optional<QString> &keptBanner);
     void log(const QString &message);
 
     // Capture health: banners while a part of the capture is lost (SessionControllerAudio.cpp).
@@ -420,12 +437,14 @@ private:
     std::unique_ptr<ClockTimer> m_mergeWait;
     std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_serviceAnswerChecks;   // card id -> check
     QSet<QString> m_droppedResponses;                 // responses with a drop already logged
+    QSet<QString> m_announcedResponses;               // response.created seen on this socket
+    QSet<QString> m_retriedCards;                     // cards asked again after a passing failure
+    QSet<QString> m_retryAfterDone;                   // failed responses whose card is asked again when done
+    std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_questionWaits;   // card id -> late-question wait
     qint64 m_droppedDeltas = 0;
     qint64 m_droppedChars = 0;
-    bool m_transcriptFailureShown = false;
     QString m_transcriptPath;
-    std::optional<QString> m_transcriptError;   // the banner text when the transcript could not be written
-    std::optional<QString> m_eventsError;       // the same for the events log
+    RecordFaults m_faults;   // record files of this session that could not be written
     std::unique_ptr<ClockTimer> m_watchdog8;
     std::unique_ptr<ClockTimer> m_watchdog25;
     CaptureHealth m_captureHealth;

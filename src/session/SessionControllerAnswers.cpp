@@ -30,6 +30,9 @@ bool SessionController::isAwaited(const QAPair &pair) const
 
 void SessionController::responseCreated(const QString &responseID, bool requested)
 {
+    if (!responseID.isEmpty()) {
+        m_announcedResponses.insert(responseID);
+    }
     if (responseID.isEmpty() || m_finishedResponses.contains(responseID) || m_activeResponses.contains(responseID)
         || indexOfResponse(responseID) >= 0) {
         return;
@@ -102,19 +105,16 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
         }
         return;
     }
-    int index = indexOfResponse(responseID);
-    if (index < 0) {
-        if (delta.isEmpty()) {
-            return;
-        }
-        // Text before the response was announced: it starts now.
-        responseCreated(responseID, m_requestedFor.has_value());
-        index = indexOfResponse(responseID);
-        if (index < 0) {
-            return;
-        }
-    }
     if (delta.isEmpty()) {
+        return;
+    }
+    if (!m_announcedResponses.contains(responseID)) {
+        // The service announces every response first; text for any other never gets a card.
+        dropDelta(responseID, delta.size(), QStringLiteral("unknown_response"));
+        return;
+    }
+    const int index = indexOfResponse(responseID);
+    if (index < 0) {
         return;
     }
     QAPair &pair = m_pairs[index];
@@ -124,6 +124,7 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
     }
     const qsizetype room = maxAnswerLength - pair.answer.size();
     if (room <= 0) {
+        noteTruncated(index);
         dropDelta(responseID, delta.size(), QStringLiteral("answer too long"));
         return;
     }
@@ -150,14 +151,24 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
         appendEvent(QStringLiteral("answer_started"), fields);
     }
     m_pairs[index].answer += piece;
+    emit pairChanged(index);
     if (piece.size() < delta.size()) {
-        m_pairs[index].answerNote = QAPair::truncatedNote;
-        appendEvent(QStringLiteral("answer_truncated"), {{QStringLiteral("pair"), id},
-                                                         {QStringLiteral("response"), responseID},
-                                                         {QStringLiteral("chars"), qint64(m_pairs.at(index).answer.size())}});
+        noteTruncated(index);
         dropDelta(responseID, delta.size() - piece.size(), QStringLiteral("answer too long"));
     }
+}
+
+void SessionController::noteTruncated(int index)
+{
+    QAPair &pair = m_pairs[index];
+    if (pair.answerNote == QAPair::truncatedNote) {
+        return;   // noted with the first text dropped
+    }
+    pair.answerNote = QAPair::truncatedNote;
     emit pairChanged(index);
+    appendEvent(QStringLiteral("answer_truncated"), {{QStringLiteral("pair"), pair.id},
+                                                     {QStringLiteral("response"), pair.responseID.value_or(QString())},
+                                                     {QStringLiteral("chars"), qint64(pair.answer.size())}});
 }
 
 void SessionController::dropDelta(const QString &responseID, qsizetype chars, const QString &reason)
@@ -174,7 +185,8 @@ void SessionController::dropDelta(const QString &responseID, qsizetype chars, co
                                                   {QStringLiteral("chars"), qint64(chars)}});
 }
 
-void SessionController::responseEnded(const QString &responseID, const QString &status, const QString &reason)
+void SessionController::responseEnded(const QString &responseID, const QString &status, const QString &reason,
+                                      bool transient)
 {
     if (m_supersededResponses.contains(responseID)) {
         return;
@@ -184,12 +196,24 @@ void SessionController::responseEnded(const QString &responseID, const QString &
         return;
     }
     QAPair &pair = m_pairs[index];
-    pair.answerNote = status == QLatin1String("failed") ? QAPair::couldNotAnswerNote(reason) : QAPair::cutShortNote;
+    const bool failed = status == QLatin1String("failed");
+    pair.answerNote = failed ? QAPair::couldNotAnswerNote(reason) : QAPair::cutShortNote;
     emit pairChanged(index);
     appendEvent(QStringLiteral("answer_failed"), {{QStringLiteral("pair"), pair.id},
                                                   {QStringLiteral("response"), responseID},
                                                   {QStringLiteral("status"), status},
                                                   {QStringLiteral("reason"), reason}});
+    // A passing fault of the service: the question is asked once more when this response is
+    // done (and any other answer has finished). The note shows until the new answer starts.
+    const QAPair &ended = m_pairs.at(index);
+    if (failed && transient && !ended.isComplete && !m_retriedCards.contains(ended.id) && !ended.question.isEmpty()
+        && !ended.questionInProgress) {
+        m_retriedCards.insert(ended.id);
+        m_retryAfterDone.insert(responseID);
+        appendEvent(QStringLiteral("answer_retried"), {{QStringLiteral("pair"), ended.id},
+                                                       {QStringLiteral("response"), responseID},
+                                                       {QStringLiteral("reason"), reason}});
+    }
 }
 
 void SessionController::completeResponse(const QString &responseID)
@@ -204,8 +228,20 @@ void SessionController::completeResponse(const QString &responseID)
     if (seenBefore) {
         return;
     }
+    if (!m_announcedResponses.contains(responseID)) {
+        // Never announced on this socket: it ends nothing.
+        dropDelta(responseID, 0, QStringLiteral("unknown_response"));
+        return;
+    }
 
     const int index = indexOfResponse(responseID);
+    if (index >= 0 && m_retryAfterDone.remove(responseID)) {
+        QAPair &pair = m_pairs[index];
+        pair.responseID.reset();
+        queueAnswer(pair.id, true);
+        askNextIfIdle();
+        return;
+    }
     if (index >= 0) {
         m_pairs[index].isComplete = true;
         m_screenImages.remove(m_pairs.at(index).id);
@@ -217,18 +253,12 @@ void SessionController::completeResponse(const QString &responseID)
                                                     {QStringLiteral("question"), pair.question},
                                                     {QStringLiteral("answer"), pair.answer}});
         emit pairChanged(index);
-    } else {
-        // A response never announced: the newest card that nothing else will answer.
-        for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
-            if (!m_pairs.at(i).isComplete && !m_pairs.at(i).responseID && !isAwaited(m_pairs.at(i))) {
-                m_pairs[i].isComplete = true;
-                emit pairChanged(i);
-                break;
-            }
+        if (m_pairs.at(index).questionInProgress) {
+            awaitLateQuestion(m_pairs.at(index).id);
         }
     }
 
-    if (removeEmptyCompletePairs() || index < 0) {
+    if (removeEmptyCompletePairs()) {
         saveTranscript();
     }
     pushHistory();
@@ -316,6 +346,8 @@ void SessionController::connectionConfigured()
 {
     // A new socket: whatever was in flight on the old one will never finish.
     setListening(false);
+    m_announcedResponses.clear();
+    m_retryAfterDone.clear();
     m_activeResponses.clear();
     m_supersededResponses.clear();
     m_expectsServiceResponse.clear();
@@ -367,6 +399,8 @@ void SessionController::closeOpenCards()
             pair.answerNote = QAPair::cutShortNote;
         }
         pair.isComplete = true;
+        pair.questionMissing = pair.questionMissing
+            || (pair.questionInProgress && pair.question.isEmpty() && !pair.answer.isEmpty());
         pair.questionInProgress = false;
         emit pairChanged(i);
     }
@@ -382,6 +416,8 @@ void SessionController::closeOpenCards()
     m_noServiceResponse.clear();
     m_activeResponses.clear();
     m_supersededResponses.clear();
+    m_retryAfterDone.clear();
+    m_questionWaits.clear();
     removeEmptyCompletePairs();
 }
 

@@ -84,6 +84,7 @@ void SessionController::speechStarted(const QString &itemID)
 {
     m_speechStartedAt.insert(itemID, m_clock.now());
     setListening(true);
+    giveUpWaitingQuestions(itemID);
 }
 
 void SessionController::speechStopped(const QString &itemID)
@@ -149,7 +150,7 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
     interviewerTookOver();
 
     int index = cardForItem(itemID);
-    if (index >= 0 && !m_pairs.at(index).questionInProgress) {
+    if (index >= 0 && !m_pairs.at(index).questionInProgress && !m_pairs.at(index).questionMissing) {
         index = -1;   // that card has its question already
     }
     if (index < 0) {
@@ -189,6 +190,8 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
     pair.question = text;
     pair.questionInProgress = false;
     pair.questionFailed = false;
+    pair.questionMissing = false;
+    m_questionWaits.erase(pair.id);
     pair.lastQuestionAt = m_clock.now();
     emit pairChanged(index);
 
@@ -258,6 +261,7 @@ void SessionController::transcriptFailed(const QString &itemID, const QString &m
     const int index = openTurnCard(itemID);
     QAPair &pair = m_pairs[index];
     pair.questionInProgress = false;
+    pair.questionMissing = false;
     pair.questionFailed = true;
     pair.question.clear();
     const QString id = pair.id;
@@ -279,7 +283,7 @@ int SessionController::previousQuestionCard(int index) const
 {
     for (int i = index - 1; i >= 0; --i) {
         const QAPair &pair = m_pairs.at(i);
-        if (pair.questionFailed || pair.questionInProgress) {
+        if (pair.questionFailed || pair.questionInProgress || pair.questionMissing) {
             return -1;   // an unknown question sits in between
         }
         if (!pair.question.isEmpty()) {

@@ -13,6 +13,7 @@
 #include "settings/AppSettings.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QLoggingCategory>
 
 Q_DECLARE_LOGGING_CATEGORY(lcSession)
@@ -21,8 +22,35 @@ Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 void SessionController::appendEvent(const QString &event, const QVariantMap &fields)
 {
-    if (m_log) {
-        m_log->append(event, fields);
+    if (!m_log) {
+        return;
+    }
+    const bool wasFailing = !m_log->error().isEmpty();
+    m_log->append(event, fields);
+    if (!wasFailing && !m_log->error().isEmpty()) {
+        recordFailed(RecordFaults::File::events, m_log->jsonPath(), m_log->error());
+    }
+}
+
+void SessionController::recordFailed(RecordFaults::File file, const QString &path, const QString &error)
+{
+    if (!m_faults.fail(file, path, error)) {
+        return;   // told already
+    }
+    qCWarning(lcSession, "[Ketterbloom] could not write %s: %s", qUtf8Printable(path), qUtf8Printable(error));
+    appendEvent(QStringLiteral("record_failed"), {{QStringLiteral("path"), path}, {QStringLiteral("error"), error}});
+    if (!m_isSessionActive) {
+        return;   // a start still running says it when the session begins; a stop says it in its banner
+    }
+    showRecordFault(file);
+}
+
+void SessionController::showRecordFault(RecordFaults::File file)
+{
+    if (file == RecordFaults::File::transcript) {
+        setBanner(m_faults.banner(file), BannerAction::copyTranscript);
+    } else {
+        setBannerText(m_faults.banner(file));
     }
 }
 
@@ -34,13 +62,14 @@ void SessionController::log(const QString &message)
 
 void SessionController::startLog()
 {
-    m_transcriptError.reset();
-    m_eventsError.reset();
-    m_transcriptFailureShown = false;
+    m_faults.clear();
     m_logStamp = TextRules::sessionStamp(m_clock.wallNow());
     const QString folder = sessionFolder();
     QDir().mkpath(folder);   // a failure leaves the log unopened; the session goes on
     m_log = std::make_unique<SessionLog>(folder, m_logStamp, m_clock);
+    if (!m_log->error().isEmpty()) {
+        recordFailed(RecordFaults::File::events, m_log->jsonPath(), m_log->error());
+    }
     appendEvent(QStringLiteral("config"),
                 {{QStringLiteral("model"), m_settings.model()},
                  {QStringLiteral("transcribe_model"), m_settings.transcribeModel()},
@@ -77,19 +106,63 @@ void SessionController::finishLog()
                                                        {QStringLiteral("chars"), m_droppedChars}});
     }
     saveTranscript();
-    const QString eventsError = m_log->error();
-    const QString eventsPath = m_log->jsonPath();
-    m_log->close();
-    m_log.reset();
-    m_eventsError.reset();
-    if (!eventsError.isEmpty()) {
-        m_eventsError = QStringLiteral("Couldn't save the events log to ") + eventsPath + QStringLiteral(" (")
-            + eventsError + QStringLiteral(").");
+    m_log->close();   // its sync may fail too
+    if (!m_log->error().isEmpty()) {
+        recordFailed(RecordFaults::File::events, m_log->jsonPath(), m_log->error());
     }
-    // Only a file that was written is offered.
-    setLastTranscriptURL(m_transcriptError ? QUrl() : QUrl::fromLocalFile(m_transcriptPath));
+    m_log.reset();
+    // Only a file that was written completely is offered.
+    setLastTranscriptURL(m_faults.hasFailed(RecordFaults::File::transcript) ? QUrl() : QUrl::fromLocalFile(m_transcriptPath));
     m_questionAt.clear();
     m_firstTokenSeen.clear();
+}
+
+void SessionController::showStopSummary(const std::optional<QString> &keptBanner)
+{
+    using File = RecordFaults::File;
+    if (m_faults.hasFailed(File::recording)) {
+        setLastRecordingURL(QUrl());   // an incomplete recording is not offered
+    }
+    QList<BannerLink> links;
+    if (!m_lastTranscriptURL.isEmpty()) {
+        links << makeLink(QStringLiteral("Transcript"), m_lastTranscriptURL);
+    }
+    if (!m_lastRecordingURL.isEmpty()) {
+        links << makeLink(QStringLiteral("Recording"), m_lastRecordingURL);
+    }
+    if (!links.isEmpty()) {
+        const QString folder = QFileInfo(links.first().url.toLocalFile()).absolutePath();
+        links << makeLink(QStringLiteral("Folder"), QUrl::fromLocalFile(folder));
+    }
+
+    QString saved;
+    if (!links.isEmpty()) {
+        const bool hasTranscript = !m_lastTranscriptURL.isEmpty();
+        const bool hasRecording = !m_lastRecordingURL.isEmpty();
+        saved = hasTranscript && hasRecording ? QStringLiteral("Session saved — transcript and recording")
+            : hasRecording                    ? QStringLiteral("Recording saved")
+                                              : QStringLiteral("Transcript saved");
+        if (const std::optional<QString> cost = costSummary()) {
+            saved += QStringLiteral(" · ") + *cost;
+        }
+    }
+    QStringList parts;
+    if (keptBanner) {
+        parts << *keptBanner;   // the reason the session ended comes first
+    }
+    if (m_faults.any()) {
+        parts << m_faults.stopText() << QStringLiteral("Copy the cards with Copy Transcript.");
+    }
+    if (!saved.isEmpty() && (!keptBanner || m_faults.any())) {
+        parts << saved;
+    }
+    if (parts.isEmpty()) {
+        return;
+    }
+    setBanner(parts.join(QLatin1Char(' ')), links);
+    if (m_faults.any()) {
+        setBannerAction(BannerAction::copyTranscript);
+    }
 }
 
 void SessionController::saveTranscript()
@@ -100,22 +173,10 @@ void SessionController::saveTranscript()
     const SessionLog::WriteResult written = m_log->writeMarkdown(m_pairs, sessionFolder(), m_logStamp);
     m_transcriptPath = written.path;
     if (written.ok()) {
-        m_transcriptError.reset();
-        m_transcriptFailureShown = false;
+        m_faults.recover(RecordFaults::File::transcript);   // written whole after all
         return;
     }
-    m_transcriptError = QStringLiteral("Couldn't save the transcript to ") + written.path + QStringLiteral(" (")
-        + written.error + QStringLiteral("). Copy it now with Copy Transcript.");
-    qCWarning(lcSession).noquote() << QStringLiteral("[Ketterbloom] ") + *m_transcriptError;
-    if (m_isSessionActive && !m_transcriptFailureShown) {
-        m_transcriptFailureShown = true;
-        setBanner(*m_transcriptError, BannerAction::copyTranscript);
-    }
-}
-
-QString SessionController::transcriptFailureText() const
-{
-    return m_transcriptError.value_or(QString());
+    recordFailed(RecordFaults::File::transcript, written.path, written.error);
 }
 
 double SessionController::sessionCost() const
@@ -182,7 +243,7 @@ QString SessionController::transcriptForExport() const
     QStringList blocks;
     for (const QAPair &pair : m_pairs) {
         blocks << QStringLiteral("[") + pair.timestamp + QStringLiteral("] Q: ")
-                + (pair.questionFailed ? QAPair::untranscribedText : pair.question)
+                + pair.recordedQuestion()
                 + QStringLiteral("\nA: ") + pair.answer;
     }
     return blocks.join(QStringLiteral("\n\n"));

@@ -338,10 +338,10 @@ void SessionController::finishStarting()
     SessionSnapshot::setSessionActive(true);
 
     startSessionClock();
-    if (m_log && !m_log->error().isEmpty()) {
-        setBanner(QStringLiteral("Couldn't save the events log to ") + m_log->jsonPath() + QStringLiteral(" (")
-                      + m_log->error() + QStringLiteral("). The session runs; copy its cards with Copy Transcript."),
-                  BannerAction::copyTranscript);
+    for (const RecordFaults::File file : {RecordFaults::File::events, RecordFaults::File::transcript}) {
+        if (m_faults.hasFailed(file)) {
+            showRecordFault(file);   // found while starting: told now that the session runs
+        }
     }
     startAppTapPollIfNeeded();
 }

@@ -9,6 +9,10 @@
 #include <QSaveFile>
 #include <QStringList>
 
+#include <cerrno>
+
+#include <unistd.h>
+
 SessionLog::SessionLog(const QString &directory, const QString &stamp, const Clock &clock)
     : m_clock(clock)
     , m_started(clock.now())
@@ -45,8 +49,13 @@ void SessionLog::append(const QString &event, const QVariantMap &fields)
     line.insert(QStringLiteral("event"), event);
     QByteArray bytes = QJsonDocument(line).toJson(QJsonDocument::Compact);
     bytes.append('\n');
-    if (m_file->write(bytes) != bytes.size() && m_error.isEmpty()) {   // a failed write drops the line
-        m_error = m_file->errorString();
+    if (!m_error.isEmpty()) {
+        return;   // the log stopped at its first failed line: what is there stays whole
+    }
+    errno = 0;
+    if (m_file->write(bytes) != bytes.size()) {
+        // A short write leaves errorString() unspecific: the system's own reason is better.
+        m_error = errno != 0 ? qt_error_string(errno) : m_file->errorString();
     }
 }
 
@@ -56,6 +65,9 @@ void SessionLog::close()
         return;
     }
     append(QStringLiteral("session_ended"));
+    if (::fsync(m_file->handle()) != 0 && m_error.isEmpty()) {
+        m_error = qt_error_string(errno);
+    }
     m_file->close();
 }
 
@@ -71,7 +83,7 @@ QString SessionLog::markdown(const QList<QAPair> &pairs, const QString &stamp) c
     lines << QString();
     for (const QAPair &pair : pairs) {
         lines << QStringLiteral("### ") + pair.timestamp + (pair.wasExtended ? QStringLiteral(" (question extended)") : QString());
-        const QString question = pair.questionFailed ? QAPair::untranscribedText : pair.question;
+        const QString question = pair.recordedQuestion();
         lines << QStringLiteral("**Interviewer:** ") + (question.isEmpty() ? dash : question);
         lines << QString();
         QString answer = pair.answer.isEmpty() ? dash : pair.answer;
@@ -100,8 +112,16 @@ SessionLog::WriteResult SessionLog::writeMarkdown(const QList<QAPair> &pairs, co
         result.error = file.errorString();
         return result;
     }
-    if (file.write(bytes) != bytes.size()) {
-        result.error = file.errorString();
+    // Flushed and synced here, where a full disk shows: commit() would rename a short file.
+    errno = 0;
+    if (file.write(bytes) != bytes.size() || !file.flush()) {
+        // A failed flush leaves errorString() unspecific: the system's own reason is better.
+        result.error = errno != 0 ? qt_error_string(errno) : file.errorString();
+        file.cancelWriting();
+        return result;
+    }
+    if (::fsync(file.handle()) != 0) {
+        result.error = qt_error_string(errno);
         file.cancelWriting();
         return result;
     }

@@ -15,8 +15,9 @@
 // folder. Each line is one compact JSON object with sorted keys, carrying the event name
 // and `t`, the seconds since the log was opened. Lines are written unbuffered, one write
 // each, so a crash loses at most the line being written. Every failure (folder, open,
-// write, close) leaves the session running; the log keeps the reason so that the session
-// can tell the user in plain words instead of claiming a file that does not exist.
+// write, sync at close) leaves the session running; the log stops at its first failed line
+// and keeps the reason, so that the session can tell the user in plain words instead of
+// claiming a file that is not complete.
 class SessionLog
 {
 public:

@@ -236,7 +236,7 @@ void QACard::setPair(const QAPair &pair)
     if (old.wasExtended != pair.wasExtended)
         m_updated->setVisible(pair.wasExtended);
     if (old.question != pair.question || old.questionInProgress != pair.questionInProgress
-        || old.questionFailed != pair.questionFailed)
+        || old.questionFailed != pair.questionFailed || old.questionMissing != pair.questionMissing)
         refreshQuestion();
     if (old.questionInProgress != pair.questionInProgress && pair.answer.isEmpty())
         refreshAnswer();
@@ -341,7 +341,7 @@ void QACard::applyPaletteColors()
     setTextColor(m_copilot, secondary);
     setTextColor(m_note, secondary);
     // A question still being heard, or one that could not be transcribed, in the secondary colour.
-    const bool provisional = m_pair.questionInProgress || m_pair.questionFailed;
+    const bool provisional = m_pair.questionInProgress || m_pair.questionFailed || m_pair.questionMissing;
     setTextColor(m_question, provisional ? secondary : palette().color(QPalette::WindowText));
     setTextColor(m_timestamp, secondary);
     if (m_thinking)
@@ -390,7 +390,7 @@ void QACard::refreshQuestion()
 {
     m_question->setText(m_pair.displayQuestion());
     QFont font = m_fonts.question;
-    font.setItalic(m_pair.questionFailed || (m_pair.questionInProgress && m_pair.question.isEmpty()));
+    font.setItalic(m_pair.questionFailed || m_pair.questionMissing || (m_pair.questionInProgress && m_pair.question.isEmpty()));
     m_question->setFont(font);
     applyPaletteColors();
 }

@@ -5,6 +5,12 @@
 #include <QtEndian>
 #include <QtTest>
 
+#include <cerrno>
+#include <csignal>
+#include <vector>
+
+#include <sys/resource.h>
+
 namespace {
 QByteArray readAll(const QString &path)
 {
@@ -151,6 +157,39 @@ private slots:
             for (int i = 0; i < frames[f]; ++i, ++next)
                 QCOMPARE(s16(b, 44 + 4 * i), qint16(next));
         }
+    }
+
+    // A write that does not fit (here a file size limit; a full disk alike) stops the file:
+    // error() says why, nothing more is written, and the header covers exactly the whole
+    // frames that reached the file, so it stays playable.
+    void stopsAtTheFirstFailedWrite()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("full.wav"));
+        auto w = WavWriter::create(path, 48000, 2);
+        QVERIFY(w);
+        std::vector<float> samples(4800, 0.25f);
+        const float *channels[1] = {samples.data()};
+        w->write(channels, 1, 4800);   // 19,200 bytes
+        QVERIFY(w->error().isEmpty());
+        {
+            std::signal(SIGXFSZ, SIG_IGN);
+            rlimit saved{};
+            getrlimit(RLIMIT_FSIZE, &saved);
+            rlimit lowered = saved;
+            lowered.rlim_cur = 44 + 19200 + 1002;   // room for 250 more frames and 2 bytes
+            setrlimit(RLIMIT_FSIZE, &lowered);
+            w->write(channels, 1, 4800);
+            w->write(channels, 1, 4800);
+            setrlimit(RLIMIT_FSIZE, &saved);
+        }
+        QCOMPARE(w->error(), qt_error_string(EFBIG));
+        w->write(channels, 1, 4800);
+        w->close();
+        QCOMPARE(w->error(), qt_error_string(EFBIG));
+        const QByteArray b = readAll(path);
+        QCOMPARE(u32(b, 40), quint32(19200 + 1000));
+        QCOMPARE(u32(b, 4), quint32(36 + 19200 + 1000));
+        QVERIFY(b.size() >= 44 + 19200 + 1000);
     }
 
     void replacesAnExistingFileAndReportsAnUnwritablePath()

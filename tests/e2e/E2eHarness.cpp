@@ -9,6 +9,10 @@
 #include <QSettings>
 #include <QThread>
 
+#include <csignal>
+
+#include <sys/resource.h>
+
 namespace e2e {
 
 QString readText(const QString &path)
@@ -166,6 +170,15 @@ bool App::start(const QStringList &arguments, const QString &realtimeUrl)
     m_process->setProcessEnvironment(env);
     m_process->setProgram(qEnvironmentVariable("KETTERBLOOM_EXE"));
     m_process->setArguments(arguments);
+    if (m_fileSizeLimit > 0) {
+        m_process->setChildProcessModifier([limit = rlim_t(m_fileSizeLimit)] {
+            ::signal(SIGXFSZ, SIG_IGN);   // a write beyond the limit fails instead of killing
+            rlimit size{};
+            ::getrlimit(RLIMIT_FSIZE, &size);
+            size.rlim_cur = limit;
+            ::setrlimit(RLIMIT_FSIZE, &size);
+        });
+    }
     if (!m_outPath.isEmpty())
         m_process->setStandardOutputFile(m_outPath);
     if (!m_errPath.isEmpty())

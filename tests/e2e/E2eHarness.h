@@ -54,6 +54,9 @@ public:
     void writeSettings(const QJsonObject &values);
     // Sets (or, with a null value, removes) a variable of the run's environment; call before start().
     void setEnvironment(const QString &name, const QString &value);
+    // The largest file the run may write (RLIMIT_FSIZE; larger writes fail with EFBIG, as
+    // SIGXFSZ is ignored); call before start().
+    void setFileSizeLimit(qint64 bytes) { m_fileSizeLimit = bytes; }
     bool start(const QStringList &arguments, const QString &realtimeUrl);
     // Sends the run's standard output and error to files instead of pipes (call before
     // start(); out() and err() then stay empty). For long runs that nobody reads live.
@@ -77,6 +80,7 @@ private:
     QString m_outPath;
     QString m_errPath;
     QList<QPair<QString, QString>> m_environment;
+    qint64 m_fileSizeLimit = 0;
 };
 
 // Reads a whole file as UTF-8.

@@ -16,7 +16,10 @@
 #include <QTest>
 #include <QThread>
 
+#include <QScopeGuard>
+
 #include <signal.h>
+#include <unistd.h>
 
 using namespace e2e;
 
@@ -234,6 +237,8 @@ private slots:
                 seeded = true;
         }
         QVERIFY2(seeded, qPrintable(seen));
+        // A connection the network broke is no cause for Qt's own warnings.
+        QVERIFY2(!app.err().contains(QStringLiteral("QSocketNotifier")), qPrintable(app.err()));
     }
 
     void windowStartsSession()
@@ -423,6 +428,140 @@ private slots:
         for (const QJsonObject &event : readJsonLines(app.newestFile(QStringLiteral(".events.jsonl"))))
             reasked = reasked || event.value(QStringLiteral("event")).toString() == QStringLiteral("answers_reasked");
         QVERIFY(reasked);
+    }
+
+    // Text for a response the service never announced arrives between two cards, and an
+    // answer fails with a server error: both cards stay right, the failed one is asked again
+    // once and its answer lands on its own card.
+    void realisticStrayTextAndRetriedAnswer()
+    {
+        if (classicSimulator())
+            QSKIP("needs the simulator's realistic mode");
+        QJsonObject failing = turn(kQ3, kA3);
+        failing.insert(QStringLiteral("stray_delta"), QStringLiteral("stray text"));
+        failing.insert(QStringLiteral("response_status"), QStringLiteral("failed"));
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
+                                      {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1), failing}}},
+                          m_dir.path()));
+        App app(path("home-stray"));
+        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
+        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("25")}, sim.url()));
+        QVERIFY(sim.waitForConnections(1, 20000));
+        QThread::sleep(2);
+        play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 4);
+        play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 6);
+        QVERIFY2(app.wait(60000), qPrintable(app.err()));
+        QCOMPARE(app.exitCode(), 0);
+
+        const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
+        QVERIFY2(transcript.contains(card(kQ1, kA1)), qPrintable(transcript));
+        QVERIFY2(transcript.contains(card(kQ3, kA3)), qPrintable(transcript));
+        QCOMPARE(transcript.count(QStringLiteral("### ")), 2);
+        QVERIFY2(!transcript.contains(QStringLiteral("stray text")), qPrintable(transcript));
+        QVERIFY2(app.out().indexOf(kA1) < app.out().indexOf(kA3), qPrintable(app.out()));
+        QStringList names;
+        for (const QJsonObject &event : readJsonLines(app.newestFile(QStringLiteral(".events.jsonl")))) {
+            names << event.value(QStringLiteral("event")).toString();
+            if (names.last() == QStringLiteral("delta_dropped"))
+                QCOMPARE(event.value(QStringLiteral("reason")).toString(), QStringLiteral("unknown_response"));
+        }
+        QCOMPARE(names.count(QStringLiteral("delta_dropped")), 1);
+        QCOMPARE(names.count(QStringLiteral("answer_retried")), 1);
+        QCOMPARE(sim.records(QStringLiteral("response.create")).size(), 1);
+    }
+
+    // The records' file system fills up mid-session, with the recording on and off: a banner
+    // says so at once, the session goes on, and Stop names what is incomplete and calls
+    // nothing saved that is not complete. A file size limit stands in for a full disk; as
+    // root, a tiny tmpfs is the real thing.
+    void recordsFillUpMidSession_data()
+    {
+        QTest::addColumn<bool>("recording");
+        QTest::addColumn<bool>("tmpfs");
+        QTest::addColumn<qint64>("bytes");
+        QTest::newRow("size limit, recording on") << true << false << qint64(600 * 1024);
+        QTest::newRow("size limit, recording off") << false << false << qint64(8000);
+        QTest::newRow("tiny tmpfs, recording on") << true << true << qint64(600 * 1024);
+        QTest::newRow("tiny tmpfs, recording off") << false << true << qint64(32 * 1024);
+    }
+
+    void recordsFillUpMidSession()
+    {
+        QFETCH(bool, recording);
+        QFETCH(bool, tmpfs);
+        QFETCH(qint64, bytes);
+        if (tmpfs && ::geteuid() != 0)
+            QSKIP("mounting a tmpfs needs root");
+        // The second answer alone is larger than what fits.
+        QJsonObject big = turn(kQ3, QString(30000, QLatin1Char('w')));
+        big.insert(QStringLiteral("delta_count"), 10);
+        Simulator sim;
+        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
+                                      {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1), big}}},
+                          m_dir.path()));
+        const QString home = path(QStringLiteral("home-full-%1-%2").arg(recording).arg(tmpfs));
+        App app(home);
+        QJsonObject settings{{QStringLiteral("hasCompletedOnboarding"), true}, {QStringLiteral("saveAudio"), recording}};
+        app.writeSettings(settings);
+        QVERIFY(QDir().mkpath(app.sessionFolder()));
+        if (tmpfs) {
+            QVERIFY(kbtest::run(QStringLiteral("mount"), {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
+                                                          QStringLiteral("size=%1").arg(bytes), QStringLiteral("tmpfs"),
+                                                          app.sessionFolder()})
+                        .ok());
+        } else {
+            app.setFileSizeLimit(bytes);
+        }
+        const auto unmount = qScopeGuard([&] {
+            if (tmpfs)
+                kbtest::run(QStringLiteral("umount"), {app.sessionFolder()});
+        });
+        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("22")}, sim.url()));
+        QVERIFY(sim.waitForConnections(1, 20000));
+        QThread::sleep(2);
+        play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 4);
+        play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 5);
+        QVERIFY2(app.wait(60000), qPrintable(app.err()));
+        QCOMPARE(app.exitCode(), 0);
+
+        const QString err = app.err();
+        const QString why = tmpfs ? QStringLiteral("the disk is full (") : QStringLiteral("the file size limit was reached (");
+        // Told at once: the recording first when there is one, else the transcript or the log.
+        qsizetype told = err.indexOf(QStringLiteral("Recording stopped: ") + why);
+        if (!recording) {
+            const qsizetype events = err.indexOf(QStringLiteral("The events log stopped: ") + why);
+            const qsizetype transcript = err.indexOf(QStringLiteral("The transcript could not be saved: ") + why);
+            told = events < 0 || transcript < 0 ? std::max(events, transcript) : std::min(events, transcript);
+        }
+        const qsizetype stopped = err.indexOf(QStringLiteral("Copy the cards with Copy Transcript."));
+        QVERIFY2(told >= 0 && stopped > told, qPrintable(err));
+        QVERIFY2(err.contains(QStringLiteral(". The session goes on")), qPrintable(err));
+        const QString summary = err.mid(err.lastIndexOf(QLatin1Char('\n'), stopped) + 1);
+        if (recording) {
+            QVERIFY2(summary.contains(QRegularExpression(QStringLiteral("The recording meeting_[0-9_-]+\\.wav is incomplete: ")
+                                                         + QRegularExpression::escape(why))),
+                     qPrintable(summary));
+            QVERIFY2(!summary.contains(QStringLiteral("Recording saved")) && !summary.contains(QStringLiteral("Session saved")),
+                     qPrintable(summary));
+            // What reached the file stays readable.
+            QVERIFY(kbtest::soxInfo(app.newestFile(QStringLiteral(".wav"))).value(QStringLiteral("channels")) == QStringLiteral("2"));
+        } else {
+            const QRegularExpression named(QStringLiteral("The (events log meeting_[0-9_-]+\\.events\\.jsonl is incomplete|"
+                                                          "transcript meeting_[0-9_-]+\\.transcript\\.md was not saved): ")
+                                           + QRegularExpression::escape(why));
+            QVERIFY2(summary.contains(named), qPrintable(summary));
+        }
+        // A transcript called saved is whole; one that is not is named and not linked.
+        const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
+        if (summary.contains(QStringLiteral("Transcript saved")) || summary.contains(QStringLiteral("Session saved"))) {
+            QVERIFY2(transcript.contains(card(kQ3, QString(30000, QLatin1Char('w')))), qPrintable(summary));
+        } else {
+            QVERIFY2(summary.contains(QStringLiteral(".transcript.md was not saved: ") + why), qPrintable(summary));
+            QVERIFY2(!err.contains(QStringLiteral("Transcript: ")), qPrintable(err));
+        }
+        // The cards went on to the end.
+        QVERIFY2(app.out().contains(QStringLiteral("**Interviewer:** ") + kQ3), qPrintable(app.out().left(2000)));
     }
 
     void realisticBadKeyGivesOneBanner()

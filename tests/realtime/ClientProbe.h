@@ -56,9 +56,9 @@ struct ClientProbe
         client.onTranscriptFailed = [this, mark](const QString &id, const QString &message) { mark("transcript-failed"); transcriptFailures.append({id, message}); };
         client.onTranscriptionUsage = [this, mark](const QString &id, const QVariantMap &usage) { mark("transcription-usage"); transcriptionUsages.append({id, usage}); };
         client.onResponseCreated = [this, mark](const QString &id, bool requested) { mark("created"); created.append({id, requested}); };
-        client.onResponseEnded = [this, mark](const QString &id, const QString &status, const QString &reason) {
+        client.onResponseEnded = [this, mark](const QString &id, const QString &status, const QString &reason, bool transient) {
             mark("ended");
-            ended.append(id + " " + status + " " + reason);
+            ended.append(id + " " + status + " " + reason + (transient ? " (transient)" : ""));
         };
         client.onConfigured = [this, mark] { mark("configured"); ++configured; };
         client.onTranscribeModelFallback = [this, mark](const QString &refused, const QString &model) { mark("fallback"); transcribeFallbacks.append({refused, model}); };

@@ -101,7 +101,7 @@ private slots:
         }
         QTRY_COMPARE_WITH_TIMEOUT(probe.transcriptFailures.size(), 1, kWait);
         QCOMPARE(probe.ended, (QStringList{probe.done[0] + " incomplete max_output_tokens",
-                                           probe.done[1] + " failed The server had an error while processing your request."}));
+                                           probe.done[1] + " failed The server had an error while processing your request. (transient)"}));
         QVERIFY(probe.answer(probe.done[0]).size() < incomplete.answer.size());
         // After the usage, before the end of the response.
         const int ended = int(probe.order.indexOf("ended"));

@@ -12,7 +12,33 @@
 #include <QFile>
 #include <QTest>
 
+#include <cerrno>
+#include <csignal>
+
+#include <sys/resource.h>
+
 namespace {
+
+// Lowers the largest file this process may write while it lives (writes beyond it fail with
+// EFBIG instead of raising SIGXFSZ).
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &m_saved);
+        rlimit lowered = m_saved;
+        lowered.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &lowered);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_saved); }
+    FileSizeLimit(const FileSizeLimit &) = delete;
+    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
+
+private:
+    rlimit m_saved{};
+};
 
 QString readText(const QString &path)
 {
@@ -198,34 +224,97 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         QVERIFY(QDir().mkpath(QFileInfo(blocker.fileName()).absolutePath()));
         QVERIFY(blocker.open(QIODevice::WriteOnly));
         blocker.close();
-        const QString transcript = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.transcript.md");
 
         SessionRig rig;
         SessionController &c = *rig.controller;
         QVERIFY(rig.startSession());
-        QVERIFY2(c.banner().startsWith(QStringLiteral("Couldn't save the events log to ")), qPrintable(c.banner()));
-        QCOMPARE(c.bannerAction(), std::optional(SessionController::BannerAction::copyTranscript));
+        QVERIFY2(c.banner().startsWith(QStringLiteral("The events log stopped: it could not be written (")), qPrintable(c.banner()));
+        QVERIFY(c.banner().endsWith(QStringLiteral("). The session goes on without it.")));
         rig.clock.advance(2);
         rig.client.transcript(QStringLiteral("Why payments?"));
         rig.client.delta(QStringLiteral("r1"), QStringLiteral("Because money moves."));
         rig.client.done(QStringLiteral("r1"));
-        rig.client.usage(QVariantMap{{QStringLiteral("output_tokens"), 10}});
-        QCOMPARE(c.pairs().size(), 1);
         QVERIFY(c.pairs()[0].isComplete);
         // Told at the first card that could not be saved.
-        QVERIFY2(c.banner().startsWith(QStringLiteral("Couldn't save the transcript to ") + transcript + QStringLiteral(" (")),
+        QVERIFY2(c.banner().startsWith(QStringLiteral("The transcript could not be saved: it could not be written (")),
                  qPrintable(c.banner()));
+        QCOMPARE(c.bannerAction(), std::optional(SessionController::BannerAction::copyTranscript));
         QVERIFY(c.isSessionActive());
         c.stop();
-        QVERIFY(!c.isSessionActive());
         QVERIFY(QFileInfo(blocker.fileName()).isFile());
-        QVERIFY2(c.banner().startsWith(QStringLiteral("Couldn't save the transcript to ") + transcript + QStringLiteral(" (")),
+        QVERIFY2(c.banner().startsWith(QStringLiteral("The transcript meeting_2025-03-04_14-05-09.transcript.md was not saved: "
+                                                      "it could not be written (")),
                  qPrintable(c.banner()));
-        QVERIFY(c.banner().endsWith(QStringLiteral("). Copy it now with Copy Transcript.")));
+        QVERIFY2(c.banner().endsWith(QStringLiteral(". Copy the cards with Copy Transcript.")), qPrintable(c.banner()));
+        QVERIFY(!c.banner().contains(QStringLiteral("saved —")) && !c.banner().contains(QStringLiteral("Transcript saved")));
         QCOMPARE(c.bannerAction(), std::optional(SessionController::BannerAction::copyTranscript));
         QVERIFY(c.bannerLinks().isEmpty());
         QCOMPARE(c.lastTranscriptURL(), QUrl());
         QCOMPARE(c.transcriptForExport(), QStringLiteral("[14:05:11] Q: Why payments?\nA: Because money moves."));
+    }
+
+    // The records' file system fills up mid-session (a file size limit stands in for it here;
+    // the end-to-end test uses a full tmpfs as well): a banner at once, the session goes on,
+    // and Stop names what is incomplete and links only what is complete.
+    void recordsFillUpMidSession_data()
+    {
+        QTest::addColumn<bool>("recording");
+        QTest::newRow("recording on") << true;
+        QTest::newRow("recording off") << false;
+    }
+
+    void recordsFillUpMidSession()
+    {
+        QFETCH(bool, recording);
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        if (recording) {
+            rig.audio.recording = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.wav");
+        }
+        QVERIFY(rig.startSession());
+        rig.client.transcript(QStringLiteral("Why payments?"));
+        rig.client.delta(QStringLiteral("r1"), QStringLiteral("Because money moves."));
+        rig.client.done(QStringLiteral("r1"));
+        QVERIFY(c.banner().isEmpty());
+
+        const QString full = qt_error_string(ENOSPC);
+        if (recording) {
+            rig.audio.recordingFails(full);   // the engine's report, from its writer thread
+            QCOMPARE(c.banner(), QStringLiteral("Recording stopped: the disk is full (") + full
+                                     + QStringLiteral("). The session goes on; free some space and start a new recording."));
+        }
+        {
+            // No file may grow from here: the events log and the next transcript fail.
+            const FileSizeLimit limit(1);
+            rig.clock.advance(5);
+            rig.client.transcript(QStringLiteral("What about the ledger?"));
+            rig.client.delta(QStringLiteral("r2"), QStringLiteral("It balanced."));
+            rig.client.done(QStringLiteral("r2"));
+        }
+        const QString tooBig = qt_error_string(EFBIG);
+        QVERIFY(c.isSessionActive());
+        QCOMPARE(c.pairs().size(), 2);
+        QCOMPARE(c.banner(), QStringLiteral("The transcript could not be saved: the file size limit was reached (") + tooBig
+                                 + QStringLiteral("). The session goes on; copy the cards now with Copy Transcript."));
+        c.stop();
+        // The transcript is whole again at Stop (it is rewritten whole); the events log is not.
+        QString expected;
+        if (recording) {
+            expected = QStringLiteral("The recording meeting_2025-03-04_14-05-09.wav is incomplete: the disk is full (") + full
+                + QStringLiteral("). ");
+        }
+        expected += QStringLiteral("The events log meeting_2025-03-04_14-05-09.events.jsonl is incomplete: the file size limit was reached (")
+            + tooBig + QStringLiteral("). Copy the cards with Copy Transcript. Transcript saved");
+        QVERIFY2(c.banner().startsWith(expected), qPrintable(c.banner()));
+        QCOMPARE(c.bannerAction(), std::optional(SessionController::BannerAction::copyTranscript));
+        QStringList linked;
+        for (const SessionController::BannerLink &link : c.bannerLinks()) {
+            linked << link.label;
+        }
+        QCOMPARE(linked, (QStringList{QStringLiteral("Transcript"), QStringLiteral("Folder")}));
+        QCOMPARE(c.lastRecordingURL(), QUrl());
+        QVERIFY(readText(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.transcript.md"))
+                    .contains(QStringLiteral("It balanced.")));
     }
 
     void sessionLogLines()

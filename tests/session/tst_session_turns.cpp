@@ -428,6 +428,168 @@ private slots:
         QVERIFY(c.pairs()[1].isComplete);
         QCOMPARE(c.pairs()[1].answerNote, QStringLiteral("the service could not answer: no response"));
     }
+
+    // Text, ends and completions for a response never announced on this socket are dropped
+    // and counted once; they neither open nor claim a card, so later answers stay on theirs.
+    void unannouncedResponsesNeverWrite()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Tell me about yourself."), QStringLiteral("I build payment systems."));
+        rig.clock.advance(30);
+        rig.client.strayDelta(QStringLiteral("R_stray"), QStringLiteral("stray text"));
+        rig.client.strayDelta(QStringLiteral("R_stray"), QStringLiteral("more stray text"));
+        rig.client.strayDone(QStringLiteral("R_stray"));
+        QCOMPARE(c.pairs().size(), 1);
+        rig.client.turn(QStringLiteral("i2"), QStringLiteral("r2"), QStringLiteral("Why do you want to work here?"), QStringLiteral("Your ledger team."));
+        rig.clock.advance(30);
+        // A response of the old socket, after a reconnect, is as unknown as any.
+        rig.client.configured();
+        rig.client.strayDelta(QStringLiteral("r_old"), QStringLiteral("late"));
+        rig.client.turn(QStringLiteral("i3"), QStringLiteral("r3"), QStringLiteral("Any questions for us?"), QStringLiteral("How do you deploy?"));
+
+        QCOMPARE(c.pairs().size(), 3);
+        const QStringList answers{c.pairs()[0].answer, c.pairs()[1].answer, c.pairs()[2].answer};
+        QCOMPARE(answers, (QStringList{QStringLiteral("I build payment systems."), QStringLiteral("Your ledger team."),
+                                       QStringLiteral("How do you deploy?")}));
+        QCOMPARE(c.pairs()[1].question, QStringLiteral("Why do you want to work here?"));
+        QCOMPARE(c.droppedDeltas(), 4);
+        QCOMPARE(rig.client.histories.last().size(), 3);
+        QCOMPARE(rig.client.histories.last()[1].answer, QStringLiteral("Your ledger team."));
+        c.stop();
+        QStringList unknown;
+        for (const QJsonObject &event : eventsNamed(QStringLiteral("delta_dropped"))) {
+            QCOMPARE(event.value(QStringLiteral("reason")).toString(), QStringLiteral("unknown_response"));
+            unknown << event.value(QStringLiteral("response")).toString();
+        }
+        QCOMPARE(unknown, (QStringList{QStringLiteral("R_stray"), QStringLiteral("r_old")}));
+    }
+
+    // Text dropped at the cap always leaves the note and one event, whatever the delta sizes.
+    void truncationIsNotedWhateverTheDeltaSizes_data()
+    {
+        QTest::addColumn<int>("deltaSize");
+        QTest::newRow("exact fit, then more") << 2;        // the cap is reached exactly; the next delta is dropped whole
+        QTest::newRow("one delta crosses the cap") << 3000; // cut part-way
+    }
+
+    void truncationIsNotedWhateverTheDeltaSizes()
+    {
+        QFETCH(int, deltaSize);
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        rig.client.transcript(QStringLiteral("Describe the system in detail."));
+        const QString piece(deltaSize, QLatin1Char('x'));
+        for (qsizetype sent = 0; sent < SessionController::maxAnswerLength + 3 * deltaSize; sent += deltaSize) {
+            rig.client.delta(QStringLiteral("r1"), piece);
+        }
+        rig.client.done(QStringLiteral("r1"));
+        QCOMPARE(c.pairs()[0].answer.size(), SessionController::maxAnswerLength);
+        QCOMPARE(c.pairs()[0].answerNote, QStringLiteral("answer truncated"));
+        c.stop();
+        QCOMPARE(eventsNamed(QStringLiteral("answer_truncated")).size(), 1);
+        QVERIFY(transcriptText().contains(QStringLiteral(" _(answer truncated)_")));
+    }
+
+    // A question whose transcript never comes reads "(the question was not transcribed)" once
+    // its answer is done and 5 s pass or the next turn starts; a late transcript replaces it.
+    void questionNeverTranscribed()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QVERIFY(rig.startSession());
+        const auto answerOnly = [&rig](const QString &item, const QString &response, const QString &answer) {
+            rig.client.speechStarted(item);
+            rig.client.speechStopped(item);
+            rig.client.delta(response, answer);
+            rig.client.done(response);
+        };
+        answerOnly(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("First answer."));
+        rig.clock.advance(4.9);
+        QCOMPARE(c.pairs()[0].displayQuestion(), QStringLiteral("Listening…"));
+        rig.clock.advance(0.1);
+        QCOMPARE(c.pairs()[0].displayQuestion(), QStringLiteral("(the question was not transcribed)"));
+        QVERIFY(transcriptText().contains(QStringLiteral("**Interviewer:** (the question was not transcribed)\n\n**Copilot:** First answer.")));
+
+        // The next turn's speech ends the wait at once.
+        answerOnly(QStringLiteral("i2"), QStringLiteral("r2"), QStringLiteral("Second answer."));
+        rig.client.speechStarted(QStringLiteral("i3"));
+        QCOMPARE(c.pairs()[1].displayQuestion(), QStringLiteral("(the question was not transcribed)"));
+
+        // Late, the first transcript still lands on its card.
+        rig.client.transcript(QStringLiteral("What did you do last year?"), QStringLiteral("i1"));
+        QCOMPARE(c.pairs().size(), 2);
+        QCOMPARE(c.pairs()[0].displayQuestion(), QStringLiteral("What did you do last year?"));
+        QVERIFY(!c.pairs()[0].questionMissing);
+        QCOMPARE(rig.client.histories.last()[0].question, QStringLiteral("What did you do last year?"));
+        c.stop();
+        QCOMPARE(eventsNamed(QStringLiteral("question_missing")).size(), 2);
+    }
+
+    // A transient failure is asked again once, after the answer that streams meanwhile, and
+    // lands on its card; a second failure keeps the note; other endings are never retried.
+    void transientFailureIsRetriedOnce()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.settings.setFollowUpWindow(0);
+        QVERIFY(rig.startSession());
+        // A turn whose response ends as `status` (done follows).
+        const auto endingTurn = [&rig](const QString &n, const QString &question, const QString &status, const QString &reason,
+                                       bool transient) {
+            rig.client.speechStarted(QStringLiteral("i") + n);
+            rig.client.speechStopped(QStringLiteral("i") + n);
+            rig.client.created(QStringLiteral("r") + n);
+            rig.client.transcript(question, QStringLiteral("i") + n);
+            rig.client.delta(QStringLiteral("r") + n, QStringLiteral("Partly"));
+            rig.client.ended(QStringLiteral("r") + n, status, reason, transient);
+        };
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Why payments?"), QStringLiteral("Money moves."));
+        endingTurn(QStringLiteral("2"), QStringLiteral("What is your biggest weakness?"), QStringLiteral("failed"),
+                   QStringLiteral("The server had an error"), true);
+        // The next turn's answer already streams when the failed one is done.
+        rig.client.speechStarted(QStringLiteral("i3"));
+        rig.client.speechStopped(QStringLiteral("i3"));
+        rig.client.created(QStringLiteral("r3"));
+        rig.client.done(QStringLiteral("r2"));
+        QCOMPARE(c.pairs()[1].answerNote, QStringLiteral("the service could not answer: The server had an error"));
+        QVERIFY(!c.pairs()[1].isComplete);
+        QCOMPARE(rig.client.histories.last().size(), 1);   // not in the history until answered
+        rig.client.transcript(QStringLiteral("Where are you based?"), QStringLiteral("i3"));
+        rig.client.delta(QStringLiteral("r3"), QStringLiteral("Berlin."));
+        QVERIFY(rig.client.regenerated.isEmpty());   // not while r3 streams
+        rig.client.done(QStringLiteral("r3"));
+        QCOMPARE(rig.client.regenerated, QStringList{QStringLiteral("What is your biggest weakness?")});
+        rig.client.created(QStringLiteral("r4"), true);
+        QCOMPARE(c.pairs()[1].answerNote, QString());
+        rig.client.delta(QStringLiteral("r4"), QStringLiteral("I over-prepare."));
+        rig.client.ended(QStringLiteral("r4"), QStringLiteral("failed"), QStringLiteral("The server had an error"), true);
+        rig.client.done(QStringLiteral("r4"));
+        QCOMPARE(rig.client.regenerated.size(), 1);   // once only
+        QCOMPARE(c.pairs()[1].answer, QStringLiteral("I over-prepare."));
+        QCOMPARE(c.pairs()[1].answerNote, QStringLiteral("the service could not answer: The server had an error"));
+        QVERIFY(c.pairs()[1].isComplete);
+        QCOMPARE(c.pairs()[2].answer, QStringLiteral("Berlin."));
+        QCOMPARE(rig.client.histories.last()[1].answer, QStringLiteral("I over-prepare."));
+
+        // Token limits, content filters and failures that are not passing are not asked again.
+        endingTurn(QStringLiteral("5"), QStringLiteral("Tell me everything."), QStringLiteral("incomplete"),
+                   QStringLiteral("max_output_tokens"), false);
+        rig.client.done(QStringLiteral("r5"));
+        endingTurn(QStringLiteral("6"), QStringLiteral("Anything else?"), QStringLiteral("incomplete"),
+                   QStringLiteral("content_filter"), false);
+        rig.client.done(QStringLiteral("r6"));
+        endingTurn(QStringLiteral("7"), QStringLiteral("Salary?"), QStringLiteral("failed"), QStringLiteral("invalid_value"), false);
+        rig.client.done(QStringLiteral("r7"));
+        QCOMPARE(rig.client.regenerated.size(), 1);
+        QVERIFY(c.pairs().last().isComplete);
+        c.stop();
+        const QList<QJsonObject> retried = eventsNamed(QStringLiteral("answer_retried"));
+        QCOMPARE(retried.size(), 1);
+        QCOMPARE(retried[0].value(QStringLiteral("pair")).toString(), c.pairs()[1].id);
+    }
 };
 
 QTEST_GUILESS_MAIN(SessionTurnsTest)

@@ -29,6 +29,16 @@ QStringList pieces(const QString &text, int count)
 
 void SimConnection::runTurn(const SimTurn &turn, bool heard)
 {
+    if (!turn.strayDelta.isEmpty()) {
+        // Events of a response this connection never announced.
+        const QString id = nextId("resp_stray");
+        sendEvent({{"type", "response.output_text.delta"}, {"response_id", id}, {"item_id", id + "_msg"},
+                   {"output_index", 0}, {"content_index", 0}, {"delta", turn.strayDelta}});
+        sendEvent({{"type", "response.output_text.done"}, {"response_id", id}, {"item_id", id + "_msg"},
+                   {"output_index", 0}, {"content_index", 0}, {"text", turn.strayDelta}});
+        sendEvent({{"type", "response.done"},
+                   {"response", QJsonObject{{"id", id}, {"object", "realtime.response"}, {"status", "completed"}}}});
+    }
     if (!script().realistic) {
         runClassicTurn(turn);
         return;

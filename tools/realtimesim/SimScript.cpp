@@ -131,6 +131,7 @@ std::optional<SimScript> SimScript::fromJson(const QByteArray &json, QString *er
             return std::nullopt;
         }
         turn.transcriptionFails = object.value("transcription_fails").toBool(false);
+        turn.strayDelta = object.value("stray_delta").toString();
         if (object.value("fault").isObject()) {
             const auto fault = SimFault::fromJson(object.value("fault").toObject(), error);
             if (!fault) {

@@ -44,6 +44,9 @@ struct SimTurn
     // max_output_tokens) or "failed" (after the first delta, with a server error).
     QString responseStatus = QStringLiteral("completed");
     bool transcriptionFails = false; // "...transcription.failed" instead of "...completed"
+    // When set, text for a response that was never announced, sent as the turn begins (a
+    // delta, "response.output_text.done" and "response.done", no "response.created").
+    QString strayDelta;
 };
 
 // What the transcription endpoint (POST /v1/audio/transcriptions) answers to one request.

@@ -31,6 +31,13 @@ public:
     }
     bool isRunning() const override { return running; }
     std::optional<QString> recordingPath() const override { return recording; }
+    std::optional<QString> recordingError() const override { return recordError; }
+    // The recording stops for `error` (a full disk ...), as the engine reports it.
+    void recordingFails(const QString &error)
+    {
+        recordError = error;
+        onRecordingFailed(recording.value_or(QString()), error);
+    }
     std::optional<QString> retarget(const TapTarget &meeting) override
     {
         retargets.append(meeting);
@@ -48,6 +55,7 @@ public:
     MicPermission permission = MicPermission::granted;
     std::optional<QString> startError;
     std::optional<QString> recording;
+    std::optional<QString> recordError;
     std::optional<QString> retargetError;
 
     // What happened.

@@ -3,9 +3,11 @@
 #include "session/RealtimeLink.h"
 
 #include <QList>
+#include <QSet>
 
 // Records every call; tests raise the callbacks themselves through the helpers, in the
-// order the service sends its events.
+// order the service sends its events. Like the service, delta() and done() announce a
+// response first (response.created) unless the test did; strayDelta() and strayDone() don't.
 class FakeRealtimeLink final : public RealtimeLink
 {
 public:
@@ -14,11 +16,16 @@ public:
     void append(const QByteArray &pcm16) override { appended.append(pcm16); }
     void updateHistory(const History &history) override { histories.append(history); }
     void updateInstructions(const QString &instructions) override { instructionUpdates.append(instructions); }
-    void regenerate(const QString &question) override { regenerated.append(question); }
+    void regenerate(const QString &question) override
+    {
+        regenerated.append(question);
+        m_asked = true;
+    }
     bool askAboutImage(const QByteArray &jpeg, const QString &text) override
     {
         if (acceptsImages)
             images.append({jpeg, text});
+        m_asked = m_asked || acceptsImages;
         return acceptsImages;
     }
 
@@ -27,8 +34,18 @@ public:
     {
         onTranscript(itemID.isEmpty() ? QStringLiteral("item_auto_%1").arg(++m_items) : itemID, text);
     }
-    void delta(const QString &responseID, const QString &text) { onDelta(responseID, text); }
-    void done(const QString &responseID) { onResponseDone(responseID); }
+    void delta(const QString &responseID, const QString &text)
+    {
+        announce(responseID);
+        onDelta(responseID, text);
+    }
+    void done(const QString &responseID)
+    {
+        announce(responseID);
+        onResponseDone(responseID);
+    }
+    void strayDelta(const QString &responseID, const QString &text) { onDelta(responseID, text); }
+    void strayDone(const QString &responseID) { onResponseDone(responseID); }
     void usage(const QVariantMap &usage) { onUsage(usage); }
     void status(const RealtimeStatus &status) { onStatus(status); }
 
@@ -37,12 +54,21 @@ public:
     void transcriptDelta(const QString &itemID, const QString &text) { onTranscriptDelta(itemID, text); }
     void transcriptFailed(const QString &itemID, const QString &message) { onTranscriptFailed(itemID, message); }
     void transcriptionUsage(const QString &itemID, const QVariantMap &usage) { onTranscriptionUsage(itemID, usage); }
-    void created(const QString &responseID, bool requested = false) { onResponseCreated(responseID, requested); }
-    void ended(const QString &responseID, const QString &status, const QString &reason = QString())
+    void created(const QString &responseID, bool requested = false)
     {
-        onResponseEnded(responseID, status, reason);
+        m_announced.insert(responseID);
+        m_asked = false;
+        onResponseCreated(responseID, requested);
     }
-    void configured() { onConfigured(); }
+    void ended(const QString &responseID, const QString &status, const QString &reason = QString(), bool transient = false)
+    {
+        onResponseEnded(responseID, status, reason, transient);
+    }
+    void configured()
+    {
+        m_announced.clear();
+        onConfigured();
+    }
 
     // One whole turn the way the service reports it with turn detection: speech, the
     // response created, the answer streamed, the transcript completing part-way through,
@@ -70,5 +96,14 @@ public:
     bool acceptsImages = true;
 
 private:
+    // As the connection does: the first response after a request of ours is "requested".
+    void announce(const QString &responseID)
+    {
+        if (!m_announced.contains(responseID))
+            created(responseID, m_asked);
+    }
+
     int m_items = 0;
+    QSet<QString> m_announced;   // on this socket
+    bool m_asked = false;        // a request of ours awaits its response
 };

@@ -1,0 +1,48 @@
+// Questions whose transcript never comes: once the card's answer is done, the question
+// waits a few seconds (or until the next turn begins) and is then shown as not
+// transcribed, so that the card reads right and the records and the headless output can
+// go on in order. A transcript that still arrives replaces the line.
+
+#include "session/SessionController.h"
+
+void SessionController::awaitLateQuestion(const QString &pairID)
+{
+    m_questionWaits[pairID] = m_clock.schedule(lateQuestionSeconds, false, [this, pairID] {
+        // Erasing the timer ends this closure: what it needs is copied out first.
+        SessionController *self = this;
+        const QString id = pairID;
+        self->m_questionWaits.erase(id);
+        self->questionNeverCame(id);
+    });
+}
+
+void SessionController::questionNeverCame(const QString &pairID)
+{
+    m_questionWaits.erase(pairID);
+    const int index = indexOfPair(pairID);
+    if (index < 0) {
+        return;
+    }
+    QAPair &pair = m_pairs[index];
+    if (!pair.isComplete || !pair.questionInProgress || !pair.question.isEmpty()) {
+        return;   // the answer still runs, or part of the question arrived
+    }
+    pair.questionInProgress = false;
+    pair.questionMissing = true;
+    emit pairChanged(index);
+    appendEvent(QStringLiteral("question_missing"), {{QStringLiteral("pair"), pair.id}});
+    saveTranscript();
+}
+
+void SessionController::giveUpWaitingQuestions(const QString &newItemID)
+{
+    QStringList waiting;
+    for (const QAPair &pair : std::as_const(m_pairs)) {
+        if (pair.isComplete && pair.questionInProgress && pair.itemID != newItemID) {
+            waiting << pair.id;
+        }
+    }
+    for (const QString &id : std::as_const(waiting)) {
+        questionNeverCame(id);
+    }
+}
