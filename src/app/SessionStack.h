@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/RealComponents.h"
+#include "app/RecordingEndStop.h"
 #include "session/SessionController.h"
 #include "session/SystemClock.h"
 #include "settings/AppSettings.h"
@@ -22,6 +23,7 @@ struct SessionStack
                                                    components.recordingTranscription(), clock, idleInhibitor,
                                                    fileRevealer, recordingPicker, {}, &recordingPrompt})
     {
+        components.setRecordingEndedHandler([this] { recordingEnd.recordingEnded(); });
     }
 
     ~SessionStack()
@@ -38,4 +40,5 @@ struct SessionStack
     DialogRecordingPicker recordingPicker;
     DialogTranscriptionPrompt recordingPrompt;
     SessionController controller;
+    RecordingEndStop recordingEnd{settings, controller};
 };

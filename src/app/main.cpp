@@ -54,6 +54,7 @@ int runHeadless(int argc, char *argv[], const CommandLine::Options &options)
         QLoggingCategory::setFilterRules(QStringLiteral("ketterbloom.*.info=false"));
     SessionStack stack;
     HeadlessRunner runner(stack.controller, stdout, stderr, options.stopAfter);
+    stack.recordingEnd.setStop([&runner] { runner.requestStop(); });
     TerminationSignals termination;
     QObject::connect(&termination, &TerminationSignals::terminationRequested, &runner, &HeadlessRunner::requestStop);
     QObject::connect(&runner, &HeadlessRunner::finished, &app, [](int code) { QCoreApplication::exit(code); });

@@ -55,7 +55,18 @@ struct SystemTapSource
     friend bool operator==(const SystemTapSource &, const SystemTapSource &) = default;
 };
 
-using CaptureSource = std::variant<DeviceChannelsSource, SystemTapSource>;
+// The meeting is a sound file played in real time (rehearsal, a reproduced session, a sample
+// interview); there is no microphone. After its end the model hears silence in real time, or
+// nothing more.
+struct RecordingFileSource
+{
+    QString path;
+    bool silenceAfterEnd = false;
+
+    friend bool operator==(const RecordingFileSource &, const RecordingFileSource &) = default;
+};
+
+using CaptureSource = std::variant<DeviceChannelsSource, SystemTapSource, RecordingFileSource>;
 
 enum class MicPermission { notDetermined, granted, denied };
 
