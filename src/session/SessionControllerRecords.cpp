@@ -37,7 +37,7 @@ void SessionController::startLog()
     m_transcriptError.reset();
     m_eventsError.reset();
     m_transcriptFailureShown = false;
-    m_logStamp = TextRules::sessionStamp(m_clock.wallNow());
+    m_logStamp = (m_demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_clock.wallNow());
     const QString folder = sessionFolder();
     QDir().mkpath(folder);   // a failure leaves the log unopened; the session goes on
     m_log = std::make_unique<SessionLog>(folder, m_logStamp, m_clock);
@@ -48,6 +48,7 @@ void SessionController::startLog()
                  {QStringLiteral("silence_ms"), m_settings.silenceDurationMs()},
                  {QStringLiteral("prefix_padding_ms"), m_settings.prefixPaddingMs()},
                  {QStringLiteral("follow_up_window_s"), m_settings.followUpWindow()},
+                 {QStringLiteral("demo"), m_demo},
                  {QStringLiteral("instructions_chars"), qint64(TextRules::characterCount(m_settings.instructions()))}});
 }
 
@@ -120,6 +121,8 @@ QString SessionController::transcriptFailureText() const
 
 double SessionController::sessionCost() const
 {
+    if (m_demo)
+        return 0.0;   // the local stand-in charges nothing
     return m_sessionUsage.cost(CostModel::pricesFor(m_pricedModel)) + m_transcriptionCost;
 }
 
