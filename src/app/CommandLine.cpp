@@ -51,8 +51,13 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
         QStringLiteral("native-wayland"),
         QStringLiteral("On a Wayland desktop, show the window natively instead of through XWayland "
                        "(the window then can't stay on top of others)."));
+    const QCommandLineOption demo(
+        QStringLiteral("demo"),
+        QStringLiteral("Run a sample interview: scripted questions and answers from a local stand-in for the "
+                       "service. No key, nothing sent anywhere, your settings untouched. With --headless, in this "
+                       "terminal."));
     parser.addOptions({help, version, start, headless, stopAfter, printInstructions, transcribe, withService,
-                       nativeWayland});
+                       nativeWayland, demo});
 
     if (!parser.parse(arguments))
         return usageError(parser.errorText());
@@ -72,6 +77,7 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
     options.headless = parser.isSet(headless);
     options.printInstructions = parser.isSet(printInstructions);
     options.nativeWayland = parser.isSet(nativeWayland);
+    options.demo = parser.isSet(demo);
     if (parser.isSet(transcribe)) {
         const QString path = parser.value(transcribe);
         if (path.isEmpty())
@@ -87,13 +93,15 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
         if (!ok || !std::isfinite(seconds) || seconds <= 0)
             return usageError(QStringLiteral("--stop-after needs a number of seconds above 0, not '%1'")
                                   .arg(parser.value(stopAfter)));
-        if (!options.start && !options.headless)
-            return usageError(QStringLiteral("--stop-after only applies with --start or --headless"));
+        if (!options.start && !options.headless && !options.demo)
+            return usageError(QStringLiteral("--stop-after only applies with --start, --headless or --demo"));
         options.stopAfter = seconds;
     }
     const int modes = int(options.headless) + int(options.printInstructions) + int(options.transcribe.has_value());
     if (modes > 1)
         return usageError(QStringLiteral("--headless, --print-instructions and --transcribe can't be combined"));
+    if (options.demo && (options.printInstructions || options.transcribe))
+        return usageError(QStringLiteral("--demo can't be combined with --print-instructions or --transcribe"));
     if (options.start && (options.printInstructions || options.transcribe))
         return usageError(QStringLiteral("--start can't be combined with --print-instructions or --transcribe"));
     return options;

@@ -19,6 +19,7 @@ public:
         std::optional<QString> transcribe;   // a WAV to transcribe on the device
         bool transcribeWithService = false;  // …with the service's transcription endpoint instead
         bool nativeWayland = false;          // on Wayland, don't go through XWayland
+        bool demo = false;                   // a sample interview against a local stand-in
     };
 
     // Print `text` (to stdout for help and version, to stderr for errors) and exit with `code`.
