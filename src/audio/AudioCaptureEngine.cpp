@@ -162,7 +162,7 @@ std::optional<QString> AudioCaptureEngine::startRecordingMode(const RecordingFil
     }
     m_silenceAfterRecording = source.silenceAfterEnd;
     m_player->setClock(m_recordingClock);
-    return m_player->start(source.path);
+    return m_player->start(source.path, source.playAloud);
 }
 
 std::optional<QString> AudioCaptureEngine::openRecording()

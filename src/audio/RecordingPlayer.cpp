@@ -37,7 +37,7 @@ RecordingPlayer::~RecordingPlayer()
     m_thread.wait();
 }
 
-std::optional<QString> RecordingPlayer::start(const QString &path)
+std::optional<QString> RecordingPlayer::start(const QString &path, bool aloud)
 {
     stop();
     SF_INFO info{};
@@ -81,7 +81,12 @@ std::optional<QString> RecordingPlayer::start(const QString &path)
     m_playing = true;
     qCInfo(lcAudio, "[Ketterbloom] playing the recording %s as the meeting (%.1f s, %d Hz, %d channels)",
            qUtf8Printable(path), m_durationSeconds, info.samplerate, info.channels);
-    QMetaObject::invokeMethod(&m_context, [this] {
+    QMetaObject::invokeMethod(&m_context, [this, path, aloud] {
+        if (aloud) {
+            m_aloud = new QProcess(&m_context);
+            m_aloud->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            m_aloud->start(QStringLiteral("paplay"), {QStringLiteral("--client-name=Ketterbloom"), path});
+        }
         m_startMs = m_clock();
         m_timer.start();
     }, Qt::BlockingQueuedConnection);
@@ -93,7 +98,15 @@ void RecordingPlayer::stop()
     if (!m_file)
         return;
     m_playing = false;
-    QMetaObject::invokeMethod(&m_context, [this] { m_timer.stop(); }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(&m_context, [this] {
+        m_timer.stop();
+        if (m_aloud) {
+            m_aloud->kill();   // our own child, by its handle
+            m_aloud->waitForFinished(1000);
+            delete m_aloud;
+            m_aloud = nullptr;
+        }
+    }, Qt::BlockingQueuedConnection);
     closeFile();
 }
 

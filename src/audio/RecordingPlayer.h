@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QProcess>
 #include <QString>
 #include <QThread>
 #include <QTimer>
@@ -37,8 +38,10 @@ public:
     explicit RecordingPlayer(QObject *parent = nullptr);
     ~RecordingPlayer() override;
 
-    // Opens the file and starts playing it. Returns a user-readable error.
-    std::optional<QString> start(const QString &path);
+    // Opens the file and starts playing it; with `aloud`, to the speakers as well (paplay, when
+    // a sound server answers; without one the file still plays as the meeting). Returns a
+    // user-readable error.
+    std::optional<QString> start(const QString &path, bool aloud = false);
     // Idempotent; no onBlock follows its return.
     void stop();
     bool isPlaying() const { return m_playing; }
@@ -62,6 +65,7 @@ private:
     QThread m_thread;
     QObject m_context;
     QTimer m_timer;   // lives on m_thread
+    QProcess *m_aloud = nullptr;   // lives on m_thread
     Clock m_clock;
     Clock m_clockOverride;
     sf_private_tag *m_file = nullptr;

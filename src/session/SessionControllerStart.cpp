@@ -173,7 +173,8 @@ void SessionController::continueStartWithMic(bool granted)
         break;
     }
     case AppSettings::MeetingSource::recording:
-        source = RecordingFileSource{m_settings.recordingFile(), !m_settings.stopAtRecordingEnd()};
+        source = RecordingFileSource{m_settings.recordingFile(), !m_settings.stopAtRecordingEnd(),
+                                     m_settings.playRecordingAloud()};
         break;
     case AppSettings::MeetingSource::audioDevice: {
         const int meetingChannel = m_settings.meetingChannel();

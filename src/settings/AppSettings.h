@@ -49,6 +49,7 @@ class AppSettings : public QObject
     Q_PROPERTY(QString tappedBundleID READ tappedBundleID WRITE setTappedBundleID NOTIFY tappedBundleIDChanged)
     Q_PROPERTY(QString recordingFile READ recordingFile WRITE setRecordingFile NOTIFY recordingFileChanged)
     Q_PROPERTY(bool stopAtRecordingEnd READ stopAtRecordingEnd WRITE setStopAtRecordingEnd NOTIFY stopAtRecordingEndChanged)
+    Q_PROPERTY(bool playRecordingAloud READ playRecordingAloud WRITE setPlayRecordingAloud NOTIFY playRecordingAloudChanged)
     Q_PROPERTY(StreamSource streamSource READ streamSource WRITE setStreamSource NOTIFY streamSourceChanged)
     Q_PROPERTY(double fontSize READ fontSize WRITE setFontSize NOTIFY fontSizeChanged)
     Q_PROPERTY(QString fontFamily READ fontFamily WRITE setFontFamily NOTIFY fontFamilyChanged)
@@ -121,6 +122,8 @@ public:
     QString recordingFile() const { return m_recordingFile; }
     // At the recording's end: stop the session (true), or keep it listening to silence.
     bool stopAtRecordingEnd() const { return m_stopAtRecordingEnd; }
+    // Also play that recording to the speakers.
+    bool playRecordingAloud() const { return m_playRecordingAloud; }
     StreamSource streamSource() const { return m_streamSource; }
     double fontSize() const { return m_fontSize; }
     QString fontFamily() const { return m_fontFamily; }
@@ -162,6 +165,7 @@ public:
     void setMeetingSource(MeetingSource value);
     void setRecordingFile(const QString &value);
     void setStopAtRecordingEnd(bool value);
+    void setPlayRecordingAloud(bool value);
     void setTappedBundleID(const QString &value);
     void setStreamSource(StreamSource value);
     void setFontSize(double value);
@@ -217,6 +221,7 @@ signals:
     void tappedBundleIDChanged(const QString &value);
     void recordingFileChanged(const QString &value);
     void stopAtRecordingEndChanged(bool value);
+    void playRecordingAloudChanged(bool value);
     void streamSourceChanged(StreamSource value);
     void fontSizeChanged(double value);
     void fontFamilyChanged(const QString &value);
@@ -272,6 +277,7 @@ private:
     QString m_tappedBundleID{};
     QString m_recordingFile{};
     bool m_stopAtRecordingEnd = true;
+    bool m_playRecordingAloud = true;
     StreamSource m_streamSource{};
     double m_fontSize{};
     QString m_fontFamily{};

@@ -73,6 +73,7 @@ void AppSettings::loadRecordingSettings()
     const QSettings &s = *m_store;
     m_recordingFile = StoreReader::string(s, QStringLiteral("recordingFile")).value_or(QString());
     m_stopAtRecordingEnd = StoreReader::boolean(s, QStringLiteral("stopAtRecordingEnd")).value_or(true);
+    m_playRecordingAloud = StoreReader::boolean(s, QStringLiteral("playRecordingAloud")).value_or(true);
 }
 
 void AppSettings::setRecordingFile(const QString &value)
@@ -85,4 +86,10 @@ void AppSettings::setStopAtRecordingEnd(bool value)
 {
     if (assign(*m_store, m_stopAtRecordingEnd, value, "stopAtRecordingEnd", value))
         emit stopAtRecordingEndChanged(m_stopAtRecordingEnd);
+}
+
+void AppSettings::setPlayRecordingAloud(bool value)
+{
+    if (assign(*m_store, m_playRecordingAloud, value, "playRecordingAloud", value))
+        emit playRecordingAloudChanged(m_playRecordingAloud);
 }

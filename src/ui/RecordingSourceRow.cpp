@@ -2,6 +2,7 @@
 
 #include "settings/AppSettings.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -42,6 +43,10 @@ RecordingSourceRow::RecordingSourceRow(AppSettings &settings, QWidget *parent)
     endRow->addWidget(endLabel);
     endRow->addWidget(m_atEnd, 1);
     details->addLayout(endRow);
+    m_aloud = new QCheckBox(tr("Also play it to the s&peakers"), m_details);
+    m_aloud->setChecked(m_settings.playRecordingAloud());
+    details->addWidget(m_aloud);
+    connect(m_aloud, &QCheckBox::toggled, &m_settings, &AppSettings::setPlayRecordingAloud);
     layout->addWidget(m_details);
 
     connect(choose, &QPushButton::clicked, this, &RecordingSourceRow::chooseFile);

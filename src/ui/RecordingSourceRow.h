@@ -3,6 +3,7 @@
 #include <QWidget>
 
 class AppSettings;
+class QCheckBox;
 class QComboBox;
 class QLineEdit;
 class QRadioButton;
@@ -27,4 +28,5 @@ private:
     QLineEdit *m_path = nullptr;
     QWidget *m_details = nullptr;
     QComboBox *m_atEnd = nullptr;
+    QCheckBox *m_aloud = nullptr;
 };
