@@ -44,8 +44,11 @@ AppShell::AppShell(DemoService *demo)
     if (demo) {
         stack.controller.setDemo(true);
         window->showDemoRibbon();
-        QObject::connect(window, &MainWindow::addKeyRequested, window, [] {
-            QProcess::startDetached(QCoreApplication::applicationFilePath(), {});
+        QObject::connect(window, &MainWindow::addKeyRequested, window, [demo] {
+            QProcess ketterbloom;
+            ketterbloom.setProgram(QCoreApplication::applicationFilePath());
+            ketterbloom.setProcessEnvironment(demo->environmentBefore());
+            ketterbloom.startDetached();
             QCoreApplication::quit();
         });
     }

@@ -88,7 +88,8 @@ std::optional<QString> DemoService::start()
     }
     m_url = line.mid(prefix.size());
     qCInfo(lcDemo, "[Ketterbloom] sample interview: local service at %s", qUtf8Printable(m_url));
-    // This process (and nothing it starts later) talks to the stand-in.
+    // This process talks to the stand-in (what it starts gets environmentBefore()).
+    m_environmentBefore = QProcessEnvironment::systemEnvironment();
     qputenv(RealtimeProtocol::endpointVariable, m_url.toUtf8());
 
     // The session's settings, in the temporary folder.

@@ -31,6 +31,9 @@ public:
     std::optional<QString> start();
     QString url() const { return m_url; }
     QString recordingPath() const { return m_recordingPath; }
+    // This process's environment before start() pointed it at the stand-in: for starting the
+    // real Ketterbloom from the sample.
+    QProcessEnvironment environmentBefore() const { return m_environmentBefore; }
 
     // The settings store and key folder of the sample session (after a successful start).
     std::unique_ptr<QSettings> settingsStore() const;
@@ -47,4 +50,5 @@ private:
     QProcess m_simulator;
     QString m_url;
     QString m_recordingPath;
+    QProcessEnvironment m_environmentBefore = QProcessEnvironment::systemEnvironment();
 };
