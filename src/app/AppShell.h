@@ -3,6 +3,7 @@
 #include <memory>
 
 class AppSettings;
+class DemoService;
 class MainWindow;
 class SessionController;
 
@@ -12,7 +13,8 @@ class SessionController;
 class AppShell
 {
 public:
-    AppShell();
+    // With a started `demo`, a sample interview: its settings, the ribbon, no updates offered.
+    explicit AppShell(DemoService *demo = nullptr);
     ~AppShell();
 
     AppSettings &settings();

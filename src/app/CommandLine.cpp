@@ -61,8 +61,13 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
         QStringLiteral("Install a newer Ketterbloom through PackageKit (the desktop may ask for your password); "
                        "refused while the open window has a session running. Exit status: 0 installed, 1 up to "
                        "date, 2 not installed."));
+    const QCommandLineOption demo(
+        QStringLiteral("demo"),
+        QStringLiteral("Run a sample interview: scripted questions and answers from a local stand-in for the "
+                       "service. No key, nothing sent anywhere, your settings untouched. With --headless, in this "
+                       "terminal."));
     parser.addOptions({help, version, start, headless, stopAfter, printInstructions, transcribe, withService,
-                       nativeWayland, checkUpdates, installUpdate});
+                       nativeWayland, checkUpdates, installUpdate, demo});
 
     if (!parser.parse(arguments))
         return usageError(parser.errorText());
@@ -84,6 +89,7 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
     options.nativeWayland = parser.isSet(nativeWayland);
     options.checkUpdates = parser.isSet(checkUpdates);
     options.installUpdate = parser.isSet(installUpdate);
+    options.demo = parser.isSet(demo);
     if (parser.isSet(transcribe)) {
         const QString path = parser.value(transcribe);
         if (path.isEmpty())
@@ -99,8 +105,8 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
         if (!ok || !std::isfinite(seconds) || seconds <= 0)
             return usageError(QStringLiteral("--stop-after needs a number of seconds above 0, not '%1'")
                                   .arg(parser.value(stopAfter)));
-        if (!options.start && !options.headless)
-            return usageError(QStringLiteral("--stop-after only applies with --start or --headless"));
+        if (!options.start && !options.headless && !options.demo)
+            return usageError(QStringLiteral("--stop-after only applies with --start, --headless or --demo"));
         options.stopAfter = seconds;
     }
     const int modes = int(options.headless) + int(options.printInstructions) + int(options.transcribe.has_value())
@@ -110,6 +116,9 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
                                          "--install-update can't be combined"));
     if (options.start && modes > int(options.headless))
         return usageError(QStringLiteral("--start can't be combined with --print-instructions, --transcribe, "
+                                         "--check-updates or --install-update"));
+    if (options.demo && (options.printInstructions || options.transcribe || options.checkUpdates || options.installUpdate))
+        return usageError(QStringLiteral("--demo can't be combined with --print-instructions, --transcribe, "
                                          "--check-updates or --install-update"));
     return options;
 }

@@ -21,6 +21,7 @@ public:
         bool nativeWayland = false;          // on Wayland, don't go through XWayland
         bool checkUpdates = false;           // ask PackageKit for a newer package, print the outcome
         bool installUpdate = false;          // …and install it
+        bool demo = false;                   // a sample interview against a local stand-in
     };
 
     // Print `text` (to stdout for help and version, to stderr for errors) and exit with `code`.

@@ -50,3 +50,8 @@ TapQueries &RealComponents::taps() { return m_parts->taps; }
 MicTranscription &RealComponents::micTranscription() { return m_parts->answers; }
 RecordingTranscription &RealComponents::recordingTranscription() { return m_parts->recordingTranscription; }
 AudioEnvironment &RealComponents::audioEnvironment() { return m_parts->audioEnvironment; }
+
+void RealComponents::setRecordingEndedHandler(std::function<void()> handler)
+{
+    m_parts->captureEngine.onRecordingEnded = std::move(handler);
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 class AppSettings;
@@ -25,6 +26,8 @@ public:
     MicTranscription &micTranscription();
     RecordingTranscription &recordingTranscription();
     AudioEnvironment &audioEnvironment();
+    // GUI thread: the recording played as the meeting has ended.
+    void setRecordingEndedHandler(std::function<void()> handler);
 
 private:
     struct Parts;

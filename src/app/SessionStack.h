@@ -1,9 +1,11 @@
 #pragma once
 
 #include "app/RealComponents.h"
+#include "app/RecordingEndStop.h"
 #include "session/SessionController.h"
 #include "session/SystemClock.h"
 #include "settings/AppSettings.h"
+#include "settings/SecretStore.h"
 #include "ui/DBusFileRevealer.h"
 #include "ui/DBusIdleInhibitor.h"
 #include "ui/DialogRecordingPicker.h"
@@ -16,12 +18,14 @@
 // destroyed in reverse order, so the controller goes before the components it uses.
 struct SessionStack
 {
-    SessionStack()
-        : controller(SessionController::Components{settings, components.realtime(), components.capture(),
-                                                   components.taps(), components.micTranscription(),
-                                                   components.recordingTranscription(), clock, idleInhibitor,
-                                                   fileRevealer, recordingPicker, {}, &recordingPrompt})
+    SessionStack() : controller(makeComponents()) { wire(); }
+
+    // Settings from another store and key folder (the sample interview's).
+    SessionStack(std::unique_ptr<QSettings> store, const SecretStore &secrets)
+        : settings(std::move(store), secrets)
+        , controller(makeComponents())
     {
+        wire();
     }
 
     ~SessionStack()
@@ -38,4 +42,18 @@ struct SessionStack
     DialogRecordingPicker recordingPicker;
     DialogTranscriptionPrompt recordingPrompt;
     SessionController controller;
+    RecordingEndStop recordingEnd{settings, controller};
+
+private:
+    SessionController::Components makeComponents()
+    {
+        return SessionController::Components{settings, components.realtime(), components.capture(),
+                                             components.taps(), components.micTranscription(),
+                                             components.recordingTranscription(), clock, idleInhibitor,
+                                             fileRevealer, recordingPicker, {}, &recordingPrompt};
+    }
+    void wire()
+    {
+        components.setRecordingEndedHandler([this] { recordingEnd.recordingEnded(); });
+    }
 };

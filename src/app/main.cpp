@@ -1,6 +1,7 @@
 #include "app/AppShell.h"
 #include "app/CommandLine.h"
 #include "app/ConsoleText.h"
+#include "app/DemoService.h"
 #include "app/DesktopIntegration.h"
 #include "app/HeadlessRunner.h"
 #include "app/PlatformChoice.h"
@@ -8,6 +9,7 @@
 #include "app/TerminationSignals.h"
 #include "app/TranscribeCommand.h"
 #include "app/UpdateCommand.h"
+#include "session/QAPair.h"
 #include "session/SessionController.h"
 #include "settings/AppSettings.h"
 #include "settings/StoreReader.h"
@@ -18,14 +20,20 @@
 #include <QAction>
 #include <QApplication>
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QLibraryInfo>
 #include <QLoggingCategory>
 #include <QTimer>
 
 #include <cstdio>
+#include <memory>
 #include <vector>
 
 namespace {
+
+constexpr const char *demoNotice =
+    "A sample interview: the questions and answers are scripted, from a local stand-in for the service "
+    "(no key, nothing sent anywhere). About two minutes; Ctrl-C stops it.";
 
 int printInstructions(int argc, char *argv[])
 {
@@ -62,8 +70,23 @@ int runHeadless(int argc, char *argv[], const CommandLine::Options &options)
     // Standard error carries the banners; diagnostics only when asked for.
     if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
         QLoggingCategory::setFilterRules(QStringLiteral("ketterbloom.*.info=false"));
-    SessionStack stack;
+    // The sample interview's stand-in goes after the session that talks to it.
+    DemoService demo;
+    std::unique_ptr<SessionStack> stackOwner;
+    if (options.demo) {
+        if (const std::optional<QString> error = demo.start()) {
+            ConsoleText::write(stderr, QStringLiteral("ketterbloom: ") + *error + QLatin1Char('\n'));
+            return 1;
+        }
+        stackOwner = std::make_unique<SessionStack>(demo.settingsStore(), demo.secrets());
+        stackOwner->controller.setDemo(true);
+        ConsoleText::write(stderr, QString::fromLatin1(demoNotice) + QLatin1Char('\n'));
+    } else {
+        stackOwner = std::make_unique<SessionStack>();
+    }
+    SessionStack &stack = *stackOwner;
     HeadlessRunner runner(stack.controller, stdout, stderr, options.stopAfter);
+    stack.recordingEnd.setStop([&runner] { runner.requestStop(); });
     TerminationSignals termination;
     QObject::connect(&termination, &TerminationSignals::terminationRequested, &runner, &HeadlessRunner::requestStop);
     QObject::connect(&runner, &HeadlessRunner::finished, &app, [](int code) { QCoreApplication::exit(code); });
@@ -84,6 +107,42 @@ PlatformChoice choosePlatform(const CommandLine::Options &options)
     inputs.waylandPluginInstalled = PlatformChoice::waylandPluginIn(qgetenv("QT_PLUGIN_PATH"),
                                                                     QLibraryInfo::path(QLibraryInfo::PluginsPath));
     return PlatformChoice::choose(inputs);
+}
+
+// The sample interview in a window of its own (beside the user's own window, if one is open):
+// it starts at once, and the session stops at the recording's end.
+int runDemoWindow(const CommandLine::Options &options)
+{
+    DemoService demo;
+    if (const std::optional<QString> error = demo.start()) {
+        ConsoleText::write(stderr, QStringLiteral("ketterbloom: ") + *error + QLatin1Char('\n'));
+        return 1;
+    }
+    AppShell shell(&demo);
+    shell.show();
+    SessionController &controller = shell.controller();
+    QTimer::singleShot(0, &controller, &SessionController::start);
+    // Tests: a picture of the window mid-interview, once the fourth answer is complete.
+    const QString picture = qEnvironmentVariable("KETTERBLOOM_DEMO_PICTURE");
+    if (!picture.isEmpty()) {
+        MainWindow &window = shell.window();
+        QObject::connect(&controller, &SessionController::pairChanged, &window, [&window, &controller, picture] {
+            int complete = 0;
+            for (const QAPair &pair : controller.pairs())
+                complete += pair.isComplete ? 1 : 0;
+            if (complete == 4 && !QFileInfo::exists(picture))
+                window.grab().save(picture);
+        });
+    }
+    if (options.stopAfter) {
+        QTimer::singleShot(qRound64(*options.stopAfter * 1000.0), &controller, [&controller] {
+            controller.stop();
+            QCoreApplication::quit();
+        });
+    }
+    TerminationSignals termination;
+    QObject::connect(&termination, &TerminationSignals::terminationRequested, qApp, [] { QCoreApplication::quit(); });
+    return QApplication::exec();
 }
 
 int runWindow(int argc, char *argv[], const CommandLine::Options &options)
@@ -111,6 +170,9 @@ int runWindow(int argc, char *argv[], const CommandLine::Options &options)
     QApplication app(count, arguments.data());
     QApplication::setApplicationDisplayName(QStringLiteral("Ketterbloom"));
     QApplication::setDesktopFileName(QStringLiteral("ketterbloom"));
+
+    if (options.demo)
+        return runDemoWindow(options);
 
     // One window per user: a later launch brings this one forward (and starts a session).
     // One per settings file, so that a copy run with a home of its own (tests) stays apart.

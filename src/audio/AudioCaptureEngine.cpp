@@ -4,6 +4,7 @@
 #include "audio/AudioDeviceManager.h"
 #include "audio/MicInput.h"
 #include "audio/Pcm16Resampler.h"
+#include "audio/RecordingPlayer.h"
 #include "audio/StartupTrace.h"
 #include "audio/WavWriter.h"
 
@@ -128,9 +129,14 @@ std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, St
     m_micSource.clear();
     m_micName.clear();
     std::optional<QString> error;
+    m_usingRecording = false;
     if (const auto *tap = std::get_if<SystemTapSource>(&source)) {
         m_usingTap = true;
         error = startTapMode(*tap, streamSource);
+    } else if (const auto *recording = std::get_if<RecordingFileSource>(&source)) {
+        m_usingTap = false;
+        m_usingRecording = true;
+        error = startRecordingMode(*recording);
     } else {
         m_usingTap = false;
         error = startDeviceMode(std::get<DeviceChannelsSource>(source), streamSource);
@@ -146,11 +152,41 @@ std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, St
         m_silentLineNs = 0;
         m_drainTimer.start();
     }, Qt::BlockingQueuedConnection);
-    QMetaObject::invokeMethod(&m_watchContext, [this] {
-        m_retryStep = 0;
-        scheduleCheck(healthyCheckMs);
-    }, Qt::QueuedConnection);
+    // A recording has nothing to lose or reattach: no health checks.
+    if (!m_usingRecording) {
+        QMetaObject::invokeMethod(&m_watchContext, [this] {
+            m_retryStep = 0;
+            scheduleCheck(healthyCheckMs);
+        }, Qt::QueuedConnection);
+    }
     return std::nullopt;
+}
+
+std::optional<QString> AudioCaptureEngine::startRecordingMode(const RecordingFileSource &source)
+{
+    // The file alone is the meeting; there is no microphone to hear or to transcribe.
+    m_streamSource = int(StreamSource::meetingOnly);
+    m_deviceChannels = 1;
+    prepareConverters();
+    if (auto error = openRecording())
+        return error;
+    // The file clocks the archive, as the microphone does otherwise.
+    m_archiveClock = ArchiveClock::micFeeds;
+    if (!m_player) {
+        m_player = std::make_unique<RecordingPlayer>();
+        m_player->onBlock = [this](const float *samples, int frames) { handleRecordingBlock(samples, frames); };
+        m_player->onEnded = [this] {
+            if (m_silenceAfterRecording)
+                m_meetingUp = false;   // the writer thread's silent line takes over
+            postToOwner([this] {
+                if (onRecordingEnded)
+                    onRecordingEnded();
+            });
+        };
+    }
+    m_silenceAfterRecording = source.silenceAfterEnd;
+    m_player->setClock(m_recordingClock);
+    return m_player->start(source.path, source.playAloud);
 }
 
 std::optional<QString> AudioCaptureEngine::openRecording()
@@ -418,6 +454,8 @@ void AudioCaptureEngine::releaseSession()
     m_micUp = false;
     m_meetingUp = false;
     m_tap.cleanUp();
+    if (m_player)
+        m_player->stop();   // no block follows
     if (m_mic)
         m_mic.reset();   // stops its thread: no microphone block follows
     else if (m_stalledMic)

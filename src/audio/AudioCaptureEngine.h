@@ -20,6 +20,7 @@
 
 class MicInput;
 class Pcm16Resampler;
+class RecordingPlayer;
 class WavWriter;
 
 // Owns both audio inputs of a session: the microphone (a channel of an input device) and the
@@ -83,6 +84,8 @@ public:
     // GUI thread: the recording could not be written (a full disk ...) and has stopped; the
     // capture goes on. `error` is the system's reason. Once per recording.
     std::function<void(const QString &path, const QString &error)> onRecordingFailed;
+    // GUI thread: the recording that stands for the meeting has been played to its end.
+    std::function<void()> onRecordingEnded;
 
     // There is no microphone permission on Linux desktops: always granted.
     MicPermission micPermission() const { return MicPermission::granted; }
@@ -116,10 +119,13 @@ public:
     // Test hooks: a shorter start deadline, and a delay before the microphone stream starts.
     void setMicStartDeadlineForTesting(int ms) { m_micDeadlineMs = ms; }
     void setMicStartDelayForTesting(int ms) { m_micStartDelayMs = ms; }
+    // Test hook: the clock that paces a recording (milliseconds), instead of the steady one.
+    void setRecordingClockForTesting(std::function<qint64()> clock) { m_recordingClock = std::move(clock); }
 
 private:
     std::optional<QString> startDeviceMode(const DeviceChannelsSource &source, StreamSource streamSource);
     std::optional<QString> startTapMode(const SystemTapSource &source, StreamSource streamSource);
+    std::optional<QString> startRecordingMode(const RecordingFileSource &source);
     std::optional<QString> openRecording();
     void fallBackToMeetingOnly(const QString &message);
     // Stops writing the archive and closes its file on the writer thread.
@@ -145,6 +151,7 @@ private:
     void handleDeviceBlock(int frames);                        // mic thread, device mode
     void handleMicBlock(int frames);                           // mic thread, tap mode
     void handleTapAudio(const float *samples, int frames);     // tap thread
+    void handleRecordingBlock(const float *samples, int frames);   // recording thread
     void catchUpArchive(int frames);                           // mic thread
     void popMeeting(float *out, int frames);                    // mic thread
     void emitPCM16(Pcm16Resampler *converter, const float *samples, int frames);
@@ -190,6 +197,10 @@ private:
 
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_usingTap{false};
+    std::atomic<bool> m_usingRecording{false};
+    std::atomic<bool> m_silenceAfterRecording{false};
+    std::unique_ptr<RecordingPlayer> m_player;
+    std::function<qint64()> m_recordingClock;
     std::atomic<bool> m_recordingOpen{false};
     std::atomic<bool> m_micIsStalled{false};
     std::atomic<bool> m_micEngineUnusable{false};

@@ -150,6 +150,15 @@ void AudioCaptureEngine::handleTapAudio(const float *samples, int frames)
         postLevels(0.0f, peak);
 }
 
+void AudioCaptureEngine::handleRecordingBlock(const float *samples, int frames)
+{
+    emitPCM16(m_converterAPIFrom48.get(), samples, frames);
+    // No microphone: m_micMono stays silent and is the archive's left.
+    if (m_recordingOpen)
+        writeStereo(m_micMono.data(), samples, frames);
+    postLevels(0.0f, peakOf(samples, frames));
+}
+
 void AudioCaptureEngine::emitPCM16(Pcm16Resampler *converter, const float *samples, int frames)
 {
     if (!converter)

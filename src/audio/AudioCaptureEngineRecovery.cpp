@@ -73,7 +73,7 @@ void AudioCaptureEngine::switchMicrophone(const std::optional<QString> &deviceUI
 
 void AudioCaptureEngine::runCheck()
 {
-    if (!m_running)
+    if (!m_running || m_usingRecording)
         return;
     // A fresh connection every time: a long-lived one may keep reporting an old default.
     // (Asked before taking the control lock, so a slow server never holds up stop().)

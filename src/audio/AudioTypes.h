@@ -55,7 +55,19 @@ struct SystemTapSource
     friend bool operator==(const SystemTapSource &, const SystemTapSource &) = default;
 };
 
-using CaptureSource = std::variant<DeviceChannelsSource, SystemTapSource>;
+// The meeting is a sound file played in real time (rehearsal, a reproduced session, a sample
+// interview); there is no microphone. After its end the model hears silence in real time, or
+// nothing more. It can be played to the speakers as well (when there is a sound server).
+struct RecordingFileSource
+{
+    QString path;
+    bool silenceAfterEnd = false;
+    bool playAloud = false;
+
+    friend bool operator==(const RecordingFileSource &, const RecordingFileSource &) = default;
+};
+
+using CaptureSource = std::variant<DeviceChannelsSource, SystemTapSource, RecordingFileSource>;
 
 enum class MicPermission { notDetermined, granted, denied };
 

@@ -156,6 +156,11 @@ public:
     // "[HH:mm:ss] Q: …\nA: …" blocks joined by a blank line.
     QString transcriptForExport() const;
 
+    // A sample interview against a local stand-in for the service: its records are named
+    // "meeting_demo_…", say so in the events log, and cost nothing.
+    void setDemo(bool demo) { m_demo = demo; }
+    bool isDemo() const { return m_demo; }
+
     // --- Operations --------------------------------------------------------------------
     void start();
     void stop();
@@ -373,6 +378,7 @@ private:
     QList<QAPair> m_pairs;
     RealtimeStatus m_status = RealtimeStatus::idle();
     bool m_isSessionActive = false;
+    bool m_demo = false;
     bool m_isStarting = false;
     bool m_isListening = false;
     float m_micLevel = 0;

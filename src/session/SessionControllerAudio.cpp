@@ -94,7 +94,9 @@ void SessionController::watchMicrophoneSettings()
     // A microphone picked in Settings during a session is used at once (the meeting side
     // and the session go on); with both sides on one device, the change waits for Start.
     auto switchMic = [this] {
-        if (!m_isSessionActive || m_settings.meetingSource() == AppSettings::MeetingSource::audioDevice) {
+        const AppSettings::MeetingSource source = m_settings.meetingSource();
+        if (!m_isSessionActive || source == AppSettings::MeetingSource::audioDevice
+            || source == AppSettings::MeetingSource::recording) {
             return;
         }
         const QString uid = m_settings.deviceUID();

@@ -63,7 +63,7 @@ void SessionController::log(const QString &message)
 void SessionController::startLog()
 {
     m_faults.clear();
-    m_logStamp = TextRules::sessionStamp(m_clock.wallNow());
+    m_logStamp = (m_demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_clock.wallNow());
     const QString folder = sessionFolder();
     QDir().mkpath(folder);   // a failure leaves the log unopened; the session goes on
     m_log = std::make_unique<SessionLog>(folder, m_logStamp, m_clock);
@@ -77,6 +77,7 @@ void SessionController::startLog()
                  {QStringLiteral("silence_ms"), m_settings.silenceDurationMs()},
                  {QStringLiteral("prefix_padding_ms"), m_settings.prefixPaddingMs()},
                  {QStringLiteral("follow_up_window_s"), m_settings.followUpWindow()},
+                 {QStringLiteral("demo"), m_demo},
                  {QStringLiteral("instructions_chars"), qint64(TextRules::characterCount(m_settings.instructions()))}});
 }
 
@@ -181,6 +182,8 @@ void SessionController::saveTranscript()
 
 double SessionController::sessionCost() const
 {
+    if (m_demo)
+        return 0.0;   // the local stand-in charges nothing
     return m_sessionUsage.cost(CostModel::pricesFor(m_pricedModel)) + m_transcriptionCost;
 }
 

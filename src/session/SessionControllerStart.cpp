@@ -121,7 +121,7 @@ void SessionController::continueStartWithMic(bool granted)
     }
 
     const AppSettings::MeetingSource meetingSource = m_settings.meetingSource();
-    if (meetingSource != AppSettings::MeetingSource::audioDevice) {
+    if (meetingSource == AppSettings::MeetingSource::systemOutput || meetingSource == AppSettings::MeetingSource::singleApp) {
         // No permission prompt here: a failed probe gets one more try.
         if (!m_taps.probeTapAccess() && !m_taps.probeTapAccess()) {
             setBannerText(kSystemAudioUnreachable);
@@ -172,6 +172,10 @@ void SessionController::continueStartWithMic(bool granted)
         }
         break;
     }
+    case AppSettings::MeetingSource::recording:
+        source = RecordingFileSource{m_settings.recordingFile(), !m_settings.stopAtRecordingEnd(),
+                                     m_settings.playRecordingAloud()};
+        break;
     case AppSettings::MeetingSource::audioDevice: {
         const int meetingChannel = m_settings.meetingChannel();
         source = DeviceChannelsSource{m_settings.deviceUID(), m_settings.micChannel(),

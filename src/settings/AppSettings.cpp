@@ -29,10 +29,11 @@ QString toRaw(E value, const std::array<std::pair<E, const char *>, N> &table)
     return QString::fromLatin1(table.front().second);
 }
 
-constexpr std::array<std::pair<AppSettings::MeetingSource, const char *>, 3> meetingSources{{
+constexpr std::array<std::pair<AppSettings::MeetingSource, const char *>, 4> meetingSources{{
     {AppSettings::MeetingSource::systemOutput, "systemOutput"},
     {AppSettings::MeetingSource::singleApp, "singleApp"},
     {AppSettings::MeetingSource::audioDevice, "audioDevice"},
+    {AppSettings::MeetingSource::recording, "recording"},
 }};
 constexpr std::array<std::pair<AppSettings::StreamSource, const char *>, 3> streamSources{{
     {AppSettings::StreamSource::meetingOnly, "meetingOnly"},
@@ -159,6 +160,7 @@ void AppSettings::load()
     m_roleTitle = str("roleTitle", QString());
     m_jobDescription = str("jobDescription", QString());
     loadAnswerSettings();
+    loadRecordingSettings();
     validateLoaded();
 }
 

@@ -47,6 +47,9 @@ class AppSettings : public QObject
     Q_PROPERTY(bool transcribeAnswersWithService READ transcribeAnswersWithService WRITE setTranscribeAnswersWithService NOTIFY transcribeAnswersWithServiceChanged)
     Q_PROPERTY(MeetingSource meetingSource READ meetingSource WRITE setMeetingSource NOTIFY meetingSourceChanged)
     Q_PROPERTY(QString tappedBundleID READ tappedBundleID WRITE setTappedBundleID NOTIFY tappedBundleIDChanged)
+    Q_PROPERTY(QString recordingFile READ recordingFile WRITE setRecordingFile NOTIFY recordingFileChanged)
+    Q_PROPERTY(bool stopAtRecordingEnd READ stopAtRecordingEnd WRITE setStopAtRecordingEnd NOTIFY stopAtRecordingEndChanged)
+    Q_PROPERTY(bool playRecordingAloud READ playRecordingAloud WRITE setPlayRecordingAloud NOTIFY playRecordingAloudChanged)
     Q_PROPERTY(StreamSource streamSource READ streamSource WRITE setStreamSource NOTIFY streamSourceChanged)
     Q_PROPERTY(double fontSize READ fontSize WRITE setFontSize NOTIFY fontSizeChanged)
     Q_PROPERTY(QString fontFamily READ fontFamily WRITE setFontFamily NOTIFY fontFamilyChanged)
@@ -62,7 +65,7 @@ class AppSettings : public QObject
     Q_PROPERTY(QString instructions READ instructions NOTIFY instructionsChanged)
 
 public:
-    enum class MeetingSource { systemOutput, singleApp, audioDevice };
+    enum class MeetingSource { systemOutput, singleApp, audioDevice, recording };
     Q_ENUM(MeetingSource)
     enum class StreamSource { meetingOnly, micOnly, both };
     Q_ENUM(StreamSource)
@@ -115,6 +118,12 @@ public:
     bool transcribeAnswersWithService() const { return m_transcribeAnswersWithService; }
     MeetingSource meetingSource() const { return m_meetingSource; }
     QString tappedBundleID() const { return m_tappedBundleID; }
+    // The sound file played as the meeting when meetingSource is recording.
+    QString recordingFile() const { return m_recordingFile; }
+    // At the recording's end: stop the session (true), or keep it listening to silence.
+    bool stopAtRecordingEnd() const { return m_stopAtRecordingEnd; }
+    // Also play that recording to the speakers.
+    bool playRecordingAloud() const { return m_playRecordingAloud; }
     StreamSource streamSource() const { return m_streamSource; }
     double fontSize() const { return m_fontSize; }
     QString fontFamily() const { return m_fontFamily; }
@@ -154,6 +163,9 @@ public:
     void setTranscribeMyAnswers(bool value);
     void setTranscribeAnswersWithService(bool value);
     void setMeetingSource(MeetingSource value);
+    void setRecordingFile(const QString &value);
+    void setStopAtRecordingEnd(bool value);
+    void setPlayRecordingAloud(bool value);
     void setTappedBundleID(const QString &value);
     void setStreamSource(StreamSource value);
     void setFontSize(double value);
@@ -207,6 +219,9 @@ signals:
     void transcribeAnswersWithServiceChanged(bool value);
     void meetingSourceChanged(MeetingSource value);
     void tappedBundleIDChanged(const QString &value);
+    void recordingFileChanged(const QString &value);
+    void stopAtRecordingEndChanged(bool value);
+    void playRecordingAloudChanged(bool value);
     void streamSourceChanged(StreamSource value);
     void fontSizeChanged(double value);
     void fontFamilyChanged(const QString &value);
@@ -229,6 +244,7 @@ signals:
 private:
     void load();
     void loadAnswerSettings();
+    void loadRecordingSettings();
     // Replaces the values that may not be sent to the service by their defaults; on load the
     // messages go to loadNotices(), on a change to settingReset().
     void validateLoaded();
@@ -259,6 +275,9 @@ private:
     bool m_transcribeAnswersWithService{};
     MeetingSource m_meetingSource{};
     QString m_tappedBundleID{};
+    QString m_recordingFile{};
+    bool m_stopAtRecordingEnd = true;
+    bool m_playRecordingAloud = true;
     StreamSource m_streamSource{};
     double m_fontSize{};
     QString m_fontFamily{};

@@ -1,4 +1,5 @@
-// The answer-style settings and the screen-question note of AppSettings.
+// The answer-style settings, the screen-question note and the recording played as the meeting
+// of AppSettings.
 #include "settings/AppSettings.h"
 
 #include "settings/StoreReader.h"
@@ -65,4 +66,30 @@ void AppSettings::setScreenPrivacyNoteShown(bool value)
 {
     if (assign(*m_store, m_screenPrivacyNoteShown, value, "screenPrivacyNoteShown", value))
         emit screenPrivacyNoteShownChanged(m_screenPrivacyNoteShown);
+}
+
+void AppSettings::loadRecordingSettings()
+{
+    const QSettings &s = *m_store;
+    m_recordingFile = StoreReader::string(s, QStringLiteral("recordingFile")).value_or(QString());
+    m_stopAtRecordingEnd = StoreReader::boolean(s, QStringLiteral("stopAtRecordingEnd")).value_or(true);
+    m_playRecordingAloud = StoreReader::boolean(s, QStringLiteral("playRecordingAloud")).value_or(true);
+}
+
+void AppSettings::setRecordingFile(const QString &value)
+{
+    if (assign(*m_store, m_recordingFile, value, "recordingFile", value))
+        emit recordingFileChanged(m_recordingFile);
+}
+
+void AppSettings::setStopAtRecordingEnd(bool value)
+{
+    if (assign(*m_store, m_stopAtRecordingEnd, value, "stopAtRecordingEnd", value))
+        emit stopAtRecordingEndChanged(m_stopAtRecordingEnd);
+}
+
+void AppSettings::setPlayRecordingAloud(bool value)
+{
+    if (assign(*m_store, m_playRecordingAloud, value, "playRecordingAloud", value))
+        emit playRecordingAloudChanged(m_playRecordingAloud);
 }

@@ -7,6 +7,7 @@
 #include "ui/CardFonts.h"
 #include "ui/ContextPanel.h"
 #include "ui/ControlBar.h"
+#include "ui/DemoRibbon.h"
 #include "ui/Icons.h"
 #include "ui/JobContextDialog.h"
 #include "ui/OnboardingDialog.h"
@@ -25,6 +26,7 @@
 #include <QMenuBar>
 #include <QScreen>
 #include <QSettings>
+#include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -75,6 +77,7 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
     layout->addWidget(m_transcript, 1);
     setCentralWidget(central);
 
+    connect(m_transcript->sampleInterviewButton(), &QPushButton::clicked, this, &MainWindow::sampleInterviewRequested);
     m_transcript->setSource(&m_controller.pairs());
     connect(&m_controller, &SessionController::pairInserted, m_transcript, &TranscriptView::pairInserted);
     connect(&m_controller, &SessionController::pairChanged, m_transcript, &TranscriptView::pairChanged);
@@ -383,9 +386,21 @@ void MainWindow::openOnboarding()
     if (!m_onboarding) {
         m_onboarding = new OnboardingDialog(m_settings, m_controller, m_services.audio, this);
         m_onboarding->setAttribute(Qt::WA_DeleteOnClose);
+        connect(m_onboarding, &OnboardingDialog::sampleInterviewRequested, this, &MainWindow::sampleInterviewRequested);
     }
     m_onboarding->open();
     m_onboarding->raise();
+}
+
+void MainWindow::showDemoRibbon()
+{
+    if (m_demoRibbon)
+        return;
+    m_demoRibbon = new DemoRibbon(centralWidget());
+    // Under the control bar and its divider, above the banner.
+    static_cast<QVBoxLayout *>(centralWidget()->layout())->insertWidget(2, m_demoRibbon);
+    connect(m_demoRibbon, &DemoRibbon::addKeyRequested, this, &MainWindow::addKeyRequested);
+    m_transcript->sampleInterviewButton()->hide();
 }
 
 void MainWindow::copyTranscript()

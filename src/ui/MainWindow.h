@@ -14,6 +14,7 @@
 class AudioEnvironment;
 class BannerView;
 class ControlBar;
+class DemoRibbon;
 class FileRevealer;
 class QAction;
 class QActionGroup;
@@ -86,6 +87,11 @@ public:
     // Writes the frame now (otherwise it is written shortly after a move or resize).
     void saveFrame();
 
+    // A sample interview runs in this window: the ribbon that says so goes on top, and the
+    // empty state no longer offers one.
+    void showDemoRibbon();
+    DemoRibbon *demoRibbon() const { return m_demoRibbon; }
+
 signals:
     // A Settings dialog was made (pages of other parts of the program hook in here).
     void settingsDialogCreated(SettingsDialog *dialog);
@@ -93,6 +99,9 @@ signals:
     void checkForUpdatesRequested();
     void installUpdateRequested();
     void restartRequested();
+    // "Try a sample interview" (the welcome, the empty window), and the sample's "Add your key".
+    void sampleInterviewRequested();
+    void addKeyRequested();
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -118,6 +127,7 @@ private:
     BannerView *m_banner;
     TranscriptView *m_transcript;
     QTimer *m_frameSaveTimer;
+    DemoRibbon *m_demoRibbon = nullptr;
     bool m_shownOnce = false;
 
     QPointer<SettingsDialog> m_settingsDialog;

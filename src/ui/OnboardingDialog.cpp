@@ -126,6 +126,17 @@ QWidget *OnboardingDialog::buildKeyPage()
     note->setForegroundRole(QPalette::PlaceholderText);
     layout->addWidget(note);
     layout->addStretch(1);
+    // No key yet: see it work first, with scripted questions and answers.
+    auto *sampleRow = new QHBoxLayout;
+    auto *noKey = body(tr("No key yet?"), page);
+    m_sampleInterview = new QPushButton(tr("Try a &sample interview"), page);
+    m_sampleInterview->setToolTip(tr("About two minutes of a scripted interview, with no key and nothing sent anywhere"));
+    m_sampleInterview->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    sampleRow->addWidget(noKey);
+    sampleRow->addWidget(m_sampleInterview);
+    sampleRow->addStretch(1);
+    layout->addLayout(sampleRow);
+    connect(m_sampleInterview, &QPushButton::clicked, this, &OnboardingDialog::sampleInterviewRequested);
     return page;
 }
 

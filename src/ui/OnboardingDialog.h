@@ -48,6 +48,11 @@ public:
     QString keyStatusText() const;
     // What reading the context documents reported (nothing read, files without text, cuts).
     QString contextNoteText() const;
+    QPushButton *sampleInterviewButton() const { return m_sampleInterview; }
+
+signals:
+    // "Try a sample interview": the user wants to see it work before adding a key.
+    void sampleInterviewRequested();
 
 protected:
     void done(int result) override;
@@ -75,6 +80,7 @@ private:
     QLabel *m_contextNote = nullptr;
     ApiKeyCheck *m_keyCheck = nullptr;
     QPushButton *m_checkKey = nullptr;
+    QPushButton *m_sampleInterview = nullptr;
     QLabel *m_keyStatus = nullptr;
     QLabel *m_server = nullptr;
     QLabel *m_mic = nullptr;

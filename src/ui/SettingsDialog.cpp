@@ -4,6 +4,7 @@
 #include "session/TapQueries.h"
 #include "settings/InstructionsBuilder.h"
 #include "ui/AnswerServiceCheckBox.h"
+#include "ui/RecordingSourceRow.h"
 #include "ui/AnswersSettingsPage.h"
 #include "ui/ApiKeyField.h"
 #include "ui/AudioEnvironment.h"
@@ -122,6 +123,7 @@ QRadioButton *SettingsDialog::meetingSourceButton(AppSettings::MeetingSource sou
     case AppSettings::MeetingSource::systemOutput: return m_sourceSystem;
     case AppSettings::MeetingSource::singleApp: return m_sourceApp;
     case AppSettings::MeetingSource::audioDevice: return m_sourceDevice;
+    case AppSettings::MeetingSource::recording: return m_sourceRecording->radio();
     }
     return nullptr;
 }
@@ -140,6 +142,8 @@ QWidget *SettingsDialog::buildAudioTab()
     group->addButton(m_sourceSystem, int(AppSettings::MeetingSource::systemOutput));
     group->addButton(m_sourceApp, int(AppSettings::MeetingSource::singleApp));
     group->addButton(m_sourceDevice, int(AppSettings::MeetingSource::audioDevice));
+    m_sourceRecording = new RecordingSourceRow(m_settings, meeting);
+    group->addButton(m_sourceRecording->radio(), int(AppSettings::MeetingSource::recording));
     m_apps = new QComboBox(meeting);
     m_apps->setAccessibleName(tr("Application to listen to"));
     auto *refreshApps = new QPushButton(tr("Refresh"), meeting);
@@ -151,6 +155,7 @@ QWidget *SettingsDialog::buildAudioTab()
     meetingLayout->addWidget(m_sourceSystem);
     meetingLayout->addLayout(appRow);
     meetingLayout->addWidget(m_sourceDevice);
+    meetingLayout->addWidget(m_sourceRecording);
     layout->addWidget(meeting);
 
     auto *deviceBox = new QGroupBox(tr("Input device"), page);
@@ -276,6 +281,7 @@ void SettingsDialog::refreshMeetingSource()
     const auto source = m_settings.meetingSource();
     m_apps->setEnabled(source == AppSettings::MeetingSource::singleApp);
     m_meetingChannel->setEnabled(source == AppSettings::MeetingSource::audioDevice);
+    m_sourceRecording->setActive(source == AppSettings::MeetingSource::recording);
 }
 
 QWidget *SettingsDialog::buildModelTab()

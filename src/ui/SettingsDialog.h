@@ -19,6 +19,8 @@ class TapQueries;
 
 // Every setting the user may change. Changes are written through at once; there is no
 // save step (the API key is written when its field is left or the dialog closes).
+class RecordingSourceRow;
+
 class SettingsDialog : public QDialog
 {
     Q_OBJECT
@@ -69,6 +71,7 @@ private:
     QRadioButton *m_sourceSystem = nullptr;
     QRadioButton *m_sourceApp = nullptr;
     QRadioButton *m_sourceDevice = nullptr;
+    RecordingSourceRow *m_sourceRecording = nullptr;
     QComboBox *m_apps = nullptr;
     QComboBox *m_devices = nullptr;
     QSpinBox *m_micChannel = nullptr;

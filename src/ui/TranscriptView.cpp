@@ -32,6 +32,7 @@ TranscriptView::TranscriptView(QWidget *parent)
     , m_empty(new QWidget(this))
     , m_emptyHeadline(new QLabel(QStringLiteral("No answers yet"), m_empty))
     , m_emptyText(new QLabel(m_empty))
+    , m_sampleInterview(new QPushButton(tr("Try a sample interview"), m_empty))
     , m_scroll(new QScrollArea(this))
     , m_column(new CardColumn)
     , m_newAnswers(new QPushButton(this))
@@ -62,6 +63,9 @@ TranscriptView::TranscriptView(QWidget *parent)
     m_emptyText->setForegroundRole(QPalette::PlaceholderText);
     emptyLayout->addWidget(m_emptyHeadline);
     emptyLayout->addWidget(m_emptyText);
+    m_sampleInterview->setToolTip(tr("About two minutes of a scripted interview, with no key and nothing sent anywhere"));
+    emptyLayout->addSpacing(8);
+    emptyLayout->addWidget(m_sampleInterview, 0, Qt::AlignHCenter);
     emptyLayout->addStretch(1);
 
     // Cards.

@@ -57,6 +57,8 @@ public:
     bool isEmptyStateShown() const;
     QString emptyStateHeadline() const;
     QString emptyStateText() const;
+    // "Try a sample interview" under the empty state's text (hidden during a sample interview).
+    QPushButton *sampleInterviewButton() const { return m_sampleInterview; }
     int cardCount() const;
     QACard *card(int index) const;
     CardColumn *column() const { return m_column; }
@@ -95,6 +97,7 @@ private:
     QWidget *m_empty;
     QLabel *m_emptyHeadline;
     QLabel *m_emptyText;
+    QPushButton *m_sampleInterview;
     QScrollArea *m_scroll;
     CardColumn *m_column;
     QPushButton *m_newAnswers;

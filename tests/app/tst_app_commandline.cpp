@@ -72,13 +72,16 @@ private slots:
         QTest::newRow("infinite") << QStringList{QStringLiteral("--headless"), QStringLiteral("--stop-after=inf")}
                                   << QStringLiteral("ketterbloom: --stop-after needs a number of seconds above 0, not 'inf'");
         QTest::newRow("no session to stop") << QStringList{QStringLiteral("--stop-after=5")}
-                                            << QStringLiteral("ketterbloom: --stop-after only applies with --start or --headless");
+                                            << QStringLiteral("ketterbloom: --stop-after only applies with --start, --headless or --demo");
         QTest::newRow("two modes") << QStringList{QStringLiteral("--headless"), QStringLiteral("--print-instructions")}
                                    << QStringLiteral("ketterbloom: --headless, --print-instructions, --transcribe, "
                                                      "--check-updates and --install-update can't be combined");
         QTest::newRow("check and install") << QStringList{QStringLiteral("--check-updates"), QStringLiteral("--install-update")}
                                            << QStringLiteral("ketterbloom: --headless, --print-instructions, --transcribe, "
                                                              "--check-updates and --install-update can't be combined");
+        QTest::newRow("sample interview with a file") << QStringList{QStringLiteral("--demo"), QStringLiteral("--transcribe=a.wav")}
+                                                      << QStringLiteral("ketterbloom: --demo can't be combined with --print-instructions, "
+                                                                        "--transcribe, --check-updates or --install-update");
         QTest::newRow("service without a recording")
             << QStringList{QStringLiteral("--with-openai")}
             << QStringLiteral("ketterbloom: --with-openai only applies with --transcribe");

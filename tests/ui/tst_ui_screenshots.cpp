@@ -8,6 +8,7 @@
 #include "ui/BannerView.h"
 #include "ui/Colors.h"
 #include "ui/ControlBar.h"
+#include "ui/DemoRibbon.h"
 
 #include "ui/ContextPanel.h"
 #include "ui/JobContextDialog.h"
@@ -21,6 +22,8 @@
 #include <QImage>
 #include <QPainter>
 #include <QPdfWriter>
+#include <QPushButton>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QLabel>
 #include <QMenu>
@@ -303,6 +306,45 @@ private slots:
             if (page == OnboardingDialog::audioPage && rig.audio.levelSink)
                 rig.audio.levelSink(0.55f);
             save(dialog, QStringLiteral("onboarding-%1").arg(page + 1));
+        }
+    }
+
+    // The sample interview at the smallest window, light and dark: offered on the welcome
+    // step and in the empty window; while it runs, the ribbon says so and leads to the key.
+    void sampleInterview()
+    {
+        for (bool dark : {false, true}) {
+            const QString scheme = dark ? QStringLiteral("dark") : QStringLiteral("light");
+            UiRig rig(false);
+            rig.session.settings.setAppearance(dark ? AppSettings::Appearance::dark : AppSettings::Appearance::light);
+            rig.window->resize(QSize(420, 400) + QSize(0, rig.window->menuBar()->sizeHint().height()));
+            rig.window->show();
+            QVERIFY(QTest::qWaitForWindowExposed(rig.window.get()));
+            QVERIFY(rig.transcript().sampleInterviewButton()->isVisible());
+            QSignalSpy wanted(rig.window.get(), &MainWindow::sampleInterviewRequested);
+            rig.window->openOnboarding();
+            OnboardingDialog *dialog = rig.window->onboardingDialog();
+            dialog->resize(420, 400);
+            save(dialog, QStringLiteral("welcome-sample-interview-") + scheme);
+            checkNothingElided(dialog, QStringLiteral("welcome ") + scheme);
+            QPushButton *sample = dialog->sampleInterviewButton();
+            QVERIFY(sample->isVisible());
+            QVERIFY(dialog->rect().contains(QRect(sample->mapTo(dialog, QPoint(0, 0)), sample->size())));
+            sample->click();
+            QCOMPARE(wanted.count(), 1);
+            dialog->close();
+
+            rig.window->showDemoRibbon();
+            rig.playConversation();
+            save(rig.window.get(), QStringLiteral("demo-ribbon-") + scheme, 120);
+            DemoRibbon *ribbon = rig.window->demoRibbon();
+            checkNothingElided(ribbon, QStringLiteral("ribbon ") + scheme);
+            QVERIFY(!rig.transcript().sampleInterviewButton()->isVisibleTo(rig.window.get()));
+            QPushButton *addKey = ribbon->addKeyButton();
+            QVERIFY(ribbon->rect().contains(QRect(addKey->pos(), addKey->size())));
+            QSignalSpy addKeyWanted(rig.window.get(), &MainWindow::addKeyRequested);
+            addKey->click();
+            QCOMPARE(addKeyWanted.count(), 1);
         }
     }
 
