@@ -289,9 +289,16 @@ class Desktop:
         if self.kind == "kde":
             read, write = os.pipe()
             shot = self.bus.get_object("org.kde.KWin", "/org/kde/KWin/ScreenShot2")
-            result = dbus.Interface(shot, "org.kde.KWin.ScreenShot2").CaptureWorkspace(
-                {}, dbus.types.UnixFd(write))
-            os.close(write)
+            try:
+                # The signature is given: where KWin has no such object, introspection can't
+                # tell it, and the call's own error is what says so.
+                result = dbus.Interface(shot, "org.kde.KWin.ScreenShot2").CaptureWorkspace(
+                    dbus.Dictionary({}, signature="sv"), dbus.types.UnixFd(write))
+            except dbus.exceptions.DBusException:
+                os.close(read)
+                raise
+            finally:
+                os.close(write)
             data = b""
             while True:
                 part = os.read(read, 1 << 20)
