@@ -70,15 +70,18 @@ void SessionController::startLog()
     if (!m_log->error().isEmpty()) {
         recordFailed(RecordFaults::File::events, m_log->jsonPath(), m_log->error());
     }
-    appendEvent(QStringLiteral("config"),
-                {{QStringLiteral("model"), m_settings.model()},
-                 {QStringLiteral("transcribe_model"), m_settings.transcribeModel()},
-                 {QStringLiteral("vad_threshold"), m_settings.vadThreshold()},
-                 {QStringLiteral("silence_ms"), m_settings.silenceDurationMs()},
-                 {QStringLiteral("prefix_padding_ms"), m_settings.prefixPaddingMs()},
-                 {QStringLiteral("follow_up_window_s"), m_settings.followUpWindow()},
-                 {QStringLiteral("demo"), m_demo},
-                 {QStringLiteral("instructions_chars"), qint64(TextRules::characterCount(m_settings.instructions()))}});
+    QVariantMap config{{QStringLiteral("model"), m_settings.model()},
+                       {QStringLiteral("transcribe_model"), m_settings.transcribeModel()},
+                       {QStringLiteral("vad_threshold"), m_settings.vadThreshold()},
+                       {QStringLiteral("silence_ms"), m_settings.silenceDurationMs()},
+                       {QStringLiteral("prefix_padding_ms"), m_settings.prefixPaddingMs()},
+                       {QStringLiteral("follow_up_window_s"), m_settings.followUpWindow()},
+                       {QStringLiteral("instructions_chars"),
+                        qint64(TextRules::characterCount(m_settings.instructions()))}};
+    // Only a sample interview says so: a real session's config line is as it always was.
+    if (m_demo)
+        config.insert(QStringLiteral("demo"), true);
+    appendEvent(QStringLiteral("config"), config);
 }
 
 void SessionController::finishLog()
