@@ -1,0 +1,355 @@
+#include "review/SessionReview.h"
+
+#include "review/ReviewLog.h"
+#include "review/TranscriptReader.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+
+namespace {
+
+const QString kEventsSuffix = QStringLiteral(".events.jsonl");
+const QString kTranscriptSuffix = QStringLiteral(".transcript.md");
+
+// The question's end counts for its card only when it came shortly before.
+constexpr double kQuestionEndWindow = 30.0;
+
+QString str(const QJsonObject &o, const char *key)
+{
+    return o.value(QLatin1String(key)).toString();
+}
+
+double num(const QJsonObject &o, const char *key)
+{
+    return o.value(QLatin1String(key)).toDouble();
+}
+
+// What a "client" line of the log means for the timeline, if anything.
+std::optional<SessionReview::Notice> noticeFromMessage(double at, const QString &message)
+{
+    using Kind = SessionReview::Notice::Kind;
+    if (message.startsWith(QLatin1String("Reconnecting")) || message.startsWith(QLatin1String("Cycling session"))
+        || message.startsWith(QLatin1String("Answer transcription: reconnecting")))
+        return SessionReview::Notice{at, Kind::reconnect, message};
+    if (message.startsWith(QLatin1String("Not reconnecting")) || message.startsWith(QLatin1String("Session expired"))
+        || message.startsWith(QLatin1String("API error")) || message.startsWith(QLatin1String("Transcription failed")))
+        return SessionReview::Notice{at, Kind::problem, message};
+    return std::nullopt;
+}
+
+QString stampOf(const QString &path)
+{
+    QString name = QFileInfo(path).fileName();
+    for (const QString &suffix : {kEventsSuffix, kTranscriptSuffix, QStringLiteral(".review.html")}) {
+        if (name.endsWith(suffix)) {
+            name.chop(suffix.size());
+            break;
+        }
+    }
+    if (name.startsWith(QLatin1String("meeting_")))
+        name.remove(0, 8);
+    return name;
+}
+
+// The records' common name without its ending: "<dir>/meeting_<stamp>".
+QString basePath(const QString &path)
+{
+    QString base = path;
+    for (const QString &suffix : {kEventsSuffix, kTranscriptSuffix}) {
+        if (base.endsWith(suffix))
+            return base.chopped(suffix.size());
+    }
+    return base;
+}
+
+// Builds the model event by event.
+class EventReader
+{
+public:
+    explicit EventReader(SessionReview &review) : m_review(review) {}
+
+    void read(const QJsonObject &e)
+    {
+        const QString event = str(e, "event");
+        const double t = num(e, "t");
+        m_review.length = std::max(m_review.length, t);
+        const QString pair = str(e, "pair");
+        if (event == QLatin1String("config")) {
+            m_review.model = str(e, "model");
+            m_review.transcribeModel = str(e, "transcribe_model");
+            m_review.demo = e.value(QLatin1String("demo")).toBool();
+        } else if (event == QLatin1String("speech_started")) {
+            m_review.hasInterviewerSpeech = true;
+            m_speechStart = t;
+        } else if (event == QLatin1String("speech_stopped")) {
+            m_review.hasInterviewerSpeech = true;
+            m_review.interviewer << SessionReview::Span{m_speechStart.value_or(t), t};
+            m_speechStart.reset();
+        } else if (event == QLatin1String("question") || event == QLatin1String("screen_question")) {
+            SessionReview::Card card;
+            card.pair = pair;
+            card.question = event == QLatin1String("question") ? str(e, "text") : QStringLiteral("(question on the screen)");
+            card.fromScreen = event == QLatin1String("screen_question");
+            card.shownAt = t;
+            if (!card.fromScreen && !m_review.interviewer.isEmpty()) {
+                const double ended = m_review.interviewer.last().end;
+                if (ended <= t && t - ended <= kQuestionEndWindow && ended > m_lastShown)
+                    card.questionEndedAt = ended;
+            }
+            m_lastShown = t;
+            m_review.cards << card;
+        } else if (event == QLatin1String("question_extended")) {
+            if (SessionReview::Card *card = find(pair)) {
+                card->question = str(e, "merged");
+                card->followUps << str(e, "added");
+            }
+        } else if (event == QLatin1String("answer_started")) {
+            if (SessionReview::Card *card = find(pair); card && !card->firstTextAt)
+                card->firstTextAt = t;
+            m_lastAnswered = pair;   // a response's usage follows it
+        } else if (event == QLatin1String("answer_done")) {
+            if (SessionReview::Card *card = find(pair)) {
+                card->draft = str(e, "answer");
+                if (!str(e, "question").isEmpty())
+                    card->question = str(e, "question");
+                card->failed = false;
+            }
+            m_lastAnswered = pair;
+        } else if (event == QLatin1String("answer_failed")) {
+            if (SessionReview::Card *card = find(pair); card && card->draft.isEmpty())
+                card->failed = true;
+            m_lastAnswered = pair;
+        } else if (event == QLatin1String("usage")) {
+            const double cost = num(e, "response_cost_usd");
+            addCost(m_review.model, cost);
+            if (SessionReview::Card *card = find(m_lastAnswered)) {
+                card->responseCost += cost;
+                card->hasCost = true;
+            }
+        } else if (event == QLatin1String("transcription_usage")) {
+            const double cost = num(e, "cost_usd");
+            addCost(str(e, "model").isEmpty() ? m_review.transcribeModel : str(e, "model"), cost);
+            if (SessionReview::Card *card = find(pair)) {
+                card->transcriptionCost += cost;
+                card->hasCost = true;
+            }
+        } else if (event == QLatin1String("answer_transcription_usage")) {
+            addCost(m_review.transcribeModel, num(e, "cost_usd"));
+        } else if (event == QLatin1String("session_cost")) {
+            m_review.totalCost = num(e, "cost_usd");
+        } else if (event == QLatin1String("you_started")) {
+            m_youStarted = t;
+        } else if (event == QLatin1String("you_stopped")) {
+            SessionReview::Answer answer;
+            answer.pair = pair;
+            answer.span = {m_youStarted.value_or(t - num(e, "seconds")), t};
+            answer.words = e.value(QLatin1String("words")).toInt();
+            answer.text = str(e, "text");
+            m_youStarted.reset();
+            m_review.answers << answer;
+            if (SessionReview::Card *card = find(pair); card && !answer.text.isEmpty())
+                card->yourAnswer += (card->yourAnswer.isEmpty() ? QString() : QStringLiteral(" ")) + answer.text;
+        } else if (event == QLatin1String("client")) {
+            if (const auto notice = noticeFromMessage(t, str(e, "message")))
+                m_review.notices << *notice;
+        } else if (event == QLatin1String("audio_health")) {
+            readHealth(t, e);
+        } else if (event == QLatin1String("record_failed")) {
+            m_review.notices << SessionReview::Notice{t, SessionReview::Notice::Kind::problem,
+                                                      QStringLiteral("Could not write %1: %2")
+                                                          .arg(QFileInfo(str(e, "path")).fileName(), str(e, "error"))};
+        } else if (event == QLatin1String("transcribe_model_fallback")) {
+            m_review.transcribeModel = str(e, "model");
+            m_review.notices << SessionReview::Notice{t, SessionReview::Notice::Kind::info,
+                                                      QStringLiteral("Transcription fell back to ") + str(e, "model")};
+        } else if (event == QLatin1String("session_ended")) {
+            m_review.ended = true;
+        }
+    }
+
+    void finish()
+    {
+        if (m_speechStart)   // the log ended mid-question
+            m_review.interviewer << SessionReview::Span{*m_speechStart, m_review.length};
+        for (SessionReview::Answer &answer : m_review.answers) {
+            for (const SessionReview::Span &span : std::as_const(m_review.interviewer)) {
+                if (span.start < answer.span.start && answer.span.start < span.end)
+                    answer.startedOverInterviewer = true;
+            }
+        }
+    }
+
+private:
+    SessionReview::Card *find(const QString &pair)
+    {
+        for (qsizetype i = m_review.cards.size() - 1; i >= 0 && !pair.isEmpty(); --i) {
+            if (m_review.cards[i].pair == pair)
+                return &m_review.cards[i];
+        }
+        return nullptr;
+    }
+
+    void addCost(const QString &model, double cost)
+    {
+        if (cost > 0 || !m_review.costByModel.contains(model))
+            m_review.costByModel[model.isEmpty() ? QStringLiteral("unknown model") : model] += cost;
+    }
+
+    void readHealth(double t, const QJsonObject &e)
+    {
+        using Kind = SessionReview::Notice::Kind;
+        const struct { const char *key; const char *lost; const char *back; } parts[] = {
+            {"sound_server", "Sound server lost", "Sound server back"},
+            {"meeting", "Meeting audio lost", "Meeting audio back"},
+            {"microphone", "Microphone lost", "Microphone back"}};
+        for (const auto &part : parts) {
+            const QString key = QLatin1String(part.key);
+            if (!e.contains(key))
+                continue;
+            const bool ok = e.value(key).toBool();
+            const bool seen = m_health.contains(key);
+            if ((!seen && !ok) || (seen && m_health.value(key) != ok))
+                m_review.notices << SessionReview::Notice{t, ok ? Kind::info : Kind::problem,
+                                                          QString::fromLatin1(ok ? part.back : part.lost)};
+            m_health.insert(key, ok);
+        }
+    }
+
+    SessionReview &m_review;
+    std::optional<double> m_speechStart;
+    std::optional<double> m_youStarted;
+    double m_lastShown = -1;
+    QString m_lastAnswered;
+    QMap<QString, bool> m_health;   // last state of each audio part
+};
+
+// Fills what the log lacks from the transcript (matched by question), or builds the cards
+// from the transcript alone.
+void mergeTranscript(SessionReview &review, const QList<TranscriptReader::Entry> &entries)
+{
+    const bool fromTranscriptOnly = review.cards.isEmpty();
+    for (const TranscriptReader::Entry &entry : entries) {
+        SessionReview::Card *match = nullptr;
+        for (SessionReview::Card &card : review.cards) {
+            if (card.question == entry.question) {
+                match = &card;
+                break;
+            }
+        }
+        if (!match && fromTranscriptOnly) {
+            review.cards << SessionReview::Card{};
+            match = &review.cards.last();
+            match->question = entry.question;
+        }
+        if (!match)
+            continue;
+        if (match->draft.isEmpty())
+            match->draft = entry.draft;
+        if (match->yourAnswer.isEmpty())
+            match->yourAnswer = entry.you;
+    }
+}
+
+} // namespace
+
+SessionReview SessionReview::fromText(const QByteArray &events, const QString &transcript)
+{
+    SessionReview review;
+    EventReader reader(review);
+    int unreadable = 0;
+    for (const QByteArray &line : events.split('\n')) {
+        if (line.trimmed().isEmpty())
+            continue;
+        QJsonParseError error{};
+        const QJsonDocument doc = QJsonDocument::fromJson(line, &error);
+        if (error.error != QJsonParseError::NoError || !doc.isObject()) {
+            ++unreadable;   // a line cut short by a crash, say: the rest still counts
+            continue;
+        }
+        reader.read(doc.object());
+    }
+    reader.finish();
+    if (!transcript.isEmpty())
+        mergeTranscript(review, TranscriptReader::read(transcript));
+    if (review.length <= 0 && !transcript.isEmpty())
+        review.length = TranscriptReader::lengthSeconds(transcript).value_or(0);
+
+    if (events.trimmed().isEmpty())
+        review.notes << QStringLiteral("No events log: the questions and answers come from the transcript only.");
+    else if (!review.hasInterviewerSpeech)
+        review.notes << QStringLiteral("This session's log does not record when the interviewer spoke (an older "
+                                       "version): the timeline shows questions and your answer timer only.");
+    if (!events.trimmed().isEmpty() && !review.ended)
+        review.notes << QStringLiteral("The events log ends before the session's end (the program may have stopped "
+                                       "unexpectedly): the figures cover what was recorded.");
+    if (unreadable > 0)
+        review.notes << (unreadable == 1 ? QStringLiteral("One line of the events log could not be read and was skipped.")
+                                         : QStringLiteral("%1 lines of the events log could not be read and were skipped.").arg(unreadable));
+    if (!events.trimmed().isEmpty() && review.answers.isEmpty())
+        review.notes << QStringLiteral("No answers of yours were timed (the microphone was off or silent).");
+    if (!review.totalCost && !review.costByModel.isEmpty()) {
+        double sum = 0;
+        for (double cost : std::as_const(review.costByModel))
+            sum += cost;
+        review.totalCost = sum;
+    }
+    return review;
+}
+
+SessionReview::Loaded SessionReview::load(const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.exists())
+        return {std::nullopt, QStringLiteral("%1: no such file").arg(path)};
+    if (!info.isFile())
+        return {std::nullopt, QStringLiteral("%1: not a file").arg(path)};
+    const bool isTranscript = path.endsWith(kTranscriptSuffix) || path.endsWith(QLatin1String(".md"));
+    if (!isTranscript && !path.endsWith(QLatin1String(".jsonl")))
+        return {std::nullopt, QStringLiteral("%1: not a session's events log (.events.jsonl) or transcript (.transcript.md)")
+                                  .arg(path)};
+
+    QString eventsPath = isTranscript ? basePath(path) + kEventsSuffix : path;
+    QString transcriptPath = isTranscript ? path : basePath(path) + kTranscriptSuffix;
+    QString transcript;
+    if (QFile file(transcriptPath); file.open(QIODevice::ReadOnly)) {
+        transcript = QString::fromUtf8(file.readAll());
+        if (isTranscript) {
+            // The transcript names its events log.
+            static const QRegularExpression named(QStringLiteral("^Events: `([^`/]+)`$"), QRegularExpression::MultilineOption);
+            const QRegularExpressionMatch match = named.match(transcript);
+            if (match.hasMatch())
+                eventsPath = info.dir().filePath(match.captured(1));
+        }
+    } else if (isTranscript) {
+        return {std::nullopt, QStringLiteral("%1: %2").arg(path, file.errorString())};
+    } else {
+        transcriptPath.clear();
+    }
+    QByteArray events;
+    if (QFile file(eventsPath); file.open(QIODevice::ReadOnly)) {
+        events = file.readAll();
+    } else if (!isTranscript) {
+        return {std::nullopt, QStringLiteral("%1: %2").arg(path, file.errorString())};
+    } else {
+        eventsPath.clear();
+    }
+    if (!isTranscript && !events.trimmed().isEmpty() && !events.trimmed().startsWith('{'))
+        return {std::nullopt, QStringLiteral("%1: not a session's events log").arg(path)};
+
+    SessionReview review = fromText(events, transcript);
+    review.stamp = stampOf(path);
+    review.eventsPath = eventsPath;
+    review.transcriptPath = transcriptPath;
+    qCInfo(lcReview, "[Ketterbloom] read %s: %lld card(s), %lld answer(s)", qUtf8Printable(path),
+           qint64(review.cards.size()), qint64(review.answers.size()));
+    return {review, QString()};
+}
+
+QString SessionReview::pagePathFor(const QString &eventsOrTranscriptPath)
+{
+    return basePath(eventsOrTranscriptPath) + QStringLiteral(".review.html");
+}

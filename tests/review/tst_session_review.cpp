@@ -1,0 +1,195 @@
+// The review's figures on recorded events logs (tests/review/data), against values worked
+// out by hand from those logs.
+#include "review/ReviewFigures.h"
+#include "review/SessionReview.h"
+
+#include <QTest>
+
+namespace {
+
+QString data(const QString &name)
+{
+    return qEnvironmentVariable("KETTERBLOOM_SOURCE_DIR") + QStringLiteral("/tests/review/data/") + name;
+}
+
+SessionReview loaded(const QString &name)
+{
+    const SessionReview::Loaded result = SessionReview::load(data(name));
+    if (!result.review)
+        qFatal("%s", qUtf8Printable(result.error));
+    return *result.review;
+}
+
+bool near(double a, double b)
+{
+    return std::abs(a - b) < 1e-9;
+}
+
+} // namespace
+
+class SessionReviewTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    // Three questions, three timed answers (short, in band, long), one begun while the
+    // interviewer still spoke; the transcript fills an answer the log has no text for.
+    void threeCardSession()
+    {
+        const SessionReview review = loaded(QStringLiteral("meeting_2026-11-20_10-00-00.events.jsonl"));
+        QCOMPARE(review.stamp, QStringLiteral("2026-11-20_10-00-00"));
+        QVERIFY(review.ended);
+        QVERIFY(review.hasInterviewerSpeech);
+        QVERIFY(review.notes.isEmpty());
+        QCOMPARE(review.length, 300.5);
+        QCOMPARE(review.cards.size(), 3);
+        QCOMPARE(review.cards[1].question, QStringLiteral("Why do you want to join us & not <others>?"));
+        QCOMPARE(review.cards[1].yourAnswer, QStringLiteral("Scale, mostly, and how the team writes things down."));
+        QCOMPARE(review.cards[0].draft, QStringLiteral("Backend engineer, eight years; payments at scale.\n\nLed the ledger rewrite; mentor two juniors."));
+
+        const ReviewFigures f = ReviewFigures::compute(review, {60, 120});
+        QCOMPARE(review.answers.size(), 3);
+        QCOMPARE(f.yourSeconds, 75.0 + 45.0 + 135.0);
+        QCOMPARE(f.interviewerSeconds, 7.0 + 9.0 + 10.0);
+        QVERIFY(near(*f.yourShare, 255.0 / 281.0));
+        QCOMPARE(f.answersShort, 1);
+        QCOMPARE(f.answersInBand, 1);
+        QCOMPARE(f.answersLong, 1);
+        QCOMPARE(*f.longest, 2);
+        QCOMPARE(*f.shortest, 1);
+        QCOMPARE(f.startedOverInterviewer, 1);
+        QVERIFY(review.answers[2].startedOverInterviewer);
+
+        // Question end → card → first words: 0.9+0.7, 0.6+1.2, 0.9+1.5.
+        QCOMPARE(f.speeds.size(), 3);
+        QVERIFY(near(*f.speeds[0].questionToCard, 0.9));
+        QVERIFY(near(*f.speeds[1].cardToText, 1.2));
+        QVERIFY(near(*f.speeds[2].total(), 2.4));
+        QVERIFY(near(*f.medianToText, 1.8));
+        QVERIFY(near(*f.medianQuestionToCard, 0.9));
+
+        QVERIFY(near(*review.totalCost, 0.0496));
+        QCOMPARE(review.costByModel.keys(), (QStringList{QStringLiteral("gpt-4o-transcribe"), QStringLiteral("gpt-realtime")}));
+        QVERIFY(near(review.costByModel.value(QStringLiteral("gpt-realtime")), 0.047));
+        QVERIFY(near(review.costByModel.value(QStringLiteral("gpt-4o-transcribe")), 0.0026));
+        QVERIFY(near(review.cards[0].responseCost + review.cards[0].transcriptionCost, 0.0129));
+        QVERIFY(near(review.cards[2].responseCost + review.cards[2].transcriptionCost, 0.021));
+
+        // A narrower band moves the answers between the groups.
+        const ReviewFigures narrow = ReviewFigures::compute(review, {40, 80});
+        QCOMPARE(narrow.answersInBand, 2);
+        QCOMPARE(narrow.answersLong, 1);
+    }
+
+    // A merged follow-up stays one card (its first answer counts for the speed), a failed
+    // answer asked again, two reconnects and a lost meeting output on the timeline.
+    void reconnectsAndFollowUp()
+    {
+        const SessionReview review = loaded(QStringLiteral("meeting_2026-11-21_15-30-00.events.jsonl"));
+        QVERIFY(review.transcriptPath.isEmpty());   // none beside it
+        QCOMPARE(review.cards.size(), 2);
+        const SessionReview::Card &merged = review.cards[0];
+        QCOMPARE(merged.question, QStringLiteral("What is your experience with Kubernetes? And with Helm?"));
+        QCOMPARE(merged.followUps, QStringList{QStringLiteral("And with Helm?")});
+        QVERIFY(!review.cards[1].failed);   // the retry answered
+
+        QList<SessionReview::Notice::Kind> kinds;
+        for (const SessionReview::Notice &notice : review.notices)
+            kinds << notice.kind;
+        using Kind = SessionReview::Notice::Kind;
+        QCOMPARE(kinds, (QList<Kind>{Kind::reconnect, Kind::problem, Kind::info, Kind::reconnect}));
+        QCOMPARE(review.notices[1].text, QStringLiteral("Meeting audio lost"));
+        QCOMPARE(review.notices[1].at, 50.0);
+
+        const ReviewFigures f = ReviewFigures::compute(review, {});
+        QCOMPARE(f.answersInBand, 1);
+        QVERIFY(near(*f.yourShare, 64.0 / 79.0));
+        QCOMPARE(f.startedOverInterviewer, 0);
+        QVERIFY(near(*f.speeds[0].total(), 1.6));
+        QVERIFY(near(*f.speeds[1].questionToCard, 1.2));
+        QVERIFY(near(*f.speeds[1].cardToText, 5.3));
+        QVERIFY(near(*f.medianToText, (1.6 + 6.5) / 2));
+
+        QVERIFY(near(*review.totalCost, 0.0102));
+        QVERIFY(near(merged.responseCost, 0.005));   // the superseded answer and its replacement
+        QVERIFY(near(merged.transcriptionCost, 0.0002));
+        QVERIFY(near(review.cards[1].responseCost, 0.005));
+        QVERIFY(near(review.costByModel.value(QStringLiteral("gpt-realtime-mini")), 0.01));
+    }
+
+    // An older version's log, cut short by a crash: no interviewer speech, no session end,
+    // a broken last line, no cost. What is there still counts, and the notes say what is not.
+    void olderSessionCutShort()
+    {
+        const SessionReview review = loaded(QStringLiteral("meeting_2025-06-02_09-00-00.events.jsonl"));
+        QVERIFY(!review.ended);
+        QVERIFY(!review.hasInterviewerSpeech);
+        QCOMPARE(review.cards.size(), 2);
+        QCOMPARE(review.cards[0].yourAnswer, QStringLiteral("We rebuilt search ranking around an offline evaluation harness."));
+        QVERIFY(!review.totalCost);
+        QCOMPARE(review.notes.size(), 3);
+        QVERIFY(review.notes.join(QLatin1Char(' ')).contains(QStringLiteral("older version")));
+        QVERIFY(review.notes.join(QLatin1Char(' ')).contains(QStringLiteral("ends before the session's end")));
+        QVERIFY(review.notes.join(QLatin1Char(' ')).contains(QStringLiteral("One line")));
+
+        const ReviewFigures f = ReviewFigures::compute(review, {});
+        QVERIFY(!f.yourShare);
+        QCOMPARE(f.answersShort, 1);
+        QCOMPARE(f.speeds.size(), 1);   // the second answer's line is the broken one
+        QVERIFY(!f.speeds[0].questionToCard);
+        QVERIFY(near(*f.medianToText, 1.1));
+    }
+
+    // Opened from the transcript: the events log it names is read too.
+    void openedFromTranscript()
+    {
+        const SessionReview review = loaded(QStringLiteral("meeting_2026-11-20_10-00-00.transcript.md"));
+        QCOMPARE(review.cards.size(), 3);
+        QCOMPARE(review.answers.size(), 3);
+        QVERIFY(review.eventsPath.endsWith(QStringLiteral("meeting_2026-11-20_10-00-00.events.jsonl")));
+        QCOMPARE(SessionReview::pagePathFor(review.transcriptPath),
+                 data(QStringLiteral("meeting_2026-11-20_10-00-00.review.html")));
+    }
+
+    // A transcript whose events log is gone: the cards from the transcript alone.
+    void transcriptOnly()
+    {
+        const SessionReview review = SessionReview::fromText({}, QStringLiteral(
+            "# Meeting transcript — x\n\nLength: 2 min 05 s\nEvents: `gone.events.jsonl`\n\n"
+            "### 10:00:01 (question extended)\n**Interviewer:** First?\n\n**Copilot:** One.\nTwo.\n\n"
+            "### 10:01:00\n**Interviewer:** Second?\n\n**Copilot:** —\n"));
+        QCOMPARE(review.cards.size(), 2);
+        QCOMPARE(review.cards[0].draft, QStringLiteral("One.\nTwo."));
+        QVERIFY(review.cards[1].draft.isEmpty());
+        QCOMPARE(review.length, 125.0);
+        QCOMPARE(review.notes.size(), 1);
+    }
+
+    void badFiles_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("missing") << QStringLiteral("/nonexistent/meeting_x.events.jsonl") << QStringLiteral("no such file");
+        QTest::newRow("folder") << data(QString()) << QStringLiteral("not a file");
+        QTest::newRow("other kind") << data(QStringLiteral("../tst_session_review.cpp")) << QStringLiteral("not a session's");
+    }
+
+    void badFiles()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, error);
+        const SessionReview::Loaded result = SessionReview::load(path);
+        QVERIFY(!result.review);
+        QVERIFY2(result.error.contains(error), qPrintable(result.error));
+    }
+
+    void median()
+    {
+        QVERIFY(!ReviewFigures::median({}));
+        QCOMPARE(*ReviewFigures::median({3, 1, 2}), 2.0);
+        QCOMPARE(*ReviewFigures::median({4, 1, 3, 2}), 2.5);
+    }
+};
+
+QTEST_GUILESS_MAIN(SessionReviewTest)
+#include "tst_session_review.moc"
