@@ -2,6 +2,7 @@
 
 #include "app/RealComponents.h"
 #include "app/RecordingEndStop.h"
+#include "review/ReviewPage.h"
 #include "session/SessionController.h"
 #include "session/SystemClock.h"
 #include "settings/AppSettings.h"
@@ -55,5 +56,11 @@ private:
     void wire()
     {
         components.setRecordingEndedHandler([this] { recordingEnd.recordingEnded(); });
+        // The review page beside the records at Stop, linked from the Stop banner.
+        controller.setReviewWriter([this](const QString &eventsPath) {
+            const ReviewPage::Written page =
+                ReviewPage::write(eventsPath, {settings.answerTargetMinSeconds(), settings.answerTargetMaxSeconds()});
+            return page.ok() ? QUrl::fromLocalFile(page.path) : QUrl();
+        });
     }
 };

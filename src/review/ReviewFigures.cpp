@@ -2,13 +2,6 @@
 
 #include <algorithm>
 
-std::optional<double> ReviewFigures::Speed::total() const
-{
-    if (!cardToText)
-        return std::nullopt;
-    return *cardToText + questionToCard.value_or(0.0);
-}
-
 std::optional<double> ReviewFigures::median(QList<double> values)
 {
     if (values.isEmpty())
@@ -41,7 +34,7 @@ ReviewFigures ReviewFigures::compute(const SessionReview &review, Band band)
     }
     for (const SessionReview::Span &span : review.interviewer)
         figures.interviewerSeconds += span.seconds();
-    if (review.hasInterviewerSpeech && figures.yourSeconds + figures.interviewerSeconds > 0)
+    if (review.hasInterviewerSpeech && !review.answers.isEmpty() && figures.yourSeconds + figures.interviewerSeconds > 0)
         figures.yourShare = figures.yourSeconds / (figures.yourSeconds + figures.interviewerSeconds);
 
     QList<double> totals;
@@ -53,10 +46,12 @@ ReviewFigures ReviewFigures::compute(const SessionReview &review, Band band)
         Speed speed;
         speed.card = i;
         speed.cardToText = *card.firstTextAt - card.shownAt;
-        if (card.questionEndedAt)
+        if (card.questionEndedAt) {
             speed.questionToCard = card.shownAt - *card.questionEndedAt;
+            speed.questionToText = *card.firstTextAt - *card.questionEndedAt;
+        }
         figures.speeds << speed;
-        totals << *speed.total();
+        totals << speed.total();
         if (speed.questionToCard)
             toCard << *speed.questionToCard;
     }

@@ -22,9 +22,11 @@ struct ReviewFigures
     {
         int card = 0;                         // index into SessionReview::cards
         std::optional<double> questionToCard; // the interviewer stopped → the card appeared
-        std::optional<double> cardToText;     // the card appeared → the first answer text
-        // Question end (or the card, when the end is unknown) to the first text.
-        std::optional<double> total() const;
+        std::optional<double> questionToText; // the interviewer stopped → the first answer text
+        double cardToText = 0;                // the card appeared → the first answer text (the
+                                              // answer may start before the question's text is done)
+        // To the first text from the question's end, or from the card when the end is unknown.
+        double total() const { return questionToText.value_or(cardToText); }
     };
 
     Band band;
@@ -35,7 +37,7 @@ struct ReviewFigures
     std::optional<int> shortest;
     double yourSeconds = 0;
     double interviewerSeconds = 0;
-    std::optional<double> yourShare;   // 0…1 of the talk time; none without the interviewer's speech
+    std::optional<double> yourShare;   // 0…1 of the talk time; none without both sides timed
     int startedOverInterviewer = 0;
 
     QList<Speed> speeds;               // cards with an answer, in order

@@ -35,11 +35,11 @@ QString seconds(std::optional<double> value)
     return value ? QString::number(*value, 'f', 1) + QStringLiteral(" s") : QStringLiteral("—");
 }
 
+// Cents for whole dollars, more places for the small sums a card costs.
 QString money(double usd)
 {
-    if (usd > 0 && usd < 0.01)
-        return QStringLiteral("$") + QString::number(usd, 'f', 4);
-    return QStringLiteral("$") + QString::number(usd, 'f', 2);
+    const int places = usd == 0 || usd >= 1 ? 2 : usd >= 0.01 ? 3 : 4;
+    return QStringLiteral("$") + QString::number(usd, 'f', places);
 }
 
 QString tile(const QString &value, const QString &label, const QString &detail = {})
@@ -94,7 +94,7 @@ QString answersSection(const SessionReview &review, const ReviewFigures &f)
                .arg(f.answersInBand).arg(f.band.minSeconds).arg(f.band.maxSeconds).arg(f.answersShort).arg(f.answersLong);
     const auto which = [&](int index) {
         const SessionReview::Answer &a = review.answers.at(index);
-        return QStringLiteral("answer %1 at %2, %3").arg(index + 1).arg(ReviewTimeline::clock(a.span.start), ReviewTimeline::clock(a.span.seconds()));
+        return QStringLiteral("answer %1, %2 (at %3)").arg(index + 1).arg(ReviewTimeline::clock(a.span.seconds()), ReviewTimeline::clock(a.span.start));
     };
     if (f.longest)
         out << QStringLiteral("<li>Longest: ") + which(*f.longest) + QStringLiteral("</li>");
@@ -122,21 +122,24 @@ QString speedSection(const SessionReview &review, const ReviewFigures &f)
         return QStringLiteral("<p class=\"empty\">No answer arrived in this session.</p>");
     double slowest = 1;
     for (const ReviewFigures::Speed &s : f.speeds)
-        slowest = std::max(slowest, s.total().value_or(0));
+        slowest = std::max(slowest, s.total());
+    const bool fromQuestion = f.medianQuestionToCard.has_value();
     QStringList out;
     out << QStringLiteral("<table class=\"speed\"><thead><tr><th>#</th><th>Question</th><th class=\"num\">Question end → card</th>"
-                          "<th class=\"num\">Card → first words</th><th class=\"num\">Total</th><th class=\"meter-col\"></th></tr></thead><tbody>");
+                          "<th class=\"num\">Card → first words</th><th class=\"num\">%1</th><th class=\"meter-col\"></th></tr></thead><tbody>")
+               .arg(fromQuestion ? QStringLiteral("Question end → first words") : QStringLiteral("Total"));
     for (const ReviewFigures::Speed &s : f.speeds) {
         const SessionReview::Card &card = review.cards.at(s.card);
-        const double total = s.total().value_or(0);
+        // An answer that began before the question's text was complete: its card came after.
+        const QString cardToText = s.cardToText < 0 ? QStringLiteral("before the card") : seconds(s.cardToText);
         out << QStringLiteral("<tr><td>%1</td><td class=\"q\">%2</td><td class=\"num\">%3</td><td class=\"num\">%4</td>"
                               "<td class=\"num\"><b>%5</b></td><td class=\"meter-col\"><span class=\"meter\" style=\"width:%6%\"></span></td></tr>")
-                   .arg(s.card + 1).arg(esc(shortText(card.question)), seconds(s.questionToCard), seconds(s.cardToText), seconds(s.total()))
-                   .arg(QString::number(total / slowest * 100, 'f', 0));
+                   .arg(s.card + 1).arg(esc(shortText(card.question)), seconds(s.questionToCard), cardToText, seconds(s.total()))
+                   .arg(QString::number(std::max(s.total(), 0.0) / slowest * 100, 'f', 0));
     }
     out << QStringLiteral("</tbody><tfoot><tr><td></td><td>Median</td><td class=\"num\">%1</td><td></td><td class=\"num\"><b>%2</b></td><td></td></tr></tfoot></table>")
                .arg(seconds(f.medianQuestionToCard), seconds(f.medianToText));
-    if (!f.medianQuestionToCard)
+    if (!fromQuestion)
         out << QStringLiteral("<p class=\"note-inline\">When the interviewer stopped speaking is not in this log: times start at the card.</p>");
     return out.join(QLatin1Char('\n'));
 }

@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -101,6 +102,14 @@ public:
                     card.questionEndedAt = ended;
             }
             m_lastShown = t;
+            if (const auto early = m_early.constFind(pair); early != m_early.constEnd()) {
+                // The answer may start before the question's transcript is complete.
+                card.firstTextAt = early->firstTextAt;
+                card.responseCost = early->responseCost;
+                card.transcriptionCost = early->transcriptionCost;
+                card.hasCost = early->hasCost;
+                m_early.erase(early);
+            }
             m_review.cards << card;
         } else if (event == QLatin1String("question_extended")) {
             if (SessionReview::Card *card = find(pair)) {
@@ -108,7 +117,7 @@ public:
                 card->followUps << str(e, "added");
             }
         } else if (event == QLatin1String("answer_started")) {
-            if (SessionReview::Card *card = find(pair); card && !card->firstTextAt)
+            if (SessionReview::Card *card = findOrEarly(pair); card && !card->firstTextAt)
                 card->firstTextAt = t;
             m_lastAnswered = pair;   // a response's usage follows it
         } else if (event == QLatin1String("answer_done")) {
@@ -126,14 +135,14 @@ public:
         } else if (event == QLatin1String("usage")) {
             const double cost = num(e, "response_cost_usd");
             addCost(m_review.model, cost);
-            if (SessionReview::Card *card = find(m_lastAnswered)) {
+            if (SessionReview::Card *card = findOrEarly(m_lastAnswered)) {
                 card->responseCost += cost;
                 card->hasCost = true;
             }
         } else if (event == QLatin1String("transcription_usage")) {
             const double cost = num(e, "cost_usd");
             addCost(str(e, "model").isEmpty() ? m_review.transcribeModel : str(e, "model"), cost);
-            if (SessionReview::Card *card = find(pair)) {
+            if (SessionReview::Card *card = findOrEarly(pair)) {
                 card->transcriptionCost += cost;
                 card->hasCost = true;
             }
@@ -173,6 +182,14 @@ public:
 
     void finish()
     {
+        if (m_review.demo) {
+            // A sample interview's stand-in charges nothing, whatever the prices would say.
+            for (SessionReview::Card &card : m_review.cards)
+                card.responseCost = card.transcriptionCost = 0;
+            for (double &cost : m_review.costByModel)
+                cost = 0;
+            m_review.totalCost = 0.0;
+        }
         if (m_speechStart)   // the log ended mid-question
             m_review.interviewer << SessionReview::Span{*m_speechStart, m_review.length};
         for (SessionReview::Answer &answer : m_review.answers) {
@@ -191,6 +208,14 @@ private:
                 return &m_review.cards[i];
         }
         return nullptr;
+    }
+
+    // A card not yet shown (its answer came first) is kept aside until its question.
+    SessionReview::Card *findOrEarly(const QString &pair)
+    {
+        if (SessionReview::Card *card = find(pair))
+            return card;
+        return pair.isEmpty() ? nullptr : &m_early[pair];
     }
 
     void addCost(const QString &model, double cost)
@@ -224,6 +249,7 @@ private:
     std::optional<double> m_youStarted;
     double m_lastShown = -1;
     QString m_lastAnswered;
+    QHash<QString, SessionReview::Card> m_early;
     QMap<QString, bool> m_health;   // last state of each audio part
 };
 
