@@ -380,6 +380,30 @@ private slots:
         QCOMPARE(ended.count(), 1);
     }
 
+    // The review page's writer gets the closed events log at Stop; its page is linked after
+    // the transcript. A writer that made no page adds no link.
+    void stopLinksTheReviewPage()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QStringList asked;
+        QUrl page = QUrl::fromLocalFile(QStringLiteral("/records/meeting_x.review.html"));
+        c.setReviewWriter([&](const QString &eventsPath) {
+            asked << eventsPath;
+            return page;
+        });
+        QVERIFY(rig.startSession());
+        c.stop();
+        QCOMPARE(asked, QStringList{SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl")});
+        QCOMPARE(labels(c.bannerLinks()).mid(0, 2), (QStringList{QStringLiteral("Transcript"), QStringLiteral("Review")}));
+        QCOMPARE(c.bannerLinks()[1].url, page);
+
+        page = QUrl();
+        QVERIFY(rig.startSession());
+        c.stop();
+        QVERIFY(!labels(c.bannerLinks()).contains(QStringLiteral("Review")));
+    }
+
     void stopWithNothingSaved()
     {
         SessionRig rig;
