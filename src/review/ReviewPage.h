@@ -3,6 +3,7 @@
 #include "review/ReviewFigures.h"
 #include "review/SessionReview.h"
 
+#include <QHash>
 #include <QString>
 
 // The review page of one session: a self-contained HTML file (inline SVG and CSS, no

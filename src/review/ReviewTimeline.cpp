@@ -118,8 +118,9 @@ QString ReviewTimeline::answerBars(const SessionReview &review, const ReviewFigu
         longest = std::max(longest, a.span.seconds());
     const double left = 44;
     const double plot = kWidth - left - 16;
-    const double barGap = review.answers.size() > 24 ? 2 : 6;
-    const double barWidth = std::clamp((plot - barGap * review.answers.size()) / review.answers.size(), 4.0, 60.0);
+    // Each answer gets an equal slot; its bar is centred in it.
+    const double slot = plot / review.answers.size();
+    const double barWidth = std::min(slot * 0.7, 56.0);
     const double chartHeight = 170;
     const double top = 10;
     const auto y = [&](double seconds) { return top + chartHeight - seconds / longest * chartHeight; };
@@ -130,6 +131,8 @@ QString ReviewTimeline::answerBars(const SessionReview &review, const ReviewFigu
     svg << QStringLiteral("<rect class=\"band\" x=\"%1\" y=\"%2\" width=\"%3\" height=\"%4\"><title>Target %5–%6 s</title></rect>")
                .arg(n(left), n(y(figures.band.maxSeconds)), n(plot), n(y(figures.band.minSeconds) - y(figures.band.maxSeconds)),
                     QString::number(figures.band.minSeconds), QString::number(figures.band.maxSeconds));
+    svg << QStringLiteral("<text class=\"band-label\" x=\"%1\" y=\"%2\">target</text>")
+               .arg(n(left + plot - 6), n(y(figures.band.maxSeconds) + 14));
     const double step = longest > 400 ? 120 : longest > 200 ? 60 : 30;
     for (double s = 0; s <= longest; s += step) {
         svg << QStringLiteral("<line class=\"tick\" x1=\"%1\" x2=\"%2\" y1=\"%3\" y2=\"%3\"/>").arg(n(left), n(left + plot), n(y(s)));
@@ -140,7 +143,7 @@ QString ReviewTimeline::answerBars(const SessionReview &review, const ReviewFigu
         const QString cls = seconds < figures.band.minSeconds ? QStringLiteral("bar short")
                           : seconds > figures.band.maxSeconds ? QStringLiteral("bar long")
                                                               : QStringLiteral("bar ok");
-        const double bx = left + barGap / 2 + i * (barWidth + barGap);
+        const double bx = left + slot * i + (slot - barWidth) / 2;
         svg << QStringLiteral("<rect class=\"%1\" x=\"%2\" y=\"%3\" width=\"%4\" height=\"%5\" rx=\"2\"><title>Answer %6: %7</title></rect>")
                    .arg(cls, n(bx), n(y(seconds)), n(barWidth), n(std::max(top + chartHeight - y(seconds), 1.0)),
                         QString::number(i + 1), clock(seconds));

@@ -7,6 +7,7 @@
 #include <QComboBox>
 #include <QFormLayout>
 #include <QGroupBox>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QRadioButton>
@@ -106,15 +107,24 @@ AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionControlle
                            this));
 
     auto *targetBox = new QGroupBox(tr("Your answers' target length"), this);
-    auto *targetLayout = new QFormLayout(targetBox);
+    auto *targetLayout = new QVBoxLayout(targetBox);
+    auto *band = new QHBoxLayout;
     for (QSpinBox *box : {m_targetMin, m_targetMax}) {
         box->setRange(0, AppSettings::answerTargetLimit);
         box->setSingleStep(5);
         box->setSuffix(tr(" s"));
     }
-    targetLayout->addRow(tr("&From:"), m_targetMin);
-    targetLayout->addRow(tr("&To:"), m_targetMax);
-    targetLayout->addRow(hint(tr("The session review shows how many of your answers ran within this band."), targetBox));
+    auto *from = new QLabel(tr("&From"), targetBox);
+    from->setBuddy(m_targetMin);
+    auto *to = new QLabel(tr("&to"), targetBox);
+    to->setBuddy(m_targetMax);
+    band->addWidget(from);
+    band->addWidget(m_targetMin);
+    band->addWidget(to);
+    band->addWidget(m_targetMax);
+    band->addStretch(1);
+    targetLayout->addLayout(band);
+    targetLayout->addWidget(hint(tr("The session review shows how many of your answers ran within this band."), targetBox));
     layout->addWidget(targetBox);
     layout->addStretch(1);
 
