@@ -89,8 +89,8 @@ QString answersSection(const SessionReview &review, const ReviewFigures &f)
     QStringList out;
     out << ReviewTimeline::answerBars(review, f);
     out << QStringLiteral("<ul class=\"facts\">");
-    out << QStringLiteral("<li><span class=\"swatch ok\"></span>%1 within %2–%3 s, <span class=\"swatch short\"></span>%4 shorter, "
-                          "<span class=\"swatch long\"></span>%5 longer</li>")
+    out << QStringLiteral("<li><span class=\"swatch band\"></span>Target %2–%3 s: <span class=\"swatch ok\"></span>%1 within, "
+                          "<span class=\"swatch short\"></span>%4 shorter, <span class=\"swatch long\"></span>%5 longer</li>")
                .arg(f.answersInBand).arg(f.band.minSeconds).arg(f.band.maxSeconds).arg(f.answersShort).arg(f.answersLong);
     const auto which = [&](int index) {
         const SessionReview::Answer &a = review.answers.at(index);

@@ -91,6 +91,12 @@ QString ReviewTimeline::timeline(const SessionReview &review)
         svg << QStringLiteral("<g class=\"question\"><title>%1 · %2: %3</title>"
                               "<path d=\"M%4 %5 l6 6 l-6 6 l-6 -6 z\"/></g>")
                    .arg(QString::number(i + 1), clock(card.shownAt), esc(card.question), n(cx), n(cy - 6));
+        for (qsizetype f = 0; f < card.followUps.size() && f < card.followUpsAt.size(); ++f) {
+            svg << QStringLiteral("<g class=\"question follow-up\"><title>Follow-up to %1 · %2: %3</title>"
+                                  "<path d=\"M%4 %5 l5 5 l-5 5 l-5 -5 z\"/></g>")
+                       .arg(QString::number(i + 1), clock(card.followUpsAt.at(f)), esc(card.followUps.at(f)),
+                            n(x(card.followUpsAt.at(f))), n(cy - 5));
+        }
         if (card.firstTextAt) {
             svg << QStringLiteral("<line class=\"answer-tick\" x1=\"%1\" x2=\"%1\" y1=\"%2\" y2=\"%3\"><title>Answer %4 began at %5</title></line>")
                        .arg(n(x(*card.firstTextAt)), n(laneY(3) + 7), n(laneY(3) + laneHeight - 7), QString::number(i + 1),
@@ -131,8 +137,6 @@ QString ReviewTimeline::answerBars(const SessionReview &review, const ReviewFigu
     svg << QStringLiteral("<rect class=\"band\" x=\"%1\" y=\"%2\" width=\"%3\" height=\"%4\"><title>Target %5–%6 s</title></rect>")
                .arg(n(left), n(y(figures.band.maxSeconds)), n(plot), n(y(figures.band.minSeconds) - y(figures.band.maxSeconds)),
                     QString::number(figures.band.minSeconds), QString::number(figures.band.maxSeconds));
-    svg << QStringLiteral("<text class=\"band-label\" x=\"%1\" y=\"%2\">target</text>")
-               .arg(n(left + plot - 6), n(y(figures.band.maxSeconds) + 14));
     const double step = longest > 400 ? 120 : longest > 200 ? 60 : 30;
     for (double s = 0; s <= longest; s += step) {
         svg << QStringLiteral("<line class=\"tick\" x1=\"%1\" x2=\"%2\" y1=\"%3\" y2=\"%3\"/>").arg(n(left), n(left + plot), n(y(s)));

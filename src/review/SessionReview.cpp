@@ -115,6 +115,7 @@ public:
             if (SessionReview::Card *card = find(pair)) {
                 card->question = str(e, "merged");
                 card->followUps << str(e, "added");
+                card->followUpsAt << t;
             }
         } else if (event == QLatin1String("answer_started")) {
             if (SessionReview::Card *card = findOrEarly(pair); card && !card->firstTextAt)

@@ -37,6 +37,7 @@ struct SessionReview
         QString pair;
         QString question;           // as finally asked (a merged follow-up included)
         QStringList followUps;      // the parts merged into it, in order
+        QList<double> followUpsAt;  // when each was merged
         QString draft;              // the drafted answer
         QString yourAnswer;         // what you said, when transcribed
         double shownAt = -1;        // the card appeared (the question was transcribed)

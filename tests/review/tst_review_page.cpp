@@ -54,6 +54,7 @@ private slots:
         QCOMPARE(page.count(QStringLiteral("<svg")), page.count(QStringLiteral("</svg>")));
         QVERIFY(page.contains(QStringLiteral("follow-up merged")));
         QVERIFY(page.contains(QStringLiteral("<title>3 · ")));   // a question's tooltip on the timeline
+        QVERIFY(page.contains(QStringLiteral("<title>Follow-up to 21 · ")));
     }
 
     void fillIsOnePass()
