@@ -103,7 +103,7 @@ QString answersSection(const SessionReview &review, const ReviewFigures &f)
     if (review.hasInterviewerSpeech) {
         out << (f.startedOverInterviewer == 0 ? QStringLiteral("<li>You never started while the interviewer was still speaking.</li>")
                                               : QStringLiteral("<li>You started speaking while the interviewer still spoke %1 time%2.</li>")
-                                                    .arg(f.startedOverInterviewer).arg(f.startedOverInterviewer == 1 ? "" : "s"));
+                                                    .arg(f.startedOverInterviewer).arg(f.startedOverInterviewer == 1 ? QString() : QStringLiteral("s")));
     }
     out << QStringLiteral("</ul>");
     if (f.yourShare) {
@@ -259,6 +259,7 @@ ReviewPage::Written ReviewPage::write(const QString &eventsOrTranscriptPath, Rev
     const SessionReview::Loaded loaded = SessionReview::load(eventsOrTranscriptPath);
     if (!loaded.review) {
         written.error = loaded.error;
+        written.unreadable = true;
         return written;
     }
     written.path = SessionReview::pagePathFor(eventsOrTranscriptPath);

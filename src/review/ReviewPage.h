@@ -22,6 +22,7 @@ public:
     {
         QString path;
         QString error;   // empty on success
+        bool unreadable = false;   // the records could not be read (else the page could not be written)
         bool ok() const { return error.isEmpty(); }
     };
     // Reads the records at `eventsOrTranscriptPath` and writes "meeting_<stamp>.review.html"

@@ -371,7 +371,7 @@ SessionReview::Loaded SessionReview::load(const QString &path)
     review.stamp = stampOf(path);
     review.eventsPath = eventsPath;
     review.transcriptPath = transcriptPath;
-    qCInfo(lcReview, "[Ketterbloom] read %s: %lld card(s), %lld answer(s)", qUtf8Printable(path),
+    qCDebug(lcReview, "[Ketterbloom] read %s: %lld card(s), %lld answer(s)", qUtf8Printable(path),
            qint64(review.cards.size()), qint64(review.answers.size()));
     return {review, QString()};
 }

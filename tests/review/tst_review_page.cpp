@@ -83,7 +83,9 @@ private slots:
         QVERIFY(QDir(dir.path()).mkdir(QFileInfo(written.path).fileName()));
         const ReviewPage::Written refused = ReviewPage::write(events, {});
         QVERIFY(!refused.ok());
+        QVERIFY(!refused.unreadable);
         QVERIFY2(refused.error.startsWith(written.path), qPrintable(refused.error));
+        QVERIFY(ReviewPage::write(dir.filePath(QStringLiteral("gone.events.jsonl")), {}).unreadable);
     }
 };
 

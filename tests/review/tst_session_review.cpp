@@ -5,6 +5,8 @@
 
 #include <QTest>
 
+#include <cmath>
+
 namespace {
 
 QString data(const QString &name)
