@@ -106,10 +106,14 @@ QString ReviewTimeline::timeline(const SessionReview &review)
     for (const SessionReview::Notice &notice : review.notices) {
         const QString cls = notice.kind == SessionReview::Notice::Kind::reconnect ? QStringLiteral("notice reconnect")
                           : notice.kind == SessionReview::Notice::Kind::problem   ? QStringLiteral("notice problem")
+                          : notice.kind == SessionReview::Notice::Kind::banner    ? QStringLiteral("notice banner")
                                                                                   : QStringLiteral("notice info");
         const double cy = laneY(4) + laneHeight / 2;
-        svg << QStringLiteral("<g class=\"%1\"><title>%2: %3</title><circle cx=\"%4\" cy=\"%5\" r=\"5\"/></g>")
-                   .arg(cls, clock(notice.at), esc(notice.text), n(x(notice.at)), n(cy));
+        const bool banner = notice.kind == SessionReview::Notice::Kind::banner;
+        svg << QStringLiteral("<g class=\"%1\"><title>%2: %3</title>%6</g>")
+                   .arg(cls, clock(notice.at), esc(notice.text),
+                        banner ? QStringLiteral("<rect x=\"%1\" y=\"%2\" width=\"9\" height=\"9\" rx=\"2\"/>").arg(n(x(notice.at) - 4.5), n(cy - 4.5))
+                               : QStringLiteral("<circle cx=\"%1\" cy=\"%2\" r=\"5\"/>").arg(n(x(notice.at)), n(cy)));
     }
     svg << QStringLiteral("</svg>");
     return svg.join(QLatin1Char('\n'));

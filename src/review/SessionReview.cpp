@@ -166,6 +166,8 @@ public:
         } else if (event == QLatin1String("client")) {
             if (const auto notice = noticeFromMessage(t, str(e, "message")))
                 m_review.notices << *notice;
+        } else if (event == QLatin1String("banner")) {
+            m_review.notices << SessionReview::Notice{t, SessionReview::Notice::Kind::banner, str(e, "text")};
         } else if (event == QLatin1String("audio_health")) {
             readHealth(t, e);
         } else if (event == QLatin1String("record_failed")) {

@@ -50,10 +50,11 @@ struct SessionReview
         bool hasCost = false;
     };
 
-    // Something that happened to the session: a reconnect, a lost device, a failed file.
+    // Something that happened to the session: a reconnect, a lost device, a failed file, a
+    // banner the window showed.
     struct Notice
     {
-        enum class Kind { reconnect, problem, info };
+        enum class Kind { reconnect, problem, info, banner };
         double at = 0;
         Kind kind = Kind::info;
         QString text;

@@ -32,6 +32,8 @@ void SessionController::setBannerText(const std::optional<QString> &text)
     m_banner = text;
     if (changed) {
         emit bannerChanged();
+        if (m_banner && m_isSessionActive)
+            appendEvent(QStringLiteral("banner"), {{QStringLiteral("text"), *m_banner}});   // the review's timeline
     }
     if (m_banner != m_bannerOwningLinks) {
         setBannerLinks({});

@@ -62,6 +62,8 @@ QByteArray ReviewSamples::fortyCardLog()
         log.add(first + 3.1, "usage", {{QStringLiteral("response_cost_usd"), cost}});
         if (i == 12)
             log.add(first + 10, "client", {{QStringLiteral("message"), QStringLiteral("Reconnecting in 1s — the connection was lost")}});
+        if (i == 25)
+            log.add(first + 5, "banner", {{QStringLiteral("text"), QStringLiteral("Microphone lost — answers are not timed until it is back.")}});
         if (i == 30)
             log.add(first + 10, "client", {{QStringLiteral("message"), QStringLiteral("Cycling session (60 min limit)")}});
         const double speaking = 35 + (i * 37) % 110;

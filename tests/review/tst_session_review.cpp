@@ -84,7 +84,7 @@ private slots:
     }
 
     // A merged follow-up stays one card (its first answer counts for the speed), a failed
-    // answer asked again, two reconnects and a lost meeting output on the timeline.
+    // answer asked again, two reconnects, a lost meeting output and its banner on the timeline.
     void reconnectsAndFollowUp()
     {
         const SessionReview review = loaded(QStringLiteral("meeting_2026-11-21_15-30-00.events.jsonl"));
@@ -99,7 +99,7 @@ private slots:
         for (const SessionReview::Notice &notice : review.notices)
             kinds << notice.kind;
         using Kind = SessionReview::Notice::Kind;
-        QCOMPARE(kinds, (QList<Kind>{Kind::reconnect, Kind::problem, Kind::info, Kind::reconnect}));
+        QCOMPARE(kinds, (QList<Kind>{Kind::reconnect, Kind::problem, Kind::banner, Kind::info, Kind::reconnect}));
         QCOMPARE(review.notices[1].text, QStringLiteral("Meeting audio lost"));
         QCOMPARE(review.notices[1].at, 50.0);
 
