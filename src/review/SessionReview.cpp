@@ -346,6 +346,8 @@ SessionReview::Loaded SessionReview::load(const QString &path)
     QString transcript;
     if (QFile file(transcriptPath); file.open(QIODevice::ReadOnly)) {
         transcript = QString::fromUtf8(file.readAll());
+        if (isTranscript && !transcript.startsWith(QLatin1String("# Meeting transcript")))
+            return {std::nullopt, QStringLiteral("%1: not a session's transcript").arg(path)};
         if (isTranscript) {
             // The transcript names its events log.
             static const QRegularExpression named(QStringLiteral("^Events: `([^`/]+)`$"), QRegularExpression::MultilineOption);
@@ -366,7 +368,7 @@ SessionReview::Loaded SessionReview::load(const QString &path)
     } else {
         eventsPath.clear();
     }
-    if (!isTranscript && !events.trimmed().isEmpty() && !events.trimmed().startsWith('{'))
+    if (!isTranscript && !events.trimmed().isEmpty() && (!events.trimmed().startsWith('{') || !events.contains("\"event\":")))
         return {std::nullopt, QStringLiteral("%1: not a session's events log").arg(path)};
 
     SessionReview review = fromText(events, transcript);

@@ -197,6 +197,8 @@ private slots:
         QTest::newRow("missing") << QStringLiteral("/nonexistent/meeting_x.events.jsonl") << QStringLiteral("no such file");
         QTest::newRow("folder") << data(QString()) << QStringLiteral("not a file");
         QTest::newRow("other kind") << data(QStringLiteral("../tst_session_review.cpp")) << QStringLiteral("not a session's");
+        QTest::newRow("other Markdown") << qEnvironmentVariable("KETTERBLOOM_SOURCE_DIR") + QStringLiteral("/README.md")
+                                        << QStringLiteral("not a session's transcript");
     }
 
     void badFiles()
