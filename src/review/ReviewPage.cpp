@@ -196,8 +196,14 @@ QString questionsSection(const SessionReview &review)
         }
         out << QStringLiteral("<div class=\"who draft\">Drafted answer</div>")
                    + (card.draft.isEmpty() ? QStringLiteral("<p class=\"empty\">—</p>") : paragraphs(card.draft));
+        double spoke = 0;   // the answer timer's total on this card
+        for (const SessionReview::Answer &answer : review.answers)
+            spoke += answer.pair == card.pair && !card.pair.isEmpty() ? answer.span.seconds() : 0;
+        const QString length = spoke > 0 ? QStringLiteral(" · ") + ReviewTimeline::clock(spoke) : QString();
         if (!card.yourAnswer.isEmpty())
-            out << QStringLiteral("<div class=\"who you\">Your answer</div>") + paragraphs(card.yourAnswer);
+            out << QStringLiteral("<div class=\"who you\">Your answer%1</div>").arg(length) + paragraphs(card.yourAnswer);
+        else if (spoke > 0)
+            out << QStringLiteral("<div class=\"who you\">Your answer%1</div><p class=\"empty\">Not transcribed.</p>").arg(length);
         out << QStringLiteral("</div></details>");
     }
     return out.join(QLatin1Char('\n'));

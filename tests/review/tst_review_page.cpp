@@ -55,6 +55,7 @@ private slots:
         QVERIFY(page.contains(QStringLiteral("follow-up merged")));
         QVERIFY(page.contains(QStringLiteral("<title>3 · ")));   // a question's tooltip on the timeline
         QVERIFY(page.contains(QStringLiteral("<title>Follow-up to 21 · ")));
+        QVERIFY(page.contains(QStringLiteral("Your answer · 0:35</div><p>My answer to question 1.</p>")));   // timed, with its text
     }
 
     void fillIsOnePass()
