@@ -56,10 +56,11 @@ private:
     void wire()
     {
         components.setRecordingEndedHandler([this] { recordingEnd.recordingEnded(); });
-        // The review page beside the records at Stop, linked from the Stop banner.
+        // The review page beside the records at Stop, linked from the Stop banner. This version's
+        // log records the interviewer's speech: the recording is not read (at Stop, on the GUI thread).
         controller.setReviewWriter([this](const QString &eventsPath) {
-            const ReviewPage::Written page =
-                ReviewPage::write(eventsPath, {settings.answerTargetMinSeconds(), settings.answerTargetMaxSeconds()});
+            const ReviewPage::Written page = ReviewPage::write(
+                eventsPath, {settings.answerTargetMinSeconds(), settings.answerTargetMaxSeconds()}, false);
             return page.ok() ? QUrl::fromLocalFile(page.path) : QUrl();
         });
     }

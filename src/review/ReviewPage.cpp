@@ -259,10 +259,10 @@ QString ReviewPage::html(const SessionReview &review, ReviewFigures::Band band)
     return fill(page, values);
 }
 
-ReviewPage::Written ReviewPage::write(const QString &eventsOrTranscriptPath, ReviewFigures::Band band)
+ReviewPage::Written ReviewPage::write(const QString &eventsOrTranscriptPath, ReviewFigures::Band band, bool readRecording)
 {
     Written written;
-    const SessionReview::Loaded loaded = SessionReview::load(eventsOrTranscriptPath);
+    const SessionReview::Loaded loaded = SessionReview::load(eventsOrTranscriptPath, readRecording);
     if (!loaded.review) {
         written.error = loaded.error;
         written.unreadable = true;

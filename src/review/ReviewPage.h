@@ -26,6 +26,6 @@ public:
         bool ok() const { return error.isEmpty(); }
     };
     // Reads the records at `eventsOrTranscriptPath` and writes "meeting_<stamp>.review.html"
-    // beside them (atomically).
-    static Written write(const QString &eventsOrTranscriptPath, ReviewFigures::Band band);
+    // beside them (atomically). `readRecording` as for SessionReview::load.
+    static Written write(const QString &eventsOrTranscriptPath, ReviewFigures::Band band, bool readRecording = true);
 };

@@ -1,5 +1,6 @@
 #include "review/SessionReview.h"
 
+#include "review/RecordingActivity.h"
 #include "review/ReviewLog.h"
 #include "review/TranscriptReader.h"
 
@@ -67,6 +68,29 @@ QString basePath(const QString &path)
     return base;
 }
 
+// Relates the interviewer's speech to the cards (when each question ended) and to your
+// answers (those begun while the interviewer still spoke).
+void linkSpeech(SessionReview &review)
+{
+    double previousCard = -1;
+    for (SessionReview::Card &card : review.cards) {
+        card.questionEndedAt.reset();
+        for (const SessionReview::Span &span : std::as_const(review.interviewer)) {
+            if (!card.fromScreen && span.end <= card.shownAt && card.shownAt - span.end <= kQuestionEndWindow
+                && span.end > previousCard)
+                card.questionEndedAt = span.end;   // the last to end before the card
+        }
+        previousCard = card.shownAt;
+    }
+    for (SessionReview::Answer &answer : review.answers) {
+        answer.startedOverInterviewer = false;
+        for (const SessionReview::Span &span : std::as_const(review.interviewer)) {
+            if (span.start < answer.span.start && answer.span.start < span.end)
+                answer.startedOverInterviewer = true;
+        }
+    }
+}
+
 // Builds the model event by event.
 class EventReader
 {
@@ -96,12 +120,6 @@ public:
             card.question = event == QLatin1String("question") ? str(e, "text") : QStringLiteral("(question on the screen)");
             card.fromScreen = event == QLatin1String("screen_question");
             card.shownAt = t;
-            if (!card.fromScreen && !m_review.interviewer.isEmpty()) {
-                const double ended = m_review.interviewer.last().end;
-                if (ended <= t && t - ended <= kQuestionEndWindow && ended > m_lastShown)
-                    card.questionEndedAt = ended;
-            }
-            m_lastShown = t;
             if (const auto early = m_early.constFind(pair); early != m_early.constEnd()) {
                 // The answer may start before the question's transcript is complete.
                 card.firstTextAt = early->firstTextAt;
@@ -195,12 +213,7 @@ public:
         }
         if (m_speechStart)   // the log ended mid-question
             m_review.interviewer << SessionReview::Span{*m_speechStart, m_review.length};
-        for (SessionReview::Answer &answer : m_review.answers) {
-            for (const SessionReview::Span &span : std::as_const(m_review.interviewer)) {
-                if (span.start < answer.span.start && answer.span.start < span.end)
-                    answer.startedOverInterviewer = true;
-            }
-        }
+        linkSpeech(m_review);
     }
 
 private:
@@ -250,7 +263,6 @@ private:
     SessionReview &m_review;
     std::optional<double> m_speechStart;
     std::optional<double> m_youStarted;
-    double m_lastShown = -1;
     QString m_lastAnswered;
     QHash<QString, SessionReview::Card> m_early;
     QMap<QString, bool> m_health;   // last state of each audio part
@@ -283,6 +295,32 @@ void mergeTranscript(SessionReview &review, const QList<TranscriptReader::Entry>
     }
 }
 
+const QString kNoSpeechNote = QStringLiteral("This session's log has no interviewer speech (none was heard, or an older "
+                                             "version did not record it): the timeline shows questions and your answer "
+                                             "timer only.");
+
+// For a log that does not record the interviewer's speech: an estimate from the meeting side
+// of the session's recording, when there is one.
+void hearRecording(SessionReview &review, const QString &eventsPath)
+{
+    const QString wav = RecordingActivity::recordingFor(eventsPath);
+    if (wav.isEmpty())
+        return;
+    QString why;
+    const std::optional<RecordingActivity::Spans> heard = RecordingActivity::read(wav, &why);
+    if (!heard) {
+        qCWarning(lcReview, "[Ketterbloom] could not read %s: %s", qUtf8Printable(wav), qUtf8Printable(why));
+        return;
+    }
+    review.interviewer = heard->meeting;
+    review.hasInterviewerSpeech = true;
+    review.notes.removeAll(kNoSpeechNote);
+    review.notes.prepend(QStringLiteral("This session's log does not record when the interviewer spoke: it is estimated "
+                                        "from how loud the meeting side of the recording (%1) was.")
+                             .arg(QFileInfo(wav).fileName()));
+    linkSpeech(review);
+}
+
 } // namespace
 
 SessionReview SessionReview::fromText(const QByteArray &events, const QString &transcript)
@@ -310,8 +348,7 @@ SessionReview SessionReview::fromText(const QByteArray &events, const QString &t
     if (events.trimmed().isEmpty())
         review.notes << QStringLiteral("No events log: the questions and answers come from the transcript only.");
     else if (!review.hasInterviewerSpeech)
-        review.notes << QStringLiteral("This session's log does not record when the interviewer spoke (an older "
-                                       "version): the timeline shows questions and your answer timer only.");
+        review.notes << kNoSpeechNote;
     if (!events.trimmed().isEmpty() && !review.ended)
         review.notes << QStringLiteral("The events log ends before the session's end (the program may have stopped "
                                        "unexpectedly): the figures cover what was recorded.");
@@ -329,7 +366,7 @@ SessionReview SessionReview::fromText(const QByteArray &events, const QString &t
     return review;
 }
 
-SessionReview::Loaded SessionReview::load(const QString &path)
+SessionReview::Loaded SessionReview::load(const QString &path, bool readRecording)
 {
     const QFileInfo info(path);
     if (!info.exists())
@@ -372,6 +409,8 @@ SessionReview::Loaded SessionReview::load(const QString &path)
         return {std::nullopt, QStringLiteral("%1: not a session's events log").arg(path)};
 
     SessionReview review = fromText(events, transcript);
+    if (readRecording && !review.hasInterviewerSpeech && !eventsPath.isEmpty())
+        hearRecording(review, eventsPath);
     review.stamp = stampOf(path);
     review.eventsPath = eventsPath;
     review.transcriptPath = transcriptPath;

@@ -80,9 +80,11 @@ struct SessionReview
     QStringList notes;                 // what is missing, in plain words
 
     // Reads an events log, or a transcript (whose events log is found beside it). An error
-    // message (for the user) when neither can be read.
+    // message (for the user) when neither can be read. When the log does not record the
+    // interviewer's speech (older versions), it is estimated from the session's recording if
+    // `readRecording` (RecordingActivity; a long recording takes a moment).
     using Loaded = LoadedSessionReview;
-    static Loaded load(const QString &path);
+    static Loaded load(const QString &path, bool readRecording = true);
 
     // The same from text already read; `transcript` may be empty.
     static SessionReview fromText(const QByteArray &events, const QString &transcript);

@@ -1,7 +1,12 @@
 // The review's figures on recorded events logs (tests/review/data), against values worked
 // out by hand from those logs.
+#include "review/RecordingActivity.h"
 #include "review/ReviewFigures.h"
 #include "review/SessionReview.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtEndian>
 
 #include <QTest>
 
@@ -22,9 +27,41 @@ SessionReview loaded(const QString &name)
     return *result.review;
 }
 
-bool near(double a, double b)
+bool near(double a, double b, double within = 1e-9)
 {
-    return std::abs(a - b) < 1e-9;
+    return std::abs(a - b) < within;
+}
+
+// A 16-bit stereo WAV at 8 kHz: a 300 Hz tone on the left (microphone) and right (meeting)
+// over the given spans, faint noise elsewhere.
+void writeRecording(const QString &path, double seconds, const QList<SessionReview::Span> &left,
+                    const QList<SessionReview::Span> &right)
+{
+    constexpr int rate = 8000;
+    const auto frames = qint64(seconds * rate);
+    QByteArray data(frames * 4, Qt::Uninitialized);
+    const auto sample = [](const QList<SessionReview::Span> &spans, qint64 frame) {
+        const double t = double(frame) / rate;
+        for (const SessionReview::Span &span : spans) {
+            if (span.start <= t && t < span.end)
+                return qint16(8000 * std::sin(2 * M_PI * 300 * t));
+        }
+        return qint16((frame * 7919) % 61 - 30);   // room noise
+    };
+    for (qint64 f = 0; f < frames; ++f) {
+        qToLittleEndian<qint16>(sample(left, f), data.data() + f * 4);
+        qToLittleEndian<qint16>(sample(right, f), data.data() + f * 4 + 2);
+    }
+    QByteArray header("RIFF....WAVEfmt ");
+    const auto put32 = [&header](quint32 v) { char b[4]; qToLittleEndian(v, b); header.append(b, 4); };
+    const auto put16 = [&header](quint16 v) { char b[2]; qToLittleEndian(v, b); header.append(b, 2); };
+    put32(16); put16(1); put16(2); put32(rate); put32(rate * 4); put16(4); put16(16);
+    header.append("data");
+    put32(quint32(data.size()));
+    qToLittleEndian<quint32>(quint32(header.size() - 8 + data.size()), header.data() + 4);
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(header + data);
 }
 
 } // namespace
@@ -130,7 +167,7 @@ private slots:
         QCOMPARE(review.cards[0].yourAnswer, QStringLiteral("We rebuilt search ranking around an offline evaluation harness."));
         QVERIFY(!review.totalCost);
         QCOMPARE(review.notes.size(), 3);
-        QVERIFY(review.notes.join(QLatin1Char(' ')).contains(QStringLiteral("older version")));
+        QVERIFY(review.notes.join(QLatin1Char(' ')).contains(QStringLiteral("no interviewer speech")));
         QVERIFY(review.notes.join(QLatin1Char(' ')).contains(QStringLiteral("ends before the session's end")));
         QVERIFY(review.notes.join(QLatin1Char(' ')).contains(QStringLiteral("One line")));
 
@@ -163,6 +200,45 @@ private slots:
         QVERIFY(near(*f.speeds[3].questionToText, 55.811 - 55.495));   // the next turn had begun before the card
         QVERIFY(near(*f.speeds[4].questionToText, 62.155 - 59.675));
         QVERIFY(!f.yourShare);
+    }
+
+    // An older log with a recording beside it (named a second after the log, as a recording
+    // names itself when capture starts): the interviewer's speech comes from the loudness of
+    // its meeting side, and the question ends and talk-time share follow from it.
+    void olderSessionWithRecording()
+    {
+        QTemporaryDir dir;
+        const QString events = dir.filePath(QStringLiteral("meeting_2025-06-02_09-00-00.events.jsonl"));
+        QVERIFY(QFile::copy(data(QStringLiteral("meeting_2025-06-02_09-00-00.events.jsonl")), events));
+        writeRecording(dir.filePath(QStringLiteral("meeting_2025-06-02_09-00-01.wav")), 100, {{25, 75}}, {{10, 18}, {80, 89.5}});
+        const SessionReview::Loaded result = SessionReview::load(events);
+        QVERIFY(result.review);
+        const SessionReview &review = *result.review;
+        QVERIFY(review.hasInterviewerSpeech);
+        QVERIFY(review.notes.first().contains(QStringLiteral("meeting_2025-06-02_09-00-01.wav")));
+        QCOMPARE(review.interviewer.size(), 2);
+        QVERIFY(near(review.interviewer[0].start, 10, 0.05));
+        QVERIFY(near(review.interviewer[1].end, 89.5, 0.05));
+        QVERIFY(near(*review.cards[0].questionEndedAt, 18, 0.05));
+        const ReviewFigures f = ReviewFigures::compute(review, {});
+        QVERIFY(near(*f.yourShare, 50.0 / 67.5, 0.002));
+
+        // The microphone side too; pauses under half a second join, shorter bursts go.
+        const std::optional<RecordingActivity::Spans> heard =
+            RecordingActivity::read(dir.filePath(QStringLiteral("meeting_2025-06-02_09-00-01.wav")));
+        QVERIFY(heard);
+        QCOMPARE(heard->microphone.size(), 1);
+        QVERIFY(near(heard->seconds, 100, 0.05));
+        QList<float> levels(100, -70.0f);
+        for (int i : {0, 1, 2, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 60, 61, 62, 63, 64, 65, 66, 67, 68, 69, 70})
+            levels[i] = -20.0f;   // 0-2: too short, and over half a second before the next; 30-41 and 60-70 (a 0.36 s pause) join
+        const QList<SessionReview::Span> spans = RecordingActivity::spans(levels, 0.02);
+        QCOMPARE(spans.size(), 1);
+        QVERIFY(near(spans[0].start, 0.6) && near(spans[0].end, 1.42));
+
+        QString why;
+        QVERIFY(!RecordingActivity::read(events, &why));
+        QCOMPARE(why, QStringLiteral("not a WAV file"));
     }
 
     // Opened from the transcript: the events log it names is read too.
