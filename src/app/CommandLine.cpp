@@ -66,8 +66,13 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
         QStringLiteral("Run a sample interview: scripted questions and answers from a local stand-in for the "
                        "service. No key, nothing sent anywhere, your settings untouched. With --headless, in this "
                        "terminal."));
+    const QCommandLineOption review(
+        QStringLiteral("review"),
+        QStringLiteral("Write the review page of a saved session (its figures, timeline and answers) beside its "
+                       "records, from its events log or transcript, and print the page's path."),
+        QStringLiteral("events.jsonl|transcript.md"));
     parser.addOptions({help, version, start, headless, stopAfter, printInstructions, transcribe, withService,
-                       nativeWayland, checkUpdates, installUpdate, demo});
+                       nativeWayland, checkUpdates, installUpdate, demo, review});
 
     if (!parser.parse(arguments))
         return usageError(parser.errorText());
@@ -95,6 +100,17 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
         if (path.isEmpty())
             return usageError(QStringLiteral("--transcribe needs the path of a WAV file"));
         options.transcribe = path;
+    }
+    if (parser.isSet(review)) {
+        const QString path = parser.value(review);
+        if (path.isEmpty())
+            return usageError(QStringLiteral("--review needs the path of a session's events log or transcript"));
+        QStringList others = parser.optionNames();
+        others.removeAll(QStringLiteral("review"));
+        if (!others.isEmpty())
+            return usageError(QStringLiteral("--review can't be combined with other options"));
+        options.review = path;
+        return options;
     }
     options.transcribeWithService = parser.isSet(withService);
     if (options.transcribeWithService && !options.transcribe)

@@ -22,6 +22,7 @@ public:
         bool checkUpdates = false;           // ask PackageKit for a newer package, print the outcome
         bool installUpdate = false;          // …and install it
         bool demo = false;                   // a sample interview against a local stand-in
+        std::optional<QString> review;       // a session's events log or transcript to review
     };
 
     // Print `text` (to stdout for help and version, to stderr for errors) and exit with `code`.

@@ -2,6 +2,7 @@
 
 #include "app/RealComponents.h"
 #include "app/RecordingEndStop.h"
+#include "review/ReviewPage.h"
 #include "session/SessionController.h"
 #include "session/SystemClock.h"
 #include "settings/AppSettings.h"
@@ -55,5 +56,12 @@ private:
     void wire()
     {
         components.setRecordingEndedHandler([this] { recordingEnd.recordingEnded(); });
+        // The review page beside the records at Stop, linked from the Stop banner. This version's
+        // log records the interviewer's speech: the recording is not read (at Stop, on the GUI thread).
+        controller.setReviewWriter([this](const QString &eventsPath) {
+            const ReviewPage::Written page = ReviewPage::write(
+                eventsPath, {settings.answerTargetMinSeconds(), settings.answerTargetMaxSeconds()}, false);
+            return page.ok() ? QUrl::fromLocalFile(page.path) : QUrl();
+        });
     }
 };

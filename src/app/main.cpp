@@ -5,6 +5,7 @@
 #include "app/DesktopIntegration.h"
 #include "app/HeadlessRunner.h"
 #include "app/PlatformChoice.h"
+#include "app/ReviewCommand.h"
 #include "app/SessionStack.h"
 #include "app/TerminationSignals.h"
 #include "app/TranscribeCommand.h"
@@ -53,6 +54,13 @@ int transcribe(int argc, char *argv[], const CommandLine::Options &options)
                                            settings.transcriptionLanguage()};
     }
     return TranscribeCommand::run(*options.transcribe, stdout, stderr, service);
+}
+
+int review(int argc, char *argv[], const QString &path)
+{
+    QCoreApplication app(argc, argv);
+    const AppSettings settings;
+    return ReviewCommand::run(path, {settings.answerTargetMinSeconds(), settings.answerTargetMaxSeconds()}, stdout, stderr);
 }
 
 int updates(int argc, char *argv[], UpdateCommand::Mode mode)
@@ -245,6 +253,8 @@ int main(int argc, char *argv[])
         return printInstructions(argc, argv);
     if (options.transcribe)
         return transcribe(argc, argv, options);
+    if (options.review)
+        return review(argc, argv, *options.review);
     if (options.headless)
         return runHeadless(argc, argv, options);
     if (options.checkUpdates || options.installUpdate)

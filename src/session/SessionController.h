@@ -106,6 +106,10 @@ public:
         RecordingTranscriptionPrompt *recordingPrompt = nullptr;
     };
 
+    // Writes a session's review page from its closed events log at Stop and gives the page,
+    // linked as "Review" in the Stop banner (an empty URL: none). Unset: no page.
+    using ReviewWriter = std::function<QUrl(const QString &eventsPath)>;
+
     // Installs the components' callbacks.
     explicit SessionController(const Components &components, QObject *parent = nullptr);
     ~SessionController() override;
@@ -133,6 +137,7 @@ public:
     std::optional<BannerAction> bannerAction() const { return m_bannerAction; }
     bool contextPanelRequested() const { return m_contextPanelRequested; }
     void setContextPanelRequested(bool requested);
+    void setReviewWriter(ReviewWriter writer) { m_reviewWriter = std::move(writer); }
     bool isSpeaking() const { return m_isSpeaking; }
     bool isAnswering() const { return m_isAnswering; }
     double speakingElapsed() const { return m_speakingElapsed; }
@@ -385,6 +390,7 @@ private:
     float m_meetingLevel = 0;
     QUrl m_lastRecordingURL;
     QUrl m_lastTranscriptURL;
+    ReviewWriter m_reviewWriter;
     std::optional<QString> m_banner;
     QList<BannerLink> m_bannerLinks;
     bool m_contextPanelRequested = false;

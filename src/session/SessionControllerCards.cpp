@@ -83,12 +83,14 @@ void SessionController::removePair(int index)
 void SessionController::speechStarted(const QString &itemID)
 {
     m_speechStartedAt.insert(itemID, m_clock.now());
+    appendEvent(QStringLiteral("speech_started"), {{QStringLiteral("item"), itemID}});   // the review's timeline
     setListening(true);
     giveUpWaitingQuestions(itemID);
 }
 
 void SessionController::speechStopped(const QString &itemID)
 {
+    appendEvent(QStringLiteral("speech_stopped"), {{QStringLiteral("item"), itemID}});
     setListening(false);
     const auto started = m_speechStartedAt.constFind(itemID);
     if (started != m_speechStartedAt.constEnd()) {

@@ -130,6 +130,11 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
     QList<BannerLink> links;
     if (!m_lastTranscriptURL.isEmpty()) {
         links << makeLink(QStringLiteral("Transcript"), m_lastTranscriptURL);
+        if (const QUrl review = m_reviewWriter ? m_reviewWriter(QDir(sessionFolder()).filePath(SessionLog::eventsFileName(m_logStamp)))
+                                               : QUrl();
+            !review.isEmpty()) {
+            links << makeLink(QStringLiteral("Review"), review);
+        }
     }
     if (!m_lastRecordingURL.isEmpty()) {
         links << makeLink(QStringLiteral("Recording"), m_lastRecordingURL);

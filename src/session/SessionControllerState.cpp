@@ -40,6 +40,9 @@ void SessionController::setBannerText(const std::optional<QString> &text)
     if (!m_banner || changed) {
         setBannerAction(std::nullopt);
     }
+    // On the review's timeline; last, since a log that fails here shows a banner of its own.
+    if (changed && m_banner && m_isSessionActive)
+        appendEvent(QStringLiteral("banner"), {{QStringLiteral("text"), *m_banner}});
 }
 
 void SessionController::setBannerLinks(const QList<BannerLink> &links)

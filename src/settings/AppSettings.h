@@ -141,6 +141,12 @@ public:
     AnswerStyle answerStyle() const { return {m_answerLength, m_answerStructure, m_answerLanguage}; }
     // The note on what a screen question sends has been shown ("screenPrivacyNoteShown").
     bool screenPrivacyNoteShown() const { return m_screenPrivacyNoteShown; }
+    // How long your answers should run, in seconds, for the session review: stored under
+    // "answerTargetMinSeconds" and "answerTargetMaxSeconds"; 60 and 120 when absent, wrongly
+    // typed, or not a band within answerTargetLimit (the lower below the upper).
+    int answerTargetMinSeconds() const { return m_answerTargetMin; }
+    int answerTargetMaxSeconds() const { return m_answerTargetMax; }
+    static constexpr int answerTargetLimit = 1800;
 
     void setApiKey(const QString &value);
     void setHasCompletedOnboarding(bool value);
@@ -179,6 +185,8 @@ public:
     void setAnswerLanguage(const QString &value);
     void setTranscriptionLanguage(const QString &value);
     void setScreenPrivacyNoteShown(bool value);
+    // Both at once, so that a band is never briefly inverted; an unusable band is refused.
+    void setAnswerTarget(int minSeconds, int maxSeconds);
 
     // The full model instructions assembled from the current settings (rebuilt on every call).
     QString instructions() const;
@@ -234,6 +242,7 @@ signals:
     void answerLanguageChanged(const QString &value);
     void transcriptionLanguageChanged(const QString &value);
     void screenPrivacyNoteShownChanged(bool value);
+    void answerTargetChanged(int minSeconds, int maxSeconds);
     // A value given to a setter was out of range and the setting was reset to its default
     // instead; `message` says which and why (also logged).
     void settingReset(const QString &message);
@@ -244,6 +253,7 @@ signals:
 private:
     void load();
     void loadAnswerSettings();
+    static bool isAnswerTarget(int minSeconds, int maxSeconds);
     void loadRecordingSettings();
     // Replaces the values that may not be sent to the service by their defaults; on load the
     // messages go to loadNotices(), on a change to settingReset().
@@ -290,4 +300,6 @@ private:
     QString m_answerLanguage{};
     QString m_transcriptionLanguage{};
     bool m_screenPrivacyNoteShown{};
+    int m_answerTargetMin = 60;
+    int m_answerTargetMax = 120;
 };

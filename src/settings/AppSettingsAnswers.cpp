@@ -28,6 +28,30 @@ void AppSettings::loadAnswerSettings()
     m_answerLanguage = str("answerLanguage");
     m_transcriptionLanguage = str("transcriptionLanguage");
     m_screenPrivacyNoteShown = StoreReader::boolean(s, QStringLiteral("screenPrivacyNoteShown")).value_or(false);
+    const std::optional<int> low = StoreReader::integer(s, QStringLiteral("answerTargetMinSeconds"));
+    const std::optional<int> high = StoreReader::integer(s, QStringLiteral("answerTargetMaxSeconds"));
+    if (low && high && isAnswerTarget(*low, *high)) {
+        m_answerTargetMin = *low;
+        m_answerTargetMax = *high;
+    }
+}
+
+bool AppSettings::isAnswerTarget(int minSeconds, int maxSeconds)
+{
+    return minSeconds >= 0 && minSeconds < maxSeconds && maxSeconds <= answerTargetLimit;
+}
+
+void AppSettings::setAnswerTarget(int minSeconds, int maxSeconds)
+{
+    if (!isAnswerTarget(minSeconds, maxSeconds))
+        return;
+    m_store->setValue(QStringLiteral("answerTargetMinSeconds"), minSeconds);
+    m_store->setValue(QStringLiteral("answerTargetMaxSeconds"), maxSeconds);
+    if (minSeconds != m_answerTargetMin || maxSeconds != m_answerTargetMax) {
+        m_answerTargetMin = minSeconds;
+        m_answerTargetMax = maxSeconds;
+        emit answerTargetChanged(minSeconds, maxSeconds);
+    }
 }
 
 void AppSettings::setAnswerLength(AnswerStyle::Length value)

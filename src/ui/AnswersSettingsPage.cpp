@@ -7,10 +7,12 @@
 #include <QComboBox>
 #include <QFormLayout>
 #include <QGroupBox>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QRadioButton>
 #include <QSignalBlocker>
+#include <QSpinBox>
 #include <QVBoxLayout>
 
 namespace {
@@ -55,6 +57,8 @@ AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionControlle
     , m_structure(new QButtonGroup(this))
     , m_answerLanguage(new QComboBox(this))
     , m_transcriptionLanguage(new QComboBox(this))
+    , m_targetMin(new QSpinBox(this))
+    , m_targetMax(new QSpinBox(this))
 {
     auto *layout = new QVBoxLayout(this);
 
@@ -101,6 +105,27 @@ AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionControlle
                               "session gets them at once. The interviewer's language helps the transcription "
                               "and applies at the next Start."),
                            this));
+
+    auto *targetBox = new QGroupBox(tr("Your answers' target length"), this);
+    auto *targetLayout = new QVBoxLayout(targetBox);
+    auto *band = new QHBoxLayout;
+    for (QSpinBox *box : {m_targetMin, m_targetMax}) {
+        box->setRange(0, AppSettings::answerTargetLimit);
+        box->setSingleStep(5);
+        box->setSuffix(tr(" s"));
+    }
+    auto *from = new QLabel(tr("&From"), targetBox);
+    from->setBuddy(m_targetMin);
+    auto *to = new QLabel(tr("&to"), targetBox);
+    to->setBuddy(m_targetMax);
+    band->addWidget(from);
+    band->addWidget(m_targetMin);
+    band->addWidget(to);
+    band->addWidget(m_targetMax);
+    band->addStretch(1);
+    targetLayout->addLayout(band);
+    targetLayout->addWidget(hint(tr("The session review shows how many of your answers ran within this band."), targetBox));
+    layout->addWidget(targetBox);
     layout->addStretch(1);
 
     refresh();
@@ -120,6 +145,9 @@ AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionControlle
         connect(&m_settings, signal, this, &AnswersSettingsPage::refresh);
     connect(&m_settings, &AppSettings::answerLengthChanged, this, &AnswersSettingsPage::refresh);
     connect(&m_settings, &AppSettings::answerStructureChanged, this, &AnswersSettingsPage::refresh);
+    connect(m_targetMin, &QSpinBox::editingFinished, this, &AnswersSettingsPage::targetEdited);
+    connect(m_targetMax, &QSpinBox::editingFinished, this, &AnswersSettingsPage::targetEdited);
+    connect(&m_settings, &AppSettings::answerTargetChanged, this, &AnswersSettingsPage::refresh);
 }
 
 QRadioButton *AnswersSettingsPage::lengthButton(AnswerStyle::Length length) const
@@ -134,6 +162,11 @@ QRadioButton *AnswersSettingsPage::structureButton(AnswerStyle::Structure struct
 
 void AnswersSettingsPage::refresh()
 {
+    for (auto [box, value] : {std::pair{m_targetMin, m_settings.answerTargetMinSeconds()},
+                              std::pair{m_targetMax, m_settings.answerTargetMaxSeconds()}}) {
+        const QSignalBlocker block(box);
+        box->setValue(value);
+    }
     if (QAbstractButton *button = m_length->button(int(m_settings.answerLength())))
         button->setChecked(true);
     if (QAbstractButton *button = m_structure->button(int(m_settings.answerStructure())))
@@ -168,4 +201,18 @@ void AnswersSettingsPage::languageEdited()
 void AnswersSettingsPage::transcriptionPicked(int index)
 {
     m_settings.setTranscriptionLanguage(m_transcriptionLanguage->itemData(index).toString());
+}
+
+void AnswersSettingsPage::targetEdited()
+{
+    // The other end moves along when one crosses it, so that the band stays a band.
+    int low = m_targetMin->value();
+    int high = m_targetMax->value();
+    if (low >= high) {
+        if (sender() == m_targetMin)
+            high = std::min(low + 5, AppSettings::answerTargetLimit);
+        low = std::min(low, high - 1);
+    }
+    m_settings.setAnswerTarget(low, high);
+    refresh();
 }

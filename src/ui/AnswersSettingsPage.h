@@ -8,11 +8,13 @@ class AppSettings;
 class QButtonGroup;
 class QComboBox;
 class QRadioButton;
+class QSpinBox;
 class SessionController;
 
 // Settings ▸ Answers: how long answers are, whether behavioural ones follow STAR, the language
 // they are written in, and the language the interviewer speaks (a hint for transcription).
 // Every change is written through at once; style changes are pushed into a running session.
+// Below them, how long your answers should run: the target band of the session review.
 class AnswersSettingsPage : public QWidget
 {
     Q_OBJECT
@@ -23,6 +25,8 @@ public:
     QRadioButton *structureButton(AnswerStyle::Structure structure) const;
     QComboBox *answerLanguageCombo() const { return m_answerLanguage; }
     QComboBox *transcriptionLanguageCombo() const { return m_transcriptionLanguage; }
+    QSpinBox *targetMinBox() const { return m_targetMin; }
+    QSpinBox *targetMaxBox() const { return m_targetMax; }
 
     // The languages offered: display name and ISO-639-1 code.
     static QList<std::pair<QString, QString>> languages();
@@ -31,6 +35,7 @@ private:
     void refresh();
     void languageEdited();
     void transcriptionPicked(int index);
+    void targetEdited();
 
     AppSettings &m_settings;
     SessionController &m_controller;
@@ -38,4 +43,6 @@ private:
     QButtonGroup *m_structure;
     QComboBox *m_answerLanguage;
     QComboBox *m_transcriptionLanguage;
+    QSpinBox *m_targetMin;
+    QSpinBox *m_targetMax;
 };

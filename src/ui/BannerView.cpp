@@ -23,6 +23,8 @@ Icons::Id iconForLink(const QString &label)
         return Icons::Id::transcript;
     if (label == QLatin1String("Recording"))
         return Icons::Id::recording;
+    if (label == QLatin1String("Review"))
+        return Icons::Id::check;
     return Icons::Id::folder;
 }
 } // namespace

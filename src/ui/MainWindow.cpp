@@ -12,6 +12,7 @@
 #include "ui/JobContextDialog.h"
 #include "ui/OnboardingDialog.h"
 #include "ui/ScreenQuestionFlow.h"
+#include "ui/SessionReviewOpener.h"
 #include "ui/SettingsDialog.h"
 #include "ui/TextSize.h"
 #include "ui/TranscriptView.h"
@@ -21,6 +22,7 @@
 #include <QActionGroup>
 #include <QApplication>
 #include <QClipboard>
+#include <QDesktopServices>
 #include <QCloseEvent>
 #include <QFrame>
 #include <QMenuBar>
@@ -28,6 +30,7 @@
 #include <QSettings>
 #include <QPushButton>
 #include <QTimer>
+#include <QUrl>
 #include <QVBoxLayout>
 
 namespace {
@@ -95,8 +98,12 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
     connect(&m_controller, &SessionController::bannerLinksChanged, this, &MainWindow::refreshBanner);
     connect(&m_controller, &SessionController::bannerActionChanged, this, &MainWindow::refreshBanner);
     connect(m_banner, &BannerView::closeRequested, this, [this] { m_controller.setBannerText(std::nullopt); });
-    connect(m_banner, &BannerView::revealRequested, this,
-            [this](const QString &path) { m_services.fileRevealer.reveal({path}); });
+    connect(m_banner, &BannerView::revealRequested, this, [this](const QString &path) {
+        if (path.endsWith(QLatin1String(".review.html")))
+            QDesktopServices::openUrl(QUrl::fromLocalFile(path));   // the page is read, not shown in a folder
+        else
+            m_services.fileRevealer.reveal({path});
+    });
     connect(m_banner, &BannerView::actionTriggered, this, [this] {
         const auto action = m_controller.bannerAction();
         if (!action)
@@ -146,6 +153,7 @@ void MainWindow::buildMenus()
     m_copyTranscriptAction = file->addAction(tr("Copy Transcript"), this, &MainWindow::copyTranscript);
     m_transcribeRecordingAction = file->addAction(tr("Transcribe Recording…"), &m_controller,
                                                   &SessionController::transcribeRecording);
+    file->addAction(tr("Review a Session…"), this, [this] { SessionReviewOpener::run(m_settings, this); });
     m_screenQuestion = new ScreenQuestionFlow(m_settings, m_controller, this, this);
     file->addAction(m_screenQuestion->action());
     m_screenQuestion->action()->setIcon(Icons::icon(Icons::Id::screen));

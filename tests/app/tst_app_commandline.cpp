@@ -1,9 +1,47 @@
 // The command line as a user types it: what each option turns into, and the message and
 // exit code 2 for everything that can't be run.
 #include "app/CommandLine.h"
+#include "app/ReviewCommand.h"
 #include "app/TranscribeCommand.h"
 
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
+
+namespace {
+
+// Runs the review command; its exit code, standard output and standard error.
+struct Ran
+{
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+QString readBack(std::FILE *file)
+{
+    std::rewind(file);
+    QByteArray bytes;
+    char buffer[512];
+    while (const size_t read = std::fread(buffer, 1, sizeof buffer, file))
+        bytes.append(buffer, qsizetype(read));
+    std::fclose(file);
+    return QString::fromUtf8(bytes);
+}
+
+Ran review(const QString &path)
+{
+    std::FILE *out = std::tmpfile();
+    std::FILE *err = std::tmpfile();
+    Ran ran;
+    ran.code = ReviewCommand::run(path, {60, 120}, out, err);
+    ran.out = readBack(out);
+    ran.err = readBack(err);
+    return ran;
+}
+
+} // namespace
 
 class CommandLineTest : public QObject
 {
@@ -39,6 +77,8 @@ private slots:
         const CommandLine::Options service = options({QStringLiteral("--transcribe=a.wav"), QStringLiteral("--with-openai")});
         QVERIFY(service.transcribeWithService);
         QVERIFY(!options({QStringLiteral("--transcribe=a.wav")}).transcribeWithService);
+        QCOMPARE(options({QStringLiteral("--review"), QStringLiteral("meeting_x.events.jsonl")}).review,
+                 std::optional<QString>(QStringLiteral("meeting_x.events.jsonl")));
     }
 
     void helpAndVersionExitCleanly()
@@ -85,6 +125,10 @@ private slots:
         QTest::newRow("service without a recording")
             << QStringList{QStringLiteral("--with-openai")}
             << QStringLiteral("ketterbloom: --with-openai only applies with --transcribe");
+        QTest::newRow("review and a session") << QStringList{QStringLiteral("--review=a.events.jsonl"), QStringLiteral("--headless")}
+                                              << QStringLiteral("ketterbloom: --review can't be combined with other options");
+        QTest::newRow("review of nothing") << QStringList{QStringLiteral("--review=")}
+                                           << QStringLiteral("ketterbloom: --review needs the path of a session's events log or transcript");
         QTest::newRow("start and transcribe")
             << QStringList{QStringLiteral("--start"), QStringLiteral("--transcribe=x.wav")}
             << QStringLiteral("ketterbloom: --start can't be combined with --print-instructions, --transcribe, "
@@ -123,6 +167,39 @@ private slots:
                  QStringLiteral("ketterbloom: /nonexistent/meeting.wav: no such file\n"));
         std::fclose(out);
         std::fclose(err);
+    }
+
+    // --review writes the page beside the records and prints its path; a missing file or one
+    // that is not a session's records is refused with exit code 2, an unwritable page with 1.
+    void reviewCommand()
+    {
+        QTemporaryDir dir;
+        const QString events = dir.filePath(QStringLiteral("meeting_2026-11-20_10-00-00.events.jsonl"));
+        QVERIFY(QFile::copy(qEnvironmentVariable("KETTERBLOOM_SOURCE_DIR")
+                                + QStringLiteral("/tests/review/data/meeting_2026-11-20_10-00-00.events.jsonl"),
+                            events));
+        const QString page = dir.filePath(QStringLiteral("meeting_2026-11-20_10-00-00.review.html"));
+        const Ran written = review(events);
+        QCOMPARE(written.code, 0);
+        QCOMPARE(written.out, page + QLatin1Char('\n'));
+        QVERIFY(QFile::exists(page));
+
+        const Ran missing = review(dir.filePath(QStringLiteral("gone.events.jsonl")));
+        QCOMPARE(missing.code, 2);
+        QCOMPARE(missing.err, QStringLiteral("ketterbloom: %1: no such file\n").arg(dir.filePath(QStringLiteral("gone.events.jsonl"))));
+        QVERIFY(missing.out.isEmpty());
+
+        const QString notes = dir.filePath(QStringLiteral("notes.txt"));
+        QFile file(notes);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.close();
+        QCOMPARE(review(notes).code, 2);
+
+        QVERIFY(QFile::remove(page));
+        QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("meeting_2026-11-20_10-00-00.review.html")));
+        const Ran unwritable = review(events);
+        QCOMPARE(unwritable.code, 1);
+        QVERIFY(unwritable.err.startsWith(QStringLiteral("ketterbloom: could not write the review page: ")));
     }
 };
 

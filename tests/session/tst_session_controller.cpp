@@ -380,6 +380,34 @@ private slots:
         QCOMPARE(ended.count(), 1);
     }
 
+    // The review page's writer gets the closed events log at Stop (which holds the session's
+    // banners); its page is linked after the transcript. A writer that made no page adds no link.
+    void stopLinksTheReviewPage()
+    {
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        QStringList asked;
+        QUrl page = QUrl::fromLocalFile(QStringLiteral("/records/meeting_x.review.html"));
+        c.setReviewWriter([&](const QString &eventsPath) {
+            asked << eventsPath;
+            return page;
+        });
+        QVERIFY(rig.startSession());
+        c.setBannerText(QStringLiteral("Microphone lost"));   // a banner in a session is on its timeline
+        c.stop();
+        QCOMPARE(asked, QStringList{SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl")});
+        QFile events(asked.first());
+        QVERIFY(events.open(QIODevice::ReadOnly));
+        QVERIFY(events.readAll().contains(R"("event":"banner","t":0,"text":"Microphone lost"})"));
+        QCOMPARE(labels(c.bannerLinks()).mid(0, 2), (QStringList{QStringLiteral("Transcript"), QStringLiteral("Review")}));
+        QCOMPARE(c.bannerLinks()[1].url, page);
+
+        page = QUrl();
+        QVERIFY(rig.startSession());
+        c.stop();
+        QVERIFY(!labels(c.bannerLinks()).contains(QStringLiteral("Review")));
+    }
+
     void stopWithNothingSaved()
     {
         SessionRig rig;

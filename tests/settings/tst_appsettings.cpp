@@ -154,6 +154,28 @@ private slots:
         QCOMPARE(s->interviewers().size(), 2);
     }
 
+    // The review's answer band: kept across a restart; a wrongly typed or inverted band
+    // stored by hand, or given to the setter, leaves the default.
+    void answerTargetBand()
+    {
+        {
+            const auto s = launch();
+            QCOMPARE(s->answerTargetMinSeconds(), 60);
+            QCOMPARE(s->answerTargetMaxSeconds(), 120);
+            QSignalSpy changed(s.get(), &AppSettings::answerTargetChanged);
+            s->setAnswerTarget(90, 60);
+            s->setAnswerTarget(30, 90);
+            QCOMPARE(changed.size(), 1);
+        }
+        QCOMPARE(launch()->answerTargetMinSeconds(), 30);
+        QCOMPARE(launch()->answerTargetMaxSeconds(), 90);
+        store(QStringLiteral("answerTargetMaxSeconds"), QStringLiteral("ninety"));
+        QCOMPARE(launch()->answerTargetMaxSeconds(), 120);
+        QCOMPARE(launch()->answerTargetMinSeconds(), 60);   // half a band is no band
+        store(QStringLiteral("answerTargetMaxSeconds"), 20);
+        QCOMPARE(launch()->answerTargetMinSeconds(), 60);
+    }
+
     void storedFalseAndZeroAreKept()
     {
         store(QStringLiteral("alwaysOnTop"), false);

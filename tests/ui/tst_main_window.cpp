@@ -15,6 +15,7 @@
 #include "ui/Icons.h"
 #include "ui/QACard.h"
 #include "ui/SettingsDialog.h"
+#include "ui/SessionReviewOpener.h"
 #include "ui/StatusPill.h"
 
 #include <QAbstractButton>
@@ -22,6 +23,7 @@
 #include <QClipboard>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDesktopServices>
 #include <QDoubleSpinBox>
 #include <QRadioButton>
 #include <QSpinBox>
@@ -37,6 +39,15 @@
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QToolButton>
+
+// Takes the file addresses QDesktopServices would hand to the desktop.
+class UrlCatcher : public QObject
+{
+    Q_OBJECT
+public:
+    QList<QUrl> opened;
+    Q_INVOKABLE void open(const QUrl &url) { opened << url; }
+};
 
 class MainWindowTest : public QObject
 {
@@ -294,6 +305,35 @@ private slots:
         emit rig.window->bannerView()->closeRequested();
         QVERIFY(!rig.session.controller->bannerText());
         QVERIFY(rig.window->bannerView()->isHidden());
+    }
+
+    // The Stop banner's "Review" opens the page in the browser rather than in a folder, and
+    // File ▸ Review a Session… writes and opens the page of an earlier session.
+    void reviewPageOpens()
+    {
+        UiRig rig;
+        UrlCatcher catcher;
+        QDesktopServices::setUrlHandler(QStringLiteral("file"), &catcher, "open");
+        const QString page = rig.session.dir.filePath(QStringLiteral("meeting.review.html"));
+        rig.session.controller->setBanner(QStringLiteral("Transcript saved"),
+                                          {SessionController::makeLink(QStringLiteral("Review"), QUrl::fromLocalFile(page))});
+        QCOMPARE(rig.window->bannerView()->buttonLabels(), QStringList{QStringLiteral("Review")});
+        emit rig.window->bannerView()->revealRequested(page);
+        QCOMPARE(catcher.opened, QList<QUrl>{QUrl::fromLocalFile(page)});
+        QVERIFY(rig.session.revealer.revealed.isEmpty());
+
+        bool offered = false;
+        for (const QAction *action : rig.window->findChildren<QAction *>())
+            offered = offered || action->text() == QStringLiteral("Review a Session…");
+        QVERIFY(offered);
+        const QString events = rig.session.dir.filePath(QStringLiteral("meeting_2026-11-20_10-00-00.events.jsonl"));
+        QVERIFY(QFile::copy(qEnvironmentVariable("KETTERBLOOM_SOURCE_DIR")
+                                + QStringLiteral("/tests/review/data/meeting_2026-11-20_10-00-00.events.jsonl"), events));
+        QCOMPARE(SessionReviewOpener::open(events, rig.session.settings), QString());
+        QCOMPARE(catcher.opened.last(), QUrl::fromLocalFile(rig.session.dir.filePath(QStringLiteral("meeting_2026-11-20_10-00-00.review.html"))));
+        QVERIFY(SessionReviewOpener::open(rig.session.dir.filePath(QStringLiteral("gone.events.jsonl")), rig.session.settings)
+                    .contains(QStringLiteral("no such file")));
+        QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
     }
 
     void transcribeRecordingCommand()

@@ -13,6 +13,7 @@
 
 #include <QAction>
 #include <QComboBox>
+#include <QSpinBox>
 #include <QLineEdit>
 #include <QPainter>
 #include <QRadioButton>
@@ -224,7 +225,24 @@ private slots:
         // Changed elsewhere: the page follows.
         settings.setAnswerLength(AnswerStyle::Length::detailed);
         QVERIFY(page.lengthButton(AnswerStyle::Length::detailed)->isChecked());
-        page.resize(520, 480);
+
+        // The review's target band: one end moved past the other takes it along.
+        QCOMPARE(page.targetMinBox()->value(), 60);
+        QCOMPARE(page.targetMaxBox()->value(), 120);
+        page.targetMinBox()->setValue(90);
+        emit page.targetMinBox()->editingFinished();
+        QCOMPARE(settings.answerTargetMinSeconds(), 90);
+        page.targetMinBox()->setValue(150);
+        emit page.targetMinBox()->editingFinished();
+        QCOMPARE(settings.answerTargetMinSeconds(), 150);
+        QCOMPARE(settings.answerTargetMaxSeconds(), 155);
+        page.targetMaxBox()->setValue(30);
+        emit page.targetMaxBox()->editingFinished();
+        QCOMPARE(settings.answerTargetMinSeconds(), 29);
+        QCOMPARE(settings.answerTargetMaxSeconds(), 30);
+        settings.setAnswerTarget(60, 120);
+        QCOMPARE(page.targetMaxBox()->value(), 120);
+        page.resize(520, 640);
         page.show();
         saveShot(&page, QStringLiteral("settings-answers"));
     }

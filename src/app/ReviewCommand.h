@@ -1,0 +1,16 @@
+#pragma once
+
+#include "review/ReviewFigures.h"
+
+#include <QString>
+
+#include <cstdio>
+
+// `ketterbloom --review FILE`: writes the review page of a saved session (from its events log
+// or its transcript) beside its records and prints the page's path. Returns the exit code:
+// 0 written, 2 no such file or not a session's records, 1 the page could not be written.
+class ReviewCommand
+{
+public:
+    static int run(const QString &path, ReviewFigures::Band band, std::FILE *out, std::FILE *err);
+};

@@ -1,0 +1,33 @@
+#include "ui/SessionReviewOpener.h"
+
+#include "review/ReviewPage.h"
+#include "session/SessionController.h"
+#include "settings/AppSettings.h"
+
+#include <QDesktopServices>
+#include <QFileDialog>
+#include <QMessageBox>
+#include <QUrl>
+
+void SessionReviewOpener::run(const AppSettings &settings, QWidget *parent)
+{
+    const QString path = QFileDialog::getOpenFileName(
+        parent, QObject::tr("Review a Session"), SessionController::sessionFolder(),
+        QObject::tr("Session records (*.events.jsonl *.transcript.md);;All files (*)"));
+    if (path.isEmpty())
+        return;
+    const QString error = open(path, settings);
+    if (!error.isEmpty())
+        QMessageBox::warning(parent, QObject::tr("Review a Session"), QObject::tr("No review page: %1").arg(error));
+}
+
+QString SessionReviewOpener::open(const QString &path, const AppSettings &settings)
+{
+    const ReviewPage::Written page =
+        ReviewPage::write(path, {settings.answerTargetMinSeconds(), settings.answerTargetMaxSeconds()});
+    if (!page.ok())
+        return page.error;
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(page.path)))
+        return QObject::tr("the page was written to %1, but no browser could open it").arg(page.path);
+    return {};
+}
