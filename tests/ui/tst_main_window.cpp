@@ -17,6 +17,7 @@
 #include "ui/SettingsDialog.h"
 #include "ui/SessionReviewOpener.h"
 #include "ui/StatusPill.h"
+#include "ui/WindowActions.h"
 
 #include <QAbstractButton>
 #include <QAction>
@@ -246,8 +247,8 @@ private slots:
         // "Match system" returns to the desktop's palette; toggling from it flips what shows.
         settings.setAppearance(AppSettings::Appearance::system);
         QCOMPARE(QApplication::palette().color(QPalette::Window), Theme::systemPalette().color(QPalette::Window));
-        QCOMPARE(MainWindow::toggled(AppSettings::Appearance::system, false), AppSettings::Appearance::dark);
-        QCOMPARE(MainWindow::toggled(AppSettings::Appearance::system, true), AppSettings::Appearance::light);
+        QCOMPARE(WindowActions::toggled(AppSettings::Appearance::system, false), AppSettings::Appearance::dark);
+        QCOMPARE(WindowActions::toggled(AppSettings::Appearance::system, true), AppSettings::Appearance::light);
     }
 
     void frameRestoreRules()
