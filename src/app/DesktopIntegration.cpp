@@ -8,6 +8,7 @@
 #include "shortcuts/ShortcutsLog.h"
 #include "ui/ControlBar.h"
 #include "ui/DesktopSettingsPage.h"
+#include "ui/GeneralSettingsPage.h"
 #include "ui/MainWindow.h"
 #include "ui/SettingsDialog.h"
 #include "ui/TranscriptView.h"
@@ -160,10 +161,10 @@ void DesktopIntegration::addSettingsPage(SettingsDialog *dialog)
     auto *page = new DesktopSettingsPage(*m_shortcutSettings, *m_global, placement, dialog);
     connect(page, &DesktopSettingsPage::xwaylandChosen, this,
             [this](bool on) { m_store->setValue(QLatin1String(PlatformChoice::settingKey), on); });
-    dialog->tabs()->addTab(page, tr("&Desktop"));
+    dialog->addPage(page);
     if (!m_platform.stayOnTopWorks) {
         // The look page says it in place of its checkbox.
-        QCheckBox *onTop = dialog->alwaysOnTopCheck();
+        QCheckBox *onTop = dialog->generalPage()->alwaysOnTopCheck();
         onTop->setVisible(false);
         if (auto *layout = qobject_cast<QBoxLayout *>(onTop->parentWidget()->layout())) {
             auto *note = new QLabel(DesktopSettingsPage::stayOnTopUnavailableText(), onTop->parentWidget());
