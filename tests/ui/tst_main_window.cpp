@@ -523,28 +523,6 @@ private slots:
         QTRY_VERIFY(bar->overflowActions().contains(onTop));
     }
 
-    void finishedCardWithoutAnswerShowsNoProgress()
-    {
-        QAPair pair;
-        pair.id = QStringLiteral("A");
-        pair.timestamp = QStringLiteral("14:05:09");
-        QACard card(pair, CardFonts{QFont(), QFont(), QFont()}, false);
-        QVERIFY(card.isThinkingShown());
-        pair.isComplete = true;
-        card.setPair(pair);
-        QVERIFY(!card.isThinkingShown());
-        QVERIFY(!card.isAnswerHeaderShown());
-        // Re-answering brings the indicator back.
-        pair.isComplete = false;
-        pair.wasExtended = true;
-        card.setPair(pair);
-        QCOMPARE(card.thinkingText(), QStringLiteral("re-answering the full question…"));
-        // The session stops before the answer came: it is not coming any more.
-        card.setSessionLive(false);
-        QVERIFY(!card.isThinkingShown());
-        QVERIFY(!card.isAnswerHeaderShown());
-    }
-
     void offScreenFrameComesBack()
     {
         const QRect primary(0, 0, 1920, 1080);
