@@ -6,7 +6,6 @@
 #include "shortcuts/GlobalShortcuts.h"
 #include "shortcuts/ShortcutSettings.h"
 #include "shortcuts/ShortcutsLog.h"
-#include "ui/ControlBar.h"
 #include "ui/DesktopSettingsPage.h"
 #include "ui/GeneralSettingsPage.h"
 #include "ui/MainWindow.h"
@@ -24,7 +23,6 @@
 #include <QLabel>
 #include <QSettings>
 #include <QTabWidget>
-#include <QToolButton>
 
 DesktopIntegration::DesktopIntegration(AppShell &shell, const PlatformChoice &platform, QObject *parent)
     : QObject(parent)
@@ -56,9 +54,9 @@ DesktopIntegration::DesktopIntegration(AppShell &shell, const PlatformChoice &pl
     connect(&window, &MainWindow::settingsDialogCreated, this, &DesktopIntegration::addSettingsPage);
 
     if (!m_platform.stayOnTopWorks) {
-        // A toggle that can't do anything is not offered; Settings says why.
+        // A toggle that can't do anything is not offered (the menu and the bar share it);
+        // Settings says why.
         window.alwaysOnTopAction()->setVisible(false);
-        window.controlBar()->onTopToggle()->defaultAction()->setVisible(false);
     }
 }
 
