@@ -6,8 +6,8 @@
 #include "shortcuts/GlobalShortcuts.h"
 #include "shortcuts/ShortcutSettings.h"
 #include "shortcuts/ShortcutsLog.h"
-#include "ui/ControlBar.h"
 #include "ui/DesktopSettingsPage.h"
+#include "ui/GeneralSettingsPage.h"
 #include "ui/MainWindow.h"
 #include "ui/SettingsDialog.h"
 #include "ui/TranscriptView.h"
@@ -23,7 +23,6 @@
 #include <QLabel>
 #include <QSettings>
 #include <QTabWidget>
-#include <QToolButton>
 
 DesktopIntegration::DesktopIntegration(AppShell &shell, const PlatformChoice &platform, QObject *parent)
     : QObject(parent)
@@ -55,9 +54,9 @@ DesktopIntegration::DesktopIntegration(AppShell &shell, const PlatformChoice &pl
     connect(&window, &MainWindow::settingsDialogCreated, this, &DesktopIntegration::addSettingsPage);
 
     if (!m_platform.stayOnTopWorks) {
-        // A toggle that can't do anything is not offered; Settings says why.
+        // A toggle that can't do anything is not offered (the menu and the bar share it);
+        // Settings says why.
         window.alwaysOnTopAction()->setVisible(false);
-        window.controlBar()->onTopToggle()->defaultAction()->setVisible(false);
     }
 }
 
@@ -160,10 +159,10 @@ void DesktopIntegration::addSettingsPage(SettingsDialog *dialog)
     auto *page = new DesktopSettingsPage(*m_shortcutSettings, *m_global, placement, dialog);
     connect(page, &DesktopSettingsPage::xwaylandChosen, this,
             [this](bool on) { m_store->setValue(QLatin1String(PlatformChoice::settingKey), on); });
-    dialog->tabs()->addTab(page, tr("&Desktop"));
+    dialog->addPage(page);
     if (!m_platform.stayOnTopWorks) {
         // The look page says it in place of its checkbox.
-        QCheckBox *onTop = dialog->alwaysOnTopCheck();
+        QCheckBox *onTop = dialog->generalPage()->alwaysOnTopCheck();
         onTop->setVisible(false);
         if (auto *layout = qobject_cast<QBoxLayout *>(onTop->parentWidget()->layout())) {
             auto *note = new QLabel(DesktopSettingsPage::stayOnTopUnavailableText(), onTop->parentWidget());

@@ -19,14 +19,6 @@ namespace {
 
 const QString kSameLanguage = QStringLiteral("Same as the question");
 
-QLabel *hint(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
-
 } // namespace
 
 QList<std::pair<QString, QString>> AnswersSettingsPage::languages()
@@ -50,7 +42,7 @@ QList<std::pair<QString, QString>> AnswersSettingsPage::languages()
 }
 
 AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionController &controller, QWidget *parent)
-    : QWidget(parent)
+    : SettingsPage(tr("A&nswers"), parent)
     , m_settings(settings)
     , m_controller(controller)
     , m_length(new QButtonGroup(this))
@@ -128,7 +120,7 @@ AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionControlle
     layout->addWidget(targetBox);
     layout->addStretch(1);
 
-    refresh();
+    load();
 
     connect(m_length, &QButtonGroup::idClicked, this, [this](int id) {
         m_settings.setAnswerLength(AnswerStyle::Length(id));
@@ -142,12 +134,12 @@ AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionControlle
     connect(m_answerLanguage->lineEdit(), &QLineEdit::editingFinished, this, &AnswersSettingsPage::languageEdited);
     connect(m_transcriptionLanguage, &QComboBox::activated, this, &AnswersSettingsPage::transcriptionPicked);
     for (auto signal : {&AppSettings::answerLanguageChanged, &AppSettings::transcriptionLanguageChanged})
-        connect(&m_settings, signal, this, &AnswersSettingsPage::refresh);
-    connect(&m_settings, &AppSettings::answerLengthChanged, this, &AnswersSettingsPage::refresh);
-    connect(&m_settings, &AppSettings::answerStructureChanged, this, &AnswersSettingsPage::refresh);
+        connect(&m_settings, signal, this, &AnswersSettingsPage::load);
+    connect(&m_settings, &AppSettings::answerLengthChanged, this, &AnswersSettingsPage::load);
+    connect(&m_settings, &AppSettings::answerStructureChanged, this, &AnswersSettingsPage::load);
     connect(m_targetMin, &QSpinBox::editingFinished, this, &AnswersSettingsPage::targetEdited);
     connect(m_targetMax, &QSpinBox::editingFinished, this, &AnswersSettingsPage::targetEdited);
-    connect(&m_settings, &AppSettings::answerTargetChanged, this, &AnswersSettingsPage::refresh);
+    connect(&m_settings, &AppSettings::answerTargetChanged, this, &AnswersSettingsPage::load);
 }
 
 QRadioButton *AnswersSettingsPage::lengthButton(AnswerStyle::Length length) const
@@ -160,7 +152,7 @@ QRadioButton *AnswersSettingsPage::structureButton(AnswerStyle::Structure struct
     return qobject_cast<QRadioButton *>(m_structure->button(int(structure)));
 }
 
-void AnswersSettingsPage::refresh()
+void AnswersSettingsPage::load()
 {
     for (auto [box, value] : {std::pair{m_targetMin, m_settings.answerTargetMinSeconds()},
                               std::pair{m_targetMax, m_settings.answerTargetMaxSeconds()}}) {
@@ -214,5 +206,5 @@ void AnswersSettingsPage::targetEdited()
         low = std::min(low, high - 1);
     }
     m_settings.setAnswerTarget(low, high);
-    refresh();
+    load();
 }

@@ -1,8 +1,7 @@
 #pragma once
 
 #include "settings/AnswerStyle.h"
-
-#include <QWidget>
+#include "ui/SettingsPage.h"
 
 class AppSettings;
 class QButtonGroup;
@@ -15,7 +14,7 @@ class SessionController;
 // they are written in, and the language the interviewer speaks (a hint for transcription).
 // Every change is written through at once; style changes are pushed into a running session.
 // Below them, how long your answers should run: the target band of the session review.
-class AnswersSettingsPage : public QWidget
+class AnswersSettingsPage : public SettingsPage
 {
     Q_OBJECT
 public:
@@ -28,11 +27,12 @@ public:
     QSpinBox *targetMinBox() const { return m_targetMin; }
     QSpinBox *targetMaxBox() const { return m_targetMax; }
 
+    void load() override;
+
     // The languages offered: display name and ISO-639-1 code.
     static QList<std::pair<QString, QString>> languages();
 
 private:
-    void refresh();
     void languageEdited();
     void transcriptionPicked(int index);
     void targetEdited();

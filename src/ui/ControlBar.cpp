@@ -7,8 +7,8 @@
 #include "ui/Icons.h"
 #include "ui/LevelMeter.h"
 #include "ui/StatusPill.h"
-#include "ui/TextSize.h"
 #include "ui/Theme.h"
+#include "ui/WindowActions.h"
 
 #include <QAction>
 #include <QEvent>
@@ -45,10 +45,12 @@ QWidget *iconAndLabel(Icons::Id icon, QLabel *label, QWidget *parent, IconLabel 
 }
 } // namespace
 
-ControlBar::ControlBar(AppSettings &settings, SessionController &controller, QWidget *parent)
+ControlBar::ControlBar(AppSettings &settings, SessionController &controller, WindowActions &actions,
+                       QWidget *parent)
     : QWidget(parent)
     , m_settings(settings)
     , m_controller(controller)
+    , m_commands(actions)
     , m_startStop(new QPushButton(this))
     , m_status(new StatusPill(this))
     , m_meters(new QWidget(this))
@@ -101,26 +103,10 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, QWi
     clockColumn->addWidget(clockRow);
     clockColumn->addWidget(m_lastAnswerBox);
 
-    m_contextAction = makeAction(QStringLiteral("Context"), tr("Your documents: CV, notes, stories"), int(Icons::Id::context));
-    m_jobAction = makeAction(QStringLiteral("Job"), tr("Company, role, job description and interviewers"),
-                             int(Icons::Id::job));
-    m_showFilesAction = makeAction(QStringLiteral("Show files"),
-                                   QStringLiteral("Reveal the saved .wav in ~/Documents/Ketterbloom"),
-                                   int(Icons::Id::folder));
-    m_onTopAction = makeAction(QStringLiteral("On top"), tr("Keep this window above all other windows"),
-                               int(Icons::Id::pin));
-    m_onTopAction->setCheckable(true);
-    m_saveWavAction = makeAction(QStringLiteral("Save .wav"),
-                                 tr("Keep a stereo recording of the session (you left, meeting right)"),
-                                 int(Icons::Id::record));
-    m_saveWavAction->setCheckable(true);
-    m_smallerAction = makeAction(tr("Smaller text"), QStringLiteral("Smaller answer text (Ctrl+−)"),
-                                 int(Icons::Id::textSmaller));
-    m_biggerAction = makeAction(tr("Bigger text"), QStringLiteral("Bigger answer text (Ctrl++)"),
-                                int(Icons::Id::textLarger));
-    m_appearanceAction = makeAction(tr("Light / dark"), QStringLiteral("Toggle light / dark (Ctrl+Shift+L)"),
-                                    int(Icons::Id::moon));
-    m_settingsAction = makeAction(QStringLiteral("Settings"), tr("Settings"), int(Icons::Id::settings));
+    for (QAction *action : {m_commands.contextDocuments(), m_commands.jobContext(), m_commands.showFiles(),
+                            m_commands.alwaysOnTop(), m_commands.saveRecording(), m_commands.smallerText(),
+                            m_commands.biggerText(), m_commands.toggleAppearance(), m_commands.settings()})
+        addToolAction(action, false);
 
     m_overflow->setText(QStringLiteral("\u22EF"));
     m_overflow->setIcon(Icons::icon(Icons::Id::more));
@@ -141,17 +127,6 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, QWi
         else
             m_controller.start();
     });
-    connect(m_contextAction, &QAction::triggered, this, &ControlBar::contextRequested);
-    connect(m_jobAction, &QAction::triggered, this, &ControlBar::jobRequested);
-    connect(m_settingsAction, &QAction::triggered, this, &ControlBar::settingsRequested);
-    connect(m_appearanceAction, &QAction::triggered, this, &ControlBar::appearanceToggleRequested);
-    connect(m_showFilesAction, &QAction::triggered, this, [this] { m_controller.revealRecording(); });
-    connect(m_onTopAction, &QAction::triggered, this, [this](bool on) { m_settings.setAlwaysOnTop(on); });
-    connect(m_saveWavAction, &QAction::triggered, this, [this](bool on) { m_settings.setSaveAudio(on); });
-    connect(m_smallerAction, &QAction::triggered, this,
-            [this] { m_settings.setFontSize(TextSize::smaller(m_settings.fontSize())); });
-    connect(m_biggerAction, &QAction::triggered, this,
-            [this] { m_settings.setFontSize(TextSize::bigger(m_settings.fontSize())); });
 
     // Published state.
     connect(&m_controller, &SessionController::isSessionActiveChanged, this, &ControlBar::refreshSession);
@@ -169,12 +144,8 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, QWi
     connect(&m_settings, &AppSettings::contextFileNamesChanged, this, &ControlBar::refreshContext);
     connect(&m_settings, &AppSettings::roleTitleChanged, this, &ControlBar::refreshJob);
     connect(&m_settings, &AppSettings::streamSourceChanged, this, &ControlBar::refreshMicLabel);
-    connect(&m_settings, &AppSettings::alwaysOnTopChanged, m_onTopAction, &QAction::setChecked);
-    connect(&m_settings, &AppSettings::saveAudioChanged, m_saveWavAction, &QAction::setChecked);
     connect(&m_settings, &AppSettings::appearanceChanged, this, &ControlBar::refreshAppearanceIcon);
 
-    m_onTopAction->setChecked(m_settings.alwaysOnTop());
-    m_saveWavAction->setChecked(m_settings.saveAudio());
     refreshSession();
     refreshStatus();
     refreshLevels();
@@ -187,14 +158,6 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, QWi
     refreshIconSizes();
 }
 
-QAction *ControlBar::makeAction(const QString &text, const QString &help, int icon)
-{
-    auto *action = new QAction(Icons::icon(Icons::Id(icon)), text, this);
-    action->setToolTip(help);
-    addToolAction(action, false);
-    return action;
-}
-
 void ControlBar::addToolAction(QAction *action, bool beforeSettings)
 {
     auto *button = new QToolButton(this);
@@ -203,7 +166,7 @@ void ControlBar::addToolAction(QAction *action, bool beforeSettings)
     button->setAutoRaise(true);
     button->setFocusPolicy(Qt::StrongFocus);
     const auto name = [button, action] {
-        button->setAccessibleName(action->text());
+        button->setAccessibleName(action->iconText());
         button->setAccessibleDescription(action->toolTip());
     };
     name();
@@ -215,7 +178,7 @@ void ControlBar::addToolAction(QAction *action, bool beforeSettings)
         relayout();
     });
     qsizetype at = m_actions.size();
-    if (beforeSettings && m_actions.size() > 0 && m_actions.constLast() == m_settingsAction)
+    if (beforeSettings && m_actions.size() > 0 && m_actions.constLast() == m_commands.settings())
         at = m_actions.size() - 1;
     m_actions.insert(at, action);
     m_buttons.insert(at, button);
@@ -464,22 +427,22 @@ void ControlBar::refreshTimers()
 void ControlBar::refreshContext()
 {
     const QString label = contextButtonLabel(int(m_settings.contextFileNames().size()));
-    m_contextAction->setText(label);
-    m_contextAction->setToolTip(label + QStringLiteral(" \u2014 ") + tr("Your documents: CV, notes, stories"));
+    m_commands.contextDocuments()->setIconText(label);
+    m_commands.contextDocuments()->setToolTip(label + QStringLiteral(" \u2014 ") + tr("Your documents: CV, notes, stories"));
 }
 
 void ControlBar::refreshJob()
 {
     const QString label = jobButtonLabel(m_settings.roleTitle());
-    m_jobAction->setText(label);
-    m_jobAction->setToolTip(tr("Job: %1 \u2014 company, role, job description and interviewers").arg(label));
+    m_commands.jobContext()->setIconText(label);
+    m_commands.jobContext()->setToolTip(tr("Job: %1 \u2014 company, role, job description and interviewers").arg(label));
 }
 
 void ControlBar::refreshFiles()
 {
     const bool saved = !m_controller.lastRecordingURL().isEmpty() || !m_controller.lastTranscriptURL().isEmpty();
-    m_showFilesAction->setEnabled(saved);
-    m_showFilesAction->setToolTip(saved ? QStringLiteral("Reveal the saved .wav in ~/Documents/Ketterbloom")
+    m_commands.showFiles()->setEnabled(saved);
+    m_commands.showFiles()->setToolTip(saved ? QStringLiteral("Reveal the saved .wav in ~/Documents/Ketterbloom")
                                         : showFilesDisabledHelp());
 }
 
@@ -493,8 +456,7 @@ void ControlBar::refreshMicLabel()
 
 void ControlBar::refreshAppearanceIcon()
 {
-    const bool dark = Theme::isDark(palette());
-    m_appearanceAction->setIcon(Icons::icon(dark ? Icons::Id::sun : Icons::Id::moon));
+    m_commands.setShownDark(Theme::isDark(palette()));
 }
 
 void ControlBar::refreshIconSizes()

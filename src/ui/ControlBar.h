@@ -1,6 +1,7 @@
 #pragma once
 
 #include "settings/AppSettings.h"
+#include "ui/WindowActions.h"
 
 #include <QList>
 #include <QWidget>
@@ -20,13 +21,15 @@ class StatusPill;
 // minimum: Start/Stop, the status pill, the two meters (one above the other), the answer
 // timer, and the meeting clock with the last answer's length under it keep their places (room for each is kept even while it is
 // hidden); then compact icon buttons for the context, the job, the saved files, on top,
-// saving a recording, text size, appearance and settings. Buttons that do not fit go, right
-// to left, into a "⋯" menu holding the same actions.
+// saving a recording, text size, appearance and settings: the window's own actions, shared
+// with its menus, labelled by their icon text. Buttons that do not fit go, right to left,
+// into a "⋯" menu holding the same actions.
 class ControlBar : public QWidget
 {
     Q_OBJECT
 public:
-    ControlBar(AppSettings &settings, SessionController &controller, QWidget *parent = nullptr);
+    ControlBar(AppSettings &settings, SessionController &controller, WindowActions &actions,
+               QWidget *parent = nullptr);
 
     // The label rules.
     static QString contextButtonLabel(int fileCount);
@@ -43,15 +46,15 @@ public:
     AnswerTimerView *answerTimer() const { return m_timer; }
     QLabel *lastAnswerLabel() const { return m_lastAnswer; }
     QLabel *clockLabel() const { return m_clock; }
-    QToolButton *contextButton() const { return buttonFor(m_contextAction); }
-    QToolButton *jobButton() const { return buttonFor(m_jobAction); }
-    QToolButton *showFilesButton() const { return buttonFor(m_showFilesAction); }
-    QToolButton *onTopToggle() const { return buttonFor(m_onTopAction); }
-    QToolButton *saveWavToggle() const { return buttonFor(m_saveWavAction); }
-    QToolButton *smallerButton() const { return buttonFor(m_smallerAction); }
-    QToolButton *biggerButton() const { return buttonFor(m_biggerAction); }
-    QToolButton *appearanceButton() const { return buttonFor(m_appearanceAction); }
-    QToolButton *settingsButton() const { return buttonFor(m_settingsAction); }
+    QToolButton *contextButton() const { return buttonFor(m_commands.contextDocuments()); }
+    QToolButton *jobButton() const { return buttonFor(m_commands.jobContext()); }
+    QToolButton *showFilesButton() const { return buttonFor(m_commands.showFiles()); }
+    QToolButton *onTopToggle() const { return buttonFor(m_commands.alwaysOnTop()); }
+    QToolButton *saveWavToggle() const { return buttonFor(m_commands.saveRecording()); }
+    QToolButton *smallerButton() const { return buttonFor(m_commands.smallerText()); }
+    QToolButton *biggerButton() const { return buttonFor(m_commands.biggerText()); }
+    QToolButton *appearanceButton() const { return buttonFor(m_commands.toggleAppearance()); }
+    QToolButton *settingsButton() const { return buttonFor(m_commands.settings()); }
     QToolButton *overflowButton() const { return m_overflow; }
 
     // The actions of the compact buttons, left to right; the "⋯" menu shows those whose
@@ -70,12 +73,6 @@ public:
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
 
-signals:
-    void contextRequested();
-    void jobRequested();
-    void settingsRequested();
-    void appearanceToggleRequested();
-
 protected:
     bool event(QEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
@@ -84,7 +81,6 @@ protected:
     void mousePressEvent(QMouseEvent *event) override;
 
 private:
-    QAction *makeAction(const QString &text, const QString &help, int icon);
     void relayout();
     int fixedWidth() const;
     int rowHeight() const;
@@ -103,6 +99,7 @@ private:
 
     AppSettings &m_settings;
     SessionController &m_controller;
+    WindowActions &m_commands;
     QPushButton *m_startStop;
     StatusPill *m_status;
     QWidget *m_meters;
@@ -118,15 +115,6 @@ private:
 
     QList<QAction *> m_actions;
     QList<QToolButton *> m_buttons;
-    QAction *m_contextAction = nullptr;
-    QAction *m_jobAction = nullptr;
-    QAction *m_showFilesAction = nullptr;
-    QAction *m_onTopAction = nullptr;
-    QAction *m_saveWavAction = nullptr;
-    QAction *m_smallerAction = nullptr;
-    QAction *m_biggerAction = nullptr;
-    QAction *m_appearanceAction = nullptr;
-    QAction *m_settingsAction = nullptr;
     QToolButton *m_overflow;
     QMenu *m_overflowMenu;
     int m_shownButtons = -1;

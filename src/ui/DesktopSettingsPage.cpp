@@ -23,7 +23,7 @@ QLabel *wrapped(const QString &text, QWidget *parent)
 
 DesktopSettingsPage::DesktopSettingsPage(ShortcutSettings &shortcuts, GlobalShortcuts &global,
                                          const Placement &placement, QWidget *parent)
-    : QWidget(parent)
+    : SettingsPage(tr("&Desktop"), parent)
     , m_shortcuts(shortcuts)
     , m_global(global)
 {
@@ -31,9 +31,9 @@ DesktopSettingsPage::DesktopSettingsPage(ShortcutSettings &shortcuts, GlobalShor
     layout->addWidget(buildShortcuts());
     layout->addWidget(buildStayOnTop(placement));
     layout->addStretch(1);
-    connect(&m_global, &GlobalShortcuts::statusChanged, this, &DesktopSettingsPage::refresh);
-    connect(&m_shortcuts, &ShortcutSettings::changed, this, &DesktopSettingsPage::refresh);
-    refresh();
+    connect(&m_global, &GlobalShortcuts::statusChanged, this, &DesktopSettingsPage::load);
+    connect(&m_shortcuts, &ShortcutSettings::changed, this, &DesktopSettingsPage::load);
+    load();
 }
 
 QWidget *DesktopSettingsPage::buildShortcuts()
@@ -78,7 +78,7 @@ QWidget *DesktopSettingsPage::buildShortcuts()
             } else {
                 m_message->clear();
             }
-            refresh();
+            load();
         });
     }
     layout->addLayout(grid);
@@ -132,10 +132,10 @@ void DesktopSettingsPage::commit(const QString &actionID)
     } else {
         m_message->clear();
     }
-    refresh();
+    load();
 }
 
-void DesktopSettingsPage::refresh()
+void DesktopSettingsPage::load()
 {
     m_mechanism->setText(m_global.statusText());
     const QMap<QString, QString> triggers = m_global.triggers();

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "ui/SettingsPage.h"
+
 #include <QMap>
-#include <QWidget>
 
 class GlobalShortcuts;
 class QCheckBox;
@@ -11,7 +12,7 @@ class ShortcutSettings;
 
 // The Settings page for how the window fits into the desktop: the global shortcuts (with
 // the mechanism that carries them) and whether the window can stay on top.
-class DesktopSettingsPage : public QWidget
+class DesktopSettingsPage : public SettingsPage
 {
     Q_OBJECT
 public:
@@ -31,6 +32,8 @@ public:
     // Where the desktop ignores a window's wish to stay on top.
     static QString stayOnTopUnavailableText();
 
+    void load() override;
+
     QKeySequenceEdit *keyEdit(const QString &actionID) const { return m_edits.value(actionID); }
     QLabel *mechanismLabel() const { return m_mechanism; }
     QLabel *messageLabel() const { return m_message; }
@@ -45,7 +48,6 @@ private:
     QWidget *buildShortcuts();
     QWidget *buildStayOnTop(const Placement &placement);
     void commit(const QString &actionID);
-    void refresh();
 
     ShortcutSettings &m_shortcuts;
     GlobalShortcuts &m_global;

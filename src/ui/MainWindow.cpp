@@ -14,14 +14,12 @@
 #include "ui/ScreenQuestionFlow.h"
 #include "ui/SessionReviewOpener.h"
 #include "ui/SettingsDialog.h"
-#include "ui/TextSize.h"
 #include "ui/TranscriptView.h"
+#include "ui/WindowActions.h"
 #include "ui/WorkspacePin.h"
 
 #include <QAction>
-#include <QActionGroup>
 #include <QApplication>
-#include <QClipboard>
 #include <QDesktopServices>
 #include <QCloseEvent>
 #include <QFrame>
@@ -59,7 +57,8 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
     , m_settings(settings)
     , m_controller(controller)
     , m_services(services)
-    , m_controlBar(new ControlBar(settings, controller, this))
+    , m_actions(new WindowActions(settings, controller, this))
+    , m_controlBar(new ControlBar(settings, controller, *m_actions, this))
     , m_banner(new BannerView(this))
     , m_transcript(new TranscriptView(this))
     , m_frameSaveTimer(new QTimer(this))
@@ -89,10 +88,13 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
             [this] { m_transcript->setSessionLive(m_controller.isSessionActive()); });
     m_transcript->setSessionLive(m_controller.isSessionActive());
 
-    connect(m_controlBar, &ControlBar::contextRequested, this, &MainWindow::openContextPanel);
-    connect(m_controlBar, &ControlBar::jobRequested, this, &MainWindow::openJobContext);
-    connect(m_controlBar, &ControlBar::settingsRequested, this, &MainWindow::openSettings);
-    connect(m_controlBar, &ControlBar::appearanceToggleRequested, this, &MainWindow::toggleAppearance);
+    connect(m_actions->contextDocuments(), &QAction::triggered, this, &MainWindow::openContextPanel);
+    connect(m_actions->jobContext(), &QAction::triggered, this, &MainWindow::openJobContext);
+    connect(m_actions->settings(), &QAction::triggered, this, &MainWindow::openSettings);
+    connect(m_actions->setupGuide(), &QAction::triggered, this, &MainWindow::openOnboarding);
+    connect(m_actions->reviewSession(), &QAction::triggered, this, [this] { SessionReviewOpener::run(m_settings, this); });
+    connect(m_actions->quit(), &QAction::triggered, this, &QWidget::close);
+    connect(m_actions->checkForUpdates(), &QAction::triggered, this, &MainWindow::checkForUpdatesRequested);
 
     connect(&m_controller, &SessionController::bannerChanged, this, &MainWindow::refreshBanner);
     connect(&m_controller, &SessionController::bannerLinksChanged, this, &MainWindow::refreshBanner);
@@ -113,7 +115,7 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
         case SessionController::BannerAction::openOnboarding: openOnboarding(); break;
         case SessionController::BannerAction::openContext: openContextPanel(); break;
         case SessionController::BannerAction::cancelTranscription: m_controller.cancelRecordingTranscription(); break;
-        case SessionController::BannerAction::copyTranscript: copyTranscript(); break;
+        case SessionController::BannerAction::copyTranscript: m_actions->copyTranscript()->trigger(); break;
         case SessionController::BannerAction::installUpdate: emit installUpdateRequested(); break;
         case SessionController::BannerAction::restartNow: emit restartRequested(); break;
         }
@@ -141,65 +143,38 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
 
 MainWindow::~MainWindow() = default;
 
+QAction *MainWindow::alwaysOnTopAction() const { return m_actions->alwaysOnTop(); }
+QAction *MainWindow::toggleAppearanceAction() const { return m_actions->toggleAppearance(); }
+QAction *MainWindow::biggerTextAction() const { return m_actions->biggerText(); }
+QAction *MainWindow::smallerTextAction() const { return m_actions->smallerText(); }
+QAction *MainWindow::resetTextAction() const { return m_actions->resetText(); }
+QAction *MainWindow::copyTranscriptAction() const { return m_actions->copyTranscript(); }
+QAction *MainWindow::transcribeRecordingAction() const { return m_actions->transcribeRecording(); }
+QAction *MainWindow::checkForUpdatesAction() const { return m_actions->checkForUpdates(); }
+
 void MainWindow::buildMenus()
 {
     QMenu *file = menuBar()->addMenu(tr("&File"));
-    QAction *settingsAction = file->addAction(tr("Settings…"), this, &MainWindow::openSettings);
-    settingsAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
-    file->addAction(tr("Job Context…"), this, &MainWindow::openJobContext);
-    file->addAction(tr("Context Documents…"), this, &MainWindow::openContextPanel);
-    file->addAction(tr("Setup Guide…"), this, &MainWindow::openOnboarding);
+    file->addActions({m_actions->settings(), m_actions->jobContext(), m_actions->contextDocuments(),
+                      m_actions->setupGuide()});
     file->addSeparator();
-    m_copyTranscriptAction = file->addAction(tr("Copy Transcript"), this, &MainWindow::copyTranscript);
-    m_transcribeRecordingAction = file->addAction(tr("Transcribe Recording…"), &m_controller,
-                                                  &SessionController::transcribeRecording);
-    file->addAction(tr("Review a Session…"), this, [this] { SessionReviewOpener::run(m_settings, this); });
+    file->addActions({m_actions->copyTranscript(), m_actions->transcribeRecording(), m_actions->reviewSession()});
     m_screenQuestion = new ScreenQuestionFlow(m_settings, m_controller, this, this);
     file->addAction(m_screenQuestion->action());
     m_screenQuestion->action()->setIcon(Icons::icon(Icons::Id::screen));
     m_controlBar->addToolAction(m_screenQuestion->action());
     file->addSeparator();
-    QAction *quit = file->addAction(tr("Quit"), this, &QWidget::close);
-    quit->setShortcut(QKeySequence::Quit);
+    file->addAction(m_actions->quit());
 
     QMenu *view = menuBar()->addMenu(tr("&View"));
-    m_onTopAction = view->addAction(QStringLiteral("Always on Top"));
-    m_onTopAction->setCheckable(true);
-    m_onTopAction->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_T));
-    connect(m_onTopAction, &QAction::triggered, this, [this](bool on) { m_settings.setAlwaysOnTop(on); });
-
-    QMenu *appearance = view->addMenu(QStringLiteral("Appearance"));
-    m_appearanceGroup = new QActionGroup(this);
-    const QList<QPair<QString, AppSettings::Appearance>> choices = {
-        {QStringLiteral("Match system"), AppSettings::Appearance::system},
-        {QStringLiteral("Light"), AppSettings::Appearance::light},
-        {QStringLiteral("Dark"), AppSettings::Appearance::dark},
-    };
-    for (const auto &[label, value] : choices) {
-        QAction *choice = appearance->addAction(label);
-        choice->setCheckable(true);
-        choice->setData(int(value));
-        m_appearanceGroup->addAction(choice);
-        const AppSettings::Appearance chosen = value;
-        connect(choice, &QAction::triggered, this, [this, chosen] { m_settings.setAppearance(chosen); });
-    }
-    m_toggleAppearanceAction = view->addAction(QStringLiteral("Toggle Light / Dark"), this,
-                                               &MainWindow::toggleAppearance);
-    m_toggleAppearanceAction->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_L));
+    view->addAction(m_actions->alwaysOnTop());
+    view->addMenu(QStringLiteral("Appearance"))->addActions(m_actions->appearanceChoices());
+    view->addAction(m_actions->toggleAppearance());
     view->addSeparator();
-    m_biggerAction = view->addAction(QStringLiteral("Bigger Text"), this,
-                                     [this] { m_settings.setFontSize(TextSize::bigger(m_settings.fontSize())); });
-    m_biggerAction->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_Plus), QKeySequence(Qt::CTRL | Qt::Key_Equal)});
-    m_smallerAction = view->addAction(QStringLiteral("Smaller Text"), this,
-                                      [this] { m_settings.setFontSize(TextSize::smaller(m_settings.fontSize())); });
-    m_smallerAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Minus));
-    m_resetTextAction = view->addAction(QStringLiteral("Reset Text Size"), this,
-                                        [this] { m_settings.setFontSize(TextSize::standard); });
-    m_resetTextAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_0));
+    view->addActions({m_actions->biggerText(), m_actions->smallerText(), m_actions->resetText()});
 
     QMenu *help = menuBar()->addMenu(tr("&Help"));
-    m_checkForUpdatesAction = help->addAction(QStringLiteral("Check for Updates…"), this,
-                                              &MainWindow::checkForUpdatesRequested);
+    help->addAction(m_actions->checkForUpdates());
 }
 
 // --- Window behaviour ----------------------------------------------------------------
@@ -207,7 +182,6 @@ void MainWindow::buildMenus()
 void MainWindow::applyAlwaysOnTop()
 {
     const bool on = m_settings.alwaysOnTop();
-    m_onTopAction->setChecked(on);
     if (bool(windowFlags() & Qt::WindowStaysOnTopHint) != on) {
         const bool wasVisible = isVisible();
         setWindowFlag(Qt::WindowStaysOnTopHint, on);
@@ -232,25 +206,7 @@ Theme::Scheme MainWindow::schemeFor(AppSettings::Appearance appearance)
 
 void MainWindow::applyAppearance()
 {
-    const AppSettings::Appearance appearance = m_settings.appearance();
-    Theme::apply(schemeFor(appearance));
-    for (QAction *choice : m_appearanceGroup->actions())
-        choice->setChecked(choice->data().toInt() == int(appearance));
-}
-
-AppSettings::Appearance MainWindow::toggled(AppSettings::Appearance current, bool shownDark)
-{
-    switch (current) {
-    case AppSettings::Appearance::light: return AppSettings::Appearance::dark;
-    case AppSettings::Appearance::dark: return AppSettings::Appearance::light;
-    case AppSettings::Appearance::system: break;
-    }
-    return shownDark ? AppSettings::Appearance::light : AppSettings::Appearance::dark;
-}
-
-void MainWindow::toggleAppearance()
-{
-    m_settings.setAppearance(toggled(m_settings.appearance(), Theme::isDark(QApplication::palette())));
+    Theme::apply(schemeFor(m_settings.appearance()));
 }
 
 void MainWindow::applyFonts()
@@ -409,9 +365,4 @@ void MainWindow::showDemoRibbon()
     static_cast<QVBoxLayout *>(centralWidget()->layout())->insertWidget(2, m_demoRibbon);
     connect(m_demoRibbon, &DemoRibbon::addKeyRequested, this, &MainWindow::addKeyRequested);
     m_transcript->sampleInterviewButton()->hide();
-}
-
-void MainWindow::copyTranscript()
-{
-    QApplication::clipboard()->setText(m_controller.transcriptForExport());
 }

@@ -17,12 +17,12 @@ class ControlBar;
 class DemoRibbon;
 class FileRevealer;
 class QAction;
-class QActionGroup;
 class QTimer;
 class ScreenQuestionFlow;
 class SessionController;
 class TapQueries;
 class TranscriptView;
+class WindowActions;
 
 // The one window: control bar, banner and answer cards, with the menu commands and the
 // window behaviour (on top, appearance, remembered frame). Owns no session logic: it shows
@@ -62,20 +62,18 @@ public:
     ContextPanel *contextPanel() const { return m_contextPanel; }
     OnboardingDialog *onboardingDialog() const { return m_onboarding; }
 
-    // Menu commands.
-    QAction *alwaysOnTopAction() const { return m_onTopAction; }
-    QAction *toggleAppearanceAction() const { return m_toggleAppearanceAction; }
-    QAction *biggerTextAction() const { return m_biggerAction; }
-    QAction *smallerTextAction() const { return m_smallerAction; }
-    QAction *resetTextAction() const { return m_resetTextAction; }
-    QAction *copyTranscriptAction() const { return m_copyTranscriptAction; }
-    QAction *transcribeRecordingAction() const { return m_transcribeRecordingAction; }
+    // The window's commands, shared by the menus and the control bar.
+    WindowActions *actions() const { return m_actions; }
+    QAction *alwaysOnTopAction() const;
+    QAction *toggleAppearanceAction() const;
+    QAction *biggerTextAction() const;
+    QAction *smallerTextAction() const;
+    QAction *resetTextAction() const;
+    QAction *copyTranscriptAction() const;
+    QAction *transcribeRecordingAction() const;
     ScreenQuestionFlow *screenQuestion() const { return m_screenQuestion; }
-    QAction *checkForUpdatesAction() const { return m_checkForUpdatesAction; }
+    QAction *checkForUpdatesAction() const;
 
-    // Flips between light and dark, starting from what is shown now.
-    void toggleAppearance();
-    static AppSettings::Appearance toggled(AppSettings::Appearance current, bool shownDark);
     static Theme::Scheme schemeFor(AppSettings::Appearance appearance);
 
     // A stored frame is used only when at least 380 by 300.
@@ -117,11 +115,11 @@ private:
     void applyFonts();
     void refreshBanner();
     void onContextPanelRequested();
-    void copyTranscript();
 
     AppSettings &m_settings;
     SessionController &m_controller;
     Services m_services;
+    WindowActions *m_actions;
 
     ControlBar *m_controlBar;
     BannerView *m_banner;
@@ -135,14 +133,5 @@ private:
     QPointer<ContextPanel> m_contextPanel;
     QPointer<OnboardingDialog> m_onboarding;
 
-    QAction *m_onTopAction = nullptr;
-    QActionGroup *m_appearanceGroup = nullptr;
-    QAction *m_toggleAppearanceAction = nullptr;
-    QAction *m_biggerAction = nullptr;
-    QAction *m_smallerAction = nullptr;
-    QAction *m_resetTextAction = nullptr;
-    QAction *m_copyTranscriptAction = nullptr;
-    QAction *m_transcribeRecordingAction = nullptr;
     ScreenQuestionFlow *m_screenQuestion = nullptr;
-    QAction *m_checkForUpdatesAction = nullptr;
 };

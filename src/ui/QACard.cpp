@@ -1,5 +1,6 @@
 #include "ui/QACard.h"
 
+#include "ui/CardText.h"
 #include "ui/Colors.h"
 #include "ui/FlowLayout.h"
 #include "ui/IconLabel.h"
@@ -14,7 +15,6 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QProgressBar>
-#include <QRegularExpression>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -188,44 +188,6 @@ bool QACard::eventFilter(QObject *watched, QEvent *event)
     return QWidget::eventFilter(watched, event);
 }
 
-QString QACard::placeholderText(const QAPair &pair)
-{
-    return pair.wasExtended ? QStringLiteral("re-answering the full question…") : QStringLiteral("thinking");
-}
-
-QString QACard::myAnswerLabel(const QAPair &pair, bool sessionLive)
-{
-    return pair.myAnswerInProgress && sessionLive ? QStringLiteral("My answer (recording…)")
-                                                  : QStringLiteral("My answer");
-}
-
-int QACard::wordCount(const QString &text)
-{
-    static const QRegularExpression space(QStringLiteral("\\s+"));
-    return int(text.split(space, Qt::SkipEmptyParts).size());
-}
-
-QString QACard::wordCountLabel(const QAPair &pair, bool shown)
-{
-    if (shown || pair.myAnswer.isEmpty())
-        return {};
-    const int n = wordCount(pair.myAnswer);
-    if (n == 0)
-        return {};
-    return QString::number(n) + QStringLiteral(" words");
-}
-
-bool QACard::showsMyAnswerRow(const QAPair &pair, bool sessionLive)
-{
-    return (pair.myAnswerInProgress && sessionLive) || !pair.myAnswer.isEmpty();
-}
-
-bool QACard::showsThinking(const QAPair &pair, bool sessionLive)
-{
-    // Nothing is being answered while the question is still being heard.
-    return pair.answer.isEmpty() && !pair.isComplete && sessionLive && !pair.questionInProgress;
-}
-
 void QACard::setPair(const QAPair &pair)
 {
     if (pair == m_pair)
@@ -341,7 +303,7 @@ void QACard::applyPaletteColors()
     setTextColor(m_copilot, secondary);
     setTextColor(m_note, secondary);
     // A question still being heard, or one that could not be transcribed, in the secondary colour.
-    const bool provisional = m_pair.questionInProgress || m_pair.questionFailed || m_pair.questionMissing;
+    const bool provisional = CardText::of(m_pair, m_sessionLive, m_myAnswerShown).questionProvisional;
     setTextColor(m_question, provisional ? secondary : palette().color(QPalette::WindowText));
     setTextColor(m_timestamp, secondary);
     if (m_thinking)
@@ -362,58 +324,54 @@ void QACard::changeEvent(QEvent *event)
 void QACard::refreshAnswer()
 {
     m_pendingText = false;
-    const bool empty = m_pair.answer.isEmpty();
-    const bool streaming = !empty && !m_pair.isComplete;
-    if (streaming) {
-        m_stream->setText(m_pair.answer);
+    const CardText text = CardText::of(m_pair, m_sessionLive, m_myAnswerShown);
+    if (text.answerStreaming) {
+        m_stream->setText(text.answer);
         m_answer->clear();
     } else {
         m_stream->clear();
-        m_answer->setText(m_pair.answer);
+        m_answer->setText(text.answer);
     }
-    m_stream->setVisible(streaming);
-    m_answer->setVisible(!empty && !streaming);
-    // A card whose answer is not coming (finished empty, or the session stopped first) shows
-    // neither the answer header nor a progress line.
-    const bool thinking = showsThinking(m_pair, m_sessionLive);
-    m_answerHeader->setVisible(!empty || thinking);
+    m_stream->setVisible(text.answerStreaming);
+    m_answer->setVisible(!text.answer.isEmpty() && !text.answerStreaming);
+    m_answerHeader->setVisible(text.answerHeaderShown);
+    const bool thinking = !text.thinking.isEmpty();
     if (thinking)
         ensureThinkingRow();
     if (m_thinkingRow) {
         m_thinkingRow->setVisible(thinking);
         if (thinking)
-            m_thinking->setText(placeholderText(m_pair));
+            m_thinking->setText(text.thinking);
     }
 }
 
 void QACard::refreshQuestion()
 {
-    m_question->setText(m_pair.displayQuestion());
+    const CardText text = CardText::of(m_pair, m_sessionLive, m_myAnswerShown);
+    m_question->setText(text.question);
     QFont font = m_fonts.question;
-    font.setItalic(m_pair.questionFailed || m_pair.questionMissing || (m_pair.questionInProgress && m_pair.question.isEmpty()));
+    font.setItalic(text.questionItalic);
     m_question->setFont(font);
     applyPaletteColors();
 }
 
 void QACard::refreshMyAnswer()
 {
-    const bool showRow = showsMyAnswerRow(m_pair, m_sessionLive);
-    if (!showRow && !m_myAnswerRow)
+    const CardText text = CardText::of(m_pair, m_sessionLive, m_myAnswerShown);
+    if (!text.myAnswerRowShown && !m_myAnswerRow)
         return;
     ensureMyAnswerRow();
-    m_myAnswerRow->setVisible(showRow);
+    m_myAnswerRow->setVisible(text.myAnswerRowShown);
     m_chevron->setIcon(Icons::icon(m_myAnswerShown ? Icons::Id::expand : Icons::Id::collapse));
-    const QString label = myAnswerLabel(m_pair, m_sessionLive);
-    m_myAnswerLabel->setText(label);
-    m_chevron->setAccessibleName(label);
+    m_myAnswerLabel->setText(text.myAnswerLabelText);
+    m_chevron->setAccessibleName(text.myAnswerLabelText);
     m_chevron->setAccessibleDescription(m_myAnswerShown ? tr("Hide your transcribed answer")
                                                         : tr("Show your transcribed answer"));
     m_chevron->setToolTip(m_chevron->accessibleDescription());
-    const QString count = wordCountLabel(m_pair, m_myAnswerShown);
-    m_wordCount->setText(count);
-    m_wordCount->setVisible(!count.isEmpty());
+    m_wordCount->setText(text.wordCountText);
+    m_wordCount->setVisible(!text.wordCountText.isEmpty());
     m_myAnswer->setText(m_pair.myAnswer);
-    m_myAnswer->setVisible(showRow && m_myAnswerShown && !m_pair.myAnswer.isEmpty());
+    m_myAnswer->setVisible(text.myAnswerTextShown);
 }
 
 QString QACard::questionText() const { return m_question->text(); }

@@ -15,7 +15,8 @@ class StreamingText;
 
 // One question and its answer: the interviewer's question, the streamed answer (or a
 // "thinking" indicator while it is empty and still coming) and, behind a toggle, the user's
-// own answer. Every row wraps, so the card reads at any text size and window width.
+// own answer. What each row says is decided by CardText; the card lays it out. Every row
+// wraps, so the card reads at any text size and window width.
 class QACard : public QWidget
 {
     Q_OBJECT
@@ -49,19 +50,6 @@ public:
     QString wordCountText() const;
     bool isMyAnswerTextShown() const;
     QList<QLabel *> textLabels() const;
-
-    // The label rules.
-    static QString placeholderText(const QAPair &pair);
-    static QString myAnswerLabel(const QAPair &pair, bool sessionLive = true);
-    // "" when the own answer is open or empty, else "<n> words".
-    static QString wordCountLabel(const QAPair &pair, bool shown);
-    // Runs of characters separated by white space.
-    static int wordCount(const QString &text);
-    // The row is left out for cards with neither an own answer nor a recording in progress.
-    static bool showsMyAnswerRow(const QAPair &pair, bool sessionLive = true);
-    // The progress indicator shows while the answer is empty and still to come (the card is
-    // not finished and a session runs).
-    static bool showsThinking(const QAPair &pair, bool sessionLive = true);
 
 signals:
     void toggleMyAnswer(const QString &pairID);

@@ -1,26 +1,22 @@
 #pragma once
 
-#include "settings/AppSettings.h"
-
 #include <QDialog>
+#include <QList>
 
-class ApiKeyField;
+class AnswersSettingsPage;
+class AppSettings;
 class AudioEnvironment;
-class QCheckBox;
-class QComboBox;
-class QDoubleSpinBox;
-class QLineEdit;
-class QPlainTextEdit;
-class QRadioButton;
-class QSpinBox;
+class AudioSettingsPage;
+class GeneralSettingsPage;
+class ModelSettingsPage;
 class QTabWidget;
 class SessionController;
+class SettingsPage;
 class TapQueries;
 
-// Every setting the user may change. Changes are written through at once; there is no
-// save step (the API key is written when its field is left or the dialog closes).
-class RecordingSourceRow;
-
+// Every setting the user may change, one page per tab. Changes are written through at
+// once; there is no save step (the API key is written when its field is left or the dialog
+// closes, when every page applies what it kept back).
 class SettingsDialog : public QDialog
 {
     Q_OBJECT
@@ -29,65 +25,27 @@ public:
                    AudioEnvironment &audio, QWidget *parent = nullptr);
 
     QTabWidget *tabs() const { return m_tabs; }
-    // Adds a page of settings after the built-in ones (General, Audio, Model); returns its
-    // tab index. The dialog takes ownership.
-    int addPage(QWidget *page, const QString &title);
-    ApiKeyField *apiKeyField() const { return m_apiKey; }
-    QRadioButton *meetingSourceButton(AppSettings::MeetingSource source) const;
-    QComboBox *appCombo() const { return m_apps; }
-    QComboBox *deviceCombo() const { return m_devices; }
-    QSpinBox *micChannelSpin() const { return m_micChannel; }
-    QComboBox *meetingChannelCombo() const { return m_meetingChannel; }
-    QComboBox *streamCombo() const { return m_stream; }
-    QPlainTextEdit *promptEdit() const { return m_prompt; }
-    QDoubleSpinBox *fontSizeSpin() const { return m_fontSize; }
-    QComboBox *appearanceCombo() const { return m_appearance; }
-    QCheckBox *alwaysOnTopCheck() const { return m_onTop; }
+    // Adds a page after the built-in ones (General, Audio, Model, Answers), under its title;
+    // returns its tab index. The dialog takes ownership.
+    int addPage(SettingsPage *page);
+    const QList<SettingsPage *> &pages() const { return m_pages; }
 
-    // Lists the applications (playing now first) and input devices again.
-    void refreshAudioLists();
+    GeneralSettingsPage *generalPage() const { return m_general; }
+    AudioSettingsPage *audioPage() const { return m_audio; }
+    ModelSettingsPage *modelPage() const { return m_model; }
+    AnswersSettingsPage *answersPage() const { return m_answers; }
+
     void copyTranscript();
 
 protected:
     void done(int result) override;
 
 private:
-    QWidget *buildGeneralTab();
-    QWidget *buildAccountGroup(QWidget *page);
-    QWidget *buildAudioTab();
-    QWidget *buildModelTab();
-    QWidget *buildLookGroup(QWidget *page);
-    void saveApiKey();
-    void refreshMeetingSource();
-    void refreshChannels();
-
-    AppSettings &m_settings;
     SessionController &m_controller;
-    TapQueries &m_taps;
-    AudioEnvironment &m_audio;
-
     QTabWidget *m_tabs;
-    ApiKeyField *m_apiKey = nullptr;
-    QRadioButton *m_sourceSystem = nullptr;
-    QRadioButton *m_sourceApp = nullptr;
-    QRadioButton *m_sourceDevice = nullptr;
-    RecordingSourceRow *m_sourceRecording = nullptr;
-    QComboBox *m_apps = nullptr;
-    QComboBox *m_devices = nullptr;
-    QSpinBox *m_micChannel = nullptr;
-    QComboBox *m_meetingChannel = nullptr;
-    QComboBox *m_stream = nullptr;
-    QCheckBox *m_saveAudio = nullptr;
-    QCheckBox *m_transcribe = nullptr;
-    QLineEdit *m_model = nullptr;
-    QLineEdit *m_transcribeModel = nullptr;
-    QDoubleSpinBox *m_vad = nullptr;
-    QSpinBox *m_prefix = nullptr;
-    QSpinBox *m_silence = nullptr;
-    QDoubleSpinBox *m_followUp = nullptr;
-    QPlainTextEdit *m_prompt = nullptr;
-    QComboBox *m_fontFamily = nullptr;
-    QDoubleSpinBox *m_fontSize = nullptr;
-    QComboBox *m_appearance = nullptr;
-    QCheckBox *m_onTop = nullptr;
+    QList<SettingsPage *> m_pages;
+    GeneralSettingsPage *m_general;
+    AudioSettingsPage *m_audio;
+    ModelSettingsPage *m_model;
+    AnswersSettingsPage *m_answers;
 };

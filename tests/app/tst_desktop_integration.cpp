@@ -7,6 +7,7 @@
 #include "ui/ControlBar.h"
 #include "ui/MainWindow.h"
 #include "ui/OnboardingDialog.h"
+#include "ui/GeneralSettingsPage.h"
 #include "ui/SettingsDialog.h"
 
 #include <QAction>
@@ -94,7 +95,7 @@ private slots:
         window.openSettings();
         SettingsDialog *dialog = window.settingsDialog();
         QVERIFY(dialog);
-        QVERIFY(dialog->alwaysOnTopCheck()->isHidden());
+        QVERIFY(dialog->generalPage()->alwaysOnTopCheck()->isHidden());
         const QString note =
             QStringLiteral("Your desktop doesn't let apps stay on top; use your window manager's 'Always on top' menu");
         int notes = 0;

@@ -7,16 +7,20 @@
 #include "ui/ApiKeyField.h"
 #include "ui/BannerView.h"
 #include "ui/Colors.h"
+#include "ui/AudioSettingsPage.h"
 #include "ui/ContextPanel.h"
 #include "ui/ControlBar.h"
 #include "ui/JobContextDialog.h"
 #include "ui/LevelMeter.h"
 #include "ui/OnboardingDialog.h"
+#include "ui/GeneralSettingsPage.h"
 #include "ui/Icons.h"
+#include "ui/ModelSettingsPage.h"
 #include "ui/QACard.h"
 #include "ui/SettingsDialog.h"
 #include "ui/SessionReviewOpener.h"
 #include "ui/StatusPill.h"
+#include "ui/WindowActions.h"
 
 #include <QAbstractButton>
 #include <QAction>
@@ -246,8 +250,8 @@ private slots:
         // "Match system" returns to the desktop's palette; toggling from it flips what shows.
         settings.setAppearance(AppSettings::Appearance::system);
         QCOMPARE(QApplication::palette().color(QPalette::Window), Theme::systemPalette().color(QPalette::Window));
-        QCOMPARE(MainWindow::toggled(AppSettings::Appearance::system, false), AppSettings::Appearance::dark);
-        QCOMPARE(MainWindow::toggled(AppSettings::Appearance::system, true), AppSettings::Appearance::light);
+        QCOMPARE(WindowActions::toggled(AppSettings::Appearance::system, false), AppSettings::Appearance::dark);
+        QCOMPARE(WindowActions::toggled(AppSettings::Appearance::system, true), AppSettings::Appearance::light);
     }
 
     void frameRestoreRules()
@@ -519,28 +523,6 @@ private slots:
         QTRY_VERIFY(bar->overflowActions().contains(onTop));
     }
 
-    void finishedCardWithoutAnswerShowsNoProgress()
-    {
-        QAPair pair;
-        pair.id = QStringLiteral("A");
-        pair.timestamp = QStringLiteral("14:05:09");
-        QACard card(pair, CardFonts{QFont(), QFont(), QFont()}, false);
-        QVERIFY(card.isThinkingShown());
-        pair.isComplete = true;
-        card.setPair(pair);
-        QVERIFY(!card.isThinkingShown());
-        QVERIFY(!card.isAnswerHeaderShown());
-        // Re-answering brings the indicator back.
-        pair.isComplete = false;
-        pair.wasExtended = true;
-        card.setPair(pair);
-        QCOMPARE(card.thinkingText(), QStringLiteral("re-answering the full question…"));
-        // The session stops before the answer came: it is not coming any more.
-        card.setSessionLive(false);
-        QVERIFY(!card.isThinkingShown());
-        QVERIFY(!card.isAnswerHeaderShown());
-    }
-
     void offScreenFrameComesBack()
     {
         const QRect primary(0, 0, 1920, 1080);
@@ -588,35 +570,35 @@ private slots:
         QVERIFY(dialog);
         AppSettings &settings = rig.session.settings;
 
-        dialog->apiKeyField()->setText(QStringLiteral(" sk-from-dialog "));
-        QVERIFY(!dialog->apiKeyField()->isRevealed());
-        dialog->apiKeyField()->setRevealed(true);
-        QVERIFY(dialog->apiKeyField()->isRevealed());
+        dialog->generalPage()->apiKeyField()->setText(QStringLiteral(" sk-from-dialog "));
+        QVERIFY(!dialog->generalPage()->apiKeyField()->isRevealed());
+        dialog->generalPage()->apiKeyField()->setRevealed(true);
+        QVERIFY(dialog->generalPage()->apiKeyField()->isRevealed());
         dialog->close();
         QCOMPARE(settings.apiKey().trimmed(), QStringLiteral("sk-from-dialog"));
         QCOMPARE(settings.secretStore().readKeyFile(), std::optional<QString>(QStringLiteral("sk-from-dialog")));
 
         rig.window->openSettings();
         dialog = rig.window->settingsDialog();
-        QCOMPARE(dialog->appCombo()->itemText(0), QStringLiteral("Firefox (playing)"));
-        dialog->meetingSourceButton(AppSettings::MeetingSource::audioDevice)->click();
+        QCOMPARE(dialog->audioPage()->appCombo()->itemText(0), QStringLiteral("Firefox (playing)"));
+        dialog->audioPage()->meetingSourceButton(AppSettings::MeetingSource::audioDevice)->click();
         QCOMPARE(settings.meetingSource(), AppSettings::MeetingSource::audioDevice);
-        const int dante = dialog->deviceCombo()->findData(QStringLiteral("alsa_input.dante"));
+        const int dante = dialog->audioPage()->deviceCombo()->findData(QStringLiteral("alsa_input.dante"));
         QVERIFY(dante > 0);
-        QCOMPARE(dialog->deviceCombo()->itemText(dante), QStringLiteral("Dante Virtual Soundcard — 8 ch @ 48000 Hz"));
-        dialog->deviceCombo()->setCurrentIndex(dante);
-        emit dialog->deviceCombo()->activated(dante);
+        QCOMPARE(dialog->audioPage()->deviceCombo()->itemText(dante), QStringLiteral("Dante Virtual Soundcard — 8 ch @ 48000 Hz"));
+        dialog->audioPage()->deviceCombo()->setCurrentIndex(dante);
+        emit dialog->audioPage()->deviceCombo()->activated(dante);
         QCOMPARE(settings.deviceUID(), QStringLiteral("alsa_input.dante"));
-        QCOMPARE(dialog->micChannelSpin()->maximum(), 8);
-        dialog->micChannelSpin()->setValue(3);
+        QCOMPARE(dialog->audioPage()->micChannelSpin()->maximum(), 8);
+        dialog->audioPage()->micChannelSpin()->setValue(3);
         QCOMPARE(settings.micChannel(), 2);
 
-        dialog->promptEdit()->setPlainText(QStringLiteral("Be brief."));
+        dialog->modelPage()->promptEdit()->setPlainText(QStringLiteral("Be brief."));
         QCOMPARE(settings.systemPrompt(), QStringLiteral("Be brief."));
 
         settings.setFontSize(20);
-        QCOMPARE(dialog->fontSizeSpin()->value(), 20.0);
-        dialog->fontSizeSpin()->setValue(12);
+        QCOMPARE(dialog->generalPage()->fontSizeSpin()->value(), 20.0);
+        dialog->generalPage()->fontSizeSpin()->setValue(12);
         QCOMPARE(settings.fontSize(), 12.0);
     }
 

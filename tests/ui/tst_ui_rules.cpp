@@ -1,6 +1,7 @@
 // The display rules of the window: formats, colours, labels and fonts.
 #include "session/QAPair.h"
 #include "ui/CardFonts.h"
+#include "ui/CardText.h"
 #include "ui/Colors.h"
 #include "ui/ControlBar.h"
 #include "ui/DisplayFormat.h"
@@ -17,6 +18,7 @@
 #include <QTest>
 
 #include <cmath>
+#include <functional>
 
 class UiRulesTest : public QObject
 {
@@ -210,33 +212,40 @@ private slots:
         QCOMPARE(ControlBar::micMeterHelp(S::both), QStringLiteral("Mic audio is streamed to the model"));
     }
 
-    void cardLabels()
+    void cardText()
     {
         QAPair pair;
-        pair.id = QStringLiteral("A");
-        pair.timestamp = QStringLiteral("14:05:09");
-        pair.question = QStringLiteral("Why this role?");
-        QCOMPARE(QACard::placeholderText(pair), QStringLiteral("thinking"));
+        const auto shown = [&pair](bool live = true, bool open = false) { return CardText::of(pair, live, open); };
+        QCOMPARE(shown().thinking, QStringLiteral("thinking"));
+        QVERIFY(shown().answerHeaderShown && !shown().myAnswerRowShown);
+        // No progress while the question is still being heard, nor once the answer is not
+        // coming (finished empty, or the session stopped first); re-answering brings it back.
+        pair.questionInProgress = true;
+        QCOMPARE(shown().thinking, QString());
+        pair.questionInProgress = false;
+        QVERIFY(shown(false).thinking.isEmpty() && !shown(false).answerHeaderShown);
+        pair.isComplete = true;
+        QVERIFY(shown().thinking.isEmpty() && !shown().answerHeaderShown);
+        pair.isComplete = false;
         pair.wasExtended = true;
-        QCOMPARE(QACard::placeholderText(pair), QStringLiteral("re-answering the full question…"));
+        QCOMPARE(shown().thinking, QStringLiteral("re-answering the full question…"));
 
-        QCOMPARE(QACard::myAnswerLabel(pair), QStringLiteral("My answer"));
-        QVERIFY(!QACard::showsMyAnswerRow(pair));
+        QCOMPARE(shown().myAnswerLabelText, QStringLiteral("My answer"));
         pair.myAnswerInProgress = true;
-        QCOMPARE(QACard::myAnswerLabel(pair), QStringLiteral("My answer (recording…)"));
-        QVERIFY(QACard::showsMyAnswerRow(pair));
-        // Recording before any words: no count.
-        QCOMPARE(QACard::wordCountLabel(pair, false), QString());
-
+        QVERIFY(shown().myAnswerRowShown && !shown(false).myAnswerRowShown);
+        QCOMPARE(shown().myAnswerLabelText, QStringLiteral("My answer (recording…)"));
+        QCOMPARE(shown(false).myAnswerLabelText, QStringLiteral("My answer"));
+        QCOMPARE(shown().wordCountText, QString()); // recording before any words
         pair.myAnswer = QStringLiteral("  I led\tthe ledger\n migration  ");
-        QCOMPARE(QACard::wordCount(pair.myAnswer), 5);
-        QCOMPARE(QACard::wordCountLabel(pair, false), QStringLiteral("5 words"));
-        // The count shows only while the answer is closed.
-        QCOMPARE(QACard::wordCountLabel(pair, true), QString());
+        QCOMPARE(shown().wordCountText, QStringLiteral("5 words"));
+        // Opened, the answer shows instead of its count.
+        QVERIFY(!shown().myAnswerTextShown && shown(true, true).myAnswerTextShown);
+        QCOMPARE(shown(true, true).wordCountText, QString());
         pair.myAnswer = QStringLiteral(" \n ");
-        QCOMPARE(QACard::wordCountLabel(pair, false), QString());
+        QCOMPARE(shown().wordCountText, QString());
     }
 
+    // Whatever changes, the card shows what CardText says for its pair.
     void cardWidgetFollowsItsPair()
     {
         QAPair pair;
@@ -244,30 +253,36 @@ private slots:
         pair.timestamp = QStringLiteral("14:05:09");
         pair.question = QStringLiteral("Why this role?");
         QACard card(pair, CardFonts{QFont(), QFont(), QFont()}, false);
-        QVERIFY(card.isThinkingShown());
-        QCOMPARE(card.thinkingText(), QStringLiteral("thinking"));
-        QVERIFY(!card.isUpdatedBadgeShown());
-        QVERIFY(!card.isMyAnswerRowShown());
-
-        pair.answer = QStringLiteral("Because");
-        card.setPair(pair);
-        QVERIFY(!card.isThinkingShown());
-        QCOMPARE(card.answerText(), QStringLiteral("Because"));
-
-        pair.wasExtended = true;
-        pair.answer.clear();
-        pair.myAnswer = QStringLiteral("one two three");
-        card.setPair(pair);
-        QVERIFY(card.isUpdatedBadgeShown());
-        QCOMPARE(card.thinkingText(), QStringLiteral("re-answering the full question…"));
-        QVERIFY(card.isMyAnswerRowShown());
-        QCOMPARE(card.myAnswerLabelText(), QStringLiteral("My answer"));
-        QCOMPARE(card.wordCountText(), QStringLiteral("3 words"));
-        QVERIFY(!card.isMyAnswerTextShown());
-
-        card.setMyAnswerShown(true);
-        QVERIFY(card.isMyAnswerTextShown());
-        QCOMPARE(card.wordCountText(), QString());
+        bool live = true;
+        const auto matches = [&card, &live] {
+            card.applyPendingText();
+            const CardText want = CardText::of(card.pair(), live, card.isMyAnswerShown());
+            const bool row = want.myAnswerRowShown;
+            return card.questionText() == want.question && card.answerText() == want.answer
+                   && card.isAnswerHeaderShown() == want.answerHeaderShown && card.thinkingText() == want.thinking
+                   && card.noteText() == want.note && card.isUpdatedBadgeShown() == want.updatedBadgeShown
+                   && card.isMyAnswerRowShown() == row
+                   && card.myAnswerLabelText() == (row ? want.myAnswerLabelText : QString())
+                   && card.wordCountText() == (row ? want.wordCountText : QString())
+                   && card.isMyAnswerTextShown() == want.myAnswerTextShown;
+        };
+        const std::function<void()> changes[] = {
+            [&] { pair.answer = QStringLiteral("Because"); },
+            [&] { pair.answer += QStringLiteral(" payments"); }, // grows while streaming
+            [&] { pair.isComplete = true; pair.answerNote = QStringLiteral("answer cut short"); },
+            [&] { pair.wasExtended = true; pair.isComplete = false; pair.answer.clear(); }, // re-answered
+            [&] { pair.myAnswer = QStringLiteral("one two three"); },
+            [&] { card.setMyAnswerShown(true); },
+            [&] { card.setSessionLive(live = false); }, // stopped before the answer came
+            [&] { card.setSessionLive(live = true); pair.questionInProgress = pair.myAnswerInProgress = true; },
+            [&] { pair.questionInProgress = false; pair.isComplete = true; },
+        };
+        QVERIFY(matches());
+        for (std::size_t i = 0; i < std::size(changes); ++i) {
+            changes[i]();
+            card.setPair(pair);
+            QVERIFY2(matches(), qPrintable(QStringLiteral("after change %1").arg(i)));
+        }
     }
 };
 
