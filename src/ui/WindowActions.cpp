@@ -97,6 +97,9 @@ QAction *WindowActions::make(const QString &text, const QString &iconText, int i
     auto *action = icon == kNoIcon ? new QAction(text, this) : new QAction(Icons::icon(Icons::Id(icon)), text, this);
     if (!iconText.isEmpty())
         action->setIconText(iconText);
+    // The icon is for the control bar's buttons; menus keep plain items, whose checkable
+    // ones show their check mark.
+    action->setIconVisibleInMenu(false);
     return action;
 }
 
