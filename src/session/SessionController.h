@@ -6,6 +6,7 @@
 #include "session/CostModel.h"
 #include "session/QAPair.h"
 #include "session/RecordFaults.h"
+#include "session/UsageMeter.h"
 
 #include <QHash>
 #include <QList>
@@ -139,11 +140,11 @@ public:
     // Seconds; none while an answer runs and after Stop.
     std::optional<double> lastAnswerDuration() const { return m_lastAnswerDuration; }
     double sessionElapsed() const { return m_sessionElapsed; }
-    CostModel::Usage sessionUsage() const { return m_sessionUsage; }
-    CostModel::TranscriptionUsage sessionTranscriptionUsage() const { return m_transcriptionUsage; }
+    CostModel::Usage sessionUsage() const { return m_usage.usage(); }
+    CostModel::TranscriptionUsage sessionTranscriptionUsage() const { return m_usage.transcriptionUsage(); }
     // USD of this session so far: responses at the session model's prices plus the meeting
     // transcription at its model's prices.
-    double sessionCost() const;
+    double sessionCost() const { return m_usage.cost(); }
     // Answer deltas dropped this session (for a finished response or card, or beyond the
     // length cap of one answer).
     qint64 droppedDeltas() const { return m_droppedDeltas; }
@@ -158,7 +159,11 @@ public:
 
     // A sample interview against a local stand-in for the service: its records are named
     // "meeting_demo_…", say so in the events log, and cost nothing.
-    void setDemo(bool demo) { m_demo = demo; }
+    void setDemo(bool demo)
+    {
+        m_demo = demo;
+        m_usage.setFree(demo);
+    }
     bool isDemo() const { return m_demo; }
 
     // --- Operations --------------------------------------------------------------------
@@ -417,11 +422,7 @@ private:
     std::optional<Clock::TimePoint> m_sessionStart;
     std::unique_ptr<ClockTimer> m_sessionTimer;
     bool m_idleInhibited = false;
-    CostModel::Usage m_sessionUsage;
-    CostModel::TranscriptionUsage m_transcriptionUsage;
-    double m_transcriptionCost = 0;
-    QString m_pricedModel;             // the realtime model of this session
-    QString m_transcribeModelInUse;    // the transcription model in use (after a fallback)
+    UsageMeter m_usage;
     Clock::TimePoint m_audioStartRequestedAt{};
     quint64 m_startGeneration = 0;
     bool m_audioStartInFlight = false;

@@ -89,21 +89,8 @@ void SessionController::finishLog()
     if (!m_log) {
         return;
     }
-    const qint64 tokens = m_sessionUsage.total() + m_transcriptionUsage.tokens();
-    if (tokens >= 1 || m_transcriptionCost > 0) {
-        const double minutes = CostModel::minutes(m_sessionElapsed);
-        const double cost = sessionCost();
-        appendEvent(QStringLiteral("session_cost"),
-                    {{QStringLiteral("minutes"), CostModel::rounded(minutes, 2)},
-                     {QStringLiteral("tokens"), tokens},
-                     {QStringLiteral("cost_usd"), CostModel::rounded(cost, 5)},
-                     {QStringLiteral("cost_per_min_usd"), CostModel::rounded(cost / minutes, 4)},
-                     {QStringLiteral("transcription_cost_usd"), CostModel::rounded(m_transcriptionCost, 5)},
-                     {QStringLiteral("audio_in"), m_sessionUsage.audioInput},
-                     {QStringLiteral("audio_in_cached"), m_sessionUsage.audioInputCached},
-                     {QStringLiteral("text_in"), m_sessionUsage.textInput},
-                     {QStringLiteral("text_in_cached"), m_sessionUsage.textInputCached},
-                     {QStringLiteral("text_out"), m_sessionUsage.textOutput + m_sessionUsage.audioOutput}});
+    if (const std::optional<QVariantMap> totals = m_usage.totals(m_sessionElapsed)) {
+        appendEvent(QStringLiteral("session_cost"), *totals);
     }
     if (m_droppedDeltas > 0) {
         appendEvent(QStringLiteral("deltas_dropped"), {{QStringLiteral("count"), m_droppedDeltas},
@@ -183,52 +170,23 @@ void SessionController::saveTranscript()
     recordFailed(RecordFaults::File::transcript, written.path, written.error);
 }
 
-double SessionController::sessionCost() const
-{
-    if (m_demo)
-        return 0.0;   // the local stand-in charges nothing
-    return m_sessionUsage.cost(CostModel::pricesFor(m_pricedModel)) + m_transcriptionCost;
-}
-
 std::optional<QString> SessionController::costSummary() const
 {
-    return CostModel::summary(sessionCost(), m_sessionUsage.total() + m_transcriptionUsage.tokens(), m_sessionElapsed);
+    return m_usage.summary(m_sessionElapsed);
 }
 
 void SessionController::recordUsage(const QVariantMap &usage)
 {
-    const CostModel::Usage response = CostModel::parse(usage);
-    m_sessionUsage.add(response);
-    const double minutes = CostModel::minutes(m_sessionElapsed);
-    const double cost = sessionCost();
-    appendEvent(QStringLiteral("usage"),
-                {{QStringLiteral("audio_in"), response.audioInput},
-                 {QStringLiteral("audio_in_cached"), response.audioInputCached},
-                 {QStringLiteral("text_in"), response.textInput},
-                 {QStringLiteral("text_in_cached"), response.textInputCached},
-                 {QStringLiteral("text_out"), response.textOutput},
-                 {QStringLiteral("response_cost_usd"), CostModel::rounded(response.cost(CostModel::pricesFor(m_pricedModel)), 5)},
-                 {QStringLiteral("transcription_cost_usd"), CostModel::rounded(m_transcriptionCost, 5)},
-                 {QStringLiteral("session_cost_usd"), CostModel::rounded(cost, 5)},
-                 {QStringLiteral("session_cost_per_min_usd"), CostModel::rounded(cost / minutes, 4)}});
+    appendEvent(QStringLiteral("usage"), m_usage.addResponse(usage, m_sessionElapsed));
 }
 
 void SessionController::recordTranscriptionUsage(const QString &itemID, const QVariantMap &usage)
 {
-    const CostModel::TranscriptionUsage used = CostModel::parseTranscription(usage);
-    const QString model = m_transcribeModelInUse.isEmpty() ? m_settings.transcribeModel() : m_transcribeModelInUse;
-    const double cost = CostModel::transcriptionCost(used, model, m_heardSeconds.value(itemID));
-    m_transcriptionUsage.add(used);
-    m_transcriptionCost += cost;
+    const QString model = m_usage.transcribeModel().isEmpty() ? m_settings.transcribeModel() : m_usage.transcribeModel();
+    QVariantMap fields = m_usage.addMeetingTranscription(usage, model, m_heardSeconds.value(itemID));
     int index = cardForItem(itemID);
-    appendEvent(QStringLiteral("transcription_usage"),
-                {{QStringLiteral("pair"), index >= 0 ? m_pairs.at(index).id : QString()},
-                 {QStringLiteral("model"), model},
-                 {QStringLiteral("input_tokens"), used.inputTokens},
-                 {QStringLiteral("output_tokens"), used.outputTokens},
-                 {QStringLiteral("seconds"), CostModel::rounded(used.seconds, 3)},
-                 {QStringLiteral("cost_usd"), CostModel::rounded(cost, 6)},
-                 {QStringLiteral("transcription_cost_usd"), CostModel::rounded(m_transcriptionCost, 5)}});
+    fields.insert(QStringLiteral("pair"), index >= 0 ? m_pairs.at(index).id : QString());
+    appendEvent(QStringLiteral("transcription_usage"), fields);
     // The usage follows the completed transcript at once; a turn still waiting for its
     // question then had nothing in it that could be transcribed.
     if (index >= 0 && m_pairs.at(index).questionInProgress) {
@@ -238,7 +196,7 @@ void SessionController::recordTranscriptionUsage(const QString &itemID, const QV
 
 void SessionController::transcribeModelFellBack(const QString &refused, const QString &model)
 {
-    m_transcribeModelInUse = model;
+    m_usage.setTranscribeModel(model);
     appendEvent(QStringLiteral("transcribe_model_fallback"), {{QStringLiteral("refused"), refused}, {QStringLiteral("model"), model}});
     setBannerText(QStringLiteral("The service doesn't offer ") + refused + QStringLiteral(" for transcribing the meeting, so ")
                   + model + QStringLiteral(" is used instead (and priced as such)."));

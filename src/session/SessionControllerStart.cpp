@@ -187,11 +187,7 @@ void SessionController::continueStartWithMic(bool granted)
     // A new session: what is left of the last one can never take this one's answers, and
     // its log opens now so that the audio start is recorded in it.
     closeOpenCards();
-    m_sessionUsage = CostModel::Usage{};
-    m_transcriptionUsage = CostModel::TranscriptionUsage{};
-    m_transcriptionCost = 0;
-    m_pricedModel = m_settings.model();
-    m_transcribeModelInUse = m_settings.transcribeModel();
+    m_usage.begin(m_settings.model(), m_settings.transcribeModel());
     m_finishedResponses.clear();
     m_droppedResponses.clear();
     m_droppedDeltas = 0;
