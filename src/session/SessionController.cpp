@@ -37,7 +37,13 @@ SessionController::SessionController(const Components &components, QObject *pare
     , m_recordingPicker(components.recordingPicker)
     , m_runInBackground(components.runInBackground)
     , m_recordingPrompt(components.recordingPrompt)
+    , m_answerClock(components.clock)
 {
+    connect(&m_answerClock, &AnswerClock::isSpeakingChanged, this, &SessionController::isSpeakingChanged);
+    connect(&m_answerClock, &AnswerClock::isAnsweringChanged, this, &SessionController::isAnsweringChanged);
+    connect(&m_answerClock, &AnswerClock::speakingElapsedChanged, this, &SessionController::speakingElapsedChanged);
+    connect(&m_answerClock, &AnswerClock::lastAnswerDurationChanged, this, &SessionController::lastAnswerDurationChanged);
+
     if (!m_runInBackground) {
         m_runInBackground = [](std::function<void()> job) { QThreadPool::globalInstance()->start(std::move(job)); };
     }
@@ -171,7 +177,7 @@ void SessionController::stopSession(const std::optional<QString> &keptBanner)
     closeOpenCards();
     finishLog();
 
-    setLastAnswerDuration(std::nullopt);
+    m_answerClock.forgetLastAnswer();
     setLevels(0, 0);
     showStopSummary(keptBanner);
 }

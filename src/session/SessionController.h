@@ -2,6 +2,7 @@
 
 #include "audio/AudioTypes.h"
 #include "realtime/RealtimeTypes.h"
+#include "session/AnswerClock.h"
 #include "session/Clock.h"
 #include "session/CostModel.h"
 #include "session/QAPair.h"
@@ -134,11 +135,11 @@ public:
     std::optional<BannerAction> bannerAction() const { return m_bannerAction; }
     bool contextPanelRequested() const { return m_contextPanelRequested; }
     void setContextPanelRequested(bool requested);
-    bool isSpeaking() const { return m_isSpeaking; }
-    bool isAnswering() const { return m_isAnswering; }
-    double speakingElapsed() const { return m_speakingElapsed; }
+    bool isSpeaking() const { return m_answerClock.isSpeaking(); }
+    bool isAnswering() const { return m_answerClock.isAnswering(); }
+    double speakingElapsed() const { return m_answerClock.speakingElapsed(); }
     // Seconds; none while an answer runs and after Stop.
-    std::optional<double> lastAnswerDuration() const { return m_lastAnswerDuration; }
+    std::optional<double> lastAnswerDuration() const { return m_answerClock.lastAnswerDuration(); }
     double sessionElapsed() const { return m_sessionElapsed; }
     CostModel::Usage sessionUsage() const { return m_usage.usage(); }
     CostModel::TranscriptionUsage sessionTranscriptionUsage() const { return m_usage.transcriptionUsage(); }
@@ -312,7 +313,6 @@ private:
     void sendScreenQuestion(const QString &pairID);
 
     // Speaking.
-    void startAnswerClock(Clock::TimePoint at);
     void beginMyAnswerSegment();
     void endSpeaking();
     void interviewerTookOver();
@@ -360,10 +360,6 @@ private:
     void setLastTranscriptURL(const QUrl &url);
     void setBannerLinks(const QList<BannerLink> &links);
     void setBannerAction(std::optional<BannerAction> action);
-    void setSpeaking(bool speaking);
-    void setAnswering(bool answering);
-    void setSpeakingElapsed(double seconds);
-    void setLastAnswerDuration(std::optional<double> seconds);
     void setSessionElapsed(double seconds);
 
     AppSettings &m_settings;
@@ -394,10 +390,6 @@ private:
     QList<BannerLink> m_bannerLinks;
     bool m_contextPanelRequested = false;
     std::optional<BannerAction> m_bannerAction;
-    bool m_isSpeaking = false;
-    bool m_isAnswering = false;
-    double m_speakingElapsed = 0;
-    std::optional<double> m_lastAnswerDuration;
     double m_sessionElapsed = 0;
 
     // Private.
@@ -414,11 +406,7 @@ private:
     QSet<QString> m_firstTokenSeen;
     QSet<QString> m_supersededResponses;
     QHash<QString, QByteArray> m_screenImages; // screen-question cards not yet answered: their JPEG
-    std::optional<Clock::TimePoint> m_speakingStart;
-    std::optional<Clock::TimePoint> m_lastVoiceAt;
-    std::unique_ptr<ClockTimer> m_speakingTimer;
-    const float m_voiceThreshold = 0.045f;
-    const double m_silenceToEnd = 2.0;
+    AnswerClock m_answerClock;
     std::optional<Clock::TimePoint> m_sessionStart;
     std::unique_ptr<ClockTimer> m_sessionTimer;
     bool m_idleInhibited = false;

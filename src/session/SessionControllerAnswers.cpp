@@ -142,7 +142,7 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
         m_firstTokenSeen.insert(id);
         QVariantMap fields{{QStringLiteral("pair"), id},
                            {QStringLiteral("response"), responseID},
-                           {QStringLiteral("you_were_speaking"), m_isSpeaking}};
+                           {QStringLiteral("you_were_speaking"), m_answerClock.isSpeaking()}};
         const auto heard = m_questionAt.constFind(id);
         if (heard != m_questionAt.constEnd()) {
             fields.insert(QStringLiteral("latency_after_question_s"),

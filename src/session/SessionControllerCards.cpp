@@ -146,7 +146,7 @@ void SessionController::ingestTranscriptDelta(const QString &itemID, const QStri
 
 void SessionController::ingestTranscript(const QString &itemID, const QString &text)
 {
-    const bool wasSpeaking = m_isSpeaking;   // read before the other side ends the user's answer
+    const bool wasSpeaking = m_answerClock.isSpeaking();   // read before the other side ends the user's answer
     interviewerTookOver();
 
     int index = cardForItem(itemID);

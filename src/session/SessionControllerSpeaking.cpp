@@ -12,41 +12,29 @@ void SessionController::trackSpeaking(float micLevel)
     if (!m_isSessionActive) {
         return;
     }
-    const Clock::TimePoint now = m_clock.now();
-    if (micLevel >= m_voiceThreshold) {
-        m_lastVoiceAt = now;
-        if (!m_isAnswering) {
-            startAnswerClock(now);
-        }
-        if (!m_isSpeaking) {
-            setSpeaking(true);
-            beginMyAnswerSegment();
-        } else if (m_settings.transcribeMyAnswers() && !m_micTranscriber.isSegmentRunning()) {
+    const AnswerClock::Heard heard = m_answerClock.hear(micLevel);
+    if (heard.answerStarted) {
+        appendEvent(QStringLiteral("you_started"),
+                    {{QStringLiteral("pair"), m_pairs.isEmpty() ? QString() : m_pairs.last().id}});
+    }
+    switch (heard.voice) {
+    case AnswerClock::Voice::started:
+        beginMyAnswerSegment();
+        break;
+    case AnswerClock::Voice::goesOn:
+        if (m_settings.transcribeMyAnswers() && !m_micTranscriber.isSegmentRunning()) {
             // A segment that ended on its own is reopened while the user keeps talking.
             beginMyAnswerSegment();
         }
-        return;
-    }
-    if (m_isSpeaking && m_lastVoiceAt && Clock::secondsBetween(*m_lastVoiceAt, now) >= m_silenceToEnd) {
-        setSpeaking(false);
+        break;
+    case AnswerClock::Voice::ended:
         if (m_micTranscriber.isSegmentRunning()) {
             m_micTranscriber.end();
         }
+        break;
+    case AnswerClock::Voice::unchanged:
+        break;
     }
-}
-
-void SessionController::startAnswerClock(Clock::TimePoint at)
-{
-    appendEvent(QStringLiteral("you_started"),
-                {{QStringLiteral("pair"), m_pairs.isEmpty() ? QString() : m_pairs.last().id}});
-    setAnswering(true);
-    m_speakingStart = at;
-    setLastAnswerDuration(std::nullopt);
-    m_speakingTimer = m_clock.schedule(0.2, true, [this] {
-        if (m_speakingStart) {
-            setSpeakingElapsed(Clock::secondsBetween(*m_speakingStart, m_clock.now()));
-        }
-    });
 }
 
 void SessionController::beginMyAnswerSegment()
@@ -83,37 +71,32 @@ void SessionController::updateMyAnswer(const QString &text, bool final)
     pair.myAnswer = combined;
     if (final) {
         m_committedAnswers.insert(*m_speakingPairID, combined);
-        pair.myAnswerInProgress = m_isAnswering;
+        pair.myAnswerInProgress = m_answerClock.isAnswering();
     }
     emit pairChanged(index);
 }
 
 void SessionController::interviewerTookOver()
 {
-    if (!m_isAnswering) {
-        return;
+    if (m_answerClock.keepAnswerDuration()) {
+        endSpeaking();
     }
-    if (m_speakingStart) {
-        setLastAnswerDuration(Clock::secondsBetween(*m_speakingStart, m_clock.now()));
-    }
-    endSpeaking();
 }
 
 void SessionController::endSpeaking()
 {
-    if (m_isAnswering && m_speakingStart) {
+    if (const std::optional<double> seconds = m_answerClock.answerSeconds()) {
         const QString pairID = m_speakingPairID.value_or(QString());
         const QString text = m_committedAnswers.value(pairID);
         appendEvent(QStringLiteral("you_stopped"),
                     {{QStringLiteral("pair"), pairID},
-                     {QStringLiteral("seconds"), CostModel::rounded(Clock::secondsBetween(*m_speakingStart, m_clock.now()), 1)},
+                     {QStringLiteral("seconds"), CostModel::rounded(*seconds, 1)},
                      {QStringLiteral("words"), qint64(TextRules::wordCount(text))},
                      {QStringLiteral("text"), text}});
     }
     if (m_micTranscriber.isSegmentRunning()) {
         m_micTranscriber.end();
     }
-    m_speakingTimer.reset();
     if (m_speakingPairID) {
         const int index = indexOfPair(*m_speakingPairID);
         if (index >= 0 && m_pairs.at(index).myAnswerInProgress) {
@@ -121,8 +104,5 @@ void SessionController::endSpeaking()
             emit pairChanged(index);
         }
     }
-    setSpeaking(false);
-    setAnswering(false);
-    m_speakingStart.reset();
-    setSpeakingElapsed(0);
+    m_answerClock.end();
 }
