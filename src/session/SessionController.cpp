@@ -4,7 +4,6 @@
 #include "session/IdleInhibitor.h"
 #include "session/MicTranscription.h"
 #include "session/RealtimeLink.h"
-#include "session/SessionLog.h"
 #include "session/SessionSnapshot.h"
 #include "session/TapQueries.h"
 #include "session/TextRules.h"
@@ -37,6 +36,7 @@ SessionController::SessionController(const Components &components, QObject *pare
     , m_recordingPicker(components.recordingPicker)
     , m_runInBackground(components.runInBackground)
     , m_recordingPrompt(components.recordingPrompt)
+    , m_records(components.clock)
     , m_answerClock(components.clock)
 {
     connect(&m_answerClock, &AnswerClock::isSpeakingChanged, this, &SessionController::isSpeakingChanged);
@@ -47,6 +47,13 @@ SessionController::SessionController(const Components &components, QObject *pare
     if (!m_runInBackground) {
         m_runInBackground = [](std::function<void()> job) { QThreadPool::globalInstance()->start(std::move(job)); };
     }
+
+    connect(&m_records, &SessionRecords::fileFailed, this, [this](RecordFaults::File file) {
+        // A start still running says it when the session begins; a stop says it in its banner.
+        if (m_isSessionActive) {
+            showRecordFault(file);
+        }
+    });
 
     // The components deliver these on the GUI thread; each is ignored once this object is gone.
     const std::weak_ptr<bool> alive = m_alive;

@@ -7,6 +7,7 @@
 #include "session/CostModel.h"
 #include "session/QAPair.h"
 #include "session/RecordFaults.h"
+#include "session/SessionRecords.h"
 #include "session/UsageMeter.h"
 
 #include <QHash>
@@ -32,7 +33,6 @@ class RecordingPicker;
 class RecordingTranscription;
 class RecordingTranscriptionPrompt;
 struct RecordingProgress;
-class SessionLog;
 class TapQueries;
 
 // A button shown beside the session banner (SessionController::BannerLink).
@@ -321,10 +321,10 @@ private:
     void startLog();
     void finishLog();
     // Rewrites the transcript now (after a card completes); tells the user once if it fails.
-    void saveTranscript();
-    void appendEvent(const QString &event, const QVariantMap &fields);
+    void saveTranscript() { m_records.saveTranscript(m_pairs); }
+    void appendEvent(const QString &event, const QVariantMap &fields) { m_records.append(event, fields); }
     // A record file could not be written: logged, and the first time a banner says so.
-    void recordFailed(RecordFaults::File file, const QString &path, const QString &error);
+    void recordFailed(RecordFaults::File file, const QString &path, const QString &error) { m_records.fail(file, path, error); }
     void showRecordFault(RecordFaults::File file);
     // The banner and links at Stop: complete files are linked and called saved, the others
     // named with their reason.
@@ -400,8 +400,7 @@ private:
     QString m_appTapPollBundleID;
     Clock::TimePoint m_appTapPollArmedAt{};
     std::unique_ptr<ClockTimer> m_appTapPoll;
-    std::unique_ptr<SessionLog> m_log;
-    QString m_logStamp;
+    SessionRecords m_records;
     QHash<QString, Clock::TimePoint> m_questionAt;
     QSet<QString> m_firstTokenSeen;
     QSet<QString> m_supersededResponses;
@@ -438,8 +437,6 @@ private:
     std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_questionWaits;   // card id -> late-question wait
     qint64 m_droppedDeltas = 0;
     qint64 m_droppedChars = 0;
-    QString m_transcriptPath;
-    RecordFaults m_faults;   // record files of this session that could not be written
     std::unique_ptr<ClockTimer> m_watchdog8;
     std::unique_ptr<ClockTimer> m_watchdog25;
     CaptureHealth m_captureHealth;

@@ -7,7 +7,6 @@
 #include "session/FileRevealer.h"
 #include "session/IdleInhibitor.h"
 #include "session/RealtimeLink.h"
-#include "session/SessionLog.h"
 #include "session/TapQueries.h"
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
@@ -20,37 +19,12 @@ Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 // ---- Records -------------------------------------------------------------------------
 
-void SessionController::appendEvent(const QString &event, const QVariantMap &fields)
-{
-    if (!m_log) {
-        return;
-    }
-    const bool wasFailing = !m_log->error().isEmpty();
-    m_log->append(event, fields);
-    if (!wasFailing && !m_log->error().isEmpty()) {
-        recordFailed(RecordFaults::File::events, m_log->jsonPath(), m_log->error());
-    }
-}
-
-void SessionController::recordFailed(RecordFaults::File file, const QString &path, const QString &error)
-{
-    if (!m_faults.fail(file, path, error)) {
-        return;   // told already
-    }
-    qCWarning(lcSession, "[Ketterbloom] could not write %s: %s", qUtf8Printable(path), qUtf8Printable(error));
-    appendEvent(QStringLiteral("record_failed"), {{QStringLiteral("path"), path}, {QStringLiteral("error"), error}});
-    if (!m_isSessionActive) {
-        return;   // a start still running says it when the session begins; a stop says it in its banner
-    }
-    showRecordFault(file);
-}
-
 void SessionController::showRecordFault(RecordFaults::File file)
 {
     if (file == RecordFaults::File::transcript) {
-        setBanner(m_faults.banner(file), BannerAction::copyTranscript);
+        setBanner(m_records.faults().banner(file), BannerAction::copyTranscript);
     } else {
-        setBannerText(m_faults.banner(file));
+        setBannerText(m_records.faults().banner(file));
     }
 }
 
@@ -62,14 +36,7 @@ void SessionController::log(const QString &message)
 
 void SessionController::startLog()
 {
-    m_faults.clear();
-    m_logStamp = (m_demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_clock.wallNow());
-    const QString folder = sessionFolder();
-    QDir().mkpath(folder);   // a failure leaves the log unopened; the session goes on
-    m_log = std::make_unique<SessionLog>(folder, m_logStamp, m_clock);
-    if (!m_log->error().isEmpty()) {
-        recordFailed(RecordFaults::File::events, m_log->jsonPath(), m_log->error());
-    }
+    m_records.open(sessionFolder(), (m_demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_clock.wallNow()));
     QVariantMap config{{QStringLiteral("model"), m_settings.model()},
                        {QStringLiteral("transcribe_model"), m_settings.transcribeModel()},
                        {QStringLiteral("vad_threshold"), m_settings.vadThreshold()},
@@ -86,7 +53,7 @@ void SessionController::startLog()
 
 void SessionController::finishLog()
 {
-    if (!m_log) {
+    if (!m_records.isOpen()) {
         return;
     }
     if (const std::optional<QVariantMap> totals = m_usage.totals(m_sessionElapsed)) {
@@ -97,13 +64,9 @@ void SessionController::finishLog()
                                                        {QStringLiteral("chars"), m_droppedChars}});
     }
     saveTranscript();
-    m_log->close();   // its sync may fail too
-    if (!m_log->error().isEmpty()) {
-        recordFailed(RecordFaults::File::events, m_log->jsonPath(), m_log->error());
-    }
-    m_log.reset();
+    m_records.close();
     // Only a file that was written completely is offered.
-    setLastTranscriptURL(m_faults.hasFailed(RecordFaults::File::transcript) ? QUrl() : QUrl::fromLocalFile(m_transcriptPath));
+    setLastTranscriptURL(QUrl::fromLocalFile(m_records.completeTranscriptPath()));
     m_questionAt.clear();
     m_firstTokenSeen.clear();
 }
@@ -111,7 +74,8 @@ void SessionController::finishLog()
 void SessionController::showStopSummary(const std::optional<QString> &keptBanner)
 {
     using File = RecordFaults::File;
-    if (m_faults.hasFailed(File::recording)) {
+    const RecordFaults &faults = m_records.faults();
+    if (faults.hasFailed(File::recording)) {
         setLastRecordingURL(QUrl());   // an incomplete recording is not offered
     }
     QList<BannerLink> links;
@@ -141,33 +105,19 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
     if (keptBanner) {
         parts << *keptBanner;   // the reason the session ended comes first
     }
-    if (m_faults.any()) {
-        parts << m_faults.stopText() << QStringLiteral("Copy the cards with Copy Transcript.");
+    if (faults.any()) {
+        parts << faults.stopText() << QStringLiteral("Copy the cards with Copy Transcript.");
     }
-    if (!saved.isEmpty() && (!keptBanner || m_faults.any())) {
+    if (!saved.isEmpty() && (!keptBanner || faults.any())) {
         parts << saved;
     }
     if (parts.isEmpty()) {
         return;
     }
     setBanner(parts.join(QLatin1Char(' ')), links);
-    if (m_faults.any()) {
+    if (faults.any()) {
         setBannerAction(BannerAction::copyTranscript);
     }
-}
-
-void SessionController::saveTranscript()
-{
-    if (!m_log) {
-        return;
-    }
-    const SessionLog::WriteResult written = m_log->writeMarkdown(m_pairs, sessionFolder(), m_logStamp);
-    m_transcriptPath = written.path;
-    if (written.ok()) {
-        m_faults.recover(RecordFaults::File::transcript);   // written whole after all
-        return;
-    }
-    recordFailed(RecordFaults::File::transcript, written.path, written.error);
 }
 
 std::optional<QString> SessionController::costSummary() const

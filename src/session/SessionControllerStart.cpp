@@ -240,10 +240,7 @@ void SessionController::abandonStart(const QString &banner)
     m_client.stop();
     setSessionActive(false);
     setStarting(false);
-    if (m_log) {
-        m_log->close();
-        m_log.reset();
-    }
+    m_records.discard();
     emit startFailed();
 }
 
@@ -339,7 +336,7 @@ void SessionController::finishStarting()
 
     startSessionClock();
     for (const RecordFaults::File file : {RecordFaults::File::events, RecordFaults::File::transcript}) {
-        if (m_faults.hasFailed(file)) {
+        if (m_records.faults().hasFailed(file)) {
             showRecordFault(file);   // found while starting: told now that the session runs
         }
     }
