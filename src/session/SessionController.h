@@ -3,6 +3,7 @@
 #include "audio/AudioTypes.h"
 #include "realtime/RealtimeTypes.h"
 #include "session/AnswerClock.h"
+#include "session/CardBook.h"
 #include "session/Clock.h"
 #include "session/CostModel.h"
 #include "session/QAPair.h"
@@ -113,9 +114,9 @@ public:
     ~SessionController() override;
 
     // --- Published state -------------------------------------------------------------
-    // All cards, oldest first. Not cleared by Start or Stop. A change to one card emits
-    // pairChanged(index); an appended card pairInserted(index); removals pairsReset().
-    const QList<QAPair> &pairs() const { return m_pairs; }
+    // All cards, oldest first, as a list model (views bind to it). Not cleared by Start or Stop.
+    const CardBook &cards() const { return m_cards; }
+    const QList<QAPair> &pairs() const { return m_cards.cards(); }
     RealtimeStatus status() const { return m_status; }
     bool isSessionActive() const { return m_isSessionActive; }
     // From a press of Start until the session is active or the start has failed; Start is
@@ -232,9 +233,6 @@ public:
 signals:
     // A press of Start ended without a session (the banner says why).
     void startFailed();
-    void pairChanged(int index);
-    void pairInserted(int index);
-    void pairsReset();
     void statusChanged();
     void isSessionActiveChanged();
     void isStartingChanged();
@@ -271,21 +269,12 @@ private:
     QString appDisplayName(const QString &bundleID) const;
 
     // Cards: the question side (SessionControllerCards.cpp).
-    bool isContinuation(const QAPair &pair, const QString &text) const;
-    int previousQuestionCard(int index) const;
     void mergeFollowUp(int followUp, int into, const QString &text);
     void extendQuestion(int index, const QString &text);
     int openTurnCard(const QString &itemID);
     // The turn's transcript came back empty: the card goes unless something is on it.
     void questionNotHeard(int index);
-    int cardForItem(const QString &itemID) const;
     void pushHistory();
-    void appendPair(const QAPair &pair);
-    void removePair(int index);
-    // True when a card was removed.
-    bool removeEmptyCompletePairs();
-    int indexOfPair(const QString &id) const;
-    int indexOfResponse(const QString &responseID) const;
     // Marks every unfinished card finished, noting a partial answer as cut short.
     void closeOpenCards();
 
@@ -321,7 +310,7 @@ private:
     void startLog();
     void finishLog();
     // Rewrites the transcript now (after a card completes); tells the user once if it fails.
-    void saveTranscript() { m_records.saveTranscript(m_pairs); }
+    void saveTranscript() { m_records.saveTranscript(m_cards.cards()); }
     void appendEvent(const QString &event, const QVariantMap &fields) { m_records.append(event, fields); }
     // A record file could not be written: logged, and the first time a banner says so.
     void recordFailed(RecordFaults::File file, const QString &path, const QString &error) { m_records.fail(file, path, error); }
@@ -376,7 +365,7 @@ private:
     RecordingTranscriptionPrompt *m_recordingPrompt = nullptr;
 
     // Published.
-    QList<QAPair> m_pairs;
+    CardBook m_cards;
     RealtimeStatus m_status = RealtimeStatus::idle();
     bool m_isSessionActive = false;
     bool m_demo = false;
@@ -415,7 +404,6 @@ private:
     bool m_audioStartInFlight = false;
 
     // Turns and answers.
-    QHash<QString, QString> m_cardOfItem;             // input item -> card id
     QHash<QString, Clock::TimePoint> m_speechStartedAt;   // input item -> when speech began
     QHash<QString, double> m_heardSeconds;            // input item -> seconds of speech heard
     QSet<QString> m_activeResponses;                  // created, not yet done

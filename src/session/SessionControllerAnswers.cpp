@@ -34,7 +34,7 @@ void SessionController::responseCreated(const QString &responseID, bool requeste
         m_announcedResponses.insert(responseID);
     }
     if (responseID.isEmpty() || m_finishedResponses.contains(responseID) || m_activeResponses.contains(responseID)
-        || indexOfResponse(responseID) >= 0) {
+        || m_cards.indexOfResponse(responseID) >= 0) {
         return;
     }
     m_activeResponses.insert(responseID);
@@ -43,15 +43,15 @@ void SessionController::responseCreated(const QString &responseID, bool requeste
         const QString pairID = *std::exchange(m_requestedFor, std::nullopt);
         m_requestTimer.reset();
         m_requestAttempts = 0;
-        const int index = indexOfPair(pairID);
+        const int index = m_cards.indexOf(pairID);
         const bool stale = std::exchange(m_requestStale, false);
-        if (index >= 0 && !stale && !m_pairs.at(index).isComplete) {
+        if (index >= 0 && !stale && !m_cards.at(index).isComplete) {
             attachResponse(index, responseID);
             return;
         }
         // The question grew after we asked: this answer is replaced by one to the whole of it.
         m_supersededResponses.insert(responseID);
-        if (index >= 0 && !m_pairs.at(index).isComplete) {
+        if (index >= 0 && !m_cards.at(index).isComplete) {
             queueAnswer(pairID, true);
         }
         askNextIfIdle();
@@ -67,8 +67,8 @@ void SessionController::responseCreated(const QString &responseID, bool requeste
         return;
     }
     // The service answers a turn by itself: the newest card still waiting for an answer.
-    for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
-        const QAPair &pair = m_pairs.at(i);
+    for (int i = int(m_cards.size()) - 1; i >= 0; --i) {
+        const QAPair &pair = m_cards.at(i);
         if (!pair.isComplete && !pair.responseID && m_requestedFor != pair.id && !m_screenImages.contains(pair.id)) {
             attachResponse(i, responseID);
             return;
@@ -77,12 +77,12 @@ void SessionController::responseCreated(const QString &responseID, bool requeste
     // The answer has overtaken its question; the transcript fills it in later.
     QAPair pair = QAPair::make(QString(), responseID, m_clock.now(), m_clock.wallNow());
     pair.questionInProgress = true;
-    appendPair(pair);
+    m_cards.append(pair);
 }
 
 void SessionController::attachResponse(int index, const QString &responseID)
 {
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     pair.responseID = responseID;
     pair.isComplete = false;
     pair.answer.clear();   // a partial answer from a connection that was cut
@@ -91,7 +91,7 @@ void SessionController::attachResponse(int index, const QString &responseID)
     m_expectsServiceResponse.remove(pair.id);
     m_noServiceResponse.remove(pair.id);
     m_firstTokenSeen.remove(pair.id);
-    emit pairChanged(index);
+    m_cards.changed(index);
 }
 
 void SessionController::ingestDelta(const QString &responseID, const QString &delta)
@@ -113,11 +113,11 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
         dropDelta(responseID, delta.size(), QStringLiteral("unknown_response"));
         return;
     }
-    const int index = indexOfResponse(responseID);
+    const int index = m_cards.indexOfResponse(responseID);
     if (index < 0) {
         return;
     }
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     if (pair.isComplete) {
         dropDelta(responseID, delta.size(), QStringLiteral("card complete"));
         return;
@@ -150,8 +150,8 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
         }
         appendEvent(QStringLiteral("answer_started"), fields);
     }
-    m_pairs[index].answer += piece;
-    emit pairChanged(index);
+    m_cards.card(index).answer += piece;
+    m_cards.changed(index);
     if (piece.size() < delta.size()) {
         noteTruncated(index);
         dropDelta(responseID, delta.size() - piece.size(), QStringLiteral("answer too long"));
@@ -160,12 +160,12 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
 
 void SessionController::noteTruncated(int index)
 {
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     if (pair.answerNote == QAPair::truncatedNote) {
         return;   // noted with the first text dropped
     }
     pair.answerNote = QAPair::truncatedNote;
-    emit pairChanged(index);
+    m_cards.changed(index);
     appendEvent(QStringLiteral("answer_truncated"), {{QStringLiteral("pair"), pair.id},
                                                      {QStringLiteral("response"), pair.responseID.value_or(QString())},
                                                      {QStringLiteral("chars"), qint64(pair.answer.size())}});
@@ -191,21 +191,21 @@ void SessionController::responseEnded(const QString &responseID, const QString &
     if (m_supersededResponses.contains(responseID)) {
         return;
     }
-    const int index = indexOfResponse(responseID);
+    const int index = m_cards.indexOfResponse(responseID);
     if (index < 0) {
         return;
     }
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     const bool failed = status == QLatin1String("failed");
     pair.answerNote = failed ? QAPair::couldNotAnswerNote(reason) : QAPair::cutShortNote;
-    emit pairChanged(index);
+    m_cards.changed(index);
     appendEvent(QStringLiteral("answer_failed"), {{QStringLiteral("pair"), pair.id},
                                                   {QStringLiteral("response"), responseID},
                                                   {QStringLiteral("status"), status},
                                                   {QStringLiteral("reason"), reason}});
     // A passing fault of the service: the question is asked once more when this response is
     // done (and any other answer has finished). The note shows until the new answer starts.
-    const QAPair &ended = m_pairs.at(index);
+    const QAPair &ended = m_cards.at(index);
     if (failed && transient && !ended.isComplete && !m_retriedCards.contains(ended.id) && !ended.question.isEmpty()
         && !ended.questionInProgress) {
         m_retriedCards.insert(ended.id);
@@ -234,31 +234,31 @@ void SessionController::completeResponse(const QString &responseID)
         return;
     }
 
-    const int index = indexOfResponse(responseID);
+    const int index = m_cards.indexOfResponse(responseID);
     if (index >= 0 && m_retryAfterDone.remove(responseID)) {
-        QAPair &pair = m_pairs[index];
+        QAPair &pair = m_cards.card(index);
         pair.responseID.reset();
         queueAnswer(pair.id, true);
         askNextIfIdle();
         return;
     }
     if (index >= 0) {
-        m_pairs[index].isComplete = true;
-        m_screenImages.remove(m_pairs.at(index).id);
+        m_cards.card(index).isComplete = true;
+        m_screenImages.remove(m_cards.at(index).id);
         // On disk before anyone hears of it, so that a crash from here on keeps the card.
         saveTranscript();
-        const QAPair &pair = m_pairs.at(index);
+        const QAPair &pair = m_cards.at(index);
         appendEvent(QStringLiteral("answer_done"), {{QStringLiteral("pair"), pair.id},
                                                     {QStringLiteral("chars"), qint64(TextRules::characterCount(pair.answer))},
                                                     {QStringLiteral("question"), pair.question},
                                                     {QStringLiteral("answer"), pair.answer}});
-        emit pairChanged(index);
-        if (m_pairs.at(index).questionInProgress) {
-            awaitLateQuestion(m_pairs.at(index).id);
+        m_cards.changed(index);
+        if (m_cards.at(index).questionInProgress) {
+            awaitLateQuestion(m_cards.at(index).id);
         }
     }
 
-    if (removeEmptyCompletePairs()) {
+    if (m_cards.removeEmptyComplete()) {
         saveTranscript();
     }
     pushHistory();
@@ -289,9 +289,9 @@ void SessionController::askNextIfIdle()
     }
     while (!m_answerQueue.isEmpty()) {
         const QString pairID = m_answerQueue.takeFirst();
-        const int index = indexOfPair(pairID);
-        if (index < 0 || m_pairs.at(index).isComplete || m_pairs.at(index).responseID || m_pairs.at(index).question.isEmpty()
-            || m_pairs.at(index).questionInProgress) {
+        const int index = m_cards.indexOf(pairID);
+        if (index < 0 || m_cards.at(index).isComplete || m_cards.at(index).responseID || m_cards.at(index).question.isEmpty()
+            || m_cards.at(index).questionInProgress) {
             continue;
         }
         requestAnswer(pairID);
@@ -301,7 +301,7 @@ void SessionController::askNextIfIdle()
 
 void SessionController::requestAnswer(const QString &pairID)
 {
-    const int index = indexOfPair(pairID);
+    const int index = m_cards.indexOf(pairID);
     m_requestedFor = pairID;
     m_requestStale = false;
     ++m_requestAttempts;
@@ -315,7 +315,7 @@ void SessionController::requestAnswer(const QString &pairID)
             return;
         }
     } else {
-        m_client.regenerate(m_pairs.at(index).question);
+        m_client.regenerate(m_cards.at(index).question);
     }
     m_requestTimer = m_clock.schedule(kRequestTimeoutSeconds, false, [this, pairID] {
         m_requestTimer.reset();
@@ -323,12 +323,12 @@ void SessionController::requestAnswer(const QString &pairID)
             return;
         }
         m_requestedFor.reset();
-        const int card = indexOfPair(pairID);
+        const int card = m_cards.indexOf(pairID);
         if (card >= 0 && m_requestAttempts >= kMaxRequestAttempts) {
             m_requestAttempts = 0;
-            m_pairs[card].isComplete = true;
-            m_pairs[card].answerNote = QAPair::couldNotAnswerNote(QStringLiteral("no response"));
-            emit pairChanged(card);
+            m_cards.card(card).isComplete = true;
+            m_cards.card(card).answerNote = QAPair::couldNotAnswerNote(QStringLiteral("no response"));
+            m_cards.changed(card);
             appendEvent(QStringLiteral("answer_failed"), {{QStringLiteral("pair"), pairID},
                                                           {QStringLiteral("status"), QStringLiteral("no_response")},
                                                           {QStringLiteral("reason"), QStringLiteral("no response")}});
@@ -361,8 +361,8 @@ void SessionController::connectionConfigured()
     m_serviceAnswerChecks.clear();
 
     QList<QString> queue;
-    for (int i = 0; i < m_pairs.size(); ++i) {
-        QAPair &pair = m_pairs[i];
+    for (int i = 0; i < m_cards.size(); ++i) {
+        QAPair &pair = m_cards.card(i);
         if (pair.isComplete && !pair.questionInProgress) {
             continue;
         }
@@ -376,13 +376,13 @@ void SessionController::connectionConfigured()
                 pair.answerNote = QAPair::cutShortNote;
             }
         }
-        emit pairChanged(i);
+        m_cards.changed(i);
     }
     m_answerQueue = queue;
     if (!queue.isEmpty()) {
         appendEvent(QStringLiteral("answers_reasked"), {{QStringLiteral("pairs"), qint64(queue.size())}});
     }
-    removeEmptyCompletePairs();
+    m_cards.removeEmptyComplete();
     askNextIfIdle();
 }
 
@@ -390,8 +390,8 @@ void SessionController::connectionConfigured()
 
 void SessionController::closeOpenCards()
 {
-    for (int i = 0; i < m_pairs.size(); ++i) {
-        QAPair &pair = m_pairs[i];
+    for (int i = 0; i < m_cards.size(); ++i) {
+        QAPair &pair = m_cards.card(i);
         if (pair.isComplete && !pair.questionInProgress) {
             continue;
         }
@@ -402,7 +402,7 @@ void SessionController::closeOpenCards()
         pair.questionMissing = pair.questionMissing
             || (pair.questionInProgress && pair.question.isEmpty() && !pair.answer.isEmpty());
         pair.questionInProgress = false;
-        emit pairChanged(i);
+        m_cards.changed(i);
     }
     m_answerQueue.clear();
     m_screenImages.clear();
@@ -418,31 +418,10 @@ void SessionController::closeOpenCards()
     m_supersededResponses.clear();
     m_retryAfterDone.clear();
     m_questionWaits.clear();
-    removeEmptyCompletePairs();
-}
-
-bool SessionController::removeEmptyCompletePairs()
-{
-    const qsizetype removed = m_pairs.removeIf([](const QAPair &pair) {
-        // A turn card still waiting for its transcript stays; a card an answer opened goes.
-        return pair.isComplete && (!pair.questionInProgress || pair.itemID.isEmpty()) && !pair.questionFailed
-            && pair.question.isEmpty() && pair.answer.isEmpty() && pair.myAnswer.isEmpty();
-    });
-    if (removed > 0) {
-        emit pairsReset();
-    }
-    return removed > 0;
+    m_cards.removeEmptyComplete();
 }
 
 void SessionController::pushHistory()
 {
-    // Finished cards only: an unfinished one is asked again after a reconnect.
-    History history;
-    for (const QAPair &pair : std::as_const(m_pairs)) {
-        const QString question = pair.questionInProgress ? QString() : pair.question;
-        if (pair.isComplete && (!question.isEmpty() || !pair.answer.isEmpty())) {
-            history.append(HistoryEntry{question, pair.answer});
-        }
-    }
-    m_client.updateHistory(history);
+    m_client.updateHistory(m_cards.history());
 }

@@ -7,22 +7,7 @@
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
 
-#include <array>
-
 namespace {
-
-// Openers that mark a transcript as continuing the previous question.
-const std::array<QLatin1StringView, 26> kFollowUpOpeners = {
-    QLatin1StringView("and "),          QLatin1StringView("also "),        QLatin1StringView("plus "),
-    QLatin1StringView("or "),           QLatin1StringView("but "),         QLatin1StringView("so "),
-    QLatin1StringView("as in "),        QLatin1StringView("i mean "),      QLatin1StringView("sorry "),
-    QLatin1StringView("specifically "), QLatin1StringView("in particular "), QLatin1StringView("for example "),
-    QLatin1StringView("for instance "), QLatin1StringView("especially "),  QLatin1StringView("particularly "),
-    QLatin1StringView("including "),    QLatin1StringView("such as "),     QLatin1StringView("like "),
-    QLatin1StringView("maybe "),        QLatin1StringView("just "),        QLatin1StringView("actually "),
-    QLatin1StringView("what i mean "),  QLatin1StringView("to be clear "), QLatin1StringView("that is "),
-    QLatin1StringView("ie "),           QLatin1StringView("eg "),
-};
 
 // How long a merged question waits for the service's own answer to the follow-up (which
 // our request then replaces) before asking anyway.
@@ -31,52 +16,7 @@ constexpr double kMergeWaitSeconds = 2.0;
 // starting before we ask for it.
 constexpr double kServiceAnswerGraceSeconds = 5.0;
 
-// A card opened for the user's words before any question, on which nothing has landed.
-bool isEmptyPlaceholder(const QAPair &pair)
-{
-    return pair.isComplete && pair.question.isEmpty() && pair.answer.isEmpty() && pair.myAnswer.isEmpty()
-        && !pair.questionFailed && !pair.questionInProgress && !pair.responseID && pair.itemID.isEmpty();
-}
-
 } // namespace
-
-int SessionController::indexOfPair(const QString &id) const
-{
-    for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
-        if (m_pairs.at(i).id == id) {
-            return i;
-        }
-    }
-    return -1;
-}
-
-int SessionController::indexOfResponse(const QString &responseID) const
-{
-    for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
-        if (m_pairs.at(i).responseID == responseID) {
-            return i;
-        }
-    }
-    return -1;
-}
-
-int SessionController::cardForItem(const QString &itemID) const
-{
-    const auto found = m_cardOfItem.constFind(itemID);
-    return itemID.isEmpty() || found == m_cardOfItem.constEnd() ? -1 : indexOfPair(*found);
-}
-
-void SessionController::appendPair(const QAPair &pair)
-{
-    m_pairs.append(pair);
-    emit pairInserted(int(m_pairs.size()) - 1);
-}
-
-void SessionController::removePair(int index)
-{
-    m_pairs.removeAt(index);
-    emit pairsReset();
-}
 
 // ---- The service's turns -------------------------------------------------------------
 
@@ -99,36 +39,36 @@ void SessionController::speechStopped(const QString &itemID)
 
 int SessionController::openTurnCard(const QString &itemID)
 {
-    int index = cardForItem(itemID);
+    int index = m_cards.cardForItem(itemID);
     if (index >= 0) {
         return index;
     }
     const bool busy = !m_activeResponses.isEmpty() || m_requestedFor.has_value();
-    if (!m_pairs.isEmpty()) {
+    if (!m_cards.isEmpty()) {
         // The service created this turn's response before it reported the end of speech.
-        QAPair &last = m_pairs.last();
+        QAPair &last = m_cards.card(m_cards.size() - 1);
         if (last.itemID.isEmpty() && last.questionInProgress && last.question.isEmpty() && last.responseID
-            && !last.questionFailed && !m_cardOfItem.values().contains(last.id)) {
+            && !last.questionFailed && !m_cards.hasItemFor(last.id)) {
             last.itemID = itemID;
-            m_cardOfItem.insert(itemID, last.id);
-            return int(m_pairs.size()) - 1;
+            m_cards.assignItem(itemID, last.id);
+            return int(m_cards.size()) - 1;
         }
     }
-    const bool reuse = !m_pairs.isEmpty() && isEmptyPlaceholder(m_pairs.last());
+    const bool reuse = !m_cards.isEmpty() && CardBook::isEmptyPlaceholder(m_cards.last());
     if (!reuse) {
-        appendPair(QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow()));
+        m_cards.append(QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow()));
     }
-    index = int(m_pairs.size()) - 1;
-    QAPair &pair = m_pairs[index];
+    index = int(m_cards.size()) - 1;
+    QAPair &pair = m_cards.card(index);
     pair.itemID = itemID;
     pair.questionInProgress = true;
     pair.isComplete = false;
     pair.lastQuestionAt = m_clock.now();
-    m_cardOfItem.insert(itemID, pair.id);
+    m_cards.assignItem(itemID, pair.id);
     // With turn detection the service answers a turn by itself, unless a response is running.
     (busy ? m_noServiceResponse : m_expectsServiceResponse).insert(pair.id);
     if (reuse) {
-        emit pairChanged(index);
+        m_cards.changed(index);
     }
     return index;
 }
@@ -136,12 +76,12 @@ int SessionController::openTurnCard(const QString &itemID)
 void SessionController::ingestTranscriptDelta(const QString &itemID, const QString &delta)
 {
     const int index = openTurnCard(itemID);
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     if (!pair.questionInProgress || delta.isEmpty()) {
         return;
     }
     pair.question += delta;
-    emit pairChanged(index);
+    m_cards.changed(index);
 }
 
 void SessionController::ingestTranscript(const QString &itemID, const QString &text)
@@ -149,19 +89,19 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
     const bool wasSpeaking = m_answerClock.isSpeaking();   // read before the other side ends the user's answer
     interviewerTookOver();
 
-    int index = cardForItem(itemID);
-    if (index >= 0 && !m_pairs.at(index).questionInProgress && !m_pairs.at(index).questionMissing) {
+    int index = m_cards.cardForItem(itemID);
+    if (index >= 0 && !m_cards.at(index).questionInProgress && !m_cards.at(index).questionMissing) {
         index = -1;   // that card has its question already
     }
     if (index < 0) {
         // Without speech events: the card an answer opened before its question arrived.
-        for (int i = int(m_pairs.size()) - 1; i >= 0 && index < 0; --i) {
-            if (m_pairs.at(i).questionInProgress && m_pairs.at(i).itemID.isEmpty()) {
+        for (int i = int(m_cards.size()) - 1; i >= 0 && index < 0; --i) {
+            if (m_cards.at(i).questionInProgress && m_cards.at(i).itemID.isEmpty()) {
                 index = i;
             }
         }
-        if (index < 0 && !m_pairs.isEmpty() && isEmptyPlaceholder(m_pairs.last())) {
-            index = int(m_pairs.size()) - 1;
+        if (index < 0 && !m_cards.isEmpty() && CardBook::isEmptyPlaceholder(m_cards.last())) {
+            index = int(m_cards.size()) - 1;
         }
     }
     const bool nothingSaid = text.trimmed().isEmpty();
@@ -169,22 +109,22 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
         if (nothingSaid) {
             return;
         }
-        appendPair(QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow()));
-        index = int(m_pairs.size()) - 1;
+        m_cards.append(QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow()));
+        index = int(m_cards.size()) - 1;
     }
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     if (!itemID.isEmpty()) {
         if (pair.itemID.isEmpty()) {
             pair.itemID = itemID;
         }
-        m_cardOfItem.insert(itemID, pair.id);
+        m_cards.assignItem(itemID, pair.id);
     }
     if (nothingSaid) {
         questionNotHeard(index);
         return;
     }
 
-    if (isEmptyPlaceholder(pair)) {
+    if (CardBook::isEmptyPlaceholder(pair)) {
         pair.isComplete = false;
     }
     pair.question = text;
@@ -193,10 +133,12 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
     pair.questionMissing = false;
     m_questionWaits.erase(pair.id);
     pair.lastQuestionAt = m_clock.now();
-    emit pairChanged(index);
+    m_cards.changed(index);
 
-    const int previous = previousQuestionCard(index);
-    if (previous >= 0 && isContinuation(m_pairs.at(previous), text)) {
+    const int previous = m_cards.previousQuestionCard(index);
+    if (previous >= 0
+        && isFollowUp(m_cards.at(previous), text, Clock::secondsBetween(m_cards.at(previous).lastQuestionAt, m_clock.now()),
+                      m_settings.followUpWindow())) {
         mergeFollowUp(index, previous, text);
         return;
     }
@@ -217,8 +159,8 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
             m_serviceAnswerChecks[id] = m_clock.schedule(kServiceAnswerGraceSeconds, false, [this, id] {
                 const QString pairID = id;
                 m_serviceAnswerChecks.erase(pairID);   // this timer ends with its action
-                const int card = indexOfPair(pairID);
-                if (card >= 0 && !m_pairs.at(card).isComplete && !m_pairs.at(card).responseID
+                const int card = m_cards.indexOf(pairID);
+                if (card >= 0 && !m_cards.at(card).isComplete && !m_cards.at(card).responseID
                     && m_expectsServiceResponse.remove(pairID)) {
                     log(QStringLiteral("The service did not answer a question by itself; asking for it"));
                     queueAnswer(pairID, false);
@@ -228,7 +170,7 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
         }
     }
     pushHistory();
-    if (m_pairs.at(index).isComplete) {
+    if (m_cards.at(index).isComplete) {
         saveTranscript();
     }
     askNextIfIdle();
@@ -237,7 +179,7 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
 void SessionController::questionNotHeard(int index)
 {
     // Noise: the card goes unless something is on it.
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     pair.questionInProgress = false;
     pair.question.clear();
     if (pair.answer.isEmpty() && pair.myAnswer.isEmpty()) {
@@ -247,11 +189,11 @@ void SessionController::questionNotHeard(int index)
         m_answerQueue.removeAll(pair.id);
         m_expectsServiceResponse.remove(pair.id);
         m_noServiceResponse.remove(pair.id);
-        removePair(index);
+        m_cards.removeAt(index);
         askNextIfIdle();
     } else {
         pair.isComplete = pair.isComplete || (!pair.responseID && !isAwaited(pair));
-        emit pairChanged(index);
+        m_cards.changed(index);
     }
 }
 
@@ -259,7 +201,7 @@ void SessionController::transcriptFailed(const QString &itemID, const QString &m
 {
     interviewerTookOver();
     const int index = openTurnCard(itemID);
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     pair.questionInProgress = false;
     pair.questionMissing = false;
     pair.questionFailed = true;
@@ -270,63 +212,19 @@ void SessionController::transcriptFailed(const QString &itemID, const QString &m
         pair.isComplete = true;
         m_noServiceResponse.remove(id);
     }
-    emit pairChanged(index);
+    m_cards.changed(index);
     appendEvent(QStringLiteral("question_failed"), {{QStringLiteral("pair"), id}, {QStringLiteral("message"), message}});
-    if (m_pairs.at(index).isComplete) {
+    if (m_cards.at(index).isComplete) {
         saveTranscript();
     }
 }
 
 // ---- Follow-ups ----------------------------------------------------------------------
 
-int SessionController::previousQuestionCard(int index) const
-{
-    for (int i = index - 1; i >= 0; --i) {
-        const QAPair &pair = m_pairs.at(i);
-        if (pair.questionFailed || pair.questionInProgress || pair.questionMissing) {
-            return -1;   // an unknown question sits in between
-        }
-        if (!pair.question.isEmpty()) {
-            return i;
-        }
-    }
-    return -1;
-}
-
-bool SessionController::isContinuation(const QAPair &pair, const QString &text) const
-{
-    const double window = m_settings.followUpWindow();
-    if (!(window > 0) || pair.question.isEmpty() || !pair.screenThumbnail.isEmpty()) {
-        return false;   // a screen question is never extended by speech
-    }
-    if (Clock::secondsBetween(pair.lastQuestionAt, m_clock.now()) > window) {
-        return false;
-    }
-    const QString trimmed = text.trimmed();
-    if (trimmed.isEmpty()) {
-        return false;
-    }
-    const QString lower = trimmed.toLower();
-    for (const QLatin1StringView opener : kFollowUpOpeners) {
-        if (lower.startsWith(opener)) {
-            return true;
-        }
-    }
-    if (trimmed.at(0).isLower()) {
-        return true;
-    }
-    const QString previous = TextRules::trimBlanks(pair.question);
-    if (previous.isEmpty()) {
-        return false;
-    }
-    const QChar last = previous.back();
-    return last != QLatin1Char('.') && last != QLatin1Char('?') && last != QLatin1Char('!');
-}
-
 void SessionController::mergeFollowUp(int followUp, int into, const QString &text)
 {
-    const QAPair follow = m_pairs.at(followUp);
-    const QString intoID = m_pairs.at(into).id;
+    const QAPair follow = m_cards.at(followUp);
+    const QString intoID = m_cards.at(into).id;
     // The follow-up's own answer is replaced by the answer to the whole question.
     if (follow.responseID && !m_finishedResponses.contains(*follow.responseID)) {
         m_supersededResponses.insert(*follow.responseID);
@@ -335,22 +233,18 @@ void SessionController::mergeFollowUp(int followUp, int into, const QString &tex
     m_answerQueue.removeAll(follow.id);
     m_expectsServiceResponse.remove(follow.id);
     m_noServiceResponse.remove(follow.id);
-    for (auto it = m_cardOfItem.begin(); it != m_cardOfItem.end(); ++it) {
-        if (it.value() == follow.id) {
-            it.value() = intoID;
-        }
-    }
+    m_cards.moveItems(follow.id, intoID);
     // Words the user said on the follow-up's card stay with the question.
     if (!follow.myAnswer.isEmpty()) {
-        QString &mine = m_pairs[into].myAnswer;
+        QString &mine = m_cards.card(into).myAnswer;
         mine = mine.isEmpty() ? follow.myAnswer : mine + QLatin1Char(' ') + follow.myAnswer;
         m_committedAnswers.insert(intoID, mine);
     }
     if (m_speakingPairID == follow.id) {
         m_speakingPairID = intoID;
     }
-    removePair(followUp);
-    extendQuestion(indexOfPair(intoID), text);
+    m_cards.removeAt(followUp);
+    extendQuestion(m_cards.indexOf(intoID), text);
 
     if (serviceAnswerPending) {
         // The service is about to answer the follow-up alone; that answer is replaced as soon
@@ -374,7 +268,7 @@ void SessionController::mergeFollowUp(int followUp, int into, const QString &tex
 
 void SessionController::extendQuestion(int index, const QString &text)
 {
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     QString merged = pair.question + QLatin1Char(' ') + text;
     merged.replace(QStringLiteral("  "), QStringLiteral(" "));   // one pass: three blanks become two
     merged = TextRules::trimBlanks(merged);
@@ -390,7 +284,7 @@ void SessionController::extendQuestion(int index, const QString &text)
     pair.isComplete = false;
     pair.responseID.reset();
     const QString id = pair.id;
-    emit pairChanged(index);
+    m_cards.changed(index);
 
     m_questionAt.insert(id, m_clock.now());
     m_firstTokenSeen.remove(id);

@@ -134,12 +134,12 @@ void SessionController::recordTranscriptionUsage(const QString &itemID, const QV
 {
     const QString model = m_usage.transcribeModel().isEmpty() ? m_settings.transcribeModel() : m_usage.transcribeModel();
     QVariantMap fields = m_usage.addMeetingTranscription(usage, model, m_heardSeconds.value(itemID));
-    int index = cardForItem(itemID);
-    fields.insert(QStringLiteral("pair"), index >= 0 ? m_pairs.at(index).id : QString());
+    int index = m_cards.cardForItem(itemID);
+    fields.insert(QStringLiteral("pair"), index >= 0 ? m_cards.at(index).id : QString());
     appendEvent(QStringLiteral("transcription_usage"), fields);
     // The usage follows the completed transcript at once; a turn still waiting for its
     // question then had nothing in it that could be transcribed.
-    if (index >= 0 && m_pairs.at(index).questionInProgress) {
+    if (index >= 0 && m_cards.at(index).questionInProgress) {
         questionNotHeard(index);
     }
 }
@@ -154,13 +154,7 @@ void SessionController::transcribeModelFellBack(const QString &refused, const QS
 
 QString SessionController::transcriptForExport() const
 {
-    QStringList blocks;
-    for (const QAPair &pair : m_pairs) {
-        blocks << QStringLiteral("[") + pair.timestamp + QStringLiteral("] Q: ")
-                + pair.recordedQuestion()
-                + QStringLiteral("\nA: ") + pair.answer;
-    }
-    return blocks.join(QStringLiteral("\n\n"));
+    return m_cards.exportText();
 }
 
 // ---- Session clock -------------------------------------------------------------------

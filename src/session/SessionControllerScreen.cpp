@@ -20,7 +20,7 @@ bool SessionController::askAboutScreen(const QByteArray &jpeg, const QByteArray 
     }
     QAPair pair = QAPair::make(screenQuestionText, std::nullopt, m_clock.now(), m_clock.wallNow());
     pair.screenThumbnail = thumbnail;
-    appendPair(pair);
+    m_cards.append(pair);
     // Kept until the card is answered, so a reconnect can ask again; never re-seeded.
     m_screenImages.insert(pair.id, jpeg);
     m_questionAt.insert(pair.id, m_clock.now());
@@ -30,7 +30,7 @@ bool SessionController::askAboutScreen(const QByteArray &jpeg, const QByteArray 
     const QString pairID = pair.id;
     queueAnswer(pairID, false);
     askNextIfIdle();
-    return indexOfPair(pairID) >= 0;   // gone: the link refused the picture on the spot
+    return m_cards.indexOf(pairID) >= 0;   // gone: the link refused the picture on the spot
 }
 
 void SessionController::screenQuestionFailed(const QString &message)
@@ -46,10 +46,9 @@ void SessionController::sendScreenQuestion(const QString &pairID)
     }
     // Nothing was sent, so no card stays behind.
     m_screenImages.remove(pairID);
-    const int index = indexOfPair(pairID);
+    const int index = m_cards.indexOf(pairID);
     if (index >= 0) {
-        m_pairs.removeAt(index);
-        emit pairsReset();
+        m_cards.removeAt(index);
     }
     setBannerText(QStringLiteral("This connection cannot send pictures — nothing was sent."));
 }

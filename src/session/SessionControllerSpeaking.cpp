@@ -15,7 +15,7 @@ void SessionController::trackSpeaking(float micLevel)
     const AnswerClock::Heard heard = m_answerClock.hear(micLevel);
     if (heard.answerStarted) {
         appendEvent(QStringLiteral("you_started"),
-                    {{QStringLiteral("pair"), m_pairs.isEmpty() ? QString() : m_pairs.last().id}});
+                    {{QStringLiteral("pair"), m_cards.isEmpty() ? QString() : m_cards.last().id}});
     }
     switch (heard.voice) {
     case AnswerClock::Voice::started:
@@ -42,17 +42,17 @@ void SessionController::beginMyAnswerSegment()
     if (!m_settings.transcribeMyAnswers()) {
         return;
     }
-    if (m_pairs.isEmpty()) {
+    if (m_cards.isEmpty()) {
         QAPair placeholder = QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow());
         placeholder.isComplete = true;
-        appendPair(placeholder);
+        m_cards.append(placeholder);
     }
-    const int index = int(m_pairs.size()) - 1;
-    QAPair &pair = m_pairs[index];
+    const int index = int(m_cards.size()) - 1;
+    QAPair &pair = m_cards.card(index);
     m_speakingPairID = pair.id;
     pair.myAnswerInProgress = true;
     m_committedAnswers.insert(pair.id, pair.myAnswer);
-    emit pairChanged(index);
+    m_cards.changed(index);
     m_micTranscriber.begin();
 }
 
@@ -61,19 +61,19 @@ void SessionController::updateMyAnswer(const QString &text, bool final)
     if (!m_speakingPairID) {
         return;
     }
-    const int index = indexOfPair(*m_speakingPairID);
+    const int index = m_cards.indexOf(*m_speakingPairID);
     if (index < 0) {
         return;
     }
     const QString committed = m_committedAnswers.value(*m_speakingPairID);
     const QString combined = committed.isEmpty() ? text : committed + QLatin1Char(' ') + text;
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     pair.myAnswer = combined;
     if (final) {
         m_committedAnswers.insert(*m_speakingPairID, combined);
         pair.myAnswerInProgress = m_answerClock.isAnswering();
     }
-    emit pairChanged(index);
+    m_cards.changed(index);
 }
 
 void SessionController::interviewerTookOver()
@@ -98,10 +98,10 @@ void SessionController::endSpeaking()
         m_micTranscriber.end();
     }
     if (m_speakingPairID) {
-        const int index = indexOfPair(*m_speakingPairID);
-        if (index >= 0 && m_pairs.at(index).myAnswerInProgress) {
-            m_pairs[index].myAnswerInProgress = false;
-            emit pairChanged(index);
+        const int index = m_cards.indexOf(*m_speakingPairID);
+        if (index >= 0 && m_cards.at(index).myAnswerInProgress) {
+            m_cards.card(index).myAnswerInProgress = false;
+            m_cards.changed(index);
         }
     }
     m_answerClock.end();

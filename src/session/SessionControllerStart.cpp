@@ -192,7 +192,7 @@ void SessionController::continueStartWithMic(bool granted)
     m_droppedResponses.clear();
     m_droppedDeltas = 0;
     m_droppedChars = 0;
-    m_cardOfItem.clear();
+    m_cards.forgetItems();
     m_speechStartedAt.clear();
     m_heardSeconds.clear();
     startLog();
