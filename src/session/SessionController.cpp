@@ -38,7 +38,11 @@ SessionController::SessionController(const Components &components, QObject *pare
     , m_recordingPrompt(components.recordingPrompt)
     , m_records(components.clock)
     , m_answerClock(components.clock)
+    , m_scheduler(components.clock, m_cards)
 {
+    m_scheduler.ask = [this](const QString &pairID) { return askFor(pairID); };
+    m_scheduler.giveUp = [this](const QString &pairID) { giveUpOn(pairID); };
+    m_scheduler.log = [this](const QString &message) { log(message); };
     connect(&m_answerClock, &AnswerClock::isSpeakingChanged, this, &SessionController::isSpeakingChanged);
     connect(&m_answerClock, &AnswerClock::isAnsweringChanged, this, &SessionController::isAnsweringChanged);
     connect(&m_answerClock, &AnswerClock::speakingElapsedChanged, this, &SessionController::speakingElapsedChanged);

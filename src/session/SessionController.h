@@ -3,6 +3,7 @@
 #include "audio/AudioTypes.h"
 #include "realtime/RealtimeTypes.h"
 #include "session/AnswerClock.h"
+#include "session/AnswerScheduler.h"
 #include "session/CardBook.h"
 #include "session/Clock.h"
 #include "session/CostModel.h"
@@ -279,11 +280,11 @@ private:
     void closeOpenCards();
 
     // Cards: the answer side and housekeeping (SessionControllerAnswers.cpp).
-    bool isAwaited(const QAPair &pair) const;
     void attachResponse(int index, const QString &responseID);
-    void queueAnswer(const QString &pairID, bool first);
-    void askNextIfIdle();
-    void requestAnswer(const QString &pairID);
+    // The scheduler's hooks: sends the request for a card (false: refused, card removed);
+    // finishes a card nothing answered.
+    bool askFor(const QString &pairID);
+    void giveUpOn(const QString &pairID);
     void dropDelta(const QString &responseID, qsizetype chars, const QString &reason);
     // Text was dropped at the length cap: the card's note and one event.
     void noteTruncated(int index);
@@ -298,8 +299,8 @@ private:
     void giveUpWaitingQuestions(const QString &newItemID);
 
     // Screen questions: sends the picture of the screen-question card `pairID`. A link that
-    // refuses pictures removes the card, with a banner.
-    void sendScreenQuestion(const QString &pairID);
+    // refuses pictures removes the card, with a banner, and the result is false.
+    bool sendScreenQuestion(const QString &pairID);
 
     // Speaking.
     void beginMyAnswerSegment();
@@ -392,9 +393,8 @@ private:
     SessionRecords m_records;
     QHash<QString, Clock::TimePoint> m_questionAt;
     QSet<QString> m_firstTokenSeen;
-    QSet<QString> m_supersededResponses;
-    QHash<QString, QByteArray> m_screenImages; // screen-question cards not yet answered: their JPEG
     AnswerClock m_answerClock;
+    AnswerScheduler m_scheduler;
     std::optional<Clock::TimePoint> m_sessionStart;
     std::unique_ptr<ClockTimer> m_sessionTimer;
     bool m_idleInhibited = false;
@@ -406,22 +406,7 @@ private:
     // Turns and answers.
     QHash<QString, Clock::TimePoint> m_speechStartedAt;   // input item -> when speech began
     QHash<QString, double> m_heardSeconds;            // input item -> seconds of speech heard
-    QSet<QString> m_activeResponses;                  // created, not yet done
-    QSet<QString> m_finishedResponses;                // done this session
-    QSet<QString> m_expectsServiceResponse;           // turn cards the service should answer itself
-    QSet<QString> m_noServiceResponse;                // turn cards that ended while a response ran
-    QList<QString> m_answerQueue;                     // cards waiting to be asked, in order
-    std::optional<QString> m_requestedFor;            // the card our outstanding request is for
-    bool m_requestStale = false;                      // its question changed after we asked
-    int m_requestAttempts = 0;                        // unanswered requests for that card
-    std::unique_ptr<ClockTimer> m_requestTimer;
-    std::optional<QString> m_mergeAwaitingServiceResponse;   // merged card waiting to cancel the follow-up's response
-    std::unique_ptr<ClockTimer> m_mergeWait;
-    std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_serviceAnswerChecks;   // card id -> check
     QSet<QString> m_droppedResponses;                 // responses with a drop already logged
-    QSet<QString> m_announcedResponses;               // response.created seen on this socket
-    QSet<QString> m_retriedCards;                     // cards asked again after a passing failure
-    QSet<QString> m_retryAfterDone;                   // failed responses whose card is asked again when done
     std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_questionWaits;   // card id -> late-question wait
     qint64 m_droppedDeltas = 0;
     qint64 m_droppedChars = 0;

@@ -1,7 +1,6 @@
 // Question and answer cards, the answer side: responses created by the service or asked
-// for by us, streamed answer text, responses that end badly, completion, and asking again
-// for every question left without an answer (a turn that ended while another answer ran,
-// a follow-up merged into its question, a card cut off by a reconnect).
+// for by us, streamed answer text, responses that end badly, completion, and the cards of a
+// new socket. Which card a response answers and what is asked again: AnswerScheduler.
 
 #include "session/SessionController.h"
 
@@ -12,67 +11,15 @@
 
 Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
-namespace {
-
-// A request of ours that no response has answered after this long is made again; after
-// the second time the card is given up with a note.
-constexpr double kRequestTimeoutSeconds = 20.0;
-constexpr int kMaxRequestAttempts = 2;
-
-} // namespace
-
-bool SessionController::isAwaited(const QAPair &pair) const
-{
-    return pair.questionInProgress || m_answerQueue.contains(pair.id) || m_requestedFor == pair.id
-        || m_expectsServiceResponse.contains(pair.id) || m_noServiceResponse.contains(pair.id)
-        || m_mergeAwaitingServiceResponse == pair.id;
-}
-
 void SessionController::responseCreated(const QString &responseID, bool requested)
 {
-    if (!responseID.isEmpty()) {
-        m_announcedResponses.insert(responseID);
-    }
-    if (responseID.isEmpty() || m_finishedResponses.contains(responseID) || m_activeResponses.contains(responseID)
-        || m_cards.indexOfResponse(responseID) >= 0) {
+    const std::optional<QString> cardID = m_scheduler.responseCreated(responseID, requested);
+    if (!cardID) {
         return;
     }
-    m_activeResponses.insert(responseID);
-
-    if (requested && m_requestedFor) {
-        const QString pairID = *std::exchange(m_requestedFor, std::nullopt);
-        m_requestTimer.reset();
-        m_requestAttempts = 0;
-        const int index = m_cards.indexOf(pairID);
-        const bool stale = std::exchange(m_requestStale, false);
-        if (index >= 0 && !stale && !m_cards.at(index).isComplete) {
-            attachResponse(index, responseID);
-            return;
-        }
-        // The question grew after we asked: this answer is replaced by one to the whole of it.
-        m_supersededResponses.insert(responseID);
-        if (index >= 0 && !m_cards.at(index).isComplete) {
-            queueAnswer(pairID, true);
-        }
-        askNextIfIdle();
+    if (!cardID->isEmpty()) {
+        attachResponse(m_cards.indexOf(*cardID), responseID);
         return;
-    }
-    if (m_mergeAwaitingServiceResponse) {
-        // The service's own answer to a follow-up that is now part of the previous question.
-        m_supersededResponses.insert(responseID);
-        const QString pairID = *std::exchange(m_mergeAwaitingServiceResponse, std::nullopt);
-        m_mergeWait.reset();
-        queueAnswer(pairID, true);
-        askNextIfIdle();
-        return;
-    }
-    // The service answers a turn by itself: the newest card still waiting for an answer.
-    for (int i = int(m_cards.size()) - 1; i >= 0; --i) {
-        const QAPair &pair = m_cards.at(i);
-        if (!pair.isComplete && !pair.responseID && m_requestedFor != pair.id && !m_screenImages.contains(pair.id)) {
-            attachResponse(i, responseID);
-            return;
-        }
     }
     // The answer has overtaken its question; the transcript fills it in later.
     QAPair pair = QAPair::make(QString(), responseID, m_clock.now(), m_clock.wallNow());
@@ -87,19 +34,17 @@ void SessionController::attachResponse(int index, const QString &responseID)
     pair.isComplete = false;
     pair.answer.clear();   // a partial answer from a connection that was cut
     pair.answerNote.clear();
-    m_answerQueue.removeAll(pair.id);
-    m_expectsServiceResponse.remove(pair.id);
-    m_noServiceResponse.remove(pair.id);
+    m_scheduler.attached(pair.id);
     m_firstTokenSeen.remove(pair.id);
     m_cards.changed(index);
 }
 
 void SessionController::ingestDelta(const QString &responseID, const QString &delta)
 {
-    if (m_supersededResponses.contains(responseID)) {
+    if (m_scheduler.isSuperseded(responseID)) {
         return;
     }
-    if (m_finishedResponses.contains(responseID)) {
+    if (m_scheduler.isFinished(responseID)) {
         if (!delta.isEmpty()) {
             dropDelta(responseID, delta.size(), QStringLiteral("response finished"));
         }
@@ -108,7 +53,7 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
     if (delta.isEmpty()) {
         return;
     }
-    if (!m_announcedResponses.contains(responseID)) {
+    if (!m_scheduler.isAnnounced(responseID)) {
         // The service announces every response first; text for any other never gets a card.
         dropDelta(responseID, delta.size(), QStringLiteral("unknown_response"));
         return;
@@ -188,7 +133,7 @@ void SessionController::dropDelta(const QString &responseID, qsizetype chars, co
 void SessionController::responseEnded(const QString &responseID, const QString &status, const QString &reason,
                                       bool transient)
 {
-    if (m_supersededResponses.contains(responseID)) {
+    if (m_scheduler.isSuperseded(responseID)) {
         return;
     }
     const int index = m_cards.indexOfResponse(responseID);
@@ -206,10 +151,8 @@ void SessionController::responseEnded(const QString &responseID, const QString &
     // A passing fault of the service: the question is asked once more when this response is
     // done (and any other answer has finished). The note shows until the new answer starts.
     const QAPair &ended = m_cards.at(index);
-    if (failed && transient && !ended.isComplete && !m_retriedCards.contains(ended.id) && !ended.question.isEmpty()
-        && !ended.questionInProgress) {
-        m_retriedCards.insert(ended.id);
-        m_retryAfterDone.insert(responseID);
+    if (failed && transient && !ended.isComplete && !ended.question.isEmpty() && !ended.questionInProgress
+        && m_scheduler.retryWhenDone(ended.id, responseID)) {
         appendEvent(QStringLiteral("answer_retried"), {{QStringLiteral("pair"), ended.id},
                                                        {QStringLiteral("response"), responseID},
                                                        {QStringLiteral("reason"), reason}});
@@ -218,33 +161,26 @@ void SessionController::responseEnded(const QString &responseID, const QString &
 
 void SessionController::completeResponse(const QString &responseID)
 {
-    m_activeResponses.remove(responseID);
-    const bool seenBefore = m_finishedResponses.contains(responseID);
-    m_finishedResponses.insert(responseID);
-    if (m_supersededResponses.remove(responseID)) {
-        askNextIfIdle();   // a replaced answer has ended: the way is clear for the next request
+    switch (m_scheduler.responseDone(responseID)) {
+    case AnswerScheduler::Done::nothing:
         return;
-    }
-    if (seenBefore) {
-        return;
-    }
-    if (!m_announcedResponses.contains(responseID)) {
-        // Never announced on this socket: it ends nothing.
+    case AnswerScheduler::Done::unknown:
         dropDelta(responseID, 0, QStringLiteral("unknown_response"));
         return;
-    }
-
-    const int index = m_cards.indexOfResponse(responseID);
-    if (index >= 0 && m_retryAfterDone.remove(responseID)) {
-        QAPair &pair = m_cards.card(index);
+    case AnswerScheduler::Done::retry: {
+        QAPair &pair = m_cards.card(m_cards.indexOfResponse(responseID));
         pair.responseID.reset();
-        queueAnswer(pair.id, true);
-        askNextIfIdle();
+        m_scheduler.queue(pair.id, true);
+        m_scheduler.askNextIfIdle();
         return;
     }
+    case AnswerScheduler::Done::finished:
+        break;
+    }
+    const int index = m_cards.indexOfResponse(responseID);
     if (index >= 0) {
         m_cards.card(index).isComplete = true;
-        m_screenImages.remove(m_cards.at(index).id);
+        m_scheduler.answered(m_cards.at(index).id);
         // On disk before anyone hears of it, so that a crash from here on keeps the card.
         saveTranscript();
         const QAPair &pair = m_cards.at(index);
@@ -262,103 +198,37 @@ void SessionController::completeResponse(const QString &responseID)
         saveTranscript();
     }
     pushHistory();
-    askNextIfIdle();
+    m_scheduler.askNextIfIdle();
 }
 
 // ---- Asking again --------------------------------------------------------------------
 
-void SessionController::queueAnswer(const QString &pairID, bool first)
+bool SessionController::askFor(const QString &pairID)
 {
-    m_answerQueue.removeAll(pairID);
-    if (first) {
-        m_answerQueue.prepend(pairID);
-    } else {
-        m_answerQueue.append(pairID);
+    if (m_scheduler.hasPicture(pairID)) {
+        return sendScreenQuestion(pairID);
     }
+    m_client.regenerate(m_cards.at(m_cards.indexOf(pairID)).question);
+    return true;
 }
 
-void SessionController::askNextIfIdle()
+void SessionController::giveUpOn(const QString &pairID)
 {
-    if (m_requestedFor || m_mergeAwaitingServiceResponse) {
-        return;
-    }
-    for (const QString &responseID : std::as_const(m_activeResponses)) {
-        if (!m_supersededResponses.contains(responseID)) {
-            return;   // asked when this answer has finished; asking now would cancel it
-        }
-    }
-    while (!m_answerQueue.isEmpty()) {
-        const QString pairID = m_answerQueue.takeFirst();
-        const int index = m_cards.indexOf(pairID);
-        if (index < 0 || m_cards.at(index).isComplete || m_cards.at(index).responseID || m_cards.at(index).question.isEmpty()
-            || m_cards.at(index).questionInProgress) {
-            continue;
-        }
-        requestAnswer(pairID);
-        return;
-    }
-}
-
-void SessionController::requestAnswer(const QString &pairID)
-{
-    const int index = m_cards.indexOf(pairID);
-    m_requestedFor = pairID;
-    m_requestStale = false;
-    ++m_requestAttempts;
-    if (m_screenImages.contains(pairID)) {
-        sendScreenQuestion(pairID);
-        if (!m_screenImages.contains(pairID)) {
-            // Refused on the spot: nothing is outstanding.
-            m_requestedFor.reset();
-            m_requestAttempts = 0;
-            askNextIfIdle();
-            return;
-        }
-    } else {
-        m_client.regenerate(m_cards.at(index).question);
-    }
-    m_requestTimer = m_clock.schedule(kRequestTimeoutSeconds, false, [this, pairID] {
-        m_requestTimer.reset();
-        if (m_requestedFor != pairID) {
-            return;
-        }
-        m_requestedFor.reset();
-        const int card = m_cards.indexOf(pairID);
-        if (card >= 0 && m_requestAttempts >= kMaxRequestAttempts) {
-            m_requestAttempts = 0;
-            m_cards.card(card).isComplete = true;
-            m_cards.card(card).answerNote = QAPair::couldNotAnswerNote(QStringLiteral("no response"));
-            m_cards.changed(card);
-            appendEvent(QStringLiteral("answer_failed"), {{QStringLiteral("pair"), pairID},
-                                                          {QStringLiteral("status"), QStringLiteral("no_response")},
-                                                          {QStringLiteral("reason"), QStringLiteral("no response")}});
-            pushHistory();
-            saveTranscript();
-        } else if (card >= 0) {
-            log(QStringLiteral("No answer to the request for a card; asking again"));
-            queueAnswer(pairID, true);
-        }
-        askNextIfIdle();
-    });
+    const int card = m_cards.indexOf(pairID);
+    m_cards.card(card).isComplete = true;
+    m_cards.card(card).answerNote = QAPair::couldNotAnswerNote(QStringLiteral("no response"));
+    m_cards.changed(card);
+    appendEvent(QStringLiteral("answer_failed"), {{QStringLiteral("pair"), pairID},
+                                                  {QStringLiteral("status"), QStringLiteral("no_response")},
+                                                  {QStringLiteral("reason"), QStringLiteral("no response")}});
+    pushHistory();
+    saveTranscript();
 }
 
 void SessionController::connectionConfigured()
 {
     // A new socket: whatever was in flight on the old one will never finish.
     setListening(false);
-    m_announcedResponses.clear();
-    m_retryAfterDone.clear();
-    m_activeResponses.clear();
-    m_supersededResponses.clear();
-    m_expectsServiceResponse.clear();
-    m_noServiceResponse.clear();
-    m_requestedFor.reset();
-    m_requestStale = false;
-    m_requestTimer.reset();
-    m_requestAttempts = 0;
-    m_mergeAwaitingServiceResponse.reset();
-    m_mergeWait.reset();
-    m_serviceAnswerChecks.clear();
 
     QList<QString> queue;
     for (int i = 0; i < m_cards.size(); ++i) {
@@ -378,12 +248,12 @@ void SessionController::connectionConfigured()
         }
         m_cards.changed(i);
     }
-    m_answerQueue = queue;
+    m_scheduler.reconnected(queue);
     if (!queue.isEmpty()) {
         appendEvent(QStringLiteral("answers_reasked"), {{QStringLiteral("pairs"), qint64(queue.size())}});
     }
     m_cards.removeEmptyComplete();
-    askNextIfIdle();
+    m_scheduler.askNextIfIdle();
 }
 
 // ---- Housekeeping --------------------------------------------------------------------
@@ -404,19 +274,7 @@ void SessionController::closeOpenCards()
         pair.questionInProgress = false;
         m_cards.changed(i);
     }
-    m_answerQueue.clear();
-    m_screenImages.clear();
-    m_requestedFor.reset();
-    m_requestStale = false;
-    m_requestTimer.reset();
-    m_mergeAwaitingServiceResponse.reset();
-    m_mergeWait.reset();
-    m_serviceAnswerChecks.clear();
-    m_expectsServiceResponse.clear();
-    m_noServiceResponse.clear();
-    m_activeResponses.clear();
-    m_supersededResponses.clear();
-    m_retryAfterDone.clear();
+    m_scheduler.closeAll();
     m_questionWaits.clear();
     m_cards.removeEmptyComplete();
 }

@@ -7,17 +7,6 @@
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
 
-namespace {
-
-// How long a merged question waits for the service's own answer to the follow-up (which
-// our request then replaces) before asking anyway.
-constexpr double kMergeWaitSeconds = 2.0;
-// How long a question the service should answer by itself may go without its answer
-// starting before we ask for it.
-constexpr double kServiceAnswerGraceSeconds = 5.0;
-
-} // namespace
-
 // ---- The service's turns -------------------------------------------------------------
 
 void SessionController::speechStarted(const QString &itemID)
@@ -43,7 +32,6 @@ int SessionController::openTurnCard(const QString &itemID)
     if (index >= 0) {
         return index;
     }
-    const bool busy = !m_activeResponses.isEmpty() || m_requestedFor.has_value();
     if (!m_cards.isEmpty()) {
         // The service created this turn's response before it reported the end of speech.
         QAPair &last = m_cards.card(m_cards.size() - 1);
@@ -65,8 +53,7 @@ int SessionController::openTurnCard(const QString &itemID)
     pair.isComplete = false;
     pair.lastQuestionAt = m_clock.now();
     m_cards.assignItem(itemID, pair.id);
-    // With turn detection the service answers a turn by itself, unless a response is running.
-    (busy ? m_noServiceResponse : m_expectsServiceResponse).insert(pair.id);
+    m_scheduler.turnOpened(pair.id);
     if (reuse) {
         m_cards.changed(index);
     }
@@ -148,32 +135,14 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
     appendEvent(QStringLiteral("question"), {{QStringLiteral("text"), text},
                                              {QStringLiteral("pair"), id},
                                              {QStringLiteral("you_were_speaking"), wasSpeaking}});
-    if (!pair.isComplete && !pair.responseID && m_requestedFor != id) {
-        // The service will not answer a turn that ended while another answer ran.
-        const bool serviceWillAnswer = m_expectsServiceResponse.contains(id)
-            || (!m_noServiceResponse.contains(id) && m_activeResponses.isEmpty() && !m_requestedFor);
-        if (!serviceWillAnswer) {
-            queueAnswer(id, false);
-        } else if (m_expectsServiceResponse.contains(id)) {
-            // Should the service have been busy after all, it never answers: ask ourselves.
-            m_serviceAnswerChecks[id] = m_clock.schedule(kServiceAnswerGraceSeconds, false, [this, id] {
-                const QString pairID = id;
-                m_serviceAnswerChecks.erase(pairID);   // this timer ends with its action
-                const int card = m_cards.indexOf(pairID);
-                if (card >= 0 && !m_cards.at(card).isComplete && !m_cards.at(card).responseID
-                    && m_expectsServiceResponse.remove(pairID)) {
-                    log(QStringLiteral("The service did not answer a question by itself; asking for it"));
-                    queueAnswer(pairID, false);
-                    askNextIfIdle();
-                }
-            });
-        }
+    if (!pair.isComplete && !pair.responseID) {
+        m_scheduler.questionComplete(id);
     }
     pushHistory();
     if (m_cards.at(index).isComplete) {
         saveTranscript();
     }
-    askNextIfIdle();
+    m_scheduler.askNextIfIdle();
 }
 
 void SessionController::questionNotHeard(int index)
@@ -183,16 +152,14 @@ void SessionController::questionNotHeard(int index)
     pair.questionInProgress = false;
     pair.question.clear();
     if (pair.answer.isEmpty() && pair.myAnswer.isEmpty()) {
-        if (pair.responseID && !m_finishedResponses.contains(*pair.responseID)) {
-            m_supersededResponses.insert(*pair.responseID);
+        if (pair.responseID) {
+            m_scheduler.supersede(*pair.responseID);
         }
-        m_answerQueue.removeAll(pair.id);
-        m_expectsServiceResponse.remove(pair.id);
-        m_noServiceResponse.remove(pair.id);
+        m_scheduler.forget(pair.id);
         m_cards.removeAt(index);
-        askNextIfIdle();
+        m_scheduler.askNextIfIdle();
     } else {
-        pair.isComplete = pair.isComplete || (!pair.responseID && !isAwaited(pair));
+        pair.isComplete = pair.isComplete || (!pair.responseID && !m_scheduler.isAwaited(pair.id, pair.questionInProgress));
         m_cards.changed(index);
     }
 }
@@ -207,10 +174,10 @@ void SessionController::transcriptFailed(const QString &itemID, const QString &m
     pair.questionFailed = true;
     pair.question.clear();
     const QString id = pair.id;
-    m_answerQueue.removeAll(id);   // nothing to ask with; the service may still answer the audio
-    if (!pair.isComplete && !pair.responseID && !m_expectsServiceResponse.contains(id)) {
+    m_scheduler.unqueue(id);   // nothing to ask with; the service may still answer the audio
+    if (!pair.isComplete && !pair.responseID && !m_scheduler.expectsServiceAnswer(id)) {
         pair.isComplete = true;
-        m_noServiceResponse.remove(id);
+        m_scheduler.forget(id);
     }
     m_cards.changed(index);
     appendEvent(QStringLiteral("question_failed"), {{QStringLiteral("pair"), id}, {QStringLiteral("message"), message}});
@@ -226,13 +193,11 @@ void SessionController::mergeFollowUp(int followUp, int into, const QString &tex
     const QAPair follow = m_cards.at(followUp);
     const QString intoID = m_cards.at(into).id;
     // The follow-up's own answer is replaced by the answer to the whole question.
-    if (follow.responseID && !m_finishedResponses.contains(*follow.responseID)) {
-        m_supersededResponses.insert(*follow.responseID);
+    if (follow.responseID) {
+        m_scheduler.supersede(*follow.responseID);
     }
-    const bool serviceAnswerPending = !follow.responseID && m_expectsServiceResponse.contains(follow.id);
-    m_answerQueue.removeAll(follow.id);
-    m_expectsServiceResponse.remove(follow.id);
-    m_noServiceResponse.remove(follow.id);
+    const bool serviceAnswerPending = !follow.responseID && m_scheduler.expectsServiceAnswer(follow.id);
+    m_scheduler.forget(follow.id);
     m_cards.moveItems(follow.id, intoID);
     // Words the user said on the follow-up's card stay with the question.
     if (!follow.myAnswer.isEmpty()) {
@@ -246,24 +211,9 @@ void SessionController::mergeFollowUp(int followUp, int into, const QString &tex
     m_cards.removeAt(followUp);
     extendQuestion(m_cards.indexOf(intoID), text);
 
-    if (serviceAnswerPending) {
-        // The service is about to answer the follow-up alone; that answer is replaced as soon
-        // as it starts (or after a short wait if it never does).
-        m_mergeAwaitingServiceResponse = intoID;
-        m_mergeWait = m_clock.schedule(kMergeWaitSeconds, false, [this] {
-            if (const std::optional<QString> id = std::exchange(m_mergeAwaitingServiceResponse, std::nullopt)) {
-                queueAnswer(*id, true);
-            }
-            m_mergeWait.reset();
-            askNextIfIdle();
-        });
-    } else if (m_requestedFor == intoID) {
-        m_requestStale = true;   // asked for the shorter question; asked again when that starts
-    } else {
-        queueAnswer(intoID, true);
-    }
+    m_scheduler.askMerged(intoID, serviceAnswerPending);
     pushHistory();
-    askNextIfIdle();
+    m_scheduler.askNextIfIdle();
 }
 
 void SessionController::extendQuestion(int index, const QString &text)
@@ -273,8 +223,8 @@ void SessionController::extendQuestion(int index, const QString &text)
     merged.replace(QStringLiteral("  "), QStringLiteral(" "));   // one pass: three blanks become two
     merged = TextRules::trimBlanks(merged);
 
-    if (pair.responseID && !m_finishedResponses.contains(*pair.responseID)) {
-        m_supersededResponses.insert(*pair.responseID);
+    if (pair.responseID) {
+        m_scheduler.supersede(*pair.responseID);
     }
     pair.question = merged;
     pair.lastQuestionAt = m_clock.now();

@@ -188,7 +188,7 @@ void SessionController::continueStartWithMic(bool granted)
     // its log opens now so that the audio start is recorded in it.
     closeOpenCards();
     m_usage.begin(m_settings.model(), m_settings.transcribeModel());
-    m_finishedResponses.clear();
+    m_scheduler.newSession();
     m_droppedResponses.clear();
     m_droppedDeltas = 0;
     m_droppedChars = 0;
