@@ -150,7 +150,7 @@ public:
     double sessionCost() const { return m_usage.cost(); }
     // Answer deltas dropped this session (for a finished response or card, or beyond the
     // length cap of one answer).
-    qint64 droppedDeltas() const { return m_droppedDeltas; }
+    qint64 droppedDeltas() const { return m_drops.deltas; }
 
     // Longest answer kept on one card, in UTF-16 code units; the rest is dropped.
     static constexpr qsizetype maxAnswerLength = 32000;
@@ -352,18 +352,7 @@ private:
     void setBannerAction(std::optional<BannerAction> action);
     void setSessionElapsed(double seconds);
 
-    AppSettings &m_settings;
-    RealtimeLink &m_client;
-    CaptureLink &m_audio;
-    TapQueries &m_taps;
-    MicTranscription &m_micTranscriber;
-    RecordingTranscription &m_recordingTranscriber;
-    Clock &m_clock;
-    IdleInhibitor &m_idleInhibitor;
-    FileRevealer &m_fileRevealer;
-    RecordingPicker &m_recordingPicker;
-    BackgroundRunner m_runInBackground;
-    RecordingTranscriptionPrompt *m_recordingPrompt = nullptr;
+    Components m_parts;   // none owned
 
     // Published.
     CardBook m_cards;
@@ -386,36 +375,62 @@ private:
     std::optional<QString> m_bannerOwningLinks;
     std::optional<QString> m_speakingPairID;
     QHash<QString, QString> m_committedAnswers;
-    std::optional<QString> m_pendingAppTap;
-    QString m_appTapPollBundleID;
-    Clock::TimePoint m_appTapPollArmedAt{};
-    std::unique_ptr<ClockTimer> m_appTapPoll;
     SessionRecords m_records;
     QHash<QString, Clock::TimePoint> m_questionAt;
     QSet<QString> m_firstTokenSeen;
     AnswerClock m_answerClock;
     AnswerScheduler m_scheduler;
-    std::optional<Clock::TimePoint> m_sessionStart;
-    std::unique_ptr<ClockTimer> m_sessionTimer;
-    bool m_idleInhibited = false;
     UsageMeter m_usage;
-    Clock::TimePoint m_audioStartRequestedAt{};
-    quint64 m_startGeneration = 0;
-    bool m_audioStartInFlight = false;
 
     // Turns and answers.
     QHash<QString, Clock::TimePoint> m_speechStartedAt;   // input item -> when speech began
     QHash<QString, double> m_heardSeconds;            // input item -> seconds of speech heard
-    QSet<QString> m_droppedResponses;                 // responses with a drop already logged
     std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_questionWaits;   // card id -> late-question wait
-    qint64 m_droppedDeltas = 0;
-    qint64 m_droppedChars = 0;
-    std::unique_ptr<ClockTimer> m_watchdog8;
-    std::unique_ptr<ClockTimer> m_watchdog25;
-    CaptureHealth m_captureHealth;
-    std::optional<Clock::TimePoint> m_meetingLostAt;
-    std::unique_ptr<ClockTimer> m_outputLostTimer;
-    std::optional<QString> m_audioBanner;   // the capture banner showing, if any
+
+    // A press of Start until the session runs.
+    struct StartUp
+    {
+        Clock::TimePoint audioStartRequestedAt{};
+        quint64 generation = 0;
+        bool audioStartInFlight = false;
+        std::unique_ptr<ClockTimer> watchdog8;
+        std::unique_ptr<ClockTimer> watchdog25;
+    } m_startUp;
+
+    // Capture health and the banner it shows (SessionControllerAudio.cpp).
+    struct CaptureWatch
+    {
+        CaptureHealth health;
+        std::optional<Clock::TimePoint> meetingLostAt;
+        std::unique_ptr<ClockTimer> outputLostTimer;
+        std::optional<QString> banner;
+    } m_capture;
+
+    // Narrowing capture to one application once it plays sound.
+    struct Narrowing
+    {
+        std::optional<QString> pendingApp;
+        QString polledApp;
+        Clock::TimePoint armedAt{};
+        std::unique_ptr<ClockTimer> poll;
+    } m_narrowing;
+
+    // Answer text dropped this session: one log line per response, totals at the end.
+    struct Drops
+    {
+        QSet<QString> responses;
+        qint64 deltas = 0;
+        qint64 chars = 0;
+    } m_drops;
+
+    // The session clock, and the idle inhibition it holds.
+    struct SessionClock
+    {
+        std::optional<Clock::TimePoint> start;
+        std::unique_ptr<ClockTimer> timer;
+        bool idleInhibited = false;
+    } m_sessionClock;
+
     // Lets callbacks that may outlive this object (thread pool, permission prompts) tell.
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
 };

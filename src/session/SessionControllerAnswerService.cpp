@@ -6,5 +6,5 @@
 
 void SessionController::recordAnswerTranscriptionUsage(const QVariantMap &usage)
 {
-    appendEvent(QStringLiteral("answer_transcription_usage"), m_usage.addAnswerTranscription(usage, m_settings.transcribeModel()));
+    appendEvent(QStringLiteral("answer_transcription_usage"), m_usage.addAnswerTranscription(usage, m_parts.settings.transcribeModel()));
 }

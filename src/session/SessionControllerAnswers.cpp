@@ -22,7 +22,7 @@ void SessionController::responseCreated(const QString &responseID, bool requeste
         return;
     }
     // The answer has overtaken its question; the transcript fills it in later.
-    QAPair pair = QAPair::make(QString(), responseID, m_clock.now(), m_clock.wallNow());
+    QAPair pair = QAPair::make(QString(), responseID, m_parts.clock.now(), m_parts.clock.wallNow());
     pair.questionInProgress = true;
     m_cards.append(pair);
 }
@@ -91,7 +91,7 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
         const auto heard = m_questionAt.constFind(id);
         if (heard != m_questionAt.constEnd()) {
             fields.insert(QStringLiteral("latency_after_question_s"),
-                          CostModel::rounded(Clock::secondsBetween(*heard, m_clock.now()), 3));
+                          CostModel::rounded(Clock::secondsBetween(*heard, m_parts.clock.now()), 3));
         }
         appendEvent(QStringLiteral("answer_started"), fields);
     }
@@ -118,12 +118,12 @@ void SessionController::noteTruncated(int index)
 
 void SessionController::dropDelta(const QString &responseID, qsizetype chars, const QString &reason)
 {
-    ++m_droppedDeltas;
-    m_droppedChars += chars;
-    if (m_droppedResponses.contains(responseID)) {
+    ++m_drops.deltas;
+    m_drops.chars += chars;
+    if (m_drops.responses.contains(responseID)) {
         return;   // one line per response; the totals go into the session's last lines
     }
-    m_droppedResponses.insert(responseID);
+    m_drops.responses.insert(responseID);
     qCWarning(lcSession, "[Ketterbloom] dropped answer text for response %s: %s", qPrintable(responseID), qPrintable(reason));
     appendEvent(QStringLiteral("delta_dropped"), {{QStringLiteral("response"), responseID},
                                                   {QStringLiteral("reason"), reason},
@@ -208,7 +208,7 @@ bool SessionController::askFor(const QString &pairID)
     if (m_scheduler.hasPicture(pairID)) {
         return sendScreenQuestion(pairID);
     }
-    m_client.regenerate(m_cards.at(m_cards.indexOf(pairID)).question);
+    m_parts.client.regenerate(m_cards.at(m_cards.indexOf(pairID)).question);
     return true;
 }
 
@@ -281,5 +281,5 @@ void SessionController::closeOpenCards()
 
 void SessionController::pushHistory()
 {
-    m_client.updateHistory(m_cards.history());
+    m_parts.client.updateHistory(m_cards.history());
 }

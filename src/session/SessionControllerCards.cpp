@@ -11,7 +11,7 @@
 
 void SessionController::speechStarted(const QString &itemID)
 {
-    m_speechStartedAt.insert(itemID, m_clock.now());
+    m_speechStartedAt.insert(itemID, m_parts.clock.now());
     setListening(true);
     giveUpWaitingQuestions(itemID);
 }
@@ -21,7 +21,7 @@ void SessionController::speechStopped(const QString &itemID)
     setListening(false);
     const auto started = m_speechStartedAt.constFind(itemID);
     if (started != m_speechStartedAt.constEnd()) {
-        m_heardSeconds.insert(itemID, Clock::secondsBetween(*started, m_clock.now()));
+        m_heardSeconds.insert(itemID, Clock::secondsBetween(*started, m_parts.clock.now()));
     }
     openTurnCard(itemID);
 }
@@ -44,14 +44,14 @@ int SessionController::openTurnCard(const QString &itemID)
     }
     const bool reuse = !m_cards.isEmpty() && CardBook::isEmptyPlaceholder(m_cards.last());
     if (!reuse) {
-        m_cards.append(QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow()));
+        m_cards.append(QAPair::make(QString(), std::nullopt, m_parts.clock.now(), m_parts.clock.wallNow()));
     }
     index = int(m_cards.size()) - 1;
     QAPair &pair = m_cards.card(index);
     pair.itemID = itemID;
     pair.questionInProgress = true;
     pair.isComplete = false;
-    pair.lastQuestionAt = m_clock.now();
+    pair.lastQuestionAt = m_parts.clock.now();
     m_cards.assignItem(itemID, pair.id);
     m_scheduler.turnOpened(pair.id);
     if (reuse) {
@@ -96,7 +96,7 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
         if (nothingSaid) {
             return;
         }
-        m_cards.append(QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow()));
+        m_cards.append(QAPair::make(QString(), std::nullopt, m_parts.clock.now(), m_parts.clock.wallNow()));
         index = int(m_cards.size()) - 1;
     }
     QAPair &pair = m_cards.card(index);
@@ -119,19 +119,19 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
     pair.questionFailed = false;
     pair.questionMissing = false;
     m_questionWaits.erase(pair.id);
-    pair.lastQuestionAt = m_clock.now();
+    pair.lastQuestionAt = m_parts.clock.now();
     m_cards.changed(index);
 
     const int previous = m_cards.previousQuestionCard(index);
     if (previous >= 0
-        && isFollowUp(m_cards.at(previous), text, Clock::secondsBetween(m_cards.at(previous).lastQuestionAt, m_clock.now()),
-                      m_settings.followUpWindow())) {
+        && isFollowUp(m_cards.at(previous), text, Clock::secondsBetween(m_cards.at(previous).lastQuestionAt, m_parts.clock.now()),
+                      m_parts.settings.followUpWindow())) {
         mergeFollowUp(index, previous, text);
         return;
     }
 
     const QString id = pair.id;
-    m_questionAt.insert(id, m_clock.now());
+    m_questionAt.insert(id, m_parts.clock.now());
     appendEvent(QStringLiteral("question"), {{QStringLiteral("text"), text},
                                              {QStringLiteral("pair"), id},
                                              {QStringLiteral("you_were_speaking"), wasSpeaking}});
@@ -227,7 +227,7 @@ void SessionController::extendQuestion(int index, const QString &text)
         m_scheduler.supersede(*pair.responseID);
     }
     pair.question = merged;
-    pair.lastQuestionAt = m_clock.now();
+    pair.lastQuestionAt = m_parts.clock.now();
     pair.wasExtended = true;
     pair.answer.clear();
     pair.answerNote.clear();
@@ -236,7 +236,7 @@ void SessionController::extendQuestion(int index, const QString &text)
     const QString id = pair.id;
     m_cards.changed(index);
 
-    m_questionAt.insert(id, m_clock.now());
+    m_questionAt.insert(id, m_parts.clock.now());
     m_firstTokenSeen.remove(id);
     appendEvent(QStringLiteral("question_extended"), {{QStringLiteral("merged"), merged},
                                                       {QStringLiteral("added"), text},

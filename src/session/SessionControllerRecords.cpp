@@ -36,15 +36,15 @@ void SessionController::log(const QString &message)
 
 void SessionController::startLog()
 {
-    m_records.open(sessionFolder(), (m_demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_clock.wallNow()));
-    QVariantMap config{{QStringLiteral("model"), m_settings.model()},
-                       {QStringLiteral("transcribe_model"), m_settings.transcribeModel()},
-                       {QStringLiteral("vad_threshold"), m_settings.vadThreshold()},
-                       {QStringLiteral("silence_ms"), m_settings.silenceDurationMs()},
-                       {QStringLiteral("prefix_padding_ms"), m_settings.prefixPaddingMs()},
-                       {QStringLiteral("follow_up_window_s"), m_settings.followUpWindow()},
+    m_records.open(sessionFolder(), (m_demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_parts.clock.wallNow()));
+    QVariantMap config{{QStringLiteral("model"), m_parts.settings.model()},
+                       {QStringLiteral("transcribe_model"), m_parts.settings.transcribeModel()},
+                       {QStringLiteral("vad_threshold"), m_parts.settings.vadThreshold()},
+                       {QStringLiteral("silence_ms"), m_parts.settings.silenceDurationMs()},
+                       {QStringLiteral("prefix_padding_ms"), m_parts.settings.prefixPaddingMs()},
+                       {QStringLiteral("follow_up_window_s"), m_parts.settings.followUpWindow()},
                        {QStringLiteral("instructions_chars"),
-                        qint64(TextRules::characterCount(m_settings.instructions()))}};
+                        qint64(TextRules::characterCount(m_parts.settings.instructions()))}};
     // Only a sample interview says so: a real session's config line is as it always was.
     if (m_demo)
         config.insert(QStringLiteral("demo"), true);
@@ -59,9 +59,9 @@ void SessionController::finishLog()
     if (const std::optional<QVariantMap> totals = m_usage.totals(m_sessionElapsed)) {
         appendEvent(QStringLiteral("session_cost"), *totals);
     }
-    if (m_droppedDeltas > 0) {
-        appendEvent(QStringLiteral("deltas_dropped"), {{QStringLiteral("count"), m_droppedDeltas},
-                                                       {QStringLiteral("chars"), m_droppedChars}});
+    if (m_drops.deltas > 0) {
+        appendEvent(QStringLiteral("deltas_dropped"), {{QStringLiteral("count"), m_drops.deltas},
+                                                       {QStringLiteral("chars"), m_drops.chars}});
     }
     saveTranscript();
     m_records.close();
@@ -132,7 +132,7 @@ void SessionController::recordUsage(const QVariantMap &usage)
 
 void SessionController::recordTranscriptionUsage(const QString &itemID, const QVariantMap &usage)
 {
-    const QString model = m_usage.transcribeModel().isEmpty() ? m_settings.transcribeModel() : m_usage.transcribeModel();
+    const QString model = m_usage.transcribeModel().isEmpty() ? m_parts.settings.transcribeModel() : m_usage.transcribeModel();
     QVariantMap fields = m_usage.addMeetingTranscription(usage, model, m_heardSeconds.value(itemID));
     int index = m_cards.cardForItem(itemID);
     fields.insert(QStringLiteral("pair"), index >= 0 ? m_cards.at(index).id : QString());
@@ -161,24 +161,24 @@ QString SessionController::transcriptForExport() const
 
 void SessionController::startSessionClock()
 {
-    m_idleInhibitor.inhibit(QStringLiteral("Live meeting transcription"));
-    m_idleInhibited = true;
-    m_sessionStart = m_clock.now();
+    m_parts.idleInhibitor.inhibit(QStringLiteral("Live meeting transcription"));
+    m_sessionClock.idleInhibited = true;
+    m_sessionClock.start = m_parts.clock.now();
     setSessionElapsed(0);
-    m_sessionTimer = m_clock.schedule(1.0, true, [this] {
-        if (m_sessionStart) {
-            setSessionElapsed(Clock::secondsBetween(*m_sessionStart, m_clock.now()));
+    m_sessionClock.timer = m_parts.clock.schedule(1.0, true, [this] {
+        if (m_sessionClock.start) {
+            setSessionElapsed(Clock::secondsBetween(*m_sessionClock.start, m_parts.clock.now()));
         }
     });
 }
 
 void SessionController::stopSessionClock()
 {
-    m_sessionTimer.reset();
-    m_sessionStart.reset();
-    if (m_idleInhibited) {
-        m_idleInhibitor.release();
-        m_idleInhibited = false;
+    m_sessionClock.timer.reset();
+    m_sessionClock.start.reset();
+    if (m_sessionClock.idleInhibited) {
+        m_parts.idleInhibitor.release();
+        m_sessionClock.idleInhibited = false;
     }
 }
 
@@ -186,30 +186,30 @@ void SessionController::stopSessionClock()
 
 void SessionController::startAppTapPollIfNeeded()
 {
-    m_appTapPoll.reset();
-    if (!m_pendingAppTap) {
+    m_narrowing.poll.reset();
+    if (!m_narrowing.pendingApp) {
         return;
     }
-    m_appTapPollBundleID = *m_pendingAppTap;
-    m_appTapPollArmedAt = m_clock.now();
-    m_appTapPoll = m_clock.schedule(3.0, true, [this] { appTapPollTick(); });
+    m_narrowing.polledApp = *m_narrowing.pendingApp;
+    m_narrowing.armedAt = m_parts.clock.now();
+    m_narrowing.poll = m_parts.clock.schedule(3.0, true, [this] { appTapPollTick(); });
 }
 
 void SessionController::appTapPollTick()
 {
-    if (!m_isSessionActive || !m_pendingAppTap || *m_pendingAppTap != m_appTapPollBundleID) {
+    if (!m_isSessionActive || !m_narrowing.pendingApp || *m_narrowing.pendingApp != m_narrowing.polledApp) {
         return;
     }
-    const QString bundleID = m_appTapPollBundleID;
-    const std::optional<AudioProcessInfo> app = m_taps.audioObject(bundleID);
-    if (!app && Clock::secondsBetween(m_appTapPollArmedAt, m_clock.now()) <= 120.0) {
+    const QString bundleID = m_narrowing.polledApp;
+    const std::optional<AudioProcessInfo> app = m_parts.taps.audioObject(bundleID);
+    if (!app && Clock::secondsBetween(m_narrowing.armedAt, m_parts.clock.now()) <= 120.0) {
         return;
     }
 
     const QString name = appDisplayName(bundleID);
-    m_pendingAppTap.reset();
+    m_narrowing.pendingApp.reset();
     // The timer may be dropped here: the clock allows a timer to end itself from its action.
-    m_appTapPoll.reset();
+    m_narrowing.poll.reset();
 
     if (!app) {
         appendEvent(QStringLiteral("tap_narrow_timeout"), {{QStringLiteral("app"), bundleID}});
@@ -220,7 +220,7 @@ void SessionController::appTapPollTick()
     }
     appendEvent(QStringLiteral("tap_narrowed"), {{QStringLiteral("app"), bundleID}});
     const QString appID = app->bundleID.isEmpty() ? bundleID : app->bundleID;
-    if (const std::optional<QString> error = m_audio.retarget(TapTarget::process(appID))) {
+    if (const std::optional<QString> error = m_parts.audio.retarget(TapTarget::process(appID))) {
         setBannerText(QStringLiteral("Stayed on this computer's audio — could not switch to ") + name + QStringLiteral(": ") + *error);
     } else {
         setBannerText(QStringLiteral("Now listening to ") + name + QStringLiteral(" only."));
@@ -232,8 +232,8 @@ void SessionController::appTapPollTick()
 void SessionController::applyInstructionsLive()
 {
     if (m_isSessionActive) {
-        const QString instructions = m_settings.instructions();
-        m_client.updateInstructions(instructions);
+        const QString instructions = m_parts.settings.instructions();
+        m_parts.client.updateInstructions(instructions);
         setBannerText(QStringLiteral("Job context pushed to the live session (")
                       + QString::number(TextRules::characterCount(instructions)) + QStringLiteral(" chars)."));
     } else {
@@ -251,6 +251,6 @@ void SessionController::revealRecording()
         paths << m_lastRecordingURL.toLocalFile();
     }
     if (!paths.isEmpty()) {
-        m_fileRevealer.reveal(paths);
+        m_parts.fileRevealer.reveal(paths);
     }
 }

@@ -18,12 +18,12 @@ bool SessionController::askAboutScreen(const QByteArray &jpeg, const QByteArray 
         setBannerText(QStringLiteral("The screenshot could not be prepared — nothing was sent."));
         return false;
     }
-    QAPair pair = QAPair::make(screenQuestionText, std::nullopt, m_clock.now(), m_clock.wallNow());
+    QAPair pair = QAPair::make(screenQuestionText, std::nullopt, m_parts.clock.now(), m_parts.clock.wallNow());
     pair.screenThumbnail = thumbnail;
     m_cards.append(pair);
     // Kept until the card is answered, so a reconnect can ask again; never re-seeded.
     m_scheduler.addPicture(pair.id, jpeg);
-    m_questionAt.insert(pair.id, m_clock.now());
+    m_questionAt.insert(pair.id, m_parts.clock.now());
     appendEvent(QStringLiteral("screen_question"), {{QStringLiteral("pair"), pair.id},
                                                     {QStringLiteral("image_bytes"), qint64(jpeg.size())}});
     // Asked like any other card: at once when no answer is running, else when it finishes.
@@ -41,7 +41,7 @@ void SessionController::screenQuestionFailed(const QString &message)
 
 bool SessionController::sendScreenQuestion(const QString &pairID)
 {
-    if (m_client.askAboutImage(m_scheduler.picture(pairID), RealtimeScreenQuestion::prompt())) {
+    if (m_parts.client.askAboutImage(m_scheduler.picture(pairID), RealtimeScreenQuestion::prompt())) {
         return true;
     }
     // Nothing was sent, so no card stays behind.

@@ -22,14 +22,14 @@ void SessionController::trackSpeaking(float micLevel)
         beginMyAnswerSegment();
         break;
     case AnswerClock::Voice::goesOn:
-        if (m_settings.transcribeMyAnswers() && !m_micTranscriber.isSegmentRunning()) {
+        if (m_parts.settings.transcribeMyAnswers() && !m_parts.micTranscriber.isSegmentRunning()) {
             // A segment that ended on its own is reopened while the user keeps talking.
             beginMyAnswerSegment();
         }
         break;
     case AnswerClock::Voice::ended:
-        if (m_micTranscriber.isSegmentRunning()) {
-            m_micTranscriber.end();
+        if (m_parts.micTranscriber.isSegmentRunning()) {
+            m_parts.micTranscriber.end();
         }
         break;
     case AnswerClock::Voice::unchanged:
@@ -39,11 +39,11 @@ void SessionController::trackSpeaking(float micLevel)
 
 void SessionController::beginMyAnswerSegment()
 {
-    if (!m_settings.transcribeMyAnswers()) {
+    if (!m_parts.settings.transcribeMyAnswers()) {
         return;
     }
     if (m_cards.isEmpty()) {
-        QAPair placeholder = QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow());
+        QAPair placeholder = QAPair::make(QString(), std::nullopt, m_parts.clock.now(), m_parts.clock.wallNow());
         placeholder.isComplete = true;
         m_cards.append(placeholder);
     }
@@ -53,7 +53,7 @@ void SessionController::beginMyAnswerSegment()
     pair.myAnswerInProgress = true;
     m_committedAnswers.insert(pair.id, pair.myAnswer);
     m_cards.changed(index);
-    m_micTranscriber.begin();
+    m_parts.micTranscriber.begin();
 }
 
 void SessionController::updateMyAnswer(const QString &text, bool final)
@@ -94,8 +94,8 @@ void SessionController::endSpeaking()
                      {QStringLiteral("words"), qint64(TextRules::wordCount(text))},
                      {QStringLiteral("text"), text}});
     }
-    if (m_micTranscriber.isSegmentRunning()) {
-        m_micTranscriber.end();
+    if (m_parts.micTranscriber.isSegmentRunning()) {
+        m_parts.micTranscriber.end();
     }
     if (m_speakingPairID) {
         const int index = m_cards.indexOf(*m_speakingPairID);

@@ -7,7 +7,7 @@
 
 void SessionController::awaitLateQuestion(const QString &pairID)
 {
-    m_questionWaits[pairID] = m_clock.schedule(lateQuestionSeconds, false, [this, pairID] {
+    m_questionWaits[pairID] = m_parts.clock.schedule(lateQuestionSeconds, false, [this, pairID] {
         // Erasing the timer ends this closure: what it needs is copied out first.
         SessionController *self = this;
         const QString id = pairID;

@@ -57,23 +57,6 @@ private slots:
         QVERIFY(events.open(QIODevice::ReadOnly));
         QVERIFY(events.readAll().contains("session_ended"));
     }
-
-    void aLogThatCannotOpen()
-    {
-        QTemporaryDir dir;
-        QFile blocker(dir.filePath(QStringLiteral("folder")));   // a file where the folder should be
-        QVERIFY(blocker.open(QIODevice::WriteOnly));
-        blocker.close();
-        ManualClock clock;
-        SessionRecords records(clock);
-        QSignalSpy failed(&records, &SessionRecords::fileFailed);
-        records.open(blocker.fileName(), QStringLiteral("S"));
-        QCOMPARE(failed.count(), 1);
-        QVERIFY(records.faults().banner(RecordFaults::File::events).startsWith(QStringLiteral("The events log stopped")));
-        records.append(QStringLiteral("question"), {});
-        records.close();
-        QCOMPARE(failed.count(), 1);
-    }
 };
 
 QTEST_GUILESS_MAIN(SessionRecordsFilesTest)
