@@ -15,9 +15,11 @@ HeadlessRunner::HeadlessRunner(SessionController &controller, std::FILE *out, st
     , m_err(err)
     , m_stopAfterSeconds(stopAfterSeconds)
 {
-    connect(&m_controller, &SessionController::pairChanged, this, &HeadlessRunner::considerCard);
-    connect(&m_controller, &SessionController::pairInserted, this, &HeadlessRunner::considerCard);
-    connect(&m_controller, &SessionController::pairsReset, this, [this] { considerCard(0); });
+    const CardBook *cards = &m_controller.cards();
+    connect(cards, &QAbstractItemModel::dataChanged, this, [this](const QModelIndex &card) { considerCard(card.row()); });
+    connect(cards, &QAbstractItemModel::rowsInserted, this, [this](const QModelIndex &, int first) { considerCard(first); });
+    connect(cards, &QAbstractItemModel::rowsRemoved, this, [this] { considerCard(0); });
+    connect(cards, &QAbstractItemModel::modelReset, this, [this] { considerCard(0); });
     connect(&m_controller, &SessionController::bannerChanged, this, &HeadlessRunner::printBanner);
     connect(&m_controller, &SessionController::bannerLinksChanged, this, &HeadlessRunner::printLinks);
     connect(&m_controller, &SessionController::isSessionActiveChanged, this, &HeadlessRunner::sessionActiveChanged);

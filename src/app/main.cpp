@@ -134,7 +134,7 @@ int runDemoWindow(const CommandLine::Options &options)
     const QString picture = qEnvironmentVariable("KETTERBLOOM_DEMO_PICTURE");
     if (!picture.isEmpty()) {
         MainWindow &window = shell.window();
-        QObject::connect(&controller, &SessionController::pairChanged, &window, [&window, &controller, picture] {
+        QObject::connect(&controller.cards(), &QAbstractItemModel::dataChanged, &window, [&window, &controller, picture] {
             int complete = 0;
             for (const QAPair &pair : controller.pairs())
                 complete += pair.isComplete ? 1 : 0;

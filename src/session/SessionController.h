@@ -2,10 +2,15 @@
 
 #include "audio/AudioTypes.h"
 #include "realtime/RealtimeTypes.h"
+#include "session/AnswerClock.h"
+#include "session/AnswerScheduler.h"
+#include "session/CardBook.h"
 #include "session/Clock.h"
 #include "session/CostModel.h"
 #include "session/QAPair.h"
 #include "session/RecordFaults.h"
+#include "session/SessionRecords.h"
+#include "session/UsageMeter.h"
 
 #include <QHash>
 #include <QList>
@@ -30,7 +35,6 @@ class RecordingPicker;
 class RecordingTranscription;
 class RecordingTranscriptionPrompt;
 struct RecordingProgress;
-class SessionLog;
 class TapQueries;
 
 // A button shown beside the session banner (SessionController::BannerLink).
@@ -115,9 +119,9 @@ public:
     ~SessionController() override;
 
     // --- Published state -------------------------------------------------------------
-    // All cards, oldest first. Not cleared by Start or Stop. A change to one card emits
-    // pairChanged(index); an appended card pairInserted(index); removals pairsReset().
-    const QList<QAPair> &pairs() const { return m_pairs; }
+    // All cards, oldest first, as a list model (views bind to it). Not cleared by Start or Stop.
+    const CardBook &cards() const { return m_cards; }
+    const QList<QAPair> &pairs() const { return m_cards.cards(); }
     RealtimeStatus status() const { return m_status; }
     bool isSessionActive() const { return m_isSessionActive; }
     // From a press of Start until the session is active or the start has failed; Start is
@@ -138,20 +142,20 @@ public:
     bool contextPanelRequested() const { return m_contextPanelRequested; }
     void setContextPanelRequested(bool requested);
     void setReviewWriter(ReviewWriter writer) { m_reviewWriter = std::move(writer); }
-    bool isSpeaking() const { return m_isSpeaking; }
-    bool isAnswering() const { return m_isAnswering; }
-    double speakingElapsed() const { return m_speakingElapsed; }
+    bool isSpeaking() const { return m_answerClock.isSpeaking(); }
+    bool isAnswering() const { return m_answerClock.isAnswering(); }
+    double speakingElapsed() const { return m_answerClock.speakingElapsed(); }
     // Seconds; none while an answer runs and after Stop.
-    std::optional<double> lastAnswerDuration() const { return m_lastAnswerDuration; }
+    std::optional<double> lastAnswerDuration() const { return m_answerClock.lastAnswerDuration(); }
     double sessionElapsed() const { return m_sessionElapsed; }
-    CostModel::Usage sessionUsage() const { return m_sessionUsage; }
-    CostModel::TranscriptionUsage sessionTranscriptionUsage() const { return m_transcriptionUsage; }
+    CostModel::Usage sessionUsage() const { return m_usage.usage(); }
+    CostModel::TranscriptionUsage sessionTranscriptionUsage() const { return m_usage.transcriptionUsage(); }
     // USD of this session so far: responses at the session model's prices plus the meeting
     // transcription at its model's prices.
-    double sessionCost() const;
+    double sessionCost() const { return m_usage.cost(); }
     // Answer deltas dropped this session (for a finished response or card, or beyond the
     // length cap of one answer).
-    qint64 droppedDeltas() const { return m_droppedDeltas; }
+    qint64 droppedDeltas() const { return m_drops.deltas; }
 
     // Longest answer kept on one card, in UTF-16 code units; the rest is dropped.
     static constexpr qsizetype maxAnswerLength = 32000;
@@ -163,7 +167,11 @@ public:
 
     // A sample interview against a local stand-in for the service: its records are named
     // "meeting_demo_…", say so in the events log, and cost nothing.
-    void setDemo(bool demo) { m_demo = demo; }
+    void setDemo(bool demo)
+    {
+        m_demo = demo;
+        m_usage.setFree(demo);
+    }
     bool isDemo() const { return m_demo; }
 
     // --- Operations --------------------------------------------------------------------
@@ -231,9 +239,6 @@ public:
 signals:
     // A press of Start ended without a session (the banner says why).
     void startFailed();
-    void pairChanged(int index);
-    void pairInserted(int index);
-    void pairsReset();
     void statusChanged();
     void isSessionActiveChanged();
     void isStartingChanged();
@@ -270,30 +275,21 @@ private:
     QString appDisplayName(const QString &bundleID) const;
 
     // Cards: the question side (SessionControllerCards.cpp).
-    bool isContinuation(const QAPair &pair, const QString &text) const;
-    int previousQuestionCard(int index) const;
     void mergeFollowUp(int followUp, int into, const QString &text);
     void extendQuestion(int index, const QString &text);
     int openTurnCard(const QString &itemID);
     // The turn's transcript came back empty: the card goes unless something is on it.
     void questionNotHeard(int index);
-    int cardForItem(const QString &itemID) const;
     void pushHistory();
-    void appendPair(const QAPair &pair);
-    void removePair(int index);
-    // True when a card was removed.
-    bool removeEmptyCompletePairs();
-    int indexOfPair(const QString &id) const;
-    int indexOfResponse(const QString &responseID) const;
     // Marks every unfinished card finished, noting a partial answer as cut short.
     void closeOpenCards();
 
     // Cards: the answer side and housekeeping (SessionControllerAnswers.cpp).
-    bool isAwaited(const QAPair &pair) const;
     void attachResponse(int index, const QString &responseID);
-    void queueAnswer(const QString &pairID, bool first);
-    void askNextIfIdle();
-    void requestAnswer(const QString &pairID);
+    // The scheduler's hooks: sends the request for a card (false: refused, card removed);
+    // finishes a card nothing answered.
+    bool askFor(const QString &pairID);
+    void giveUpOn(const QString &pairID);
     void dropDelta(const QString &responseID, qsizetype chars, const QString &reason);
     // Text was dropped at the length cap: the card's note and one event.
     void noteTruncated(int index);
@@ -308,11 +304,10 @@ private:
     void giveUpWaitingQuestions(const QString &newItemID);
 
     // Screen questions: sends the picture of the screen-question card `pairID`. A link that
-    // refuses pictures removes the card, with a banner.
-    void sendScreenQuestion(const QString &pairID);
+    // refuses pictures removes the card, with a banner, and the result is false.
+    bool sendScreenQuestion(const QString &pairID);
 
     // Speaking.
-    void startAnswerClock(Clock::TimePoint at);
     void beginMyAnswerSegment();
     void endSpeaking();
     void interviewerTookOver();
@@ -321,10 +316,10 @@ private:
     void startLog();
     void finishLog();
     // Rewrites the transcript now (after a card completes); tells the user once if it fails.
-    void saveTranscript();
-    void appendEvent(const QString &event, const QVariantMap &fields);
+    void saveTranscript() { m_records.saveTranscript(m_cards.cards()); }
+    void appendEvent(const QString &event, const QVariantMap &fields) { m_records.append(event, fields); }
     // A record file could not be written: logged, and the first time a banner says so.
-    void recordFailed(RecordFaults::File file, const QString &path, const QString &error);
+    void recordFailed(RecordFaults::File file, const QString &path, const QString &error) { m_records.fail(file, path, error); }
     void showRecordFault(RecordFaults::File file);
     // The banner and links at Stop: complete files are linked and called saved, the others
     // named with their reason.
@@ -360,27 +355,12 @@ private:
     void setLastTranscriptURL(const QUrl &url);
     void setBannerLinks(const QList<BannerLink> &links);
     void setBannerAction(std::optional<BannerAction> action);
-    void setSpeaking(bool speaking);
-    void setAnswering(bool answering);
-    void setSpeakingElapsed(double seconds);
-    void setLastAnswerDuration(std::optional<double> seconds);
     void setSessionElapsed(double seconds);
 
-    AppSettings &m_settings;
-    RealtimeLink &m_client;
-    CaptureLink &m_audio;
-    TapQueries &m_taps;
-    MicTranscription &m_micTranscriber;
-    RecordingTranscription &m_recordingTranscriber;
-    Clock &m_clock;
-    IdleInhibitor &m_idleInhibitor;
-    FileRevealer &m_fileRevealer;
-    RecordingPicker &m_recordingPicker;
-    BackgroundRunner m_runInBackground;
-    RecordingTranscriptionPrompt *m_recordingPrompt = nullptr;
+    Components m_parts;   // none owned
 
     // Published.
-    QList<QAPair> m_pairs;
+    CardBook m_cards;
     RealtimeStatus m_status = RealtimeStatus::idle();
     bool m_isSessionActive = false;
     bool m_demo = false;
@@ -395,74 +375,68 @@ private:
     QList<BannerLink> m_bannerLinks;
     bool m_contextPanelRequested = false;
     std::optional<BannerAction> m_bannerAction;
-    bool m_isSpeaking = false;
-    bool m_isAnswering = false;
-    double m_speakingElapsed = 0;
-    std::optional<double> m_lastAnswerDuration;
     double m_sessionElapsed = 0;
 
     // Private.
     std::optional<QString> m_bannerOwningLinks;
     std::optional<QString> m_speakingPairID;
     QHash<QString, QString> m_committedAnswers;
-    std::optional<QString> m_pendingAppTap;
-    QString m_appTapPollBundleID;
-    Clock::TimePoint m_appTapPollArmedAt{};
-    std::unique_ptr<ClockTimer> m_appTapPoll;
-    std::unique_ptr<SessionLog> m_log;
-    QString m_logStamp;
+    SessionRecords m_records;
     QHash<QString, Clock::TimePoint> m_questionAt;
     QSet<QString> m_firstTokenSeen;
-    QSet<QString> m_supersededResponses;
-    QHash<QString, QByteArray> m_screenImages; // screen-question cards not yet answered: their JPEG
-    std::optional<Clock::TimePoint> m_speakingStart;
-    std::optional<Clock::TimePoint> m_lastVoiceAt;
-    std::unique_ptr<ClockTimer> m_speakingTimer;
-    const float m_voiceThreshold = 0.045f;
-    const double m_silenceToEnd = 2.0;
-    std::optional<Clock::TimePoint> m_sessionStart;
-    std::unique_ptr<ClockTimer> m_sessionTimer;
-    bool m_idleInhibited = false;
-    CostModel::Usage m_sessionUsage;
-    CostModel::TranscriptionUsage m_transcriptionUsage;
-    double m_transcriptionCost = 0;
-    QString m_pricedModel;             // the realtime model of this session
-    QString m_transcribeModelInUse;    // the transcription model in use (after a fallback)
-    Clock::TimePoint m_audioStartRequestedAt{};
-    quint64 m_startGeneration = 0;
-    bool m_audioStartInFlight = false;
+    AnswerClock m_answerClock;
+    AnswerScheduler m_scheduler;
+    UsageMeter m_usage;
 
     // Turns and answers.
-    QHash<QString, QString> m_cardOfItem;             // input item -> card id
     QHash<QString, Clock::TimePoint> m_speechStartedAt;   // input item -> when speech began
     QHash<QString, double> m_heardSeconds;            // input item -> seconds of speech heard
-    QSet<QString> m_activeResponses;                  // created, not yet done
-    QSet<QString> m_finishedResponses;                // done this session
-    QSet<QString> m_expectsServiceResponse;           // turn cards the service should answer itself
-    QSet<QString> m_noServiceResponse;                // turn cards that ended while a response ran
-    QList<QString> m_answerQueue;                     // cards waiting to be asked, in order
-    std::optional<QString> m_requestedFor;            // the card our outstanding request is for
-    bool m_requestStale = false;                      // its question changed after we asked
-    int m_requestAttempts = 0;                        // unanswered requests for that card
-    std::unique_ptr<ClockTimer> m_requestTimer;
-    std::optional<QString> m_mergeAwaitingServiceResponse;   // merged card waiting to cancel the follow-up's response
-    std::unique_ptr<ClockTimer> m_mergeWait;
-    std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_serviceAnswerChecks;   // card id -> check
-    QSet<QString> m_droppedResponses;                 // responses with a drop already logged
-    QSet<QString> m_announcedResponses;               // response.created seen on this socket
-    QSet<QString> m_retriedCards;                     // cards asked again after a passing failure
-    QSet<QString> m_retryAfterDone;                   // failed responses whose card is asked again when done
     std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_questionWaits;   // card id -> late-question wait
-    qint64 m_droppedDeltas = 0;
-    qint64 m_droppedChars = 0;
-    QString m_transcriptPath;
-    RecordFaults m_faults;   // record files of this session that could not be written
-    std::unique_ptr<ClockTimer> m_watchdog8;
-    std::unique_ptr<ClockTimer> m_watchdog25;
-    CaptureHealth m_captureHealth;
-    std::optional<Clock::TimePoint> m_meetingLostAt;
-    std::unique_ptr<ClockTimer> m_outputLostTimer;
-    std::optional<QString> m_audioBanner;   // the capture banner showing, if any
+
+    // A press of Start until the session runs.
+    struct StartUp
+    {
+        Clock::TimePoint audioStartRequestedAt{};
+        quint64 generation = 0;
+        bool audioStartInFlight = false;
+        std::unique_ptr<ClockTimer> watchdog8;
+        std::unique_ptr<ClockTimer> watchdog25;
+    } m_startUp;
+
+    // Capture health and the banner it shows (SessionControllerAudio.cpp).
+    struct CaptureWatch
+    {
+        CaptureHealth health;
+        std::optional<Clock::TimePoint> meetingLostAt;
+        std::unique_ptr<ClockTimer> outputLostTimer;
+        std::optional<QString> banner;
+    } m_capture;
+
+    // Narrowing capture to one application once it plays sound.
+    struct Narrowing
+    {
+        std::optional<QString> pendingApp;
+        QString polledApp;
+        Clock::TimePoint armedAt{};
+        std::unique_ptr<ClockTimer> poll;
+    } m_narrowing;
+
+    // Answer text dropped this session: one log line per response, totals at the end.
+    struct Drops
+    {
+        QSet<QString> responses;
+        qint64 deltas = 0;
+        qint64 chars = 0;
+    } m_drops;
+
+    // The session clock, and the idle inhibition it holds.
+    struct SessionClock
+    {
+        std::optional<Clock::TimePoint> start;
+        std::unique_ptr<ClockTimer> timer;
+        bool idleInhibited = false;
+    } m_sessionClock;
+
     // Lets callbacks that may outlive this object (thread pool, permission prompts) tell.
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
 };

@@ -1,7 +1,6 @@
 // Question and answer cards, the answer side: responses created by the service or asked
-// for by us, streamed answer text, responses that end badly, completion, and asking again
-// for every question left without an answer (a turn that ended while another answer ran,
-// a follow-up merged into its question, a card cut off by a reconnect).
+// for by us, streamed answer text, responses that end badly, completion, and the cards of a
+// new socket. Which card a response answers and what is asked again: AnswerScheduler.
 
 #include "session/SessionController.h"
 
@@ -12,94 +11,40 @@
 
 Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
-namespace {
-
-// A request of ours that no response has answered after this long is made again; after
-// the second time the card is given up with a note.
-constexpr double kRequestTimeoutSeconds = 20.0;
-constexpr int kMaxRequestAttempts = 2;
-
-} // namespace
-
-bool SessionController::isAwaited(const QAPair &pair) const
-{
-    return pair.questionInProgress || m_answerQueue.contains(pair.id) || m_requestedFor == pair.id
-        || m_expectsServiceResponse.contains(pair.id) || m_noServiceResponse.contains(pair.id)
-        || m_mergeAwaitingServiceResponse == pair.id;
-}
-
 void SessionController::responseCreated(const QString &responseID, bool requested)
 {
-    if (!responseID.isEmpty()) {
-        m_announcedResponses.insert(responseID);
-    }
-    if (responseID.isEmpty() || m_finishedResponses.contains(responseID) || m_activeResponses.contains(responseID)
-        || indexOfResponse(responseID) >= 0) {
+    const std::optional<QString> cardID = m_scheduler.responseCreated(responseID, requested);
+    if (!cardID) {
         return;
     }
-    m_activeResponses.insert(responseID);
-
-    if (requested && m_requestedFor) {
-        const QString pairID = *std::exchange(m_requestedFor, std::nullopt);
-        m_requestTimer.reset();
-        m_requestAttempts = 0;
-        const int index = indexOfPair(pairID);
-        const bool stale = std::exchange(m_requestStale, false);
-        if (index >= 0 && !stale && !m_pairs.at(index).isComplete) {
-            attachResponse(index, responseID);
-            return;
-        }
-        // The question grew after we asked: this answer is replaced by one to the whole of it.
-        m_supersededResponses.insert(responseID);
-        if (index >= 0 && !m_pairs.at(index).isComplete) {
-            queueAnswer(pairID, true);
-        }
-        askNextIfIdle();
+    if (!cardID->isEmpty()) {
+        attachResponse(m_cards.indexOf(*cardID), responseID);
         return;
-    }
-    if (m_mergeAwaitingServiceResponse) {
-        // The service's own answer to a follow-up that is now part of the previous question.
-        m_supersededResponses.insert(responseID);
-        const QString pairID = *std::exchange(m_mergeAwaitingServiceResponse, std::nullopt);
-        m_mergeWait.reset();
-        queueAnswer(pairID, true);
-        askNextIfIdle();
-        return;
-    }
-    // The service answers a turn by itself: the newest card still waiting for an answer.
-    for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
-        const QAPair &pair = m_pairs.at(i);
-        if (!pair.isComplete && !pair.responseID && m_requestedFor != pair.id && !m_screenImages.contains(pair.id)) {
-            attachResponse(i, responseID);
-            return;
-        }
     }
     // The answer has overtaken its question; the transcript fills it in later.
-    QAPair pair = QAPair::make(QString(), responseID, m_clock.now(), m_clock.wallNow());
+    QAPair pair = QAPair::make(QString(), responseID, m_parts.clock.now(), m_parts.clock.wallNow());
     pair.questionInProgress = true;
-    appendPair(pair);
+    m_cards.append(pair);
 }
 
 void SessionController::attachResponse(int index, const QString &responseID)
 {
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     pair.responseID = responseID;
     pair.isComplete = false;
     pair.answer.clear();   // a partial answer from a connection that was cut
     pair.answerNote.clear();
-    m_answerQueue.removeAll(pair.id);
-    m_expectsServiceResponse.remove(pair.id);
-    m_noServiceResponse.remove(pair.id);
+    m_scheduler.attached(pair.id);
     m_firstTokenSeen.remove(pair.id);
-    emit pairChanged(index);
+    m_cards.changed(index);
 }
 
 void SessionController::ingestDelta(const QString &responseID, const QString &delta)
 {
-    if (m_supersededResponses.contains(responseID)) {
+    if (m_scheduler.isSuperseded(responseID)) {
         return;
     }
-    if (m_finishedResponses.contains(responseID)) {
+    if (m_scheduler.isFinished(responseID)) {
         if (!delta.isEmpty()) {
             dropDelta(responseID, delta.size(), QStringLiteral("response finished"));
         }
@@ -108,16 +53,16 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
     if (delta.isEmpty()) {
         return;
     }
-    if (!m_announcedResponses.contains(responseID)) {
+    if (!m_scheduler.isAnnounced(responseID)) {
         // The service announces every response first; text for any other never gets a card.
         dropDelta(responseID, delta.size(), QStringLiteral("unknown_response"));
         return;
     }
-    const int index = indexOfResponse(responseID);
+    const int index = m_cards.indexOfResponse(responseID);
     if (index < 0) {
         return;
     }
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     if (pair.isComplete) {
         dropDelta(responseID, delta.size(), QStringLiteral("card complete"));
         return;
@@ -142,16 +87,16 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
         m_firstTokenSeen.insert(id);
         QVariantMap fields{{QStringLiteral("pair"), id},
                            {QStringLiteral("response"), responseID},
-                           {QStringLiteral("you_were_speaking"), m_isSpeaking}};
+                           {QStringLiteral("you_were_speaking"), m_answerClock.isSpeaking()}};
         const auto heard = m_questionAt.constFind(id);
         if (heard != m_questionAt.constEnd()) {
             fields.insert(QStringLiteral("latency_after_question_s"),
-                          CostModel::rounded(Clock::secondsBetween(*heard, m_clock.now()), 3));
+                          CostModel::rounded(Clock::secondsBetween(*heard, m_parts.clock.now()), 3));
         }
         appendEvent(QStringLiteral("answer_started"), fields);
     }
-    m_pairs[index].answer += piece;
-    emit pairChanged(index);
+    m_cards.card(index).answer += piece;
+    m_cards.changed(index);
     if (piece.size() < delta.size()) {
         noteTruncated(index);
         dropDelta(responseID, delta.size() - piece.size(), QStringLiteral("answer too long"));
@@ -160,12 +105,12 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
 
 void SessionController::noteTruncated(int index)
 {
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     if (pair.answerNote == QAPair::truncatedNote) {
         return;   // noted with the first text dropped
     }
     pair.answerNote = QAPair::truncatedNote;
-    emit pairChanged(index);
+    m_cards.changed(index);
     appendEvent(QStringLiteral("answer_truncated"), {{QStringLiteral("pair"), pair.id},
                                                      {QStringLiteral("response"), pair.responseID.value_or(QString())},
                                                      {QStringLiteral("chars"), qint64(pair.answer.size())}});
@@ -173,12 +118,12 @@ void SessionController::noteTruncated(int index)
 
 void SessionController::dropDelta(const QString &responseID, qsizetype chars, const QString &reason)
 {
-    ++m_droppedDeltas;
-    m_droppedChars += chars;
-    if (m_droppedResponses.contains(responseID)) {
+    ++m_drops.deltas;
+    m_drops.chars += chars;
+    if (m_drops.responses.contains(responseID)) {
         return;   // one line per response; the totals go into the session's last lines
     }
-    m_droppedResponses.insert(responseID);
+    m_drops.responses.insert(responseID);
     qCWarning(lcSession, "[Ketterbloom] dropped answer text for response %s: %s", qPrintable(responseID), qPrintable(reason));
     appendEvent(QStringLiteral("delta_dropped"), {{QStringLiteral("response"), responseID},
                                                   {QStringLiteral("reason"), reason},
@@ -188,28 +133,26 @@ void SessionController::dropDelta(const QString &responseID, qsizetype chars, co
 void SessionController::responseEnded(const QString &responseID, const QString &status, const QString &reason,
                                       bool transient)
 {
-    if (m_supersededResponses.contains(responseID)) {
+    if (m_scheduler.isSuperseded(responseID)) {
         return;
     }
-    const int index = indexOfResponse(responseID);
+    const int index = m_cards.indexOfResponse(responseID);
     if (index < 0) {
         return;
     }
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     const bool failed = status == QLatin1String("failed");
     pair.answerNote = failed ? QAPair::couldNotAnswerNote(reason) : QAPair::cutShortNote;
-    emit pairChanged(index);
+    m_cards.changed(index);
     appendEvent(QStringLiteral("answer_failed"), {{QStringLiteral("pair"), pair.id},
                                                   {QStringLiteral("response"), responseID},
                                                   {QStringLiteral("status"), status},
                                                   {QStringLiteral("reason"), reason}});
     // A passing fault of the service: the question is asked once more when this response is
     // done (and any other answer has finished). The note shows until the new answer starts.
-    const QAPair &ended = m_pairs.at(index);
-    if (failed && transient && !ended.isComplete && !m_retriedCards.contains(ended.id) && !ended.question.isEmpty()
-        && !ended.questionInProgress) {
-        m_retriedCards.insert(ended.id);
-        m_retryAfterDone.insert(responseID);
+    const QAPair &ended = m_cards.at(index);
+    if (failed && transient && !ended.isComplete && !ended.question.isEmpty() && !ended.questionInProgress
+        && m_scheduler.retryWhenDone(ended.id, responseID)) {
         appendEvent(QStringLiteral("answer_retried"), {{QStringLiteral("pair"), ended.id},
                                                        {QStringLiteral("response"), responseID},
                                                        {QStringLiteral("reason"), reason}});
@@ -218,151 +161,78 @@ void SessionController::responseEnded(const QString &responseID, const QString &
 
 void SessionController::completeResponse(const QString &responseID)
 {
-    m_activeResponses.remove(responseID);
-    const bool seenBefore = m_finishedResponses.contains(responseID);
-    m_finishedResponses.insert(responseID);
-    if (m_supersededResponses.remove(responseID)) {
-        askNextIfIdle();   // a replaced answer has ended: the way is clear for the next request
+    switch (m_scheduler.responseDone(responseID)) {
+    case AnswerScheduler::Done::nothing:
         return;
-    }
-    if (seenBefore) {
-        return;
-    }
-    if (!m_announcedResponses.contains(responseID)) {
-        // Never announced on this socket: it ends nothing.
+    case AnswerScheduler::Done::unknown:
         dropDelta(responseID, 0, QStringLiteral("unknown_response"));
         return;
-    }
-
-    const int index = indexOfResponse(responseID);
-    if (index >= 0 && m_retryAfterDone.remove(responseID)) {
-        QAPair &pair = m_pairs[index];
+    case AnswerScheduler::Done::retry: {
+        QAPair &pair = m_cards.card(m_cards.indexOfResponse(responseID));
         pair.responseID.reset();
-        queueAnswer(pair.id, true);
-        askNextIfIdle();
+        m_scheduler.queue(pair.id, true);
+        m_scheduler.askNextIfIdle();
         return;
     }
+    case AnswerScheduler::Done::finished:
+        break;
+    }
+    const int index = m_cards.indexOfResponse(responseID);
     if (index >= 0) {
-        m_pairs[index].isComplete = true;
-        m_screenImages.remove(m_pairs.at(index).id);
+        m_cards.card(index).isComplete = true;
+        m_scheduler.answered(m_cards.at(index).id);
         // On disk before anyone hears of it, so that a crash from here on keeps the card.
         saveTranscript();
-        const QAPair &pair = m_pairs.at(index);
+        const QAPair &pair = m_cards.at(index);
         appendEvent(QStringLiteral("answer_done"), {{QStringLiteral("pair"), pair.id},
                                                     {QStringLiteral("chars"), qint64(TextRules::characterCount(pair.answer))},
                                                     {QStringLiteral("question"), pair.question},
                                                     {QStringLiteral("answer"), pair.answer}});
-        emit pairChanged(index);
-        if (m_pairs.at(index).questionInProgress) {
-            awaitLateQuestion(m_pairs.at(index).id);
+        m_cards.changed(index);
+        if (m_cards.at(index).questionInProgress) {
+            awaitLateQuestion(m_cards.at(index).id);
         }
     }
 
-    if (removeEmptyCompletePairs()) {
+    if (m_cards.removeEmptyComplete()) {
         saveTranscript();
     }
     pushHistory();
-    askNextIfIdle();
+    m_scheduler.askNextIfIdle();
 }
 
 // ---- Asking again --------------------------------------------------------------------
 
-void SessionController::queueAnswer(const QString &pairID, bool first)
+bool SessionController::askFor(const QString &pairID)
 {
-    m_answerQueue.removeAll(pairID);
-    if (first) {
-        m_answerQueue.prepend(pairID);
-    } else {
-        m_answerQueue.append(pairID);
+    if (m_scheduler.hasPicture(pairID)) {
+        return sendScreenQuestion(pairID);
     }
+    m_parts.client.regenerate(m_cards.at(m_cards.indexOf(pairID)).question);
+    return true;
 }
 
-void SessionController::askNextIfIdle()
+void SessionController::giveUpOn(const QString &pairID)
 {
-    if (m_requestedFor || m_mergeAwaitingServiceResponse) {
-        return;
-    }
-    for (const QString &responseID : std::as_const(m_activeResponses)) {
-        if (!m_supersededResponses.contains(responseID)) {
-            return;   // asked when this answer has finished; asking now would cancel it
-        }
-    }
-    while (!m_answerQueue.isEmpty()) {
-        const QString pairID = m_answerQueue.takeFirst();
-        const int index = indexOfPair(pairID);
-        if (index < 0 || m_pairs.at(index).isComplete || m_pairs.at(index).responseID || m_pairs.at(index).question.isEmpty()
-            || m_pairs.at(index).questionInProgress) {
-            continue;
-        }
-        requestAnswer(pairID);
-        return;
-    }
-}
-
-void SessionController::requestAnswer(const QString &pairID)
-{
-    const int index = indexOfPair(pairID);
-    m_requestedFor = pairID;
-    m_requestStale = false;
-    ++m_requestAttempts;
-    if (m_screenImages.contains(pairID)) {
-        sendScreenQuestion(pairID);
-        if (!m_screenImages.contains(pairID)) {
-            // Refused on the spot: nothing is outstanding.
-            m_requestedFor.reset();
-            m_requestAttempts = 0;
-            askNextIfIdle();
-            return;
-        }
-    } else {
-        m_client.regenerate(m_pairs.at(index).question);
-    }
-    m_requestTimer = m_clock.schedule(kRequestTimeoutSeconds, false, [this, pairID] {
-        m_requestTimer.reset();
-        if (m_requestedFor != pairID) {
-            return;
-        }
-        m_requestedFor.reset();
-        const int card = indexOfPair(pairID);
-        if (card >= 0 && m_requestAttempts >= kMaxRequestAttempts) {
-            m_requestAttempts = 0;
-            m_pairs[card].isComplete = true;
-            m_pairs[card].answerNote = QAPair::couldNotAnswerNote(QStringLiteral("no response"));
-            emit pairChanged(card);
-            appendEvent(QStringLiteral("answer_failed"), {{QStringLiteral("pair"), pairID},
-                                                          {QStringLiteral("status"), QStringLiteral("no_response")},
-                                                          {QStringLiteral("reason"), QStringLiteral("no response")}});
-            pushHistory();
-            saveTranscript();
-        } else if (card >= 0) {
-            log(QStringLiteral("No answer to the request for a card; asking again"));
-            queueAnswer(pairID, true);
-        }
-        askNextIfIdle();
-    });
+    const int card = m_cards.indexOf(pairID);
+    m_cards.card(card).isComplete = true;
+    m_cards.card(card).answerNote = QAPair::couldNotAnswerNote(QStringLiteral("no response"));
+    m_cards.changed(card);
+    appendEvent(QStringLiteral("answer_failed"), {{QStringLiteral("pair"), pairID},
+                                                  {QStringLiteral("status"), QStringLiteral("no_response")},
+                                                  {QStringLiteral("reason"), QStringLiteral("no response")}});
+    pushHistory();
+    saveTranscript();
 }
 
 void SessionController::connectionConfigured()
 {
     // A new socket: whatever was in flight on the old one will never finish.
     setListening(false);
-    m_announcedResponses.clear();
-    m_retryAfterDone.clear();
-    m_activeResponses.clear();
-    m_supersededResponses.clear();
-    m_expectsServiceResponse.clear();
-    m_noServiceResponse.clear();
-    m_requestedFor.reset();
-    m_requestStale = false;
-    m_requestTimer.reset();
-    m_requestAttempts = 0;
-    m_mergeAwaitingServiceResponse.reset();
-    m_mergeWait.reset();
-    m_serviceAnswerChecks.clear();
 
     QList<QString> queue;
-    for (int i = 0; i < m_pairs.size(); ++i) {
-        QAPair &pair = m_pairs[i];
+    for (int i = 0; i < m_cards.size(); ++i) {
+        QAPair &pair = m_cards.card(i);
         if (pair.isComplete && !pair.questionInProgress) {
             continue;
         }
@@ -376,22 +246,22 @@ void SessionController::connectionConfigured()
                 pair.answerNote = QAPair::cutShortNote;
             }
         }
-        emit pairChanged(i);
+        m_cards.changed(i);
     }
-    m_answerQueue = queue;
+    m_scheduler.reconnected(queue);
     if (!queue.isEmpty()) {
         appendEvent(QStringLiteral("answers_reasked"), {{QStringLiteral("pairs"), qint64(queue.size())}});
     }
-    removeEmptyCompletePairs();
-    askNextIfIdle();
+    m_cards.removeEmptyComplete();
+    m_scheduler.askNextIfIdle();
 }
 
 // ---- Housekeeping --------------------------------------------------------------------
 
 void SessionController::closeOpenCards()
 {
-    for (int i = 0; i < m_pairs.size(); ++i) {
-        QAPair &pair = m_pairs[i];
+    for (int i = 0; i < m_cards.size(); ++i) {
+        QAPair &pair = m_cards.card(i);
         if (pair.isComplete && !pair.questionInProgress) {
             continue;
         }
@@ -402,47 +272,14 @@ void SessionController::closeOpenCards()
         pair.questionMissing = pair.questionMissing
             || (pair.questionInProgress && pair.question.isEmpty() && !pair.answer.isEmpty());
         pair.questionInProgress = false;
-        emit pairChanged(i);
+        m_cards.changed(i);
     }
-    m_answerQueue.clear();
-    m_screenImages.clear();
-    m_requestedFor.reset();
-    m_requestStale = false;
-    m_requestTimer.reset();
-    m_mergeAwaitingServiceResponse.reset();
-    m_mergeWait.reset();
-    m_serviceAnswerChecks.clear();
-    m_expectsServiceResponse.clear();
-    m_noServiceResponse.clear();
-    m_activeResponses.clear();
-    m_supersededResponses.clear();
-    m_retryAfterDone.clear();
+    m_scheduler.closeAll();
     m_questionWaits.clear();
-    removeEmptyCompletePairs();
-}
-
-bool SessionController::removeEmptyCompletePairs()
-{
-    const qsizetype removed = m_pairs.removeIf([](const QAPair &pair) {
-        // A turn card still waiting for its transcript stays; a card an answer opened goes.
-        return pair.isComplete && (!pair.questionInProgress || pair.itemID.isEmpty()) && !pair.questionFailed
-            && pair.question.isEmpty() && pair.answer.isEmpty() && pair.myAnswer.isEmpty();
-    });
-    if (removed > 0) {
-        emit pairsReset();
-    }
-    return removed > 0;
+    m_cards.removeEmptyComplete();
 }
 
 void SessionController::pushHistory()
 {
-    // Finished cards only: an unfinished one is asked again after a reconnect.
-    History history;
-    for (const QAPair &pair : std::as_const(m_pairs)) {
-        const QString question = pair.questionInProgress ? QString() : pair.question;
-        if (pair.isComplete && (!question.isEmpty() || !pair.answer.isEmpty())) {
-            history.append(HistoryEntry{question, pair.answer});
-        }
-    }
-    m_client.updateHistory(history);
+    m_parts.client.updateHistory(m_cards.history());
 }

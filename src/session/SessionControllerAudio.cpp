@@ -26,11 +26,11 @@ QString SessionController::microphoneLostBanner(const QString &name)
 
 void SessionController::captureHealthChanged(const CaptureHealth &health)
 {
-    if (!m_isSessionActive && !m_audio.isRunning()) {
+    if (!m_isSessionActive && !m_parts.audio.isRunning()) {
         return;
     }
-    const CaptureHealth before = m_captureHealth;
-    m_captureHealth = health;
+    const CaptureHealth before = m_capture.health;
+    m_capture.health = health;
     qCInfo(lcSession, "[Ketterbloom] capture: sound server %s, meeting %s, microphone %s",
            health.soundServer ? "up" : "lost", health.meetingOutput ? "up" : "lost", health.microphone ? "up" : "lost");
     appendEvent(QStringLiteral("audio_health"), {{QStringLiteral("sound_server"), health.soundServer},
@@ -39,12 +39,12 @@ void SessionController::captureHealthChanged(const CaptureHealth &health)
 
     // The output banner waits: an output that is replaced (a headset profile switch, a USB
     // replug) is usually back within a few seconds, and the meeting line carries silence.
-    if (!health.meetingOutput && !m_meetingLostAt) {
-        m_meetingLostAt = m_clock.now();
-        m_outputLostTimer = m_clock.schedule(outputLostBannerDelay, false, [this] { updateAudioBanner(); });
+    if (!health.meetingOutput && !m_capture.meetingLostAt) {
+        m_capture.meetingLostAt = m_parts.clock.now();
+        m_capture.outputLostTimer = m_parts.clock.schedule(outputLostBannerDelay, false, [this] { updateAudioBanner(); });
     } else if (health.meetingOutput) {
-        m_meetingLostAt.reset();
-        m_outputLostTimer.reset();
+        m_capture.meetingLostAt.reset();
+        m_capture.outputLostTimer.reset();
     }
     // The microphone's meter drops at once; the meeting's meter keeps running from its side.
     if (before.microphone && !health.microphone) {
@@ -55,11 +55,11 @@ void SessionController::captureHealthChanged(const CaptureHealth &health)
 
 void SessionController::updateAudioBanner()
 {
-    const CaptureHealth &h = m_captureHealth;
+    const CaptureHealth &h = m_capture.health;
     std::optional<QString> text;
     if (!h.soundServer) {
         text = soundServerLostBanner;
-    } else if (m_meetingLostAt && Clock::secondsBetween(*m_meetingLostAt, m_clock.now()) >= outputLostBannerDelay - 1e-6) {
+    } else if (m_capture.meetingLostAt && Clock::secondsBetween(*m_capture.meetingLostAt, m_parts.clock.now()) >= outputLostBannerDelay - 1e-6) {
         text = outputLostBanner;
     } else if (!h.microphone) {
         text = microphoneLostBanner(h.microphoneName.isEmpty() ? QStringLiteral("microphone") : h.microphoneName);
@@ -68,25 +68,25 @@ void SessionController::updateAudioBanner()
         if (m_banner != text) {
             setBannerText(*text);
         }
-        m_audioBanner = text;
+        m_capture.banner = text;
         return;
     }
     // Everything is back: clear our banner, but never someone else's.
-    if (m_audioBanner && m_banner == m_audioBanner) {
+    if (m_capture.banner && m_banner == m_capture.banner) {
         setBannerText(std::nullopt);
     }
-    m_audioBanner.reset();
+    m_capture.banner.reset();
 }
 
 void SessionController::endCaptureWatch()
 {
-    m_outputLostTimer.reset();
-    m_meetingLostAt.reset();
-    m_captureHealth = CaptureHealth{};
-    if (m_audioBanner && m_banner == m_audioBanner) {
+    m_capture.outputLostTimer.reset();
+    m_capture.meetingLostAt.reset();
+    m_capture.health = CaptureHealth{};
+    if (m_capture.banner && m_banner == m_capture.banner) {
         setBannerText(std::nullopt);
     }
-    m_audioBanner.reset();
+    m_capture.banner.reset();
 }
 
 void SessionController::watchMicrophoneSettings()
@@ -94,14 +94,14 @@ void SessionController::watchMicrophoneSettings()
     // A microphone picked in Settings during a session is used at once (the meeting side
     // and the session go on); with both sides on one device, the change waits for Start.
     auto switchMic = [this] {
-        const AppSettings::MeetingSource source = m_settings.meetingSource();
+        const AppSettings::MeetingSource source = m_parts.settings.meetingSource();
         if (!m_isSessionActive || source == AppSettings::MeetingSource::audioDevice
             || source == AppSettings::MeetingSource::recording) {
             return;
         }
-        const QString uid = m_settings.deviceUID();
-        m_audio.switchMicrophone(uid.isEmpty() ? std::nullopt : std::optional<QString>(uid), m_settings.micChannel());
+        const QString uid = m_parts.settings.deviceUID();
+        m_parts.audio.switchMicrophone(uid.isEmpty() ? std::nullopt : std::optional<QString>(uid), m_parts.settings.micChannel());
     };
-    connect(&m_settings, &AppSettings::deviceUIDChanged, this, switchMic);
-    connect(&m_settings, &AppSettings::micChannelChanged, this, switchMic);
+    connect(&m_parts.settings, &AppSettings::deviceUIDChanged, this, switchMic);
+    connect(&m_parts.settings, &AppSettings::micChannelChanged, this, switchMic);
 }

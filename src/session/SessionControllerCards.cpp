@@ -7,82 +7,11 @@
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
 
-#include <array>
-
-namespace {
-
-// Openers that mark a transcript as continuing the previous question.
-const std::array<QLatin1StringView, 26> kFollowUpOpeners = {
-    QLatin1StringView("and "),          QLatin1StringView("also "),        QLatin1StringView("plus "),
-    QLatin1StringView("or "),           QLatin1StringView("but "),         QLatin1StringView("so "),
-    QLatin1StringView("as in "),        QLatin1StringView("i mean "),      QLatin1StringView("sorry "),
-    QLatin1StringView("specifically "), QLatin1StringView("in particular "), QLatin1StringView("for example "),
-    QLatin1StringView("for instance "), QLatin1StringView("especially "),  QLatin1StringView("particularly "),
-    QLatin1StringView("including "),    QLatin1StringView("such as "),     QLatin1StringView("like "),
-    QLatin1StringView("maybe "),        QLatin1StringView("just "),        QLatin1StringView("actually "),
-    QLatin1StringView("what i mean "),  QLatin1StringView("to be clear "), QLatin1StringView("that is "),
-    QLatin1StringView("ie "),           QLatin1StringView("eg "),
-};
-
-// How long a merged question waits for the service's own answer to the follow-up (which
-// our request then replaces) before asking anyway.
-constexpr double kMergeWaitSeconds = 2.0;
-// How long a question the service should answer by itself may go without its answer
-// starting before we ask for it.
-constexpr double kServiceAnswerGraceSeconds = 5.0;
-
-// A card opened for the user's words before any question, on which nothing has landed.
-bool isEmptyPlaceholder(const QAPair &pair)
-{
-    return pair.isComplete && pair.question.isEmpty() && pair.answer.isEmpty() && pair.myAnswer.isEmpty()
-        && !pair.questionFailed && !pair.questionInProgress && !pair.responseID && pair.itemID.isEmpty();
-}
-
-} // namespace
-
-int SessionController::indexOfPair(const QString &id) const
-{
-    for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
-        if (m_pairs.at(i).id == id) {
-            return i;
-        }
-    }
-    return -1;
-}
-
-int SessionController::indexOfResponse(const QString &responseID) const
-{
-    for (int i = int(m_pairs.size()) - 1; i >= 0; --i) {
-        if (m_pairs.at(i).responseID == responseID) {
-            return i;
-        }
-    }
-    return -1;
-}
-
-int SessionController::cardForItem(const QString &itemID) const
-{
-    const auto found = m_cardOfItem.constFind(itemID);
-    return itemID.isEmpty() || found == m_cardOfItem.constEnd() ? -1 : indexOfPair(*found);
-}
-
-void SessionController::appendPair(const QAPair &pair)
-{
-    m_pairs.append(pair);
-    emit pairInserted(int(m_pairs.size()) - 1);
-}
-
-void SessionController::removePair(int index)
-{
-    m_pairs.removeAt(index);
-    emit pairsReset();
-}
-
 // ---- The service's turns -------------------------------------------------------------
 
 void SessionController::speechStarted(const QString &itemID)
 {
-    m_speechStartedAt.insert(itemID, m_clock.now());
+    m_speechStartedAt.insert(itemID, m_parts.clock.now());
     appendEvent(QStringLiteral("speech_started"), {{QStringLiteral("item"), itemID}});   // the review's timeline
     setListening(true);
     giveUpWaitingQuestions(itemID);
@@ -94,43 +23,41 @@ void SessionController::speechStopped(const QString &itemID)
     setListening(false);
     const auto started = m_speechStartedAt.constFind(itemID);
     if (started != m_speechStartedAt.constEnd()) {
-        m_heardSeconds.insert(itemID, Clock::secondsBetween(*started, m_clock.now()));
+        m_heardSeconds.insert(itemID, Clock::secondsBetween(*started, m_parts.clock.now()));
     }
     openTurnCard(itemID);
 }
 
 int SessionController::openTurnCard(const QString &itemID)
 {
-    int index = cardForItem(itemID);
+    int index = m_cards.cardForItem(itemID);
     if (index >= 0) {
         return index;
     }
-    const bool busy = !m_activeResponses.isEmpty() || m_requestedFor.has_value();
-    if (!m_pairs.isEmpty()) {
+    if (!m_cards.isEmpty()) {
         // The service created this turn's response before it reported the end of speech.
-        QAPair &last = m_pairs.last();
+        QAPair &last = m_cards.card(m_cards.size() - 1);
         if (last.itemID.isEmpty() && last.questionInProgress && last.question.isEmpty() && last.responseID
-            && !last.questionFailed && !m_cardOfItem.values().contains(last.id)) {
+            && !last.questionFailed && !m_cards.hasItemFor(last.id)) {
             last.itemID = itemID;
-            m_cardOfItem.insert(itemID, last.id);
-            return int(m_pairs.size()) - 1;
+            m_cards.assignItem(itemID, last.id);
+            return int(m_cards.size()) - 1;
         }
     }
-    const bool reuse = !m_pairs.isEmpty() && isEmptyPlaceholder(m_pairs.last());
+    const bool reuse = !m_cards.isEmpty() && CardBook::isEmptyPlaceholder(m_cards.last());
     if (!reuse) {
-        appendPair(QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow()));
+        m_cards.append(QAPair::make(QString(), std::nullopt, m_parts.clock.now(), m_parts.clock.wallNow()));
     }
-    index = int(m_pairs.size()) - 1;
-    QAPair &pair = m_pairs[index];
+    index = int(m_cards.size()) - 1;
+    QAPair &pair = m_cards.card(index);
     pair.itemID = itemID;
     pair.questionInProgress = true;
     pair.isComplete = false;
-    pair.lastQuestionAt = m_clock.now();
-    m_cardOfItem.insert(itemID, pair.id);
-    // With turn detection the service answers a turn by itself, unless a response is running.
-    (busy ? m_noServiceResponse : m_expectsServiceResponse).insert(pair.id);
+    pair.lastQuestionAt = m_parts.clock.now();
+    m_cards.assignItem(itemID, pair.id);
+    m_scheduler.turnOpened(pair.id);
     if (reuse) {
-        emit pairChanged(index);
+        m_cards.changed(index);
     }
     return index;
 }
@@ -138,32 +65,32 @@ int SessionController::openTurnCard(const QString &itemID)
 void SessionController::ingestTranscriptDelta(const QString &itemID, const QString &delta)
 {
     const int index = openTurnCard(itemID);
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     if (!pair.questionInProgress || delta.isEmpty()) {
         return;
     }
     pair.question += delta;
-    emit pairChanged(index);
+    m_cards.changed(index);
 }
 
 void SessionController::ingestTranscript(const QString &itemID, const QString &text)
 {
-    const bool wasSpeaking = m_isSpeaking;   // read before the other side ends the user's answer
+    const bool wasSpeaking = m_answerClock.isSpeaking();   // read before the other side ends the user's answer
     interviewerTookOver();
 
-    int index = cardForItem(itemID);
-    if (index >= 0 && !m_pairs.at(index).questionInProgress && !m_pairs.at(index).questionMissing) {
+    int index = m_cards.cardForItem(itemID);
+    if (index >= 0 && !m_cards.at(index).questionInProgress && !m_cards.at(index).questionMissing) {
         index = -1;   // that card has its question already
     }
     if (index < 0) {
         // Without speech events: the card an answer opened before its question arrived.
-        for (int i = int(m_pairs.size()) - 1; i >= 0 && index < 0; --i) {
-            if (m_pairs.at(i).questionInProgress && m_pairs.at(i).itemID.isEmpty()) {
+        for (int i = int(m_cards.size()) - 1; i >= 0 && index < 0; --i) {
+            if (m_cards.at(i).questionInProgress && m_cards.at(i).itemID.isEmpty()) {
                 index = i;
             }
         }
-        if (index < 0 && !m_pairs.isEmpty() && isEmptyPlaceholder(m_pairs.last())) {
-            index = int(m_pairs.size()) - 1;
+        if (index < 0 && !m_cards.isEmpty() && CardBook::isEmptyPlaceholder(m_cards.last())) {
+            index = int(m_cards.size()) - 1;
         }
     }
     const bool nothingSaid = text.trimmed().isEmpty();
@@ -171,22 +98,22 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
         if (nothingSaid) {
             return;
         }
-        appendPair(QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow()));
-        index = int(m_pairs.size()) - 1;
+        m_cards.append(QAPair::make(QString(), std::nullopt, m_parts.clock.now(), m_parts.clock.wallNow()));
+        index = int(m_cards.size()) - 1;
     }
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     if (!itemID.isEmpty()) {
         if (pair.itemID.isEmpty()) {
             pair.itemID = itemID;
         }
-        m_cardOfItem.insert(itemID, pair.id);
+        m_cards.assignItem(itemID, pair.id);
     }
     if (nothingSaid) {
         questionNotHeard(index);
         return;
     }
 
-    if (isEmptyPlaceholder(pair)) {
+    if (CardBook::isEmptyPlaceholder(pair)) {
         pair.isComplete = false;
     }
     pair.question = text;
@@ -194,66 +121,48 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
     pair.questionFailed = false;
     pair.questionMissing = false;
     m_questionWaits.erase(pair.id);
-    pair.lastQuestionAt = m_clock.now();
-    emit pairChanged(index);
+    pair.lastQuestionAt = m_parts.clock.now();
+    m_cards.changed(index);
 
-    const int previous = previousQuestionCard(index);
-    if (previous >= 0 && isContinuation(m_pairs.at(previous), text)) {
+    const int previous = m_cards.previousQuestionCard(index);
+    if (previous >= 0
+        && isFollowUp(m_cards.at(previous), text, Clock::secondsBetween(m_cards.at(previous).lastQuestionAt, m_parts.clock.now()),
+                      m_parts.settings.followUpWindow())) {
         mergeFollowUp(index, previous, text);
         return;
     }
 
     const QString id = pair.id;
-    m_questionAt.insert(id, m_clock.now());
+    m_questionAt.insert(id, m_parts.clock.now());
     appendEvent(QStringLiteral("question"), {{QStringLiteral("text"), text},
                                              {QStringLiteral("pair"), id},
                                              {QStringLiteral("you_were_speaking"), wasSpeaking}});
-    if (!pair.isComplete && !pair.responseID && m_requestedFor != id) {
-        // The service will not answer a turn that ended while another answer ran.
-        const bool serviceWillAnswer = m_expectsServiceResponse.contains(id)
-            || (!m_noServiceResponse.contains(id) && m_activeResponses.isEmpty() && !m_requestedFor);
-        if (!serviceWillAnswer) {
-            queueAnswer(id, false);
-        } else if (m_expectsServiceResponse.contains(id)) {
-            // Should the service have been busy after all, it never answers: ask ourselves.
-            m_serviceAnswerChecks[id] = m_clock.schedule(kServiceAnswerGraceSeconds, false, [this, id] {
-                const QString pairID = id;
-                m_serviceAnswerChecks.erase(pairID);   // this timer ends with its action
-                const int card = indexOfPair(pairID);
-                if (card >= 0 && !m_pairs.at(card).isComplete && !m_pairs.at(card).responseID
-                    && m_expectsServiceResponse.remove(pairID)) {
-                    log(QStringLiteral("The service did not answer a question by itself; asking for it"));
-                    queueAnswer(pairID, false);
-                    askNextIfIdle();
-                }
-            });
-        }
+    if (!pair.isComplete && !pair.responseID) {
+        m_scheduler.questionComplete(id);
     }
     pushHistory();
-    if (m_pairs.at(index).isComplete) {
+    if (m_cards.at(index).isComplete) {
         saveTranscript();
     }
-    askNextIfIdle();
+    m_scheduler.askNextIfIdle();
 }
 
 void SessionController::questionNotHeard(int index)
 {
     // Noise: the card goes unless something is on it.
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     pair.questionInProgress = false;
     pair.question.clear();
     if (pair.answer.isEmpty() && pair.myAnswer.isEmpty()) {
-        if (pair.responseID && !m_finishedResponses.contains(*pair.responseID)) {
-            m_supersededResponses.insert(*pair.responseID);
+        if (pair.responseID) {
+            m_scheduler.supersede(*pair.responseID);
         }
-        m_answerQueue.removeAll(pair.id);
-        m_expectsServiceResponse.remove(pair.id);
-        m_noServiceResponse.remove(pair.id);
-        removePair(index);
-        askNextIfIdle();
+        m_scheduler.forget(pair.id);
+        m_cards.removeAt(index);
+        m_scheduler.askNextIfIdle();
     } else {
-        pair.isComplete = pair.isComplete || (!pair.responseID && !isAwaited(pair));
-        emit pairChanged(index);
+        pair.isComplete = pair.isComplete || (!pair.responseID && !m_scheduler.isAwaited(pair.id, pair.questionInProgress));
+        m_cards.changed(index);
     }
 }
 
@@ -261,140 +170,75 @@ void SessionController::transcriptFailed(const QString &itemID, const QString &m
 {
     interviewerTookOver();
     const int index = openTurnCard(itemID);
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     pair.questionInProgress = false;
     pair.questionMissing = false;
     pair.questionFailed = true;
     pair.question.clear();
     const QString id = pair.id;
-    m_answerQueue.removeAll(id);   // nothing to ask with; the service may still answer the audio
-    if (!pair.isComplete && !pair.responseID && !m_expectsServiceResponse.contains(id)) {
+    m_scheduler.unqueue(id);   // nothing to ask with; the service may still answer the audio
+    if (!pair.isComplete && !pair.responseID && !m_scheduler.expectsServiceAnswer(id)) {
         pair.isComplete = true;
-        m_noServiceResponse.remove(id);
+        m_scheduler.forget(id);
     }
-    emit pairChanged(index);
+    m_cards.changed(index);
     appendEvent(QStringLiteral("question_failed"), {{QStringLiteral("pair"), id}, {QStringLiteral("message"), message}});
-    if (m_pairs.at(index).isComplete) {
+    if (m_cards.at(index).isComplete) {
         saveTranscript();
     }
 }
 
 // ---- Follow-ups ----------------------------------------------------------------------
 
-int SessionController::previousQuestionCard(int index) const
-{
-    for (int i = index - 1; i >= 0; --i) {
-        const QAPair &pair = m_pairs.at(i);
-        if (pair.questionFailed || pair.questionInProgress || pair.questionMissing) {
-            return -1;   // an unknown question sits in between
-        }
-        if (!pair.question.isEmpty()) {
-            return i;
-        }
-    }
-    return -1;
-}
-
-bool SessionController::isContinuation(const QAPair &pair, const QString &text) const
-{
-    const double window = m_settings.followUpWindow();
-    if (!(window > 0) || pair.question.isEmpty() || !pair.screenThumbnail.isEmpty()) {
-        return false;   // a screen question is never extended by speech
-    }
-    if (Clock::secondsBetween(pair.lastQuestionAt, m_clock.now()) > window) {
-        return false;
-    }
-    const QString trimmed = text.trimmed();
-    if (trimmed.isEmpty()) {
-        return false;
-    }
-    const QString lower = trimmed.toLower();
-    for (const QLatin1StringView opener : kFollowUpOpeners) {
-        if (lower.startsWith(opener)) {
-            return true;
-        }
-    }
-    if (trimmed.at(0).isLower()) {
-        return true;
-    }
-    const QString previous = TextRules::trimBlanks(pair.question);
-    if (previous.isEmpty()) {
-        return false;
-    }
-    const QChar last = previous.back();
-    return last != QLatin1Char('.') && last != QLatin1Char('?') && last != QLatin1Char('!');
-}
-
 void SessionController::mergeFollowUp(int followUp, int into, const QString &text)
 {
-    const QAPair follow = m_pairs.at(followUp);
-    const QString intoID = m_pairs.at(into).id;
+    const QAPair follow = m_cards.at(followUp);
+    const QString intoID = m_cards.at(into).id;
     // The follow-up's own answer is replaced by the answer to the whole question.
-    if (follow.responseID && !m_finishedResponses.contains(*follow.responseID)) {
-        m_supersededResponses.insert(*follow.responseID);
+    if (follow.responseID) {
+        m_scheduler.supersede(*follow.responseID);
     }
-    const bool serviceAnswerPending = !follow.responseID && m_expectsServiceResponse.contains(follow.id);
-    m_answerQueue.removeAll(follow.id);
-    m_expectsServiceResponse.remove(follow.id);
-    m_noServiceResponse.remove(follow.id);
-    for (auto it = m_cardOfItem.begin(); it != m_cardOfItem.end(); ++it) {
-        if (it.value() == follow.id) {
-            it.value() = intoID;
-        }
-    }
+    const bool serviceAnswerPending = !follow.responseID && m_scheduler.expectsServiceAnswer(follow.id);
+    m_scheduler.forget(follow.id);
+    m_cards.moveItems(follow.id, intoID);
     // Words the user said on the follow-up's card stay with the question.
     if (!follow.myAnswer.isEmpty()) {
-        QString &mine = m_pairs[into].myAnswer;
+        QString &mine = m_cards.card(into).myAnswer;
         mine = mine.isEmpty() ? follow.myAnswer : mine + QLatin1Char(' ') + follow.myAnswer;
         m_committedAnswers.insert(intoID, mine);
     }
     if (m_speakingPairID == follow.id) {
         m_speakingPairID = intoID;
     }
-    removePair(followUp);
-    extendQuestion(indexOfPair(intoID), text);
+    m_cards.removeAt(followUp);
+    extendQuestion(m_cards.indexOf(intoID), text);
 
-    if (serviceAnswerPending) {
-        // The service is about to answer the follow-up alone; that answer is replaced as soon
-        // as it starts (or after a short wait if it never does).
-        m_mergeAwaitingServiceResponse = intoID;
-        m_mergeWait = m_clock.schedule(kMergeWaitSeconds, false, [this] {
-            if (const std::optional<QString> id = std::exchange(m_mergeAwaitingServiceResponse, std::nullopt)) {
-                queueAnswer(*id, true);
-            }
-            m_mergeWait.reset();
-            askNextIfIdle();
-        });
-    } else if (m_requestedFor == intoID) {
-        m_requestStale = true;   // asked for the shorter question; asked again when that starts
-    } else {
-        queueAnswer(intoID, true);
-    }
+    m_scheduler.askMerged(intoID, serviceAnswerPending);
     pushHistory();
-    askNextIfIdle();
+    m_scheduler.askNextIfIdle();
 }
 
 void SessionController::extendQuestion(int index, const QString &text)
 {
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     QString merged = pair.question + QLatin1Char(' ') + text;
     merged.replace(QStringLiteral("  "), QStringLiteral(" "));   // one pass: three blanks become two
     merged = TextRules::trimBlanks(merged);
 
-    if (pair.responseID && !m_finishedResponses.contains(*pair.responseID)) {
-        m_supersededResponses.insert(*pair.responseID);
+    if (pair.responseID) {
+        m_scheduler.supersede(*pair.responseID);
     }
     pair.question = merged;
-    pair.lastQuestionAt = m_clock.now();
+    pair.lastQuestionAt = m_parts.clock.now();
     pair.wasExtended = true;
     pair.answer.clear();
     pair.answerNote.clear();
     pair.isComplete = false;
     pair.responseID.reset();
     const QString id = pair.id;
-    emit pairChanged(index);
+    m_cards.changed(index);
 
-    m_questionAt.insert(id, m_clock.now());
+    m_questionAt.insert(id, m_parts.clock.now());
     m_firstTokenSeen.remove(id);
     appendEvent(QStringLiteral("question_extended"), {{QStringLiteral("merged"), merged},
                                                       {QStringLiteral("added"), text},

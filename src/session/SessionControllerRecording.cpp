@@ -53,25 +53,25 @@ RecordingTranscriptionPrompt::Question serviceQuestion(const QString &name, cons
 
 void SessionController::cancelRecordingTranscription()
 {
-    m_recordingTranscriber.cancel();
+    m_parts.recordingTranscriber.cancel();
 }
 
 void SessionController::transcribeRecording()
 {
     const std::weak_ptr<bool> alive = m_alive;
-    m_recordingPicker.pickRecording([alive, this](const std::optional<QString> &picked) {
+    m_parts.recordingPicker.pickRecording([alive, this](const std::optional<QString> &picked) {
         if (!alive.lock() || !picked) {
             return;
         }
         const QString path = *picked;
         // The service only for someone who opted in to it, and only when they say so for this file.
-        if (!m_settings.transcribeAnswersWithService() || !m_recordingPrompt) {
+        if (!m_parts.settings.transcribeAnswersWithService() || !m_parts.recordingPrompt) {
             transcribeRecordingOnDevice(path);
             return;
         }
         const RecordingTranscriptionPrompt::Question question = serviceQuestion(
-            QFileInfo(path).fileName(), m_settings.transcribeModel(), m_recordingTranscriber.recordingSeconds(path));
-        m_recordingPrompt->ask(question, [alive, this, path](RecordingTranscriptionPrompt::Answer answer) {
+            QFileInfo(path).fileName(), m_parts.settings.transcribeModel(), m_parts.recordingTranscriber.recordingSeconds(path));
+        m_parts.recordingPrompt->ask(question, [alive, this, path](RecordingTranscriptionPrompt::Answer answer) {
             if (!alive.lock()) {
                 return;
             }
@@ -92,7 +92,7 @@ void SessionController::transcribeRecording()
 void SessionController::transcribeRecordingOnDevice(const QString &path)
 {
     const std::weak_ptr<bool> alive = m_alive;
-    m_micTranscriber.requestAuthorization([alive, this, path](const SpeechAvailability &availability) {
+    m_parts.micTranscriber.requestAuthorization([alive, this, path](const SpeechAvailability &availability) {
         if (!alive.lock()) {
             return;
         }
@@ -103,7 +103,7 @@ void SessionController::transcribeRecordingOnDevice(const QString &path)
         const QString name = QFileInfo(path).fileName();
         setBanner(QStringLiteral("Transcribing ") + name + QStringLiteral("… this runs locally and takes a while."),
                   BannerAction::cancelTranscription);
-        m_recordingTranscriber.transcribe(
+        m_parts.recordingTranscriber.transcribe(
             path,
             [alive, this, name](const RecordingProgress &progress) {
                 if (alive.lock()) {
@@ -127,9 +127,9 @@ void SessionController::transcribeRecordingOnDevice(const QString &path)
 void SessionController::transcribeRecordingWithService(const QString &path)
 {
     RecordingTranscription::ServiceOptions options;
-    options.apiKey = m_settings.apiKey().trimmed();
-    options.model = m_settings.transcribeModel();
-    options.language = m_settings.transcriptionLanguage();
+    options.apiKey = m_parts.settings.apiKey().trimmed();
+    options.model = m_parts.settings.transcribeModel();
+    options.language = m_parts.settings.transcriptionLanguage();
     if (options.apiKey.isEmpty()) {
         setBanner(QStringLiteral("Add your OpenAI API key to transcribe recordings with OpenAI."), BannerAction::openAccountSettings);
         return;
@@ -139,7 +139,7 @@ void SessionController::transcribeRecordingWithService(const QString &path)
            qUtf8Printable(options.model));
     setBanner(QStringLiteral("Transcribing ") + name + QStringLiteral(" with OpenAI…"), BannerAction::cancelTranscription);
     const std::weak_ptr<bool> alive = m_alive;
-    m_recordingTranscriber.transcribeWithService(
+    m_parts.recordingTranscriber.transcribeWithService(
         path, options,
         [alive, this, name](const RecordingProgress &progress) {
             if (alive.lock()) {
@@ -179,5 +179,5 @@ void SessionController::recordingTranscriptWritten(const QString &transcriptPath
         text += QStringLiteral(" (") + usageNote + QStringLiteral(")");
     }
     setBanner(text, {makeLink(QStringLiteral("Transcript"), QUrl::fromLocalFile(transcriptPath))});
-    m_fileRevealer.reveal({transcriptPath});
+    m_parts.fileRevealer.reveal({transcriptPath});
 }

@@ -7,7 +7,6 @@
 #include "session/FileRevealer.h"
 #include "session/IdleInhibitor.h"
 #include "session/RealtimeLink.h"
-#include "session/SessionLog.h"
 #include "session/TapQueries.h"
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
@@ -20,37 +19,12 @@ Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 // ---- Records -------------------------------------------------------------------------
 
-void SessionController::appendEvent(const QString &event, const QVariantMap &fields)
-{
-    if (!m_log) {
-        return;
-    }
-    const bool wasFailing = !m_log->error().isEmpty();
-    m_log->append(event, fields);
-    if (!wasFailing && !m_log->error().isEmpty()) {
-        recordFailed(RecordFaults::File::events, m_log->jsonPath(), m_log->error());
-    }
-}
-
-void SessionController::recordFailed(RecordFaults::File file, const QString &path, const QString &error)
-{
-    if (!m_faults.fail(file, path, error)) {
-        return;   // told already
-    }
-    qCWarning(lcSession, "[Ketterbloom] could not write %s: %s", qUtf8Printable(path), qUtf8Printable(error));
-    appendEvent(QStringLiteral("record_failed"), {{QStringLiteral("path"), path}, {QStringLiteral("error"), error}});
-    if (!m_isSessionActive) {
-        return;   // a start still running says it when the session begins; a stop says it in its banner
-    }
-    showRecordFault(file);
-}
-
 void SessionController::showRecordFault(RecordFaults::File file)
 {
     if (file == RecordFaults::File::transcript) {
-        setBanner(m_faults.banner(file), BannerAction::copyTranscript);
+        setBanner(m_records.faults().banner(file), BannerAction::copyTranscript);
     } else {
-        setBannerText(m_faults.banner(file));
+        setBannerText(m_records.faults().banner(file));
     }
 }
 
@@ -62,22 +36,15 @@ void SessionController::log(const QString &message)
 
 void SessionController::startLog()
 {
-    m_faults.clear();
-    m_logStamp = (m_demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_clock.wallNow());
-    const QString folder = sessionFolder();
-    QDir().mkpath(folder);   // a failure leaves the log unopened; the session goes on
-    m_log = std::make_unique<SessionLog>(folder, m_logStamp, m_clock);
-    if (!m_log->error().isEmpty()) {
-        recordFailed(RecordFaults::File::events, m_log->jsonPath(), m_log->error());
-    }
-    QVariantMap config{{QStringLiteral("model"), m_settings.model()},
-                       {QStringLiteral("transcribe_model"), m_settings.transcribeModel()},
-                       {QStringLiteral("vad_threshold"), m_settings.vadThreshold()},
-                       {QStringLiteral("silence_ms"), m_settings.silenceDurationMs()},
-                       {QStringLiteral("prefix_padding_ms"), m_settings.prefixPaddingMs()},
-                       {QStringLiteral("follow_up_window_s"), m_settings.followUpWindow()},
+    m_records.open(sessionFolder(), (m_demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_parts.clock.wallNow()));
+    QVariantMap config{{QStringLiteral("model"), m_parts.settings.model()},
+                       {QStringLiteral("transcribe_model"), m_parts.settings.transcribeModel()},
+                       {QStringLiteral("vad_threshold"), m_parts.settings.vadThreshold()},
+                       {QStringLiteral("silence_ms"), m_parts.settings.silenceDurationMs()},
+                       {QStringLiteral("prefix_padding_ms"), m_parts.settings.prefixPaddingMs()},
+                       {QStringLiteral("follow_up_window_s"), m_parts.settings.followUpWindow()},
                        {QStringLiteral("instructions_chars"),
-                        qint64(TextRules::characterCount(m_settings.instructions()))}};
+                        qint64(TextRules::characterCount(m_parts.settings.instructions()))}};
     // Only a sample interview says so: a real session's config line is as it always was.
     if (m_demo)
         config.insert(QStringLiteral("demo"), true);
@@ -86,37 +53,20 @@ void SessionController::startLog()
 
 void SessionController::finishLog()
 {
-    if (!m_log) {
+    if (!m_records.isOpen()) {
         return;
     }
-    const qint64 tokens = m_sessionUsage.total() + m_transcriptionUsage.tokens();
-    if (tokens >= 1 || m_transcriptionCost > 0) {
-        const double minutes = CostModel::minutes(m_sessionElapsed);
-        const double cost = sessionCost();
-        appendEvent(QStringLiteral("session_cost"),
-                    {{QStringLiteral("minutes"), CostModel::rounded(minutes, 2)},
-                     {QStringLiteral("tokens"), tokens},
-                     {QStringLiteral("cost_usd"), CostModel::rounded(cost, 5)},
-                     {QStringLiteral("cost_per_min_usd"), CostModel::rounded(cost / minutes, 4)},
-                     {QStringLiteral("transcription_cost_usd"), CostModel::rounded(m_transcriptionCost, 5)},
-                     {QStringLiteral("audio_in"), m_sessionUsage.audioInput},
-                     {QStringLiteral("audio_in_cached"), m_sessionUsage.audioInputCached},
-                     {QStringLiteral("text_in"), m_sessionUsage.textInput},
-                     {QStringLiteral("text_in_cached"), m_sessionUsage.textInputCached},
-                     {QStringLiteral("text_out"), m_sessionUsage.textOutput + m_sessionUsage.audioOutput}});
+    if (const std::optional<QVariantMap> totals = m_usage.totals(m_sessionElapsed)) {
+        appendEvent(QStringLiteral("session_cost"), *totals);
     }
-    if (m_droppedDeltas > 0) {
-        appendEvent(QStringLiteral("deltas_dropped"), {{QStringLiteral("count"), m_droppedDeltas},
-                                                       {QStringLiteral("chars"), m_droppedChars}});
+    if (m_drops.deltas > 0) {
+        appendEvent(QStringLiteral("deltas_dropped"), {{QStringLiteral("count"), m_drops.deltas},
+                                                       {QStringLiteral("chars"), m_drops.chars}});
     }
     saveTranscript();
-    m_log->close();   // its sync may fail too
-    if (!m_log->error().isEmpty()) {
-        recordFailed(RecordFaults::File::events, m_log->jsonPath(), m_log->error());
-    }
-    m_log.reset();
+    m_records.close();
     // Only a file that was written completely is offered.
-    setLastTranscriptURL(m_faults.hasFailed(RecordFaults::File::transcript) ? QUrl() : QUrl::fromLocalFile(m_transcriptPath));
+    setLastTranscriptURL(QUrl::fromLocalFile(m_records.completeTranscriptPath()));
     m_questionAt.clear();
     m_firstTokenSeen.clear();
 }
@@ -124,13 +74,14 @@ void SessionController::finishLog()
 void SessionController::showStopSummary(const std::optional<QString> &keptBanner)
 {
     using File = RecordFaults::File;
-    if (m_faults.hasFailed(File::recording)) {
+    const RecordFaults &faults = m_records.faults();
+    if (faults.hasFailed(File::recording)) {
         setLastRecordingURL(QUrl());   // an incomplete recording is not offered
     }
     QList<BannerLink> links;
     if (!m_lastTranscriptURL.isEmpty()) {
         links << makeLink(QStringLiteral("Transcript"), m_lastTranscriptURL);
-        if (const QUrl review = m_reviewWriter ? m_reviewWriter(QDir(sessionFolder()).filePath(SessionLog::eventsFileName(m_logStamp)))
+        if (const QUrl review = m_reviewWriter ? m_reviewWriter(m_records.eventsPath())
                                                : QUrl();
             !review.isEmpty()) {
             links << makeLink(QStringLiteral("Review"), review);
@@ -159,91 +110,48 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
     if (keptBanner) {
         parts << *keptBanner;   // the reason the session ended comes first
     }
-    if (m_faults.any()) {
-        parts << m_faults.stopText() << QStringLiteral("Copy the cards with Copy Transcript.");
+    if (faults.any()) {
+        parts << faults.stopText() << QStringLiteral("Copy the cards with Copy Transcript.");
     }
-    if (!saved.isEmpty() && (!keptBanner || m_faults.any())) {
+    if (!saved.isEmpty() && (!keptBanner || faults.any())) {
         parts << saved;
     }
     if (parts.isEmpty()) {
         return;
     }
     setBanner(parts.join(QLatin1Char(' ')), links);
-    if (m_faults.any()) {
+    if (faults.any()) {
         setBannerAction(BannerAction::copyTranscript);
     }
 }
 
-void SessionController::saveTranscript()
-{
-    if (!m_log) {
-        return;
-    }
-    const SessionLog::WriteResult written = m_log->writeMarkdown(m_pairs, sessionFolder(), m_logStamp);
-    m_transcriptPath = written.path;
-    if (written.ok()) {
-        m_faults.recover(RecordFaults::File::transcript);   // written whole after all
-        return;
-    }
-    recordFailed(RecordFaults::File::transcript, written.path, written.error);
-}
-
-double SessionController::sessionCost() const
-{
-    if (m_demo)
-        return 0.0;   // the local stand-in charges nothing
-    return m_sessionUsage.cost(CostModel::pricesFor(m_pricedModel)) + m_transcriptionCost;
-}
-
 std::optional<QString> SessionController::costSummary() const
 {
-    return CostModel::summary(sessionCost(), m_sessionUsage.total() + m_transcriptionUsage.tokens(), m_sessionElapsed);
+    return m_usage.summary(m_sessionElapsed);
 }
 
 void SessionController::recordUsage(const QVariantMap &usage)
 {
-    const CostModel::Usage response = CostModel::parse(usage);
-    m_sessionUsage.add(response);
-    const double minutes = CostModel::minutes(m_sessionElapsed);
-    const double cost = sessionCost();
-    appendEvent(QStringLiteral("usage"),
-                {{QStringLiteral("audio_in"), response.audioInput},
-                 {QStringLiteral("audio_in_cached"), response.audioInputCached},
-                 {QStringLiteral("text_in"), response.textInput},
-                 {QStringLiteral("text_in_cached"), response.textInputCached},
-                 {QStringLiteral("text_out"), response.textOutput},
-                 {QStringLiteral("response_cost_usd"), CostModel::rounded(response.cost(CostModel::pricesFor(m_pricedModel)), 5)},
-                 {QStringLiteral("transcription_cost_usd"), CostModel::rounded(m_transcriptionCost, 5)},
-                 {QStringLiteral("session_cost_usd"), CostModel::rounded(cost, 5)},
-                 {QStringLiteral("session_cost_per_min_usd"), CostModel::rounded(cost / minutes, 4)}});
+    appendEvent(QStringLiteral("usage"), m_usage.addResponse(usage, m_sessionElapsed));
 }
 
 void SessionController::recordTranscriptionUsage(const QString &itemID, const QVariantMap &usage)
 {
-    const CostModel::TranscriptionUsage used = CostModel::parseTranscription(usage);
-    const QString model = m_transcribeModelInUse.isEmpty() ? m_settings.transcribeModel() : m_transcribeModelInUse;
-    const double cost = CostModel::transcriptionCost(used, model, m_heardSeconds.value(itemID));
-    m_transcriptionUsage.add(used);
-    m_transcriptionCost += cost;
-    int index = cardForItem(itemID);
-    appendEvent(QStringLiteral("transcription_usage"),
-                {{QStringLiteral("pair"), index >= 0 ? m_pairs.at(index).id : QString()},
-                 {QStringLiteral("model"), model},
-                 {QStringLiteral("input_tokens"), used.inputTokens},
-                 {QStringLiteral("output_tokens"), used.outputTokens},
-                 {QStringLiteral("seconds"), CostModel::rounded(used.seconds, 3)},
-                 {QStringLiteral("cost_usd"), CostModel::rounded(cost, 6)},
-                 {QStringLiteral("transcription_cost_usd"), CostModel::rounded(m_transcriptionCost, 5)}});
+    const QString model = m_usage.transcribeModel().isEmpty() ? m_parts.settings.transcribeModel() : m_usage.transcribeModel();
+    QVariantMap fields = m_usage.addMeetingTranscription(usage, model, m_heardSeconds.value(itemID));
+    int index = m_cards.cardForItem(itemID);
+    fields.insert(QStringLiteral("pair"), index >= 0 ? m_cards.at(index).id : QString());
+    appendEvent(QStringLiteral("transcription_usage"), fields);
     // The usage follows the completed transcript at once; a turn still waiting for its
     // question then had nothing in it that could be transcribed.
-    if (index >= 0 && m_pairs.at(index).questionInProgress) {
+    if (index >= 0 && m_cards.at(index).questionInProgress) {
         questionNotHeard(index);
     }
 }
 
 void SessionController::transcribeModelFellBack(const QString &refused, const QString &model)
 {
-    m_transcribeModelInUse = model;
+    m_usage.setTranscribeModel(model);
     appendEvent(QStringLiteral("transcribe_model_fallback"), {{QStringLiteral("refused"), refused}, {QStringLiteral("model"), model}});
     setBannerText(QStringLiteral("The service doesn't offer ") + refused + QStringLiteral(" for transcribing the meeting, so ")
                   + model + QStringLiteral(" is used instead (and priced as such)."));
@@ -251,37 +159,31 @@ void SessionController::transcribeModelFellBack(const QString &refused, const QS
 
 QString SessionController::transcriptForExport() const
 {
-    QStringList blocks;
-    for (const QAPair &pair : m_pairs) {
-        blocks << QStringLiteral("[") + pair.timestamp + QStringLiteral("] Q: ")
-                + pair.recordedQuestion()
-                + QStringLiteral("\nA: ") + pair.answer;
-    }
-    return blocks.join(QStringLiteral("\n\n"));
+    return m_cards.exportText();
 }
 
 // ---- Session clock -------------------------------------------------------------------
 
 void SessionController::startSessionClock()
 {
-    m_idleInhibitor.inhibit(QStringLiteral("Live meeting transcription"));
-    m_idleInhibited = true;
-    m_sessionStart = m_clock.now();
+    m_parts.idleInhibitor.inhibit(QStringLiteral("Live meeting transcription"));
+    m_sessionClock.idleInhibited = true;
+    m_sessionClock.start = m_parts.clock.now();
     setSessionElapsed(0);
-    m_sessionTimer = m_clock.schedule(1.0, true, [this] {
-        if (m_sessionStart) {
-            setSessionElapsed(Clock::secondsBetween(*m_sessionStart, m_clock.now()));
+    m_sessionClock.timer = m_parts.clock.schedule(1.0, true, [this] {
+        if (m_sessionClock.start) {
+            setSessionElapsed(Clock::secondsBetween(*m_sessionClock.start, m_parts.clock.now()));
         }
     });
 }
 
 void SessionController::stopSessionClock()
 {
-    m_sessionTimer.reset();
-    m_sessionStart.reset();
-    if (m_idleInhibited) {
-        m_idleInhibitor.release();
-        m_idleInhibited = false;
+    m_sessionClock.timer.reset();
+    m_sessionClock.start.reset();
+    if (m_sessionClock.idleInhibited) {
+        m_parts.idleInhibitor.release();
+        m_sessionClock.idleInhibited = false;
     }
 }
 
@@ -289,30 +191,30 @@ void SessionController::stopSessionClock()
 
 void SessionController::startAppTapPollIfNeeded()
 {
-    m_appTapPoll.reset();
-    if (!m_pendingAppTap) {
+    m_narrowing.poll.reset();
+    if (!m_narrowing.pendingApp) {
         return;
     }
-    m_appTapPollBundleID = *m_pendingAppTap;
-    m_appTapPollArmedAt = m_clock.now();
-    m_appTapPoll = m_clock.schedule(3.0, true, [this] { appTapPollTick(); });
+    m_narrowing.polledApp = *m_narrowing.pendingApp;
+    m_narrowing.armedAt = m_parts.clock.now();
+    m_narrowing.poll = m_parts.clock.schedule(3.0, true, [this] { appTapPollTick(); });
 }
 
 void SessionController::appTapPollTick()
 {
-    if (!m_isSessionActive || !m_pendingAppTap || *m_pendingAppTap != m_appTapPollBundleID) {
+    if (!m_isSessionActive || !m_narrowing.pendingApp || *m_narrowing.pendingApp != m_narrowing.polledApp) {
         return;
     }
-    const QString bundleID = m_appTapPollBundleID;
-    const std::optional<AudioProcessInfo> app = m_taps.audioObject(bundleID);
-    if (!app && Clock::secondsBetween(m_appTapPollArmedAt, m_clock.now()) <= 120.0) {
+    const QString bundleID = m_narrowing.polledApp;
+    const std::optional<AudioProcessInfo> app = m_parts.taps.audioObject(bundleID);
+    if (!app && Clock::secondsBetween(m_narrowing.armedAt, m_parts.clock.now()) <= 120.0) {
         return;
     }
 
     const QString name = appDisplayName(bundleID);
-    m_pendingAppTap.reset();
+    m_narrowing.pendingApp.reset();
     // The timer may be dropped here: the clock allows a timer to end itself from its action.
-    m_appTapPoll.reset();
+    m_narrowing.poll.reset();
 
     if (!app) {
         appendEvent(QStringLiteral("tap_narrow_timeout"), {{QStringLiteral("app"), bundleID}});
@@ -323,7 +225,7 @@ void SessionController::appTapPollTick()
     }
     appendEvent(QStringLiteral("tap_narrowed"), {{QStringLiteral("app"), bundleID}});
     const QString appID = app->bundleID.isEmpty() ? bundleID : app->bundleID;
-    if (const std::optional<QString> error = m_audio.retarget(TapTarget::process(appID))) {
+    if (const std::optional<QString> error = m_parts.audio.retarget(TapTarget::process(appID))) {
         setBannerText(QStringLiteral("Stayed on this computer's audio — could not switch to ") + name + QStringLiteral(": ") + *error);
     } else {
         setBannerText(QStringLiteral("Now listening to ") + name + QStringLiteral(" only."));
@@ -335,8 +237,8 @@ void SessionController::appTapPollTick()
 void SessionController::applyInstructionsLive()
 {
     if (m_isSessionActive) {
-        const QString instructions = m_settings.instructions();
-        m_client.updateInstructions(instructions);
+        const QString instructions = m_parts.settings.instructions();
+        m_parts.client.updateInstructions(instructions);
         setBannerText(QStringLiteral("Job context pushed to the live session (")
                       + QString::number(TextRules::characterCount(instructions)) + QStringLiteral(" chars)."));
     } else {
@@ -354,6 +256,6 @@ void SessionController::revealRecording()
         paths << m_lastRecordingURL.toLocalFile();
     }
     if (!paths.isEmpty()) {
-        m_fileRevealer.reveal(paths);
+        m_parts.fileRevealer.reveal(paths);
     }
 }

@@ -18,19 +18,19 @@ bool SessionController::askAboutScreen(const QByteArray &jpeg, const QByteArray 
         setBannerText(QStringLiteral("The screenshot could not be prepared — nothing was sent."));
         return false;
     }
-    QAPair pair = QAPair::make(screenQuestionText, std::nullopt, m_clock.now(), m_clock.wallNow());
+    QAPair pair = QAPair::make(screenQuestionText, std::nullopt, m_parts.clock.now(), m_parts.clock.wallNow());
     pair.screenThumbnail = thumbnail;
-    appendPair(pair);
+    m_cards.append(pair);
     // Kept until the card is answered, so a reconnect can ask again; never re-seeded.
-    m_screenImages.insert(pair.id, jpeg);
-    m_questionAt.insert(pair.id, m_clock.now());
+    m_scheduler.addPicture(pair.id, jpeg);
+    m_questionAt.insert(pair.id, m_parts.clock.now());
     appendEvent(QStringLiteral("screen_question"), {{QStringLiteral("pair"), pair.id},
                                                     {QStringLiteral("image_bytes"), qint64(jpeg.size())}});
     // Asked like any other card: at once when no answer is running, else when it finishes.
     const QString pairID = pair.id;
-    queueAnswer(pairID, false);
-    askNextIfIdle();
-    return indexOfPair(pairID) >= 0;   // gone: the link refused the picture on the spot
+    m_scheduler.queue(pairID, false);
+    m_scheduler.askNextIfIdle();
+    return m_cards.indexOf(pairID) >= 0;   // gone: the link refused the picture on the spot
 }
 
 void SessionController::screenQuestionFailed(const QString &message)
@@ -39,17 +39,16 @@ void SessionController::screenQuestionFailed(const QString &message)
     setBannerText(message);
 }
 
-void SessionController::sendScreenQuestion(const QString &pairID)
+bool SessionController::sendScreenQuestion(const QString &pairID)
 {
-    if (m_client.askAboutImage(m_screenImages.value(pairID), RealtimeScreenQuestion::prompt())) {
-        return;
+    if (m_parts.client.askAboutImage(m_scheduler.picture(pairID), RealtimeScreenQuestion::prompt())) {
+        return true;
     }
     // Nothing was sent, so no card stays behind.
-    m_screenImages.remove(pairID);
-    const int index = indexOfPair(pairID);
+    const int index = m_cards.indexOf(pairID);
     if (index >= 0) {
-        m_pairs.removeAt(index);
-        emit pairsReset();
+        m_cards.removeAt(index);
     }
     setBannerText(QStringLiteral("This connection cannot send pictures — nothing was sent."));
+    return false;
 }

@@ -12,60 +12,48 @@ void SessionController::trackSpeaking(float micLevel)
     if (!m_isSessionActive) {
         return;
     }
-    const Clock::TimePoint now = m_clock.now();
-    if (micLevel >= m_voiceThreshold) {
-        m_lastVoiceAt = now;
-        if (!m_isAnswering) {
-            startAnswerClock(now);
-        }
-        if (!m_isSpeaking) {
-            setSpeaking(true);
-            beginMyAnswerSegment();
-        } else if (m_settings.transcribeMyAnswers() && !m_micTranscriber.isSegmentRunning()) {
+    const AnswerClock::Heard heard = m_answerClock.hear(micLevel);
+    if (heard.answerStarted) {
+        appendEvent(QStringLiteral("you_started"),
+                    {{QStringLiteral("pair"), m_cards.isEmpty() ? QString() : m_cards.last().id}});
+    }
+    switch (heard.voice) {
+    case AnswerClock::Voice::started:
+        beginMyAnswerSegment();
+        break;
+    case AnswerClock::Voice::goesOn:
+        if (m_parts.settings.transcribeMyAnswers() && !m_parts.micTranscriber.isSegmentRunning()) {
             // A segment that ended on its own is reopened while the user keeps talking.
             beginMyAnswerSegment();
         }
-        return;
-    }
-    if (m_isSpeaking && m_lastVoiceAt && Clock::secondsBetween(*m_lastVoiceAt, now) >= m_silenceToEnd) {
-        setSpeaking(false);
-        if (m_micTranscriber.isSegmentRunning()) {
-            m_micTranscriber.end();
+        break;
+    case AnswerClock::Voice::ended:
+        if (m_parts.micTranscriber.isSegmentRunning()) {
+            m_parts.micTranscriber.end();
         }
+        break;
+    case AnswerClock::Voice::unchanged:
+        break;
     }
-}
-
-void SessionController::startAnswerClock(Clock::TimePoint at)
-{
-    appendEvent(QStringLiteral("you_started"),
-                {{QStringLiteral("pair"), m_pairs.isEmpty() ? QString() : m_pairs.last().id}});
-    setAnswering(true);
-    m_speakingStart = at;
-    setLastAnswerDuration(std::nullopt);
-    m_speakingTimer = m_clock.schedule(0.2, true, [this] {
-        if (m_speakingStart) {
-            setSpeakingElapsed(Clock::secondsBetween(*m_speakingStart, m_clock.now()));
-        }
-    });
 }
 
 void SessionController::beginMyAnswerSegment()
 {
-    if (!m_settings.transcribeMyAnswers()) {
+    if (!m_parts.settings.transcribeMyAnswers()) {
         return;
     }
-    if (m_pairs.isEmpty()) {
-        QAPair placeholder = QAPair::make(QString(), std::nullopt, m_clock.now(), m_clock.wallNow());
+    if (m_cards.isEmpty()) {
+        QAPair placeholder = QAPair::make(QString(), std::nullopt, m_parts.clock.now(), m_parts.clock.wallNow());
         placeholder.isComplete = true;
-        appendPair(placeholder);
+        m_cards.append(placeholder);
     }
-    const int index = int(m_pairs.size()) - 1;
-    QAPair &pair = m_pairs[index];
+    const int index = int(m_cards.size()) - 1;
+    QAPair &pair = m_cards.card(index);
     m_speakingPairID = pair.id;
     pair.myAnswerInProgress = true;
     m_committedAnswers.insert(pair.id, pair.myAnswer);
-    emit pairChanged(index);
-    m_micTranscriber.begin();
+    m_cards.changed(index);
+    m_parts.micTranscriber.begin();
 }
 
 void SessionController::updateMyAnswer(const QString &text, bool final)
@@ -73,56 +61,48 @@ void SessionController::updateMyAnswer(const QString &text, bool final)
     if (!m_speakingPairID) {
         return;
     }
-    const int index = indexOfPair(*m_speakingPairID);
+    const int index = m_cards.indexOf(*m_speakingPairID);
     if (index < 0) {
         return;
     }
     const QString committed = m_committedAnswers.value(*m_speakingPairID);
     const QString combined = committed.isEmpty() ? text : committed + QLatin1Char(' ') + text;
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     pair.myAnswer = combined;
     if (final) {
         m_committedAnswers.insert(*m_speakingPairID, combined);
-        pair.myAnswerInProgress = m_isAnswering;
+        pair.myAnswerInProgress = m_answerClock.isAnswering();
     }
-    emit pairChanged(index);
+    m_cards.changed(index);
 }
 
 void SessionController::interviewerTookOver()
 {
-    if (!m_isAnswering) {
-        return;
+    if (m_answerClock.keepAnswerDuration()) {
+        endSpeaking();
     }
-    if (m_speakingStart) {
-        setLastAnswerDuration(Clock::secondsBetween(*m_speakingStart, m_clock.now()));
-    }
-    endSpeaking();
 }
 
 void SessionController::endSpeaking()
 {
-    if (m_isAnswering && m_speakingStart) {
+    if (const std::optional<double> seconds = m_answerClock.answerSeconds()) {
         const QString pairID = m_speakingPairID.value_or(QString());
         const QString text = m_committedAnswers.value(pairID);
         appendEvent(QStringLiteral("you_stopped"),
                     {{QStringLiteral("pair"), pairID},
-                     {QStringLiteral("seconds"), CostModel::rounded(Clock::secondsBetween(*m_speakingStart, m_clock.now()), 1)},
+                     {QStringLiteral("seconds"), CostModel::rounded(*seconds, 1)},
                      {QStringLiteral("words"), qint64(TextRules::wordCount(text))},
                      {QStringLiteral("text"), text}});
     }
-    if (m_micTranscriber.isSegmentRunning()) {
-        m_micTranscriber.end();
+    if (m_parts.micTranscriber.isSegmentRunning()) {
+        m_parts.micTranscriber.end();
     }
-    m_speakingTimer.reset();
     if (m_speakingPairID) {
-        const int index = indexOfPair(*m_speakingPairID);
-        if (index >= 0 && m_pairs.at(index).myAnswerInProgress) {
-            m_pairs[index].myAnswerInProgress = false;
-            emit pairChanged(index);
+        const int index = m_cards.indexOf(*m_speakingPairID);
+        if (index >= 0 && m_cards.at(index).myAnswerInProgress) {
+            m_cards.card(index).myAnswerInProgress = false;
+            m_cards.changed(index);
         }
     }
-    setSpeaking(false);
-    setAnswering(false);
-    m_speakingStart.reset();
-    setSpeakingElapsed(0);
+    m_answerClock.end();
 }

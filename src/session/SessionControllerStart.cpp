@@ -41,7 +41,7 @@ const QString kSystemAudioUnreachable = QStringLiteral(
 
 QString SessionController::appDisplayName(const QString &bundleID) const
 {
-    const QList<AudioProcessInfo> apps = m_taps.selectableApps();
+    const QList<AudioProcessInfo> apps = m_parts.taps.selectableApps();
     for (const AudioProcessInfo &app : apps) {
         if (app.bundleID == bundleID && !app.name.isEmpty()) {
             return app.name;
@@ -59,7 +59,7 @@ void SessionController::start()
     }
     setBannerText(std::nullopt);
 
-    if (m_settings.apiKey().trimmed().isEmpty()) {
+    if (m_parts.settings.apiKey().trimmed().isEmpty()) {
         setBanner(apiKeyMissingBanner, BannerAction::openAccountSettings);
         emit startFailed();
         return;
@@ -67,10 +67,10 @@ void SessionController::start()
     setStarting(true);
     warnIfContextThin();
 
-    switch (m_audio.micPermission()) {
+    switch (m_parts.audio.micPermission()) {
     case MicPermission::notDetermined: {
         const std::weak_ptr<bool> alive = m_alive;
-        m_audio.requestMicAccess([alive, this](bool granted) {
+        m_parts.audio.requestMicAccess([alive, this](bool granted) {
             if (alive.lock()) {
                 continueStartWithMic(granted);
             }
@@ -90,8 +90,8 @@ void SessionController::start()
 
 void SessionController::warnIfContextThin()
 {
-    const bool noJob = m_settings.jobDescription().trimmed().isEmpty();
-    const bool noContext = m_settings.contextText().trimmed().isEmpty();
+    const bool noJob = m_parts.settings.jobDescription().trimmed().isEmpty();
+    const bool noContext = m_parts.settings.contextText().trimmed().isEmpty();
     QString text;
     if (noJob && noContext) {
         text = QStringLiteral("Starting without a job description or your background. Answers will be generic — add the "
@@ -120,12 +120,12 @@ void SessionController::continueStartWithMic(bool granted)
         return;
     }
 
-    const AppSettings::MeetingSource meetingSource = m_settings.meetingSource();
+    const AppSettings::MeetingSource meetingSource = m_parts.settings.meetingSource();
     if (meetingSource == AppSettings::MeetingSource::systemOutput || meetingSource == AppSettings::MeetingSource::singleApp) {
         // No permission prompt here: a failed probe gets one more try.
-        if (!m_taps.probeTapAccess() && !m_taps.probeTapAccess()) {
+        if (!m_parts.taps.probeTapAccess() && !m_parts.taps.probeTapAccess()) {
             setBannerText(kSystemAudioUnreachable);
-            m_client.stop();
+            m_parts.client.stop();
             setSessionActive(false);
             setStarting(false);
             emit startFailed();
@@ -134,31 +134,31 @@ void SessionController::continueStartWithMic(bool granted)
     }
 
     CaptureSource source;
-    const std::optional<QString> micDevice = m_settings.deviceUID().isEmpty()
-        ? std::nullopt : std::optional<QString>(m_settings.deviceUID());
+    const std::optional<QString> micDevice = m_parts.settings.deviceUID().isEmpty()
+        ? std::nullopt : std::optional<QString>(m_parts.settings.deviceUID());
     switch (meetingSource) {
     case AppSettings::MeetingSource::systemOutput:
-        source = SystemTapSource{TapTarget::systemOutput(), micDevice, m_settings.micChannel()};
+        source = SystemTapSource{TapTarget::systemOutput(), micDevice, m_parts.settings.micChannel()};
         break;
     case AppSettings::MeetingSource::singleApp: {
-        const QString bundleID = m_settings.tappedBundleID();
+        const QString bundleID = m_parts.settings.tappedBundleID();
         if (bundleID.isEmpty()) {
             setBannerText(QStringLiteral("Pick which app to listen to in Settings."));
-            m_client.stop();
+            m_parts.client.stop();
             setSessionActive(false);
             setStarting(false);
             emit startFailed();
             return;
         }
-        if (const std::optional<AudioProcessInfo> app = m_taps.audioObject(bundleID)) {
+        if (const std::optional<AudioProcessInfo> app = m_parts.taps.audioObject(bundleID)) {
             const QString appID = app->bundleID.isEmpty() ? bundleID : app->bundleID;
-            source = SystemTapSource{TapTarget::process(appID), micDevice, m_settings.micChannel()};
+            source = SystemTapSource{TapTarget::process(appID), micDevice, m_parts.settings.micChannel()};
             break;
         }
-        source = SystemTapSource{TapTarget::systemOutput(), micDevice, m_settings.micChannel()};
+        source = SystemTapSource{TapTarget::systemOutput(), micDevice, m_parts.settings.micChannel()};
         const QString name = appDisplayName(bundleID);
         bool playsThroughHelper = false;
-        for (const auto &helper : m_taps.audioHelpers()) {
+        for (const auto &helper : m_parts.taps.audioHelpers()) {
             playsThroughHelper = playsThroughHelper || helper.first == bundleID;
         }
         if (playsThroughHelper) {
@@ -168,17 +168,17 @@ void SessionController::continueStartWithMic(bool granted)
         } else {
             setBannerText(QStringLiteral("Started, listening to all of this computer's audio. ") + name
                           + QStringLiteral(" isn't playing anything yet; I'll narrow to it alone as soon as it does."));
-            m_pendingAppTap = bundleID;
+            m_narrowing.pendingApp = bundleID;
         }
         break;
     }
     case AppSettings::MeetingSource::recording:
-        source = RecordingFileSource{m_settings.recordingFile(), !m_settings.stopAtRecordingEnd(),
-                                     m_settings.playRecordingAloud()};
+        source = RecordingFileSource{m_parts.settings.recordingFile(), !m_parts.settings.stopAtRecordingEnd(),
+                                     m_parts.settings.playRecordingAloud()};
         break;
     case AppSettings::MeetingSource::audioDevice: {
-        const int meetingChannel = m_settings.meetingChannel();
-        source = DeviceChannelsSource{m_settings.deviceUID(), m_settings.micChannel(),
+        const int meetingChannel = m_parts.settings.meetingChannel();
+        source = DeviceChannelsSource{m_parts.settings.deviceUID(), m_parts.settings.micChannel(),
                                       meetingChannel < 0 ? std::nullopt : std::optional<int>(meetingChannel)};
         break;
     }
@@ -187,37 +187,33 @@ void SessionController::continueStartWithMic(bool granted)
     // A new session: what is left of the last one can never take this one's answers, and
     // its log opens now so that the audio start is recorded in it.
     closeOpenCards();
-    m_sessionUsage = CostModel::Usage{};
-    m_transcriptionUsage = CostModel::TranscriptionUsage{};
-    m_transcriptionCost = 0;
-    m_pricedModel = m_settings.model();
-    m_transcribeModelInUse = m_settings.transcribeModel();
-    m_finishedResponses.clear();
-    m_droppedResponses.clear();
-    m_droppedDeltas = 0;
-    m_droppedChars = 0;
-    m_cardOfItem.clear();
+    m_usage.begin(m_parts.settings.model(), m_parts.settings.transcribeModel());
+    m_scheduler.newSession();
+    m_drops.responses.clear();
+    m_drops.deltas = 0;
+    m_drops.chars = 0;
+    m_cards.forgetItems();
     m_speechStartedAt.clear();
     m_heardSeconds.clear();
     startLog();
 
-    m_audioStartRequestedAt = m_clock.now();
-    const quint64 generation = ++m_startGeneration;
-    m_watchdog8 = m_clock.schedule(8.0, false, [this] { setBannerText(stillStartingBanner); });
-    m_watchdog25 = m_clock.schedule(25.0, false, [this] {
-        if (!m_audio.isRunning()) {
+    m_startUp.audioStartRequestedAt = m_parts.clock.now();
+    const quint64 generation = ++m_startUp.generation;
+    m_startUp.watchdog8 = m_parts.clock.schedule(8.0, false, [this] { setBannerText(stillStartingBanner); });
+    m_startUp.watchdog25 = m_parts.clock.schedule(25.0, false, [this] {
+        if (!m_parts.audio.isRunning()) {
             abandonStart(QStringLiteral("Audio capture didn't finish starting. The step-by-step log is in ")
                          + QDir::cleanPath(sessionFolder() + QStringLiteral("/startup.log"))
                          + QStringLiteral(" — send that and it will say exactly where it stopped."));
         }
     });
 
-    CaptureLink *audio = &m_audio;
-    const ::StreamSource streamSource = captureStreamSource(m_settings.streamSource());
-    const bool record = m_settings.saveAudio();
+    CaptureLink *audio = &m_parts.audio;
+    const ::StreamSource streamSource = captureStreamSource(m_parts.settings.streamSource());
+    const bool record = m_parts.settings.saveAudio();
     const std::weak_ptr<bool> alive = m_alive;
-    m_audioStartInFlight = true;
-    m_runInBackground([audio, source, streamSource, record, alive, generation, this] {
+    m_startUp.audioStartInFlight = true;
+    m_parts.runInBackground([audio, source, streamSource, record, alive, generation, this] {
         const std::optional<QString> error = audio->start(source, streamSource, record);
         // Back to the GUI thread; dropped there if the controller has gone meanwhile.
         QMetaObject::invokeMethod(
@@ -233,34 +229,31 @@ void SessionController::continueStartWithMic(bool granted)
 
 void SessionController::cancelWatchdogs()
 {
-    m_watchdog8.reset();
-    m_watchdog25.reset();
+    m_startUp.watchdog8.reset();
+    m_startUp.watchdog25.reset();
 }
 
 void SessionController::abandonStart(const QString &banner)
 {
     cancelWatchdogs();
     setBannerText(banner);
-    m_client.stop();
+    m_parts.client.stop();
     setSessionActive(false);
     setStarting(false);
-    if (m_log) {
-        m_log->close();
-        m_log.reset();
-    }
+    m_records.discard();
     emit startFailed();
 }
 
 void SessionController::audioStartFinished(quint64 generation, const std::optional<QString> &error)
 {
-    if (generation == m_startGeneration) {
-        m_audioStartInFlight = false;
+    if (generation == m_startUp.generation) {
+        m_startUp.audioStartInFlight = false;
     }
-    if (generation != m_startGeneration || !m_isStarting) {
+    if (generation != m_startUp.generation || !m_isStarting) {
         // This start was given up (the watchdog, or Stop): capture that starts this late is
         // stopped again, unless a newer start is under way with the same engine.
-        if (!error && !m_isSessionActive && !m_audioStartInFlight) {
-            m_audio.stop();
+        if (!error && !m_isSessionActive && !m_startUp.audioStartInFlight) {
+            m_parts.audio.stop();
             log(QStringLiteral("Audio capture started after the start was given up; stopped it"));
         }
         return;
@@ -273,7 +266,7 @@ void SessionController::audioStartFinished(quint64 generation, const std::option
     if (m_banner == stillStartingBanner) {
         setBannerText(std::nullopt);
     }
-    const double seconds = Clock::secondsBetween(m_audioStartRequestedAt, m_clock.now());
+    const double seconds = Clock::secondsBetween(m_startUp.audioStartRequestedAt, m_parts.clock.now());
     appendEvent(QStringLiteral("audio_started"), {{QStringLiteral("setup_seconds"), CostModel::rounded(seconds, 2)}});
     if (seconds > 8.0) {
         qCInfo(lcSession, "[Ketterbloom] audio setup took %.1fs", seconds);
@@ -283,22 +276,22 @@ void SessionController::audioStartFinished(quint64 generation, const std::option
 
 QString SessionController::userDocumentsText() const
 {
-    QStringList parts{m_settings.jobDescription(), m_settings.contextText()};
-    for (const Interviewer &interviewer : m_settings.interviewers())
+    QStringList parts{m_parts.settings.jobDescription(), m_parts.settings.contextText()};
+    for (const Interviewer &interviewer : m_parts.settings.interviewers())
         parts << interviewer.name << interviewer.title;
     return parts.join(u'\n');
 }
 
 void SessionController::finishStarting()
 {
-    const std::optional<QString> recording = m_audio.recordingPath();
+    const std::optional<QString> recording = m_parts.audio.recordingPath();
     setLastRecordingURL(recording ? QUrl::fromLocalFile(*recording) : QUrl());
 
-    m_micTranscriber.sessionStarted();
-    if (m_settings.transcribeMyAnswers()) {
-        m_micTranscriber.setContextText(userDocumentsText());
+    m_parts.micTranscriber.sessionStarted();
+    if (m_parts.settings.transcribeMyAnswers()) {
+        m_parts.micTranscriber.setContextText(userDocumentsText());
         const std::weak_ptr<bool> alive = m_alive;
-        m_micTranscriber.requestAuthorization([alive, this](const SpeechAvailability &availability) {
+        m_parts.micTranscriber.requestAuthorization([alive, this](const SpeechAvailability &availability) {
             if (!alive.lock()) {
                 return;
             }
@@ -306,19 +299,19 @@ void SessionController::finishStarting()
             case SpeechAvailability::Kind::ready:
                 break;
             case SpeechAvailability::Kind::denied:
-                m_settings.setTranscribeMyAnswers(false);
+                m_parts.settings.setTranscribeMyAnswers(false);
                 setBannerText(QStringLiteral("Speech recognition permission was denied, so your answers won't be transcribed."));
                 break;
             case SpeechAvailability::Kind::unsupported:
-                m_settings.setTranscribeMyAnswers(false);
+                m_parts.settings.setTranscribeMyAnswers(false);
                 setBannerText(availability.message);
                 break;
             }
         });
     }
 
-    if (m_settings.meetingSource() == AppSettings::MeetingSource::audioDevice
-        && m_settings.streamSource() == AppSettings::StreamSource::meetingOnly && m_settings.meetingChannel() < 0) {
+    if (m_parts.settings.meetingSource() == AppSettings::MeetingSource::audioDevice
+        && m_parts.settings.streamSource() == AppSettings::StreamSource::meetingOnly && m_parts.settings.meetingChannel() < 0) {
         setBannerText(QStringLiteral("No meeting channel is mapped, so your mic is being streamed instead. Set a meeting channel in Settings."));
     }
 
@@ -326,16 +319,16 @@ void SessionController::finishStarting()
 
     RealtimeConfig config;
     // A key pasted with a stray blank or line end would fail in the Authorization header.
-    config.apiKey = m_settings.apiKey().trimmed();
-    config.model = m_settings.model();
-    config.transcribeModel = m_settings.transcribeModel();
-    config.instructions = m_settings.instructions();
-    config.vadThreshold = m_settings.vadThreshold();
-    config.prefixPaddingMs = m_settings.prefixPaddingMs();
-    config.silenceDurationMs = m_settings.silenceDurationMs();
-    config.reconnectMinutes = m_settings.reconnectMinutes();
-    config.transcriptionLanguage = AnswerStyle::languageCode(m_settings.transcriptionLanguage());
-    m_client.start(config);
+    config.apiKey = m_parts.settings.apiKey().trimmed();
+    config.model = m_parts.settings.model();
+    config.transcribeModel = m_parts.settings.transcribeModel();
+    config.instructions = m_parts.settings.instructions();
+    config.vadThreshold = m_parts.settings.vadThreshold();
+    config.prefixPaddingMs = m_parts.settings.prefixPaddingMs();
+    config.silenceDurationMs = m_parts.settings.silenceDurationMs();
+    config.reconnectMinutes = m_parts.settings.reconnectMinutes();
+    config.transcriptionLanguage = AnswerStyle::languageCode(m_parts.settings.transcriptionLanguage());
+    m_parts.client.start(config);
 
     setSessionActive(true);
     setStarting(false);
@@ -343,7 +336,7 @@ void SessionController::finishStarting()
 
     startSessionClock();
     for (const RecordFaults::File file : {RecordFaults::File::events, RecordFaults::File::transcript}) {
-        if (m_faults.hasFailed(file)) {
+        if (m_records.faults().hasFailed(file)) {
             showRecordFault(file);   // found while starting: told now that the session runs
         }
     }

@@ -129,38 +129,6 @@ void SessionController::setLastTranscriptURL(const QUrl &url)
     }
 }
 
-void SessionController::setSpeaking(bool speaking)
-{
-    if (m_isSpeaking != speaking) {
-        m_isSpeaking = speaking;
-        emit isSpeakingChanged();
-    }
-}
-
-void SessionController::setAnswering(bool answering)
-{
-    if (m_isAnswering != answering) {
-        m_isAnswering = answering;
-        emit isAnsweringChanged();
-    }
-}
-
-void SessionController::setSpeakingElapsed(double seconds)
-{
-    if (m_speakingElapsed != seconds) {
-        m_speakingElapsed = seconds;
-        emit speakingElapsedChanged();
-    }
-}
-
-void SessionController::setLastAnswerDuration(std::optional<double> seconds)
-{
-    if (m_lastAnswerDuration != seconds) {
-        m_lastAnswerDuration = seconds;
-        emit lastAnswerDurationChanged();
-    }
-}
-
 void SessionController::setSessionElapsed(double seconds)
 {
     if (m_sessionElapsed != seconds) {

@@ -7,7 +7,7 @@
 
 void SessionController::awaitLateQuestion(const QString &pairID)
 {
-    m_questionWaits[pairID] = m_clock.schedule(lateQuestionSeconds, false, [this, pairID] {
+    m_questionWaits[pairID] = m_parts.clock.schedule(lateQuestionSeconds, false, [this, pairID] {
         // Erasing the timer ends this closure: what it needs is copied out first.
         SessionController *self = this;
         const QString id = pairID;
@@ -19,17 +19,17 @@ void SessionController::awaitLateQuestion(const QString &pairID)
 void SessionController::questionNeverCame(const QString &pairID)
 {
     m_questionWaits.erase(pairID);
-    const int index = indexOfPair(pairID);
+    const int index = m_cards.indexOf(pairID);
     if (index < 0) {
         return;
     }
-    QAPair &pair = m_pairs[index];
+    QAPair &pair = m_cards.card(index);
     if (!pair.isComplete || !pair.questionInProgress || !pair.question.isEmpty()) {
         return;   // the answer still runs, or part of the question arrived
     }
     pair.questionInProgress = false;
     pair.questionMissing = true;
-    emit pairChanged(index);
+    m_cards.changed(index);
     appendEvent(QStringLiteral("question_missing"), {{QStringLiteral("pair"), pair.id}});
     saveTranscript();
 }
@@ -37,7 +37,7 @@ void SessionController::questionNeverCame(const QString &pairID)
 void SessionController::giveUpWaitingQuestions(const QString &newItemID)
 {
     QStringList waiting;
-    for (const QAPair &pair : std::as_const(m_pairs)) {
+    for (const QAPair &pair : m_cards.cards()) {
         if (pair.isComplete && pair.questionInProgress && pair.itemID != newItemID) {
             waiting << pair.id;
         }

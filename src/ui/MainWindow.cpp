@@ -80,10 +80,7 @@ MainWindow::MainWindow(AppSettings &settings, SessionController &controller, con
     setCentralWidget(central);
 
     connect(m_transcript->sampleInterviewButton(), &QPushButton::clicked, this, &MainWindow::sampleInterviewRequested);
-    m_transcript->setSource(&m_controller.pairs());
-    connect(&m_controller, &SessionController::pairInserted, m_transcript, &TranscriptView::pairInserted);
-    connect(&m_controller, &SessionController::pairChanged, m_transcript, &TranscriptView::pairChanged);
-    connect(&m_controller, &SessionController::pairsReset, m_transcript, &TranscriptView::pairsReset);
+    m_transcript->setCards(&m_controller.cards());
     connect(&m_controller, &SessionController::isSessionActiveChanged, this,
             [this] { m_transcript->setSessionLive(m_controller.isSessionActive()); });
     m_transcript->setSessionLive(m_controller.isSessionActive());

@@ -1,5 +1,6 @@
 #include "ui/TranscriptView.h"
 
+#include "session/CardBook.h"
 #include "ui/CardColumn.h"
 #include "ui/Icons.h"
 #include "ui/QACard.h"
@@ -118,6 +119,15 @@ TranscriptView::TranscriptView(QWidget *parent)
     connect(m_newAnswers, &QPushButton::clicked, this, [this] { jumpToBottom(true); });
 
     updateEmptyState();
+}
+
+void TranscriptView::setCards(const CardBook *cards)
+{
+    setSource(&cards->cards());
+    connect(cards, &QAbstractItemModel::rowsInserted, this, [this](const QModelIndex &, int first) { pairInserted(first); });
+    connect(cards, &QAbstractItemModel::dataChanged, this, [this](const QModelIndex &topLeft) { pairChanged(topLeft.row()); });
+    connect(cards, &QAbstractItemModel::rowsRemoved, this, &TranscriptView::pairsReset);
+    connect(cards, &QAbstractItemModel::modelReset, this, &TranscriptView::pairsReset);
 }
 
 void TranscriptView::setSource(const QList<QAPair> *pairs)

@@ -8,6 +8,7 @@
 #include <QSet>
 #include <QWidget>
 
+class CardBook;
 class CardColumn;
 class QACard;
 class QLabel;
@@ -27,8 +28,9 @@ class TranscriptView : public QWidget
 public:
     explicit TranscriptView(QWidget *parent = nullptr);
 
-    // The list the cards show; it must outlive the view. Call pairInserted, pairChanged and
-    // pairsReset as it changes.
+    // The cards the view shows and follows; they must outlive the view.
+    void setCards(const CardBook *cards);
+    // A plain list instead: call pairInserted, pairChanged and pairsReset as it changes.
     void setSource(const QList<QAPair> *pairs);
     void setCardFonts(const CardFonts &fonts);
     const CardFonts &cardFonts() const { return m_fonts; }

@@ -388,7 +388,7 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
     }
 
     // Case 11: each model at its own prices; the meeting transcription priced by its model
-    // and counted in the session's cost.
+    // (a session's sum: tst_session_usage_meter).
     void costByModelAndTranscription()
     {
         using CostModel::Prices;
@@ -416,32 +416,6 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         QCOMPARE(CostModel::transcriptionCost(tokens, QStringLiteral("gpt-4o-transcribe")), 2.0);
         // A by-the-minute model that reports tokens: the speech the service heard.
         QCOMPARE(CostModel::transcriptionCost(tokens, QStringLiteral("gpt-transcribe"), 120), 0.009);
-
-        // In a session of the "mini" model.
-        SessionRig rig;
-        SessionController &c = *rig.controller;
-        rig.settings.setModel(QStringLiteral("gpt-realtime-mini"));
-        QVERIFY(rig.startSession());
-        rig.client.speechStarted(QStringLiteral("i1"));
-        rig.clock.advance(60);
-        rig.client.speechStopped(QStringLiteral("i1"));
-        rig.client.transcriptionUsage(QStringLiteral("i1"), {{QStringLiteral("type"), QStringLiteral("duration")},
-                                                             {QStringLiteral("seconds"), 60}});
-        rig.client.usage({{QStringLiteral("input_tokens"), 100000}, {QStringLiteral("output_tokens"), 10000}});
-        QCOMPARE(c.sessionCost(), 0.06 + 0.024 + 0.017);
-        c.stop();
-        const QStringList events = lines(readText(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl")));
-        QVERIFY(events.filter(QStringLiteral(R"("event":"transcription_usage")")).first().contains(QStringLiteral(R"("cost_usd":0.017)")));
-        QVERIFY(events.filter(QStringLiteral(R"("event":"usage")")).first().contains(QStringLiteral(R"("response_cost_usd":0.084,"session_cost_per_min_usd":0.101,"session_cost_usd":0.101)")));
-        QVERIFY(events.filter(QStringLiteral(R"("event":"usage")")).first().contains(QStringLiteral(R"("transcription_cost_usd":0.017)")));
-        QVERIFY(events.filter(QStringLiteral(R"("event":"session_cost")")).first().contains(QStringLiteral(R"("transcription_cost_usd":0.017)")));
-        QCOMPARE(c.banner(), QStringLiteral("Transcript saved · $0.10 this session · $0.10/min · 110000 tokens"));
-
-        // The next start begins again from nothing.
-        c.start();
-        rig.settle();
-        QCOMPARE(c.sessionUsage(), CostModel::Usage{});
-        QCOMPARE(c.sessionCost(), 0.0);
     }
 
     // Case 10: the transcript on disk holds every completed card before Stop.
