@@ -2,95 +2,73 @@
 
 #include "realtime/RealtimeConnection.h"
 
-#include <QMetaObject>
-#include <QPointer>
-
 RealtimeClient::RealtimeClient(QObject *parent) : RealtimeClient(Timing{}, parent) {}
 
-RealtimeClient::RealtimeClient(const Timing &timing, QObject *parent) : QObject(parent)
+namespace {
+
+RealtimeConnection::Sink sinkFor(RealtimeClient *client)
 {
-    // Each report is posted to this object, so it runs on the owner's thread, in order, and
-    // is dropped if the client is gone by then.
-    auto deliver = [this](auto member) {
-        return [this, member](auto... args) {
-            QMetaObject::invokeMethod(
-                this, [this, member, args...] {
-                    if (this->*member)
-                        (this->*member)(args...);
-                },
-                Qt::QueuedConnection);
-        };
-    };
     RealtimeConnection::Sink sink;
-    sink.status = deliver(&RealtimeClient::onStatus);
-    sink.transcript = deliver(&RealtimeClient::onTranscript);
-    sink.delta = deliver(&RealtimeClient::onDelta);
-    sink.responseDone = deliver(&RealtimeClient::onResponseDone);
-    sink.usage = deliver(&RealtimeClient::onUsage);
-    sink.log = deliver(&RealtimeClient::onLog);
-    sink.trace = deliver(&RealtimeClient::onTrace);
-    sink.speechStarted = deliver(&RealtimeClient::onSpeechStarted);
-    sink.speechStopped = deliver(&RealtimeClient::onSpeechStopped);
-    sink.transcriptDelta = deliver(&RealtimeClient::onTranscriptDelta);
-    sink.transcriptFailed = deliver(&RealtimeClient::onTranscriptFailed);
-    sink.transcriptionUsage = deliver(&RealtimeClient::onTranscriptionUsage);
-    sink.responseCreated = deliver(&RealtimeClient::onResponseCreated);
-    sink.responseEnded = deliver(&RealtimeClient::onResponseEnded);
-    sink.configured = deliver(&RealtimeClient::onConfigured);
-    sink.transcribeModelFallback = deliver(&RealtimeClient::onTranscribeModelFallback);
-    sink.notice = deliver(&RealtimeClient::onNotice);
-
-    m_connection = new RealtimeConnection(timing, std::move(sink));
-    m_connection->moveToThread(&m_thread);
-    m_thread.setObjectName(QStringLiteral("kb-realtime"));
-    m_thread.start();
+    sink.status = deliverTo(client, &RealtimeClient::onStatus);
+    sink.transcript = deliverTo(client, &RealtimeClient::onTranscript);
+    sink.delta = deliverTo(client, &RealtimeClient::onDelta);
+    sink.responseDone = deliverTo(client, &RealtimeClient::onResponseDone);
+    sink.usage = deliverTo(client, &RealtimeClient::onUsage);
+    sink.log = deliverTo(client, &RealtimeClient::onLog);
+    sink.trace = deliverTo(client, &RealtimeClient::onTrace);
+    sink.speechStarted = deliverTo(client, &RealtimeClient::onSpeechStarted);
+    sink.speechStopped = deliverTo(client, &RealtimeClient::onSpeechStopped);
+    sink.transcriptDelta = deliverTo(client, &RealtimeClient::onTranscriptDelta);
+    sink.transcriptFailed = deliverTo(client, &RealtimeClient::onTranscriptFailed);
+    sink.transcriptionUsage = deliverTo(client, &RealtimeClient::onTranscriptionUsage);
+    sink.responseCreated = deliverTo(client, &RealtimeClient::onResponseCreated);
+    sink.responseEnded = deliverTo(client, &RealtimeClient::onResponseEnded);
+    sink.configured = deliverTo(client, &RealtimeClient::onConfigured);
+    sink.transcribeModelFallback = deliverTo(client, &RealtimeClient::onTranscribeModelFallback);
+    sink.notice = deliverTo(client, &RealtimeClient::onNotice);
+    return sink;
 }
 
-RealtimeClient::~RealtimeClient()
+} // namespace
+
+RealtimeClient::RealtimeClient(const Timing &timing, QObject *parent)
+    : QObject(parent), m_connection(QStringLiteral("kb-realtime"), new RealtimeConnection(timing, sinkFor(this)))
 {
-    RealtimeConnection *connection = m_connection;
-    QMetaObject::invokeMethod(connection, [connection] { delete connection; }, Qt::BlockingQueuedConnection);
-    m_thread.quit();
-    m_thread.wait();
 }
 
-template<typename Fn>
-void RealtimeClient::post(Fn &&fn)
-{
-    QMetaObject::invokeMethod(m_connection, std::forward<Fn>(fn), Qt::QueuedConnection);
-}
+RealtimeClient::~RealtimeClient() = default;
 
 void RealtimeClient::start(const Config &config)
 {
-    post([c = m_connection, config] { c->start(config); });
+    m_connection.post([config](RealtimeConnection &c) { c.start(config); });
 }
 
 void RealtimeClient::stop()
 {
-    post([c = m_connection] { c->stop(); });
+    m_connection.post([](RealtimeConnection &c) { c.stop(); });
 }
 
 void RealtimeClient::append(const QByteArray &pcm16)
 {
-    post([c = m_connection, pcm16] { c->append(pcm16); });
+    m_connection.post([pcm16](RealtimeConnection &c) { c.append(pcm16); });
 }
 
 void RealtimeClient::updateHistory(const History &history)
 {
-    post([c = m_connection, history] { c->updateHistory(history); });
+    m_connection.post([history](RealtimeConnection &c) { c.updateHistory(history); });
 }
 
 void RealtimeClient::updateInstructions(const QString &instructions)
 {
-    post([c = m_connection, instructions] { c->updateInstructions(instructions); });
+    m_connection.post([instructions](RealtimeConnection &c) { c.updateInstructions(instructions); });
 }
 
 void RealtimeClient::regenerate(const QString &question)
 {
-    post([c = m_connection, question] { c->regenerate(question); });
+    m_connection.post([question](RealtimeConnection &c) { c.regenerate(question); });
 }
 
 void RealtimeClient::askAboutImage(const QByteArray &jpeg, const QString &text)
 {
-    post([c = m_connection, jpeg, text] { c->askAboutImage(jpeg, text); });
+    m_connection.post([jpeg, text](RealtimeConnection &c) { c.askAboutImage(jpeg, text); });
 }

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "realtime/ConnectionThread.h"
 #include "realtime/RealtimeTiming.h"
 #include "realtime/RealtimeTypes.h"
 
 #include <QByteArray>
 #include <QObject>
 #include <QString>
-#include <QThread>
 #include <QVariantMap>
 
 #include <functional>
@@ -79,9 +79,5 @@ public:
     std::function<void(const QString &message)> onNotice;
 
 private:
-    template<typename Fn>
-    void post(Fn &&fn);
-
-    QThread m_thread;
-    RealtimeConnection *m_connection = nullptr;
+    ConnectionThread<RealtimeConnection> m_connection;
 };

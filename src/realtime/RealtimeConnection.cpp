@@ -3,24 +3,17 @@
 #include "realtime/RealtimeFailure.h"
 #include "realtime/RealtimeLogging.h"
 #include "realtime/RealtimeProtocol.h"
-#include "realtime/SocketRetire.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QNetworkRequest>
 #include <QUuid>
-#include <QWebSocket>
 
 Q_LOGGING_CATEGORY(lcRealtime, "ketterbloom.realtime")
 
 namespace {
 
 const QString kNoKeyMessage = QStringLiteral("No API key set — open Settings and paste your OpenAI key.");
-
-QString secondsText(int ms)
-{
-    return QString::number(ms / 1000.0, 'g', 6);
-}
 
 } // namespace
 
@@ -29,36 +22,21 @@ RealtimeConnection::RealtimeConnection(const RealtimeTiming &timing, Sink sink, 
       m_timing(timing),
       m_sink(std::move(sink)),
       // Parented, so that they move to the client's thread with this object.
-      m_reconnectTimer(this),
-      m_connectTimer(this),
-      m_configTimer(this),
-      m_pingTimer(this),
-      m_pongTimer(this),
+      m_socket(timing, this),
       m_cycleTimer(this)
 {
-    m_reconnectTimer.setSingleShot(true);
-    m_connectTimer.setSingleShot(true);
-    m_configTimer.setSingleShot(true);
-    m_pongTimer.setSingleShot(true);
+    m_socket.setConfigureTimeout(true);
     m_cycleTimer.setSingleShot(true);
-    for (QTimer *timer : {&m_reconnectTimer, &m_connectTimer, &m_configTimer, &m_pingTimer, &m_pongTimer, &m_cycleTimer})
-        timer->setTimerType(Qt::PreciseTimer);
+    m_cycleTimer.setTimerType(Qt::PreciseTimer);
 
-    connect(&m_reconnectTimer, &QTimer::timeout, this, [this] {
-        m_reconnectPending = false;
+    connect(&m_socket, &ServiceSocket::retryDue, this, [this] {
         if (m_shouldRun)
             openSocket();
     });
-    connect(&m_connectTimer, &QTimer::timeout, this, [this] {
-        scheduleReconnect(QStringLiteral("connection timed out after %1 s").arg(secondsText(m_timing.connectTimeoutMs)));
-    });
-    connect(&m_configTimer, &QTimer::timeout, this, [this] {
-        scheduleReconnect(QStringLiteral("no session configuration within %1 s").arg(secondsText(m_timing.configTimeoutMs)));
-    });
-    connect(&m_pingTimer, &QTimer::timeout, this, &RealtimeConnection::ping);
-    connect(&m_pongTimer, &QTimer::timeout, this, [this] {
-        scheduleReconnect(QStringLiteral("ping failed: no pong within %1 s").arg(secondsText(m_timing.pongTimeoutMs)));
-    });
+    connect(&m_socket, &ServiceSocket::timedOut, this, &RealtimeConnection::scheduleReconnect);
+    connect(&m_socket, &ServiceSocket::failed, this, &RealtimeConnection::handleSocketError);
+    connect(&m_socket, &ServiceSocket::closed, this, &RealtimeConnection::handleClose);
+    connect(&m_socket, &ServiceSocket::textReceived, this, &RealtimeConnection::handleText);
     connect(&m_cycleTimer, &QTimer::timeout, this, &RealtimeConnection::cycle);
 }
 
@@ -72,13 +50,13 @@ RealtimeConnection::~RealtimeConnection()
 
 void RealtimeConnection::start(const RealtimeConfig &config)
 {
-    m_reconnectTimer.stop();
-    m_reconnectPending = false;
+    m_socket.cancelRetry();
     teardown();
     m_config = config;
+    m_socket.setKey(config.apiKey);
     m_pendingImage.reset();
     m_shouldRun = true;
-    m_reconnectAttempt = 0;
+    m_socket.resetBackoff();
     trace(QStringLiteral("        websocket open"));
     m_usedLegacyShape = false;
     m_assistantContentType = QStringLiteral("output_text");
@@ -91,8 +69,7 @@ void RealtimeConnection::start(const RealtimeConfig &config)
 void RealtimeConnection::stop()
 {
     m_shouldRun = false;
-    m_reconnectPending = false;
-    m_reconnectTimer.stop();
+    m_socket.cancelRetry();
     m_pendingImage.reset();
     teardown();
     report(RealtimeStatus::idle());
@@ -102,7 +79,7 @@ void RealtimeConnection::openSocket()
 {
     if (!m_config)
         return;
-    report(m_reconnectAttempt != 0 ? RealtimeStatus::reconnecting() : RealtimeStatus::connecting());
+    report(m_socket.attempt() != 0 ? RealtimeStatus::reconnecting() : RealtimeStatus::connecting());
     if (m_config->apiKey.isEmpty()) {
         report(RealtimeStatus::failed(kNoKeyMessage));
         return;
@@ -131,57 +108,18 @@ void RealtimeConnection::connectSocket()
 
     m_isConfigured = false;
     m_seededThisSocket = false;
-    m_reconnectPending = false;
-    m_socketOpened = false;
-    m_socketBroken = false;
     m_pending.clear();
-
-    auto *socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
-    socket->setMaxAllowedIncomingMessageSize(64 * 1024 * 1024);
-    m_socket = socket;
-
-    connect(socket, &QWebSocket::textMessageReceived, this, [this, socket](const QString &text) {
-        if (socket == m_socket)
-            handleText(text);
-    });
-    connect(socket, &QWebSocket::binaryMessageReceived, this, [this, socket](const QByteArray &data) {
-        if (socket == m_socket)
-            handleText(QString::fromUtf8(data));
-    });
-#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
-    connect(socket, &QWebSocket::errorOccurred, this,
-            [this, socket](QAbstractSocket::SocketError error) { handleSocketError(socket, error); });
-#else
-    connect(socket, qOverload<QAbstractSocket::SocketError>(&QWebSocket::error), this,
-            [this, socket](QAbstractSocket::SocketError error) { handleSocketError(socket, error); });
-#endif
-    connect(socket, &QWebSocket::disconnected, this, [this, socket] { handleClose(socket); });
-    connect(socket, &QWebSocket::connected, this, [this, socket] {
-        if (socket != m_socket)
-            return;
-        m_socketOpened = true;
-        m_connectTimer.stop();
-        m_configTimer.start(m_timing.configTimeoutMs);
-    });
-    connect(socket, &QWebSocket::pong, this, [this, socket] {
-        if (socket == m_socket)
-            m_pongTimer.stop();
-    });
-    m_connectTimer.start(m_timing.connectTimeoutMs);
-    socket->open(request);
+    m_socket.open(request);
 }
 
-void RealtimeConnection::handleSocketError(QWebSocket *socket, QAbstractSocket::SocketError error)
+void RealtimeConnection::handleSocketError(QAbstractSocket::SocketError error, const QString &host,
+                                           const QString &errorString)
 {
-    if (socket != m_socket)
-        return;
-    m_socketBroken = true;
-    const std::optional<QString> unreachable =
-        RealtimeFailure::unreachableReason(error, socket->requestUrl().host(), socket->errorString());
+    const std::optional<QString> unreachable = RealtimeFailure::unreachableReason(error, host, errorString);
     if (!unreachable) {
         scheduleReconnect(error == QAbstractSocket::UnknownSocketError
                               ? QStringLiteral("the connection closed during the WebSocket handshake")
-                              : socket->errorString());
+                              : errorString);
         return;
     }
     // Said once per cause, not on every attempt of a retry loop.
@@ -192,24 +130,13 @@ void RealtimeConnection::handleSocketError(QWebSocket *socket, QAbstractSocket::
     scheduleReconnect(*unreachable);
 }
 
-void RealtimeConnection::handleClose(QWebSocket *socket)
+void RealtimeConnection::handleClose(int code, const QString &closeReason)
 {
-    if (socket != m_socket || !m_shouldRun)
+    if (!m_shouldRun)
         return;
-    m_socketBroken = true;
-    // A socket that never opened was not closed by anyone: the network or TLS failed first.
-    // Its error signal may come just after this one, so the reason is read a moment later.
-    if (!m_socketOpened) {
-        QTimer::singleShot(0, this, [this, guarded = QPointer<QWebSocket>(socket)] {
-            if (guarded && guarded == m_socket)
-                handleSocketError(guarded, guarded->error());
-        });
-        return;
-    }
-    const int code = int(socket->closeCode());
-    const QString reason = socket->closeReason().isEmpty() ? QStringLiteral("code %1").arg(code) : socket->closeReason();
+    const QString reason = closeReason.isEmpty() ? QStringLiteral("code %1").arg(code) : closeReason;
     const QString description = QStringLiteral("socket closed (%1)").arg(reason);
-    if (const auto message = RealtimeFailure::finalCloseMessage(socket->closeReason(), m_config->model)) {
+    if (const auto message = RealtimeFailure::finalCloseMessage(closeReason, m_config->model)) {
         fail(*message, description);
         return;
     }
@@ -226,8 +153,7 @@ void RealtimeConnection::fail(const QString &message, const QString &reason)
     if (!m_shouldRun)
         return;
     m_shouldRun = false;
-    m_reconnectPending = false;
-    m_reconnectTimer.stop();
+    m_socket.cancelRetry();
     teardown();
     log(QStringLiteral("Not reconnecting — %1").arg(reason));
     trace(QStringLiteral("        connection refused by the service — %1").arg(redact(reason)));
@@ -248,31 +174,20 @@ bool RealtimeConnection::betaInterface() const
 
 void RealtimeConnection::scheduleReconnect(const QString &rawReason)
 {
-    if (!m_shouldRun || m_reconnectPending)
+    if (!m_shouldRun || m_socket.retryPending())
         return;
     const QString reason = redact(rawReason);
-    m_reconnectPending = true;
     teardown();
-    const int seconds = RealtimeProtocol::backoffSeconds(m_reconnectAttempt);
-    ++m_reconnectAttempt;
+    const int seconds = m_socket.scheduleRetry();
     log(QStringLiteral("Reconnecting in %1s — %2").arg(seconds).arg(reason));
-    trace(QStringLiteral("        connection lost (attempt %1) — %2").arg(m_reconnectAttempt).arg(reason));
+    trace(QStringLiteral("        connection lost (attempt %1) — %2").arg(m_socket.attempt()).arg(reason));
     report(RealtimeStatus::reconnecting());
-    m_reconnectTimer.start(seconds * m_timing.backoffUnitMs);
 }
 
 void RealtimeConnection::teardown()
 {
-    m_connectTimer.stop();
-    m_configTimer.stop();
-    m_pingTimer.stop();
-    m_pongTimer.stop();
     m_cycleTimer.stop();
-    if (QWebSocket *socket = m_socket) {
-        m_socket = nullptr;
-        disconnect(socket, nullptr, this, nullptr);
-        RealtimeSockets::retire(socket, std::exchange(m_socketBroken, false));
-    }
+    m_socket.close();
     m_isConfigured = false;
     m_pending.clear();
     m_activeResponseID.reset();
@@ -284,18 +199,9 @@ void RealtimeConnection::teardown()
 
 void RealtimeConnection::startTimers()
 {
-    m_pingTimer.start(m_timing.pingIntervalMs);
+    m_socket.configured();
     const int minutes = RealtimeProtocol::cycleMinutes(m_config ? m_config->reconnectMinutes : 0);
     m_cycleTimer.start(m_timing.cycleMs > 0 ? m_timing.cycleMs : minutes * 60 * 1000);
-}
-
-void RealtimeConnection::ping()
-{
-    if (!m_socket)
-        return;
-    m_socket->ping();
-    if (!m_pongTimer.isActive())
-        m_pongTimer.start(m_timing.pongTimeoutMs);
 }
 
 void RealtimeConnection::cycle()
@@ -303,7 +209,7 @@ void RealtimeConnection::cycle()
     if (!m_shouldRun || !m_config)
         return;
     log(QStringLiteral("Cycling session (%1 min limit)").arg(m_config->reconnectMinutes));
-    m_reconnectAttempt = 0;
+    m_socket.resetBackoff();
     teardown();
     openSocket();
 }
@@ -381,8 +287,7 @@ void RealtimeConnection::seedHistory()
 
 void RealtimeConnection::send(const QJsonObject &message)
 {
-    if (m_socket && m_socket->state() == QAbstractSocket::ConnectedState)
-        m_socket->sendTextMessage(QString::fromUtf8(RealtimeProtocol::serialize(message)));
+    m_socket.send(message);
 }
 
 // MARK: - Reporting
@@ -405,13 +310,4 @@ void RealtimeConnection::trace(const QString &line)
 {
     if (m_sink.trace)
         m_sink.trace(redact(line));
-}
-
-// The key must never reach a log or trace line, whatever the service or the network stack
-// puts into an error text.
-QString RealtimeConnection::redact(QString text) const
-{
-    if (m_config && m_config->apiKey.size() >= 4)
-        text.replace(m_config->apiKey, QStringLiteral("[key]"));
-    return text;
 }

@@ -2,12 +2,12 @@
 
 #include "realtime/RealtimeTiming.h"
 #include "realtime/RealtimeTypes.h"
+#include "realtime/ServiceSocket.h"
 
 #include <QAbstractSocket>
 #include <QByteArray>
 #include <QJsonObject>
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <QTimer>
 #include <QVariantMap>
@@ -15,10 +15,8 @@
 #include <functional>
 #include <optional>
 
-class QWebSocket;
-
-// The realtime client's state machine: one WebSocket at a time, its configuration, the event
-// dispatch, history seeding, audio batching, keep-alive, reconnects and session cycling.
+// The realtime client's state machine over its ServiceSocket: the session configuration, the
+// event dispatch, history seeding, audio batching, reconnects and session cycling.
 // Lives on the client's thread and is only ever called there; what it reports goes to the
 // `Sink`, called on that same thread (RealtimeClient forwards it to the owner's thread).
 class RealtimeConnection : public QObject
@@ -68,13 +66,13 @@ private:
     void scheduleReconnect(const QString &reason);
     // Stops for good: no reconnect until the next start(); `message` becomes the failed status.
     void fail(const QString &message, const QString &reason);
-    void handleClose(QWebSocket *socket);
-    void handleSocketError(QWebSocket *socket, QAbstractSocket::SocketError error);
+    void handleClose(int code, const QString &closeReason);
+    void handleSocketError(QAbstractSocket::SocketError error, const QString &host, const QString &errorString);
     // Reopens the connection on the service's beta interface (legacy shape, "text" content).
     void switchToBetaInterface(const QString &reason);
     void teardown();
+    // The keep-alive and the next session cycle, once the socket is configured.
     void startTimers();
-    void ping();
     void cycle();
 
     void sendSessionUpdate(bool legacy);
@@ -95,25 +93,16 @@ private:
     void report(const RealtimeStatus &status);
     void log(const QString &line);
     void trace(const QString &line);
-    QString redact(QString text) const;
+    QString redact(const QString &text) const { return m_socket.redact(text); }
 
     const RealtimeTiming m_timing;
     const Sink m_sink;
 
     std::optional<RealtimeConfig> m_config;
-    QPointer<QWebSocket> m_socket;
-    bool m_socketBroken = false;   // the network broke it: aborted, not closed
+    ServiceSocket m_socket;
     QByteArray m_pending;
     bool m_isConfigured = false;
-    bool m_socketOpened = false; // the WebSocket handshake of the current socket completed
     bool m_shouldRun = false;
-    int m_reconnectAttempt = 0;
-    bool m_reconnectPending = false;
-    QTimer m_reconnectTimer;
-    QTimer m_connectTimer;
-    QTimer m_configTimer;
-    QTimer m_pingTimer;
-    QTimer m_pongTimer;
     QTimer m_cycleTimer;
 
     // The beta interface: both switches are set together, and reset by start().

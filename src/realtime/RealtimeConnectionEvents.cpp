@@ -83,8 +83,7 @@ void RealtimeConnection::handleConfigured()
     if (m_isConfigured)
         return;
     m_isConfigured = true;
-    m_configTimer.stop();
-    m_reconnectAttempt = 0;
+    m_socket.resetBackoff();
     m_serviceClosesInARow = 0;
     m_lastNotice.clear();
     seedHistory();

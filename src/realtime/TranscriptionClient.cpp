@@ -1,54 +1,41 @@
 #include "realtime/TranscriptionClient.h"
 
-#include <QMetaObject>
-
 TranscriptionClient::TranscriptionClient(QObject *parent) : TranscriptionClient(RealtimeTiming{}, parent) {}
 
-TranscriptionClient::TranscriptionClient(const RealtimeTiming &timing, QObject *parent) : QObject(parent)
+namespace {
+
+TranscriptionConnection::Sink sinkFor(TranscriptionClient *client)
 {
-    // Each report is posted to this object, so it runs on the owner's thread, in order.
-    auto deliver = [this](auto member) {
-        return [this, member](auto... args) {
-            QMetaObject::invokeMethod(
-                this, [this, member, args...] {
-                    if (this->*member)
-                        (this->*member)(args...);
-                },
-                Qt::QueuedConnection);
-        };
-    };
     TranscriptionConnection::Sink sink;
-    sink.status = deliver(&TranscriptionClient::onStatus);
-    sink.delta = deliver(&TranscriptionClient::onDelta);
-    sink.completed = deliver(&TranscriptionClient::onCompleted);
-    sink.failed = deliver(&TranscriptionClient::onFailed);
-    sink.usage = deliver(&TranscriptionClient::onUsage);
-    sink.log = deliver(&TranscriptionClient::onLog);
-    m_connection = new TranscriptionConnection(timing, std::move(sink));
-    m_connection->moveToThread(&m_thread);
-    m_thread.setObjectName(QStringLiteral("kb-transcribe"));
-    m_thread.start();
+    sink.status = deliverTo(client, &TranscriptionClient::onStatus);
+    sink.delta = deliverTo(client, &TranscriptionClient::onDelta);
+    sink.completed = deliverTo(client, &TranscriptionClient::onCompleted);
+    sink.failed = deliverTo(client, &TranscriptionClient::onFailed);
+    sink.usage = deliverTo(client, &TranscriptionClient::onUsage);
+    sink.log = deliverTo(client, &TranscriptionClient::onLog);
+    return sink;
 }
 
-TranscriptionClient::~TranscriptionClient()
+} // namespace
+
+TranscriptionClient::TranscriptionClient(const RealtimeTiming &timing, QObject *parent)
+    : QObject(parent), m_connection(QStringLiteral("kb-transcribe"), new TranscriptionConnection(timing, sinkFor(this)))
 {
-    TranscriptionConnection *connection = m_connection;
-    QMetaObject::invokeMethod(connection, [connection] { delete connection; }, Qt::BlockingQueuedConnection);
-    m_thread.quit();
-    m_thread.wait();
 }
+
+TranscriptionClient::~TranscriptionClient() = default;
 
 void TranscriptionClient::start(const TranscriptionConfig &config)
 {
-    QMetaObject::invokeMethod(m_connection, [c = m_connection, config] { c->start(config); }, Qt::QueuedConnection);
+    m_connection.post([config](TranscriptionConnection &c) { c.start(config); });
 }
 
 void TranscriptionClient::stop()
 {
-    QMetaObject::invokeMethod(m_connection, [c = m_connection] { c->stop(); }, Qt::QueuedConnection);
+    m_connection.post([](TranscriptionConnection &c) { c.stop(); });
 }
 
 void TranscriptionClient::append(const QByteArray &pcm16)
 {
-    QMetaObject::invokeMethod(m_connection, [c = m_connection, pcm16] { c->append(pcm16); }, Qt::QueuedConnection);
+    m_connection.post([pcm16](TranscriptionConnection &c) { c.append(pcm16); });
 }

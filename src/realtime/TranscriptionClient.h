@@ -1,12 +1,12 @@
 #pragma once
 
+#include "realtime/ConnectionThread.h"
 #include "realtime/RealtimeTiming.h"
 #include "realtime/TranscriptionConnection.h"
 
 #include <QByteArray>
 #include <QObject>
 #include <QString>
-#include <QThread>
 #include <QVariantMap>
 
 #include <functional>
@@ -37,6 +37,5 @@ public:
     std::function<void(const QString &line)> onLog;
 
 private:
-    QThread m_thread;
-    TranscriptionConnection *m_connection = nullptr;
+    ConnectionThread<TranscriptionConnection> m_connection;
 };

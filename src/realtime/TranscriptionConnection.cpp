@@ -2,12 +2,10 @@
 
 #include "realtime/RealtimeLogging.h"
 #include "realtime/RealtimeProtocol.h"
-#include "realtime/SocketRetire.h"
 
 #include <QJsonDocument>
 #include <QNetworkRequest>
 #include <QUrlQuery>
-#include <QWebSocket>
 
 namespace {
 
@@ -23,32 +21,26 @@ QString stringOr(const QJsonObject &object, const char *key, const QString &fall
 
 TranscriptionConnection::TranscriptionConnection(const RealtimeTiming &timing, Sink sink, QObject *parent)
     : QObject(parent)
-    , m_timing(timing)
     , m_sink(std::move(sink))
-    , m_reconnectTimer(this)
-    , m_connectTimer(this)
-    , m_pingTimer(this)
-    , m_pongTimer(this)
+    , m_socket(timing, this) // parented, so that it moves to the client's thread with this object
 {
-    m_reconnectTimer.setSingleShot(true);
-    m_connectTimer.setSingleShot(true);
-    m_pongTimer.setSingleShot(true);
-    connect(&m_reconnectTimer, &QTimer::timeout, this, [this] {
-        m_reconnectPending = false;
+    connect(&m_socket, &ServiceSocket::retryDue, this, [this] {
         if (m_shouldRun)
             openSocket();
     });
-    connect(&m_connectTimer, &QTimer::timeout, this, [this] {
-        scheduleReconnect(QStringLiteral("connection timed out"));
+    connect(&m_socket, &ServiceSocket::timedOut, this, &TranscriptionConnection::scheduleReconnect);
+    connect(&m_socket, &ServiceSocket::failed, this,
+            [this](QAbstractSocket::SocketError, const QString &, const QString &errorString) {
+                scheduleReconnect(errorString);
+            });
+    connect(&m_socket, &ServiceSocket::closed, this, [this](int code, const QString &reason) {
+        scheduleReconnect(QStringLiteral("socket closed (%1)").arg(reason.isEmpty() ? QStringLiteral("code %1").arg(code) : reason));
     });
-    connect(&m_pingTimer, &QTimer::timeout, this, [this] {
-        if (!m_socket)
-            return;
-        m_socket->ping();
-        if (!m_pongTimer.isActive())
-            m_pongTimer.start(m_timing.pongTimeoutMs);
+    connect(&m_socket, &ServiceSocket::opened, this, [this] {
+        if (m_config)
+            send(sessionUpdate(*m_config));
     });
-    connect(&m_pongTimer, &QTimer::timeout, this, [this] { scheduleReconnect(QStringLiteral("ping failed: no pong")); });
+    connect(&m_socket, &ServiceSocket::textReceived, this, &TranscriptionConnection::handleText);
 }
 
 TranscriptionConnection::~TranscriptionConnection()
@@ -87,20 +79,19 @@ TranscriptionConnection::Endpoint TranscriptionConnection::endpoint(const QStrin
 
 void TranscriptionConnection::start(const TranscriptionConfig &config)
 {
-    m_reconnectTimer.stop();
-    m_reconnectPending = false;
+    m_socket.cancelRetry();
     teardown();
     m_config = config;
+    m_socket.setKey(config.apiKey);
     m_shouldRun = true;
-    m_reconnectAttempt = 0;
+    m_socket.resetBackoff();
     openSocket();
 }
 
 void TranscriptionConnection::stop()
 {
     m_shouldRun = false;
-    m_reconnectPending = false;
-    m_reconnectTimer.stop();
+    m_socket.cancelRetry();
     teardown();
     report(RealtimeStatus::idle());
 }
@@ -109,7 +100,7 @@ void TranscriptionConnection::openSocket()
 {
     if (!m_config)
         return;
-    report(m_reconnectAttempt != 0 ? RealtimeStatus::reconnecting() : RealtimeStatus::connecting());
+    report(m_socket.attempt() != 0 ? RealtimeStatus::reconnecting() : RealtimeStatus::connecting());
     if (m_config->apiKey.isEmpty()) {
         m_shouldRun = false;
         report(RealtimeStatus::failed(kNoKeyMessage));
@@ -124,76 +115,26 @@ void TranscriptionConnection::openSocket()
     }
 
     QNetworkRequest request(target.url);
+    request.setTransferTimeout(60000);
     request.setRawHeader("Authorization", "Bearer " + m_config->apiKey.toUtf8());
     m_isConfigured = false;
     m_pending.clear();
-
-    auto *socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
-    m_socket = socket;
-    m_socketBroken = false;
-    connect(socket, &QWebSocket::textMessageReceived, this, [this, socket](const QString &text) {
-        if (socket == m_socket)
-            handleText(text);
-    });
-#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
-    connect(socket, &QWebSocket::errorOccurred, this, [this, socket](QAbstractSocket::SocketError) {
-#else
-    connect(socket, qOverload<QAbstractSocket::SocketError>(&QWebSocket::error), this, [this, socket](QAbstractSocket::SocketError) {
-#endif
-        if (socket != m_socket)
-            return;
-        m_socketBroken = true;
-        scheduleReconnect(socket->errorString());
-    });
-    connect(socket, &QWebSocket::disconnected, this, [this, socket] {
-        if (socket != m_socket)
-            return;
-        m_socketBroken = true;
-        const QString reason = socket->closeReason().isEmpty() ? QStringLiteral("code %1").arg(int(socket->closeCode()))
-                                                               : socket->closeReason();
-        scheduleReconnect(QStringLiteral("socket closed (%1)").arg(reason));
-    });
-    connect(socket, &QWebSocket::connected, this, [this, socket] {
-        if (socket != m_socket)
-            return;
-        m_connectTimer.stop();
-        if (m_config)
-            send(sessionUpdate(*m_config));
-    });
-    connect(socket, &QWebSocket::pong, this, [this, socket] {
-        if (socket == m_socket)
-            m_pongTimer.stop();
-    });
-    m_connectTimer.start(m_timing.connectTimeoutMs);
-    socket->open(request);
+    m_socket.open(request);
 }
 
 void TranscriptionConnection::scheduleReconnect(const QString &reason)
 {
-    if (!m_shouldRun || m_reconnectPending)
+    if (!m_shouldRun || m_socket.retryPending())
         return;
-    m_reconnectPending = true;
     teardown();
-    const int seconds = RealtimeProtocol::backoffSeconds(m_reconnectAttempt);
-    ++m_reconnectAttempt;
-    QString shown = reason;
-    if (m_config && !m_config->apiKey.isEmpty())
-        shown.replace(m_config->apiKey, QStringLiteral("[key]"));
-    log(QStringLiteral("Answer transcription: reconnecting in %1s — %2").arg(seconds).arg(shown));
+    const int seconds = m_socket.scheduleRetry();
+    log(QStringLiteral("Answer transcription: reconnecting in %1s — %2").arg(seconds).arg(reason));
     report(RealtimeStatus::reconnecting());
-    m_reconnectTimer.start(seconds * m_timing.backoffUnitMs);
 }
 
 void TranscriptionConnection::teardown()
 {
-    m_connectTimer.stop();
-    m_pingTimer.stop();
-    m_pongTimer.stop();
-    if (QWebSocket *socket = m_socket) {
-        m_socket = nullptr;
-        disconnect(socket, nullptr, this, nullptr);
-        RealtimeSockets::retire(socket, std::exchange(m_socketBroken, false));
-    }
+    m_socket.close();
     m_isConfigured = false;
     m_pending.clear();
 }
@@ -209,8 +150,7 @@ void TranscriptionConnection::append(const QByteArray &pcm16)
 
 void TranscriptionConnection::send(const QJsonObject &message)
 {
-    if (m_socket && m_socket->state() == QAbstractSocket::ConnectedState)
-        m_socket->sendTextMessage(QString::fromUtf8(RealtimeProtocol::serialize(message)));
+    m_socket.send(message);
 }
 
 void TranscriptionConnection::handleText(const QString &text)
@@ -226,8 +166,8 @@ void TranscriptionConnection::handleText(const QString &text)
         if (m_isConfigured)
             return;
         m_isConfigured = true;
-        m_reconnectAttempt = 0;
-        m_pingTimer.start(m_timing.pingIntervalMs);
+        m_socket.resetBackoff();
+        m_socket.configured();
         report(RealtimeStatus::connected());
     } else if (type == QLatin1String("conversation.item.input_audio_transcription.delta")) {
         const QString delta = stringOr(event, "delta");
@@ -264,8 +204,9 @@ void TranscriptionConnection::report(const RealtimeStatus &status)
         m_sink.status(status);
 }
 
-void TranscriptionConnection::log(const QString &line)
+void TranscriptionConnection::log(const QString &rawLine)
 {
+    const QString line = m_socket.redact(rawLine);
     qCInfo(lcRealtime, "[Ketterbloom] %s", qUtf8Printable(line));
     if (m_sink.log)
         m_sink.log(line);

@@ -2,20 +2,17 @@
 
 #include "realtime/RealtimeTiming.h"
 #include "realtime/RealtimeTypes.h"
+#include "realtime/ServiceSocket.h"
 
 #include <QByteArray>
 #include <QJsonObject>
 #include <QObject>
-#include <QPointer>
 #include <QString>
-#include <QTimer>
 #include <QUrl>
 #include <QVariantMap>
 
 #include <functional>
 #include <optional>
-
-class QWebSocket;
 
 // What the session hands the transcription client when a session starts.
 struct TranscriptionConfig
@@ -30,9 +27,9 @@ struct TranscriptionConfig
 };
 
 // A second connection to the realtime service, opened for transcription only: the service's
-// transcription session (no answers), fed with the user's microphone. The same rules as the
-// main connection: the key only over wss:// (or ws:// on this computer), reconnects with
-// back-off for as long as it should run. Lives on the client's thread and is only called
+// transcription session (no answers), fed with the user's microphone. The same socket rules as
+// the main connection (ServiceSocket): the key only over wss:// (or ws:// on this computer),
+// reconnects with back-off for as long as it should run. Lives on the client's thread and is only called
 // there; what it reports goes to the `Sink` on that thread.
 class TranscriptionConnection : public QObject
 {
@@ -79,18 +76,10 @@ private:
     void report(const RealtimeStatus &status);
     void log(const QString &line);
 
-    const RealtimeTiming m_timing;
     const Sink m_sink;
     std::optional<TranscriptionConfig> m_config;
-    QPointer<QWebSocket> m_socket;
-    bool m_socketBroken = false;   // the network broke it: aborted, not closed
+    ServiceSocket m_socket;
     QByteArray m_pending;
     bool m_isConfigured = false;
     bool m_shouldRun = false;
-    bool m_reconnectPending = false;
-    int m_reconnectAttempt = 0;
-    QTimer m_reconnectTimer;
-    QTimer m_connectTimer;
-    QTimer m_pingTimer;
-    QTimer m_pongTimer;
 };
