@@ -4,6 +4,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 
 #include <sndfile.h>
 #include <soxr.h>
@@ -84,7 +85,20 @@ std::optional<QString> RecordingPlayer::start(const QString &path, bool aloud)
     QMetaObject::invokeMethod(&m_context, [this, path, aloud] {
         if (aloud) {
             m_aloud = new QProcess(&m_context);
-            m_aloud->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            // paplay's own complaints (no sound server, no output) become one line of ours:
+            // the recording still reaches the service without the speakers.
+            QProcess *aloudProcess = m_aloud;
+            QObject::connect(aloudProcess, &QProcess::finished, aloudProcess, [aloudProcess](int code, QProcess::ExitStatus status) {
+                if (status != QProcess::NormalExit || code == 0)
+                    return;
+                const QString why = QString::fromLocal8Bit(aloudProcess->readAllStandardError()).trimmed().section(QLatin1Char('\n'), -1);
+                qCWarning(lcAudio, "The recording is not played to the speakers (%s); it still goes to the service.",
+                          qUtf8Printable(why.isEmpty() ? QStringLiteral("paplay exited with code %1").arg(code) : why));
+            });
+            QObject::connect(aloudProcess, &QProcess::errorOccurred, aloudProcess, [](QProcess::ProcessError error) {
+                if (error == QProcess::FailedToStart)
+                    qCWarning(lcAudio, "The recording is not played to the speakers (paplay is missing: install pulseaudio-utils); it still goes to the service.");
+            });
             m_aloud->start(QStringLiteral("paplay"), {QStringLiteral("--client-name=Ketterbloom"), path});
         }
         m_startMs = m_clock();
