@@ -6,72 +6,17 @@
 #include "audio/ProcessTapCapture.h"
 #include "audio/StartupTrace.h"
 
-#include "SoundServer.h"
+#include "CaptureWatch.h"
+#include "SoundServerFixture.h"
 #include "TestSignals.h"
 
 #include <QtTest>
 
 #include <cmath>
-#include <mutex>
 
 using namespace kbtest;
 
 namespace {
-
-// Collects what the engine hands out; the audio-thread callbacks lock only this test's mutex.
-struct Collector
-{
-    std::mutex lock;
-    QByteArray pcm;
-    std::vector<float> mic;
-    int levelPosts = 0;
-    QStringList micUnavailable;
-    QStringList errors;
-
-    void attach(AudioCaptureEngine &e)
-    {
-        e.onPCM16 = [this](const QByteArray &b) {
-            std::lock_guard g(lock);
-            pcm += b;
-        };
-        e.onMicBuffer = [this](const float *s, int n) {
-            std::lock_guard g(lock);
-            mic.insert(mic.end(), s, s + n);
-        };
-        e.onLevels = [this](float, float) { ++levelPosts; };
-        e.onMicUnavailable = [this](const QString &m) { micUnavailable << m; };
-        e.onError = [this](const QString &m) { errors << m; };
-    }
-    double pcmSeconds()
-    {
-        std::lock_guard g(lock);
-        return pcm.size() / 2 / 24000.0;
-    }
-    double micSeconds()
-    {
-        std::lock_guard g(lock);
-        return mic.size() / 48000.0;
-    }
-    void clear()
-    {
-        std::lock_guard g(lock);
-        pcm.clear();
-        mic.clear();
-    }
-    // The last `seconds` of model audio as floats.
-    std::vector<float> lastPcm(double seconds)
-    {
-        std::lock_guard g(lock);
-        const qsizetype bytes = std::min<qsizetype>(pcm.size(), qsizetype(seconds * 24000) * 2);
-        return pcm16ToFloat(pcm.right(bytes));
-    }
-    std::vector<float> lastMic(double seconds)
-    {
-        std::lock_guard g(lock);
-        const size_t n = std::min(mic.size(), size_t(seconds * 48000));
-        return std::vector<float>(mic.end() - qsizetype(n), mic.end());
-    }
-};
 
 // Lag (in samples) at which b best matches a, searched within ±maxLag.
 int bestLag(const std::vector<float> &a, const std::vector<float> &b, size_t from, size_t count, int maxLag)
@@ -95,7 +40,7 @@ int bestLag(const std::vector<float> &a, const std::vector<float> &b, size_t fro
 
 } // namespace
 
-class TestAudioCapture : public QObject
+class TestAudioCapture : public QObject, public SoundServerFixture
 {
     Q_OBJECT
 
@@ -109,36 +54,14 @@ private slots:
         QVERIFY(makeTone(path("t1000.wav"), 1000, 8));
         QVERIFY(makeTone(path("t660.wav"), 660, 8));
         QVERIFY(makeSilence(path("silence.wav"), 60));
-        QVERIFY(makeTone(path("l440.wav"), 440, 8, 1));
         QVERIFY(mergeToStereo(path("t440.wav"), path("t1000.wav"), path("s440_1000.wav")));
-        QVERIFY(run(QStringLiteral("sox"), {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("48000"),
-                                            QStringLiteral("-b"), QStringLiteral("16"), QStringLiteral("-c"),
-                                            QStringLiteral("1"), path("noise.wav"), QStringLiteral("synth"),
-                                            QStringLiteral("8"), QStringLiteral("whitenoise"), QStringLiteral("vol"),
-                                            QStringLiteral("0.3")})
-                    .ok());
+        QStringList noise = QStringLiteral("-n -r 48000 -b 16 -c 1 FILE synth 8 whitenoise vol 0.3").split(QLatin1Char(' '));
+        noise.replace(noise.indexOf(QStringLiteral("FILE")), path("noise.wav"));
+        QVERIFY(run(QStringLiteral("sox"), noise).ok());
     }
 
-    void init()
-    {
-        m_modules = std::make_unique<ServerModules>();
-        QVERIFY(m_modules->virtualMic(QStringLiteral("vmic"), QStringLiteral("VirtualMic")));
-        QVERIFY(setDefaultSink(QStringLiteral("speakers")));
-        QVERIFY(waitForDefaultSink(QStringLiteral("speakers")));
-        // PulseAudio hands out the first block of an idle sink late; keep ours busy.
-        if (!isPipeWire())
-            m_awake = keepSinkAwake(QStringLiteral("speakers"), path("silence.wav"));
-        m_micAwake = keepSinkAwake(QStringLiteral("vmic_feed"), path("silence.wav"));
-    }
-
-    void cleanup()
-    {
-        m_players.clear();
-        m_awake.reset();
-        m_micAwake.reset();
-        m_modules.reset();
-        setDefaultSink(QStringLiteral("speakers"));
-    }
+    void init() { setUpDevices(); }
+    void cleanup() { tearDownDevices(); }
 
     void inputDevicesAreTheNonMonitorSources()
     {
@@ -168,16 +91,13 @@ private slots:
 
     void wholeMachineDeliversWhatIsPlayedAs24kMonoPcm16()
     {
-        AudioCaptureEngine engine;
-        Collector c;
-        c.attach(engine);
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
-                              StreamSource::meetingOnly, false),
-                 std::nullopt);
+        CaptureWatch c;
+        AudioCaptureEngine &engine = c.engine;
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
         QVERIFY(engine.isRunning());
         QCOMPARE(engine.recordingPath(), std::nullopt);
         play("t440.wav");
-        QTRY_VERIFY_WITH_TIMEOUT(c.pcmSeconds() > 2.0 && rms(c.lastPcm(0.5).data(), 12000) > 0.05, 15000);
+        QTRY_VERIFY_WITH_TIMEOUT(c.meetingIsLoudAfter(2.0), 15000);
         const auto tail = c.lastPcm(0.5);
         // A 440 Hz tone read at 24 kHz: had the rate been wrong, it would sit at another pitch.
         QVERIFY2(toneShare(tail, 24000, 440, 880) > 0.95, "the tone is not at 440 Hz in 24 kHz audio");
@@ -211,9 +131,8 @@ private slots:
         QVERIFY2(ids.indexOf(QStringLiteral("org.example.Meet")) >= 0, qPrintable(ids.join(u',')));
         QVERIFY(ProcessTapCapture::audioObject(QStringLiteral("org.example.Meet"))->objectID > 0);
 
-        AudioCaptureEngine engine;
-        Collector c;
-        c.attach(engine);
+        CaptureWatch c;
+        AudioCaptureEngine &engine = c.engine;
         QCOMPARE(engine.start(SystemTapSource{TapTarget::process(QStringLiteral("org.example.Meet")),
                                               QStringLiteral("vmic"), 0},
                               StreamSource::meetingOnly, false),
@@ -246,8 +165,7 @@ private slots:
     // binary (pacat), or by its command name through the alias table, only while it plays.
     void plainPlayerIsFoundWhilePlaying()
     {
-        m_awake.reset();   // they are paplay too
-        m_micAwake.reset();
+        m_awake.clear();   // they are paplay too
         QTRY_VERIFY_WITH_TIMEOUT(!ProcessTapCapture::audioObject(QStringLiteral("pacat")), 10000);
         play("t440.wav");
         QTRY_VERIFY_WITH_TIMEOUT(ProcessTapCapture::audioObject(QStringLiteral("pacat")).has_value(), 10000);
@@ -306,9 +224,8 @@ private slots:
         ServerModules more;
         QVERIFY(more.twoChannelDevice(QStringLiteral("dev2")));
         auto feed = keepSinkAwake(QStringLiteral("dev2_feed"), path("silence.wav"));
-        AudioCaptureEngine engine;
-        Collector c;
-        c.attach(engine);
+        CaptureWatch c;
+        AudioCaptureEngine &engine = c.engine;
         // Left (aux0) carries 440 Hz, right (aux1) 1000 Hz. The meeting is channel 0.
         QCOMPARE(engine.start(DeviceChannelsSource{QStringLiteral("dev2"), 1, 0}, StreamSource::meetingOnly, true),
                  std::nullopt);
@@ -316,7 +233,7 @@ private slots:
         QVERIFY(wav.endsWith(QStringLiteral(".wav")));
         QVERIFY(wav.contains(QStringLiteral("/Documents/Ketterbloom/meeting_")));
         play("s440_1000.wav", QStringLiteral("dev2_feed"));
-        QTRY_VERIFY_WITH_TIMEOUT(c.pcmSeconds() > 2.0 && rms(c.lastPcm(0.5).data(), 12000) > 0.05, 15000);
+        QTRY_VERIFY_WITH_TIMEOUT(c.meetingIsLoudAfter(2.0), 15000);
         QVERIFY2(toneShare(c.lastPcm(1.0), 24000, 440, 1000) > 0.95, "the model does not get the meeting channel");
         QVERIFY2(toneShare(c.lastMic(1.0), 48000, 1000, 440) > 0.95, "the transcriber does not get the mic channel");
         engine.stop();
@@ -333,15 +250,14 @@ private slots:
 
     void oneChannelDeviceClampsAndStreamsTheMicWithoutAMeetingChannel()
     {
-        AudioCaptureEngine engine;
-        Collector c;
-        c.attach(engine);
+        CaptureWatch c;
+        AudioCaptureEngine &engine = c.engine;
         QCOMPARE(engine.start(DeviceChannelsSource{QStringLiteral("vmic"), 5, std::nullopt}, StreamSource::meetingOnly,
                               false),
                  std::nullopt);
         QCOMPARE(engine.streamSource(), StreamSource::micOnly);
         play("t660.wav", QStringLiteral("vmic_feed"));
-        QTRY_VERIFY_WITH_TIMEOUT(c.pcmSeconds() > 1.5 && rms(c.lastPcm(0.5).data(), 12000) > 0.05, 15000);
+        QTRY_VERIFY_WITH_TIMEOUT(c.meetingIsLoudAfter(1.5), 15000);
         QVERIFY(toneShare(c.lastPcm(1.0), 24000, 660, 440) > 0.95);
         engine.stop();
         QCOMPARE(engine.start(DeviceChannelsSource{QStringLiteral("no-such-device-and-no-default"), 0, 0},
@@ -355,12 +271,9 @@ private slots:
     {
         ServerModules more;
         QVERIFY(more.nullSink(QStringLiteral("headset")) >= 0);
-        AudioCaptureEngine engine;
-        Collector c;
-        c.attach(engine);
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
-                              StreamSource::meetingOnly, false),
-                 std::nullopt);
+        CaptureWatch c;
+        AudioCaptureEngine &engine = c.engine;
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
         QCOMPARE(engine.tapCapture().monitoredSink(), QStringLiteral("speakers"));
         QVERIFY(setDefaultSink(QStringLiteral("headset")));
         QTRY_COMPARE_WITH_TIMEOUT(engine.tapCapture().monitoredSink(), QStringLiteral("headset"), 10000);
@@ -369,7 +282,7 @@ private slots:
             awake = keepSinkAwake(QStringLiteral("headset"), path("silence.wav"));
         play("t1000.wav", QStringLiteral("headset"));
         c.clear();
-        QTRY_VERIFY_WITH_TIMEOUT(c.pcmSeconds() > 1.0 && rms(c.lastPcm(0.5).data(), 12000) > 0.05, 15000);
+        QTRY_VERIFY_WITH_TIMEOUT(c.meetingIsLoudAfter(1.0), 15000);
         QVERIFY(toneShare(c.lastPcm(0.5), 24000, 1000, 440) > 0.95);
         QVERIFY(c.errors.isEmpty());
         engine.stop();
@@ -384,10 +297,9 @@ private slots:
                           {QStringLiteral("source_name=loopmic"), QStringLiteral("master=speakers.monitor"),
                            QStringLiteral("channels=1"), QStringLiteral("source_properties=device.description=LoopMic")})
                 >= 0);
-        AudioCaptureEngine engine;
-        Collector c;
-        c.attach(engine);
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("loopmic"), 0},
+        CaptureWatch c;
+        AudioCaptureEngine &engine = c.engine;
+        QCOMPARE(engine.start(wholeMachine(QStringLiteral("loopmic")),
                               StreamSource::both, true),
                  std::nullopt);
         const QString wav = *engine.recordingPath();
@@ -424,14 +336,11 @@ private slots:
     void microphoneStallFallsBackToMeetingOnly()
     {
         QFile::remove(StartupTrace::filePath());
-        AudioCaptureEngine engine;
-        Collector c;
-        c.attach(engine);
+        CaptureWatch c;
+        AudioCaptureEngine &engine = c.engine;
         engine.setMicStartDeadlineForTesting(100);
         engine.setMicStartDelayForTesting(400);
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
-                              StreamSource::both, true),
-                 std::nullopt);
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::both, true), std::nullopt);
         QVERIFY(engine.isRunning());
         QVERIFY(engine.micIsStalled());
         QCOMPARE(engine.streamSource(), StreamSource::meetingOnly);
@@ -439,15 +348,13 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(c.micUnavailable.size(), 1, 5000);
         QVERIFY(c.micUnavailable[0].startsWith(QStringLiteral("The microphone didn't start.")));
         play("t440.wav");
-        QTRY_VERIFY_WITH_TIMEOUT(c.pcmSeconds() > 1.0 && rms(c.lastPcm(0.5).data(), 12000) > 0.05, 15000);
+        QTRY_VERIFY_WITH_TIMEOUT(c.meetingIsLoudAfter(1.0), 15000);
         QTest::qWait(700);   // the microphone that starts late must stay silent
         QCOMPARE(c.micSeconds(), 0.0);
         engine.stop();
 
         // Later sessions of this process skip the microphone.
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
-                              StreamSource::meetingOnly, false),
-                 std::nullopt);
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
         QTRY_COMPARE_WITH_TIMEOUT(c.micUnavailable.size(), 2, 5000);
         QVERIFY(c.micUnavailable[1].startsWith(
             QStringLiteral("Running on meeting audio only — this computer wouldn't hand over the microphone earlier")));
@@ -483,20 +390,7 @@ private slots:
     }
 
 private:
-    QString path(const char *name) const { return m_dir.filePath(QString::fromLatin1(name)); }
-    void play(const char *wav, const QString &device = {}, const QStringList &props = {},
-              Player::Kind kind = Player::Kind::paplay)
-    {
-        auto p = Player::start(path(wav), device, props, kind);
-        QVERIFY(p);
-        m_players.push_back(std::move(p));
-    }
-
-    QTemporaryDir m_dir;
     QByteArray m_server = qgetenv("PULSE_SERVER");
-    std::unique_ptr<ServerModules> m_modules;
-    std::unique_ptr<Player> m_awake, m_micAwake;
-    std::vector<std::unique_ptr<Player>> m_players;
 };
 
 QTEST_GUILESS_MAIN(TestAudioCapture)

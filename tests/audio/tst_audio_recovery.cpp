@@ -4,108 +4,17 @@
 // process killed outright.
 #include "audio/AudioCaptureEngine.h"
 
-#include "SoundServer.h"
+#include "CaptureWatch.h"
+#include "SoundServerFixture.h"
 #include "TestSignals.h"
 
 #include <QtTest>
 
-#include <atomic>
-#include <chrono>
 #include <cmath>
-#include <mutex>
 
 using namespace kbtest;
 
 namespace {
-
-qint64 steadyNs()
-{
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
-double secondsSince(qint64 ns)
-{
-    return double(steadyNs() - ns) / 1e9;
-}
-
-// Collects what the engine hands out, and when loud audio first came after being armed.
-struct Watch
-{
-    std::mutex lock;
-    QByteArray pcm;
-    std::vector<float> mic;
-    std::atomic<qint64> meetingArmedAt{0}, meetingLoudAt{0};
-    std::atomic<qint64> micArmedAt{0}, micLoudAt{0};
-    std::atomic<int> levelPosts{0};
-    float lastMeetingLevel = 0;
-    QList<CaptureHealth> health;
-
-    void attach(AudioCaptureEngine &e)
-    {
-        e.onPCM16 = [this](const QByteArray &b) {
-            const auto *s = reinterpret_cast<const qint16 *>(b.constData());
-            if (meetingArmedAt != 0 && meetingLoudAt == 0) {
-                for (qsizetype i = 0; i < b.size() / 2; ++i) {
-                    if (std::abs(int(s[i])) > 3000) {
-                        meetingLoudAt = steadyNs();
-                        break;
-                    }
-                }
-            }
-            std::lock_guard g(lock);
-            pcm += b;
-        };
-        e.onMicBuffer = [this](const float *s, int n) {
-            if (micArmedAt != 0 && micLoudAt == 0) {
-                for (int i = 0; i < n; ++i) {
-                    if (std::fabs(s[i]) > 0.1f) {
-                        micLoudAt = steadyNs();
-                        break;
-                    }
-                }
-            }
-            std::lock_guard g(lock);
-            mic.insert(mic.end(), s, s + n);
-        };
-        e.onLevels = [this](float, float meeting) {
-            ++levelPosts;
-            lastMeetingLevel = meeting;
-        };
-        e.onHealth = [this](const CaptureHealth &h) { health << h; };
-    }
-    void armMeeting()
-    {
-        meetingLoudAt = 0;
-        meetingArmedAt = steadyNs();
-    }
-    void armMic()
-    {
-        micLoudAt = 0;
-        micArmedAt = steadyNs();
-    }
-    static double delay(const std::atomic<qint64> &armed, const std::atomic<qint64> &loud)
-    {
-        return double(loud - armed) / 1e9;
-    }
-    double pcmSeconds()
-    {
-        std::lock_guard g(lock);
-        return double(pcm.size()) / 2 / 24000.0;
-    }
-    double micSeconds()
-    {
-        std::lock_guard g(lock);
-        return double(mic.size()) / 48000.0;
-    }
-    std::vector<float> lastPcm(double seconds)
-    {
-        std::lock_guard g(lock);
-        const qsizetype bytes = std::min<qsizetype>(pcm.size(), qsizetype(seconds * 24000) * 2);
-        return pcm16ToFloat(pcm.right(bytes));
-    }
-    CaptureHealth lastHealth() const { return health.isEmpty() ? CaptureHealth{} : health.last(); }
-};
 
 double rmsOf(const std::vector<float> &v, double fromSeconds, double seconds, int rate = 48000)
 {
@@ -116,7 +25,7 @@ double rmsOf(const std::vector<float> &v, double fromSeconds, double seconds, in
 
 } // namespace
 
-class TestAudioRecovery : public QObject
+class TestAudioRecovery : public QObject, public SoundServerFixture
 {
     Q_OBJECT
 
@@ -131,23 +40,8 @@ private slots:
         QVERIFY(makeSilence(path("silence.wav"), 60));
     }
 
-    void init()
-    {
-        m_modules = std::make_unique<ServerModules>();
-        QVERIFY(m_modules->virtualMic(QStringLiteral("vmic"), QStringLiteral("VirtualMic")));
-        QVERIFY(setDefaultSink(QStringLiteral("speakers")));
-        QVERIFY(waitForDefaultSink(QStringLiteral("speakers")));
-        wakeSinks();
-    }
-
-    void cleanup()
-    {
-        m_players.clear();
-        m_awake.clear();
-        m_modules.reset();
-        if (soundServerAvailable())
-            setDefaultSink(QStringLiteral("speakers"));
-    }
+    void init() { setUpDevices(); }
+    void cleanup() { tearDownDevices(); }
 
     // The default output goes away and comes back under the same name, as a Bluetooth
     // reconnect or a USB replug does it, several times, at once and after a pause: each time
@@ -159,12 +53,9 @@ private slots:
         QVERIFY(index >= 0);
         QVERIFY(setDefaultSink(QStringLiteral("headset")));
         QVERIFY(waitForDefaultSink(QStringLiteral("headset")));
-        AudioCaptureEngine engine;
-        Watch w;
-        w.attach(engine);
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
-                              StreamSource::meetingOnly, false),
-                 std::nullopt);
+        CaptureWatch w;
+        AudioCaptureEngine &engine = w.engine;
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
         QCOMPARE(engine.tapCapture().monitoredSink(), QStringLiteral("headset"));
 
         const int pausesMs[] = {0, 150, 300, 1000, 0, 250};
@@ -183,7 +74,7 @@ private slots:
             settle(QStringLiteral("headset"));
             play("t440.wav", QStringLiteral("headset"));
             QTRY_VERIFY_WITH_TIMEOUT(w.meetingLoudAt != 0, 20000);
-            const double delay = Watch::delay(w.meetingArmedAt, w.meetingLoudAt);
+            const double delay = w.meetingDelay();
             qInfo("pause %d ms: meeting audio back %.2f s after the output returned", pause, delay);
             QVERIFY2(delay <= 2.0, qPrintable(QStringLiteral("%1 s after a %2 ms pause").arg(delay).arg(pause)));
             QCOMPARE(engine.tapCapture().monitoredSink(), QStringLiteral("headset"));
@@ -197,12 +88,9 @@ private slots:
     {
         ServerModules sinks;
         QVERIFY(sinks.nullSink(QStringLiteral("headset")) >= 0);
-        AudioCaptureEngine engine;
-        Watch w;
-        w.attach(engine);
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
-                              StreamSource::meetingOnly, false),
-                 std::nullopt);
+        CaptureWatch w;
+        AudioCaptureEngine &engine = w.engine;
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
         if (!isPipeWire())
             keepAwake(QStringLiteral("headset"));
         for (const QString &sink : {QStringLiteral("headset"), QStringLiteral("speakers"), QStringLiteral("headset"),
@@ -212,7 +100,7 @@ private slots:
             w.armMeeting();
             play("t440.wav", sink);
             QTRY_VERIFY_WITH_TIMEOUT(w.meetingLoudAt != 0, 20000);
-            const double delay = Watch::delay(w.meetingArmedAt, w.meetingLoudAt);
+            const double delay = w.meetingDelay();
             QVERIFY2(delay <= 2.0, qPrintable(QStringLiteral("%1 s to follow %2").arg(delay).arg(sink)));
             QTRY_COMPARE_WITH_TIMEOUT(engine.tapCapture().monitoredSink(), sink, 5000);
         }
@@ -227,18 +115,17 @@ private slots:
         auto mic = std::make_unique<ServerModules>();
         QVERIFY(mic->virtualMic(QStringLiteral("vmic2"), QStringLiteral("VirtualMic2")));
         settle(QStringLiteral("vmic2_feed"));
-        AudioCaptureEngine engine;
-        Watch w;
-        w.attach(engine);
+        CaptureWatch w;
+        AudioCaptureEngine &engine = w.engine;
         const qint64 beforeStart = steadyNs();
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic2"), 0},
+        QCOMPARE(engine.start(wholeMachine(QStringLiteral("vmic2")),
                               StreamSource::both, true),
                  std::nullopt);
         const QString wav = engine.recordingPath().value_or(QString());
         QVERIFY(!wav.isEmpty());
         play("t440.wav");                                       // the meeting
         auto micTone = Player::start(path("t1000.wav"), QStringLiteral("vmic2_feed"));   // the user
-        QTRY_VERIFY_WITH_TIMEOUT(w.micSeconds() > 1.5 && rms(w.lastPcm(0.5).data(), 12000) > 0.05, 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(w.micSeconds() > 1.5 && w.meetingIsLoudAfter(0.5), 20000);
 
         micTone.reset();
         m_awake.clear();
@@ -301,21 +188,13 @@ private slots:
         settle(QStringLiteral("vmic2_feed"));
         play("t1000.wav", QStringLiteral("vmic_feed"));
         play("t440.wav", QStringLiteral("vmic2_feed"));
-        AudioCaptureEngine engine;
-        Watch w;
-        w.attach(engine);
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
-                              StreamSource::meetingOnly, false),
-                 std::nullopt);
+        CaptureWatch w;
+        AudioCaptureEngine &engine = w.engine;
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
         QTRY_VERIFY_WITH_TIMEOUT(w.micSeconds() > 1.0, 20000);
-        auto lastMic = [&w](double seconds) {
-            std::lock_guard g(w.lock);
-            const size_t n = std::min(w.mic.size(), size_t(seconds * 48000));
-            return std::vector<float>(w.mic.end() - qsizetype(n), w.mic.end());
-        };
-        QVERIFY(toneShare(lastMic(0.5), 48000, 1000, 440) > 0.95);
+        QVERIFY(toneShare(w.lastMic(0.5), 48000, 1000, 440) > 0.95);
         engine.switchMicrophone(QStringLiteral("vmic2"), 0);
-        QTRY_VERIFY_WITH_TIMEOUT(toneShare(lastMic(0.5), 48000, 440, 1000) > 0.95, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(toneShare(w.lastMic(0.5), 48000, 440, 1000) > 0.95, 10000);
         QVERIFY(engine.isRunning());
         QCOMPARE(engine.tapCapture().monitoredSink(), QStringLiteral("speakers"));
         QVERIFY(w.lastHealth().allGood());
@@ -326,26 +205,32 @@ private slots:
     void soundServerRestart_data()
     {
         QTest::addColumn<int>("downMs");
-        QTest::newRow("back after 0.2 s") << 200;
-        QTest::newRow("back after 3 s") << 3000;
+        QTest::addColumn<QString>("app");   // the meeting narrowed to this application, or the whole machine
+        QTest::newRow("back after 0.2 s") << 200 << QString();
+        QTest::newRow("back after 3 s") << 3000 << QString();
+        QTest::newRow("one application, back after 0.5 s") << 500 << QStringLiteral("org.example.Meet");
     }
 
     // The sound server goes away mid-session and comes back: meeting and microphone audio
-    // resume within 3 s of it being back, and the recording keeps wall-clock time.
+    // resume within 3 s of it being back (one application's new streams are attached), and
+    // the recording keeps wall-clock time.
     void soundServerRestart()
     {
         QFETCH(int, downMs);
-        AudioCaptureEngine engine;
-        Watch w;
-        w.attach(engine);
+        QFETCH(QString, app);
+        const QStringList props = app.isEmpty() ? QStringList() : QStringList{QStringLiteral("application.id=") + app};
+        const TapTarget target = app.isEmpty() ? TapTarget::systemOutput() : TapTarget::process(app);
+        if (!app.isEmpty())
+            play("t440.wav", {}, props);
+        CaptureWatch w;
+        AudioCaptureEngine &engine = w.engine;
         const qint64 beforeStart = steadyNs();
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
-                              StreamSource::meetingOnly, true),
-                 std::nullopt);
+        QCOMPARE(engine.start(SystemTapSource{target, QStringLiteral("vmic"), 0}, StreamSource::meetingOnly, true), std::nullopt);
         const QString wav = engine.recordingPath().value_or(QString());
-        play("t440.wav");
+        if (app.isEmpty())
+            play("t440.wav");
         play("t1000.wav", QStringLiteral("vmic_feed"));
-        QTRY_VERIFY_WITH_TIMEOUT(w.micSeconds() > 1.0 && rms(w.lastPcm(0.5).data(), 12000) > 0.05, 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(w.micSeconds() > 1.0 && w.meetingIsLoudAfter(0.5), 20000);
 
         m_players.clear();
         m_awake.clear();
@@ -365,15 +250,16 @@ private slots:
         w.armMic();
         settle(QStringLiteral("speakers"));
         settle(QStringLiteral("vmic_feed"));
-        play("t440.wav");
+        play("t440.wav", {}, props);
         play("t1000.wav", QStringLiteral("vmic_feed"));
         QTRY_VERIFY_WITH_TIMEOUT(w.meetingLoudAt != 0 && w.micLoudAt != 0, 20000);
-        const double meetingDelay = Watch::delay(w.meetingArmedAt, w.meetingLoudAt);
-        const double micDelay = Watch::delay(w.micArmedAt, w.micLoudAt);
+        const double meetingDelay = w.meetingDelay();
+        const double micDelay = w.micDelay();
         qInfo("server back: meeting after %.2f s, microphone after %.2f s", meetingDelay, micDelay);
         QVERIFY2(meetingDelay <= 3.0, qPrintable(QString::number(meetingDelay)));
         QVERIFY2(micDelay <= 3.0, qPrintable(QString::number(micDelay)));
         QTRY_VERIFY_WITH_TIMEOUT(w.lastHealth().allGood(), 10000);
+        QCOMPARE(engine.tapCapture().target(), target);
         QTest::qWait(1000);
         engine.stop();
         const double wall = secondsSince(beforeStart);
@@ -383,41 +269,6 @@ private slots:
         QCOMPARE(info.value(QStringLiteral("channels")), QStringLiteral("2"));
         const double seconds = info.value(QStringLiteral("samples")).toDouble() / 48000.0;
         QVERIFY2(std::fabs(seconds - wall) < 0.75, qPrintable(QStringLiteral("%1 s recorded in %2 s").arg(seconds).arg(wall)));
-    }
-
-    // The same with the meeting narrowed to one application: its new streams are attached.
-    void oneApplicationIsHeardAgainAfterAServerRestart()
-    {
-        const QStringList meet{QStringLiteral("application.id=org.example.Meet")};
-        m_players.push_back(Player::start(path("t440.wav"), {}, meet));
-        AudioCaptureEngine engine;
-        Watch w;
-        w.attach(engine);
-        QCOMPARE(engine.start(SystemTapSource{TapTarget::process(QStringLiteral("org.example.Meet")),
-                                              QStringLiteral("vmic"), 0},
-                              StreamSource::meetingOnly, false),
-                 std::nullopt);
-        w.armMeeting();
-        QTRY_VERIFY_WITH_TIMEOUT(w.meetingLoudAt != 0, 20000);
-
-        m_players.clear();
-        m_awake.clear();
-        QVERIFY(stopSoundServer());
-        m_modules->forget();
-        QTRY_VERIFY_WITH_TIMEOUT(!w.lastHealth().soundServer, 10000);
-        QTest::qWait(500);
-        QVERIFY(startSoundServerAgain());
-        QVERIFY(m_modules->virtualMic(QStringLiteral("vmic"), QStringLiteral("VirtualMic")));
-        w.armMeeting();
-        settle(QStringLiteral("speakers"));
-        settle(QStringLiteral("vmic_feed"));
-        m_players.push_back(Player::start(path("t440.wav"), {}, meet));
-        QTRY_VERIFY_WITH_TIMEOUT(w.meetingLoudAt != 0, 20000);
-        const double delay = Watch::delay(w.meetingArmedAt, w.meetingLoudAt);
-        QVERIFY2(delay <= 3.0, qPrintable(QString::number(delay)));
-        QTRY_VERIFY_WITH_TIMEOUT(w.lastHealth().allGood(), 10000);
-        QCOMPARE(engine.tapCapture().target(), TapTarget::process(QStringLiteral("org.example.Meet")));
-        engine.stop();
     }
 
     void killedRecording_data()
@@ -460,35 +311,6 @@ private slots:
         QCOMPARE(d.frames, info.value(QStringLiteral("samples")).toLongLong());
     }
 
-private:
-    QString path(const char *name) const { return m_dir.filePath(QString::fromLatin1(name)); }
-    void play(const char *wav, const QString &device = {})
-    {
-        auto p = Player::start(path(wav), device);
-        QVERIFY(p);
-        m_players.push_back(std::move(p));
-    }
-    // PulseAudio hands out the first block of an idle sink late; keep ours busy.
-    void keepAwake(const QString &sink) { m_awake.push_back(keepSinkAwake(sink, path("silence.wav"))); }
-    // A sink loaded just now (see settleNewSink), kept busy with silence.
-    void settle(const QString &sink)
-    {
-        if (auto player = settleNewSink(sink, path("silence.wav")))
-            m_awake.push_back(std::move(player));
-        else
-            keepAwake(sink);
-    }
-    void wakeSinks()
-    {
-        if (!isPipeWire())
-            keepAwake(QStringLiteral("speakers"));
-        keepAwake(QStringLiteral("vmic_feed"));
-    }
-
-    QTemporaryDir m_dir;
-    std::unique_ptr<ServerModules> m_modules;
-    std::vector<std::unique_ptr<Player>> m_awake;
-    std::vector<std::unique_ptr<Player>> m_players;
 };
 
 QTEST_GUILESS_MAIN(TestAudioRecovery)

@@ -134,16 +134,9 @@ private slots:
     void headlessSession()
     {
         Simulator sim;
-        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
-                                      {QStringLiteral("turns"),
-                                       QJsonArray{turn(kQ1, kA1), turn(kQ2, QStringLiteral("Not used.")),
-                                                  turn(kQ3, kA3, true)}}},
-                          m_dir.path()));
         App app(path("home-headless"));
-        app.writeSettings(recordingSettings());
-        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("40")}, sim.url()));
-        QVERIFY(sim.waitForConnections(1, 20000));
-        QThread::sleep(2);   // configured, audio flowing
+        QVERIFY(launch(sim, app, QJsonArray{turn(kQ1, kA1), turn(kQ2, QStringLiteral("Not used.")), turn(kQ3, kA3, true)}, 40,
+                       recordingSettings()));
 
         play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 5);
         play(QStringLiteral("q2.wav"), QStringLiteral("speakers"), 4);    // a follow-up within the window
@@ -156,8 +149,7 @@ private slots:
         // Standard output: the cards as Markdown.
         const QString out = app.out();
         QVERIFY2(out.contains(QStringLiteral("**Interviewer:** ") + kQ1), qPrintable(out));
-        QVERIFY2(out.contains(QStringLiteral("**Interviewer:** ") + kQ3 + QStringLiteral("\n\n**Copilot:** ") + kA3),
-                 qPrintable(out));
+        QVERIFY2(out.contains(QStringLiteral("**Interviewer:** ") + kQ3 + QStringLiteral("\n\n**Copilot:** ") + kA3), qPrintable(out));
         QVERIFY2(out.contains(QStringLiteral("(question extended)")), qPrintable(out));
         QVERIFY2(app.err().contains(QStringLiteral("Session saved — transcript and recording")), qPrintable(app.err()));
 
@@ -166,8 +158,7 @@ private slots:
         QVERIFY2(transcript.startsWith(QStringLiteral("# Meeting transcript — ")), qPrintable(transcript));
         QVERIFY2(transcript.contains(QStringLiteral(" (question extended)\n**Interviewer:** ") + kQ1 + QLatin1Char(' ') + kQ2),
                  qPrintable(transcript));
-        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ3 + QStringLiteral("\n\n**Copilot:** ") + kA3),
-                 qPrintable(transcript));
+        QVERIFY2(transcript.contains(card(kQ3, kA3)), qPrintable(transcript));
         const QRegularExpression you(QStringLiteral("\\*\\*You:\\*\\* .*\\b(go|forward|ten|meters)\\b"),
                                      QRegularExpression::CaseInsensitiveOption);
         QVERIFY2(you.match(transcript).hasMatch(), qPrintable(transcript));
@@ -203,14 +194,8 @@ private slots:
     void reconnectsAndReseeds()
     {
         Simulator sim;
-        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
-                                      {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1), turn(kQ3, kA3)}}},
-                          m_dir.path()));
         App app(path("home-reconnect"));
-        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
-        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("25")}, sim.url()));
-        QVERIFY(sim.waitForConnections(1, 20000));
-        QThread::sleep(2);
+        QVERIFY(launch(sim, app, QJsonArray{turn(kQ1, kA1), turn(kQ3, kA3)}, 25));
 
         play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 3);
         // The connection is cut without a close frame; the client comes back by itself.
@@ -222,10 +207,8 @@ private slots:
         QVERIFY2(app.wait(60000), qPrintable(app.err()));
         QCOMPARE(app.exitCode(), 0);
         const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
-        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ1 + QStringLiteral("\n\n**Copilot:** ") + kA1),
-                 qPrintable(transcript));
-        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ3 + QStringLiteral("\n\n**Copilot:** ") + kA3),
-                 qPrintable(transcript));
+        QVERIFY2(transcript.contains(card(kQ1, kA1)), qPrintable(transcript));
+        QVERIFY2(transcript.contains(card(kQ3, kA3)), qPrintable(transcript));
 
         // The second connection was seeded with the first question and its answer.
         bool seeded = false;
@@ -244,19 +227,13 @@ private slots:
     void windowStartsSession()
     {
         Simulator sim;
-        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false}, {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1)}}},
-                          m_dir.path()));
         App app(path("home-window"));
-        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
-        QVERIFY(app.start({QStringLiteral("--start"), QStringLiteral("--stop-after"), QStringLiteral("15")}, sim.url()));
-        QVERIFY(sim.waitForConnections(1, 20000));
-        QThread::sleep(2);
+        QVERIFY(launch(sim, app, QJsonArray{turn(kQ1, kA1)}, 15, onboarded(), QStringLiteral("--start")));
         play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 4);
         QVERIFY2(app.wait(60000), qPrintable(app.err()));
         QCOMPARE(app.exitCode(), 0);
         const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
-        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ1 + QStringLiteral("\n\n**Copilot:** ") + kA1),
-                 qPrintable(transcript));
+        QVERIFY2(transcript.contains(card(kQ1, kA1)), qPrintable(transcript));
     }
 
     void narrowsToTheChosenAppOnceItPlays()
@@ -267,15 +244,11 @@ private slots:
         QVERIFY(kbtest::makeTone(path("radio.wav"), 440, 60));
 
         Simulator sim;
-        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false}, {QStringLiteral("turns"), QJsonArray{turn(kQ3, kA3)}}},
-                          m_dir.path()));
         App app(path("home-narrow"));
-        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true},
-                                      {QStringLiteral("meetingSource"), QStringLiteral("singleApp")},
-                                      {QStringLiteral("tappedBundleID"), meetApp}});
-        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("30")}, sim.url()));
-        QVERIFY(sim.waitForConnections(1, 20000));
-        QThread::sleep(8);
+        QJsonObject settings = onboarded();
+        settings.insert(QStringLiteral("meetingSource"), QStringLiteral("singleApp"));
+        settings.insert(QStringLiteral("tappedBundleID"), meetApp);
+        QVERIFY(launch(sim, app, QJsonArray{turn(kQ3, kA3)}, 30, settings, QStringLiteral("--headless"), 8));
 
         // The app starts playing 10 s in; the radio starts at the same time, from another app.
         const auto radio = kbtest::Player::start(path("radio.wav"), QStringLiteral("speakers"),
@@ -331,14 +304,8 @@ private slots:
         // Killed without warning (SIGKILL) after two cards completed: both are in the
         // transcript on disk.
         Simulator sim;
-        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
-                                      {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1), turn(kQ3, kA3)}}},
-                          m_dir.path()));
         App app(path("home-killed"));
-        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
-        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("300")}, sim.url()));
-        QVERIFY(sim.waitForConnections(1, 20000));
-        QThread::sleep(2);
+        QVERIFY(launch(sim, app, QJsonArray{turn(kQ1, kA1), turn(kQ3, kA3)}, 300));
         play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 3);
         play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 1);
         QVERIFY2(waitForEvents(app, QStringLiteral("answer_done"), 2, 30000),
@@ -348,10 +315,8 @@ private slots:
         app.wait(10000);
         QCOMPARE(app.exitCode(), -1);   // it did not exit by itself
         const QString transcript = readText(app.newestFile(QStringLiteral(".transcript.md")));
-        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ1 + QStringLiteral("\n\n**Copilot:** ") + kA1),
-                 qPrintable(transcript));
-        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** ") + kQ3 + QStringLiteral("\n\n**Copilot:** ") + kA3),
-                 qPrintable(transcript));
+        QVERIFY2(transcript.contains(card(kQ1, kA1)), qPrintable(transcript));
+        QVERIFY2(transcript.contains(card(kQ3, kA3)), qPrintable(transcript));
         // Nothing half-written was left beside it.
         QCOMPARE(QDir(app.sessionFolder()).entryList({QStringLiteral("*.transcript.md*")}, QDir::Files).size(), 1);
     }
@@ -364,16 +329,10 @@ private slots:
         if (classicSimulator())
             QSKIP("needs the simulator's realistic mode");
         Simulator sim;
-        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
-                                      {QStringLiteral("turns"),
-                                       QJsonArray{turn(kQ1, kA1), turn(kQ2, QStringLiteral("Not used.")),
-                                                  slowTurn(kQ3, kLongAnswer, 400), turn(kQ4, kA4)}}},
-                          m_dir.path()));
         App app(path("home-realistic"));
-        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
-        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("50")}, sim.url()));
-        QVERIFY(sim.waitForConnections(1, 20000));
-        QThread::sleep(2);
+        QVERIFY(launch(sim, app, QJsonArray{turn(kQ1, kA1), turn(kQ2, QStringLiteral("Not used.")), slowTurn(kQ3, kLongAnswer, 400),
+                                            turn(kQ4, kA4)},
+                       50));
 
         play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 1);
         play(QStringLiteral("q2.wav"), QStringLiteral("speakers"), 6);    // a follow-up within the window
@@ -407,14 +366,8 @@ private slots:
         if (classicSimulator())
             QSKIP("needs the simulator's realistic mode");
         Simulator sim;
-        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
-                                      {QStringLiteral("turns"), QJsonArray{slowTurn(kQ3, kLongAnswer, 400)}}},
-                          m_dir.path()));
         App app(path("home-cut"));
-        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
-        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("45")}, sim.url()));
-        QVERIFY(sim.waitForConnections(1, 20000));
-        QThread::sleep(2);
+        QVERIFY(launch(sim, app, QJsonArray{slowTurn(kQ3, kLongAnswer, 400)}, 45));
         play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 4);   // the answer is streaming
         QCOMPARE(sim.command(QStringLiteral("drop")), QStringLiteral("ok"));
         QVERIFY(sim.waitForConnections(2, 20000));
@@ -441,14 +394,8 @@ private slots:
         failing.insert(QStringLiteral("stray_delta"), QStringLiteral("stray text"));
         failing.insert(QStringLiteral("response_status"), QStringLiteral("failed"));
         Simulator sim;
-        QVERIFY(sim.start(QJsonObject{{QStringLiteral("loop"), false},
-                                      {QStringLiteral("turns"), QJsonArray{turn(kQ1, kA1), failing}}},
-                          m_dir.path()));
         App app(path("home-stray"));
-        app.writeSettings(QJsonObject{{QStringLiteral("hasCompletedOnboarding"), true}});
-        QVERIFY(app.start({QStringLiteral("--headless"), QStringLiteral("--stop-after"), QStringLiteral("25")}, sim.url()));
-        QVERIFY(sim.waitForConnections(1, 20000));
-        QThread::sleep(2);
+        QVERIFY(launch(sim, app, QJsonArray{turn(kQ1, kA1), failing}, 25));
         play(QStringLiteral("q1.wav"), QStringLiteral("speakers"), 4);
         play(QStringLiteral("q3.wav"), QStringLiteral("speakers"), 6);
         QVERIFY2(app.wait(60000), qPrintable(app.err()));
@@ -629,6 +576,23 @@ private:
         return {{QStringLiteral("hasCompletedOnboarding"), true},
                 {QStringLiteral("saveAudio"), true},
                 {QStringLiteral("transcribeMyAnswers"), true}};
+    }
+
+    static QJsonObject onboarded() { return {{QStringLiteral("hasCompletedOnboarding"), true}}; }
+
+    // Starts the simulator with `turns` and the program with `settings` (in `mode`, stopping
+    // after `stopAfter` s); true once it is connected and, `settle` s later, its audio flows.
+    bool launch(Simulator &sim, App &app, const QJsonArray &turns, int stopAfter, const QJsonObject &settings = onboarded(),
+                const QString &mode = QStringLiteral("--headless"), int settle = 2)
+    {
+        if (!sim.start(QJsonObject{{QStringLiteral("loop"), false}, {QStringLiteral("turns"), turns}}, m_dir.path()))
+            return false;
+        app.writeSettings(settings);
+        if (!app.start({mode, QStringLiteral("--stop-after"), QString::number(stopAfter)}, sim.url())
+            || !sim.waitForConnections(1, 20000))
+            return false;
+        QThread::sleep(settle);
+        return true;
     }
 
     // Plays a file to its end, then waits `pauseSeconds` more.

@@ -1,7 +1,9 @@
 // What the session shows while a part of the capture is lost: the sound server, the meeting
 // output (after a grace period), the microphone; banners that clear when the part is back and
-// leave other banners alone; a microphone picked in Settings during a session.
+// leave other banners alone; a microphone picked in Settings during a session; and the meeting
+// narrowed to one application, at the start or once it plays, or left on the whole computer.
 
+#include "SessionFiles.h"
 #include "SessionRig.h"
 
 #include <QFile>
@@ -20,6 +22,8 @@ const QString kMicLost =
     QStringLiteral("Your microphone (Desk Mic) disconnected — answers aren't being timed until it's back.");
 
 } // namespace
+
+using sessionfiles::eventsText;
 
 class SessionAudioTest : public QObject
 {
@@ -139,6 +143,95 @@ private slots:
         QVERIFY(rig.startSession());
         rig.settings.setDeviceUID(QStringLiteral("board"));
         QCOMPARE(rig.audio.micSwitches.size(), 2);
+    }
+
+    void singleAppChoices()
+    {
+        const QString zoom = QStringLiteral("us.zoom.Zoom");
+        {
+            SessionRig rig;
+            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
+            QVERIFY(!rig.startSession());
+            QCOMPARE(rig.controller->banner(), QStringLiteral("Pick which app to listen to in Settings."));
+            QCOMPARE(rig.client.stopCount, 1);
+        }
+        {
+            SessionRig rig;
+            rig.listenToApp(zoom);
+            rig.taps.playing.insert(zoom, AudioProcessInfo{42, zoom, QStringLiteral("Zoom")});
+            QVERIFY(rig.startSession());
+            QCOMPARE(*rig.audio.startedSource, CaptureSource(SystemTapSource{TapTarget::process(zoom), std::nullopt, 0}));
+            QCOMPARE(rig.controller->banner(), QString());
+        }
+        {
+            SessionRig rig;
+            rig.listenToApp(QStringLiteral("com.microsoft.teams"));
+            rig.taps.apps = {AudioProcessInfo{0, QStringLiteral("com.microsoft.teams"), QStringLiteral("Teams")}};
+            rig.taps.helpers = {{QStringLiteral("com.microsoft.teams"), {QStringLiteral("teams-helper")}}};
+            QVERIFY(rig.startSession());
+            QCOMPARE(*rig.audio.startedSource, CaptureSource(SystemTapSource{TapTarget::systemOutput(), std::nullopt, 0}));
+            QCOMPARE(rig.controller->banner(),
+                     QStringLiteral("Listening to this computer. Teams plays its call audio through another process, so it can't be listened to on its own — everything you hear is captured instead."));
+            rig.clock.advance(130);   // nothing waits to be narrowed
+            QVERIFY(rig.audio.retargets.isEmpty());
+            QCOMPARE(rig.taps.audioObjectQueries, 1);
+        }
+    }
+
+    void narrowingToOneApp()
+    {
+        const QString zoom = QStringLiteral("us.zoom.Zoom");
+        SessionRig rig;
+        SessionController &c = *rig.controller;
+        rig.listenToApp(zoom);
+        rig.taps.apps = {AudioProcessInfo{0, zoom, QStringLiteral("Zoom")}};
+        QVERIFY(rig.startSession());
+        QCOMPARE(c.banner(), QStringLiteral("Started, listening to all of this computer's audio. Zoom isn't playing anything yet; I'll narrow to it alone as soon as it does."));
+
+        rig.clock.advance(10);
+        rig.taps.playing.insert(zoom, AudioProcessInfo{7, zoom, QStringLiteral("Zoom")});
+        rig.clock.advance(2);   // the tick at 12 s
+        QCOMPARE(rig.audio.retargets, QList<TapTarget>{TapTarget::process(zoom)});
+        QCOMPARE(c.banner(), QStringLiteral("Now listening to Zoom only."));
+        QVERIFY(c.isSessionActive());
+        rig.clock.advance(30);
+        QCOMPARE(rig.audio.retargets.size(), 1);   // the poll has ended
+        c.stop();
+        QVERIFY(eventsText().contains(QStringLiteral(R"({"app":"us.zoom.Zoom","event":"tap_narrowed","t":12})")));
+    }
+
+    void narrowingGivesUpOrFails()
+    {
+        const QString app = QStringLiteral("org.example.Dialer");
+        {
+            SessionRig rig;
+            SessionController &c = *rig.controller;
+            rig.listenToApp(app);
+            QVERIFY(rig.startSession());
+            rig.clock.advance(120);
+            QCOMPARE(c.banner().left(28), QStringLiteral("Started, listening to all of"));
+            rig.clock.advance(3);   // the first tick after 120 s
+            QCOMPARE(c.banner(), QStringLiteral("Still listening to this whole computer — no audio has been credited to org.example.Dialer. "
+                                                "That is normal for apps that play sound through another process, and the meeting is being captured either way."));
+            rig.clock.advance(60);
+            c.stop();
+            QCOMPARE(eventsText().count(QStringLiteral("\"tap_narrow_timeout\"")), 1);
+            QVERIFY(rig.audio.retargets.isEmpty());
+        }
+        {
+            SessionRig rig;
+            SessionController &c = *rig.controller;
+            rig.listenToApp(app);
+            rig.taps.apps = {AudioProcessInfo{0, app, QStringLiteral("Dialer")}};
+            rig.audio.retargetError = QStringLiteral("The application's stream went away.");
+            QVERIFY(rig.startSession());
+            rig.taps.playing.insert(app, AudioProcessInfo{3, app, QStringLiteral("Dialer")});
+            rig.clock.advance(3);
+            QCOMPARE(c.banner(), QStringLiteral("Stayed on this computer's audio — could not switch to Dialer: The application's stream went away."));
+            rig.clock.advance(9);
+            QCOMPARE(rig.audio.retargets.size(), 1);
+            QVERIFY(c.isSessionActive());
+        }
     }
 };
 

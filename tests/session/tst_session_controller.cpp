@@ -1,7 +1,8 @@
 // Start and stop: refusals, permission checks, the capture source chosen from the settings,
 // both start-up watchdogs, a failing and a succeeding audio start, the saved-files banner,
-// banner rules, narrowing to one application, and the other operations.
+// banner rules and the other operations. (Narrowing to one application: tst_session_audio.)
 
+#include "SessionFiles.h"
 #include "SessionRig.h"
 
 #include "session/SessionSnapshot.h"
@@ -20,12 +21,6 @@ const QString kStillStarting = QStringLiteral(
 const QString kMicDenied = QStringLiteral(
     "Microphone access was denied. Enable it in your desktop's Settings ▸ Privacy ▸ Microphone.");
 
-QString eventsText()
-{
-    QFile file(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl"));
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
-
 QStringList labels(const QList<SessionController::BannerLink> &links)
 {
     QStringList out;
@@ -36,6 +31,8 @@ QStringList labels(const QList<SessionController::BannerLink> &links)
 }
 
 } // namespace
+
+using namespace sessionfiles;
 
 class SessionControllerTest : public QObject
 {
@@ -156,100 +153,6 @@ private slots:
         QCOMPARE(device.taps.probeCount, 0);
     }
 
-    void singleAppChoices()
-    {
-        const QString zoom = QStringLiteral("us.zoom.Zoom");
-        {
-            SessionRig rig;
-            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
-            QVERIFY(!rig.startSession());
-            QCOMPARE(rig.controller->banner(), QStringLiteral("Pick which app to listen to in Settings."));
-            QCOMPARE(rig.client.stopCount, 1);
-        }
-        {
-            SessionRig rig;
-            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
-            rig.settings.setTappedBundleID(zoom);
-            rig.taps.playing.insert(zoom, AudioProcessInfo{42, zoom, QStringLiteral("Zoom")});
-            QVERIFY(rig.startSession());
-            QCOMPARE(*rig.audio.startedSource, CaptureSource(SystemTapSource{TapTarget::process(zoom), std::nullopt, 0}));
-            QCOMPARE(rig.controller->banner(), QString());
-        }
-        {
-            SessionRig rig;
-            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
-            rig.settings.setTappedBundleID(QStringLiteral("com.microsoft.teams"));
-            rig.taps.apps = {AudioProcessInfo{0, QStringLiteral("com.microsoft.teams"), QStringLiteral("Teams")}};
-            rig.taps.helpers = {{QStringLiteral("com.microsoft.teams"), {QStringLiteral("teams-helper")}}};
-            QVERIFY(rig.startSession());
-            QCOMPARE(*rig.audio.startedSource, CaptureSource(SystemTapSource{TapTarget::systemOutput(), std::nullopt, 0}));
-            QCOMPARE(rig.controller->banner(),
-                     QStringLiteral("Listening to this computer. Teams plays its call audio through another process, so it can't be listened to on its own — everything you hear is captured instead."));
-            rig.clock.advance(130);   // nothing waits to be narrowed
-            QVERIFY(rig.audio.retargets.isEmpty());
-            QCOMPARE(rig.taps.audioObjectQueries, 1);
-        }
-    }
-
-    void narrowingToOneApp()
-    {
-        const QString zoom = QStringLiteral("us.zoom.Zoom");
-        SessionRig rig;
-        SessionController &c = *rig.controller;
-        rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
-        rig.settings.setTappedBundleID(zoom);
-        rig.taps.apps = {AudioProcessInfo{0, zoom, QStringLiteral("Zoom")}};
-        QVERIFY(rig.startSession());
-        QCOMPARE(c.banner(), QStringLiteral("Started, listening to all of this computer's audio. Zoom isn't playing anything yet; I'll narrow to it alone as soon as it does."));
-
-        rig.clock.advance(10);
-        rig.taps.playing.insert(zoom, AudioProcessInfo{7, zoom, QStringLiteral("Zoom")});
-        rig.clock.advance(2);   // the tick at 12 s
-        QCOMPARE(rig.audio.retargets, QList<TapTarget>{TapTarget::process(zoom)});
-        QCOMPARE(c.banner(), QStringLiteral("Now listening to Zoom only."));
-        QVERIFY(c.isSessionActive());
-        rig.clock.advance(30);
-        QCOMPARE(rig.audio.retargets.size(), 1);   // the poll has ended
-        c.stop();
-        QVERIFY(eventsText().contains(QStringLiteral(R"({"app":"us.zoom.Zoom","event":"tap_narrowed","t":12})")));
-    }
-
-    void narrowingGivesUpOrFails()
-    {
-        const QString app = QStringLiteral("org.example.Dialer");
-        {
-            SessionRig rig;
-            SessionController &c = *rig.controller;
-            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
-            rig.settings.setTappedBundleID(app);
-            QVERIFY(rig.startSession());
-            rig.clock.advance(120);
-            QCOMPARE(c.banner().left(28), QStringLiteral("Started, listening to all of"));
-            rig.clock.advance(3);   // the first tick after 120 s
-            QCOMPARE(c.banner(), QStringLiteral("Still listening to this whole computer — no audio has been credited to org.example.Dialer. "
-                                                "That is normal for apps that play sound through another process, and the meeting is being captured either way."));
-            rig.clock.advance(60);
-            c.stop();
-            QCOMPARE(eventsText().count(QStringLiteral("\"tap_narrow_timeout\"")), 1);
-            QVERIFY(rig.audio.retargets.isEmpty());
-        }
-        {
-            SessionRig rig;
-            SessionController &c = *rig.controller;
-            rig.settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
-            rig.settings.setTappedBundleID(app);
-            rig.taps.apps = {AudioProcessInfo{0, app, QStringLiteral("Dialer")}};
-            rig.audio.retargetError = QStringLiteral("The application's stream went away.");
-            QVERIFY(rig.startSession());
-            rig.taps.playing.insert(app, AudioProcessInfo{3, app, QStringLiteral("Dialer")});
-            rig.clock.advance(3);
-            QCOMPARE(c.banner(), QStringLiteral("Stayed on this computer's audio — could not switch to Dialer: The application's stream went away."));
-            rig.clock.advance(9);
-            QCOMPARE(rig.audio.retargets.size(), 1);
-            QVERIFY(c.isSessionActive());
-        }
-    }
-
     void watchdogsAndAudioStart()
     {
         // Capture that takes ten seconds: the still-setting-up banner at 8 s, cleared at start.
@@ -364,7 +267,7 @@ private slots:
         QCOMPARE(c.sessionElapsed(), 3.0);   // kept after Stop
         QCOMPARE(c.meetingLevel(), 0.0f);
 
-        const QString transcript = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.transcript.md");
+        const QString transcript = transcriptPath();
         QCOMPARE(c.banner(), QStringLiteral("Session saved — transcript and recording"));
         QCOMPARE(labels(c.bannerLinks()), (QStringList{QStringLiteral("Transcript"), QStringLiteral("Recording"), QStringLiteral("Folder")}));
         QCOMPARE(c.bannerLinks()[0].url, QUrl::fromLocalFile(transcript));
@@ -395,7 +298,7 @@ private slots:
         QVERIFY(rig.startSession());
         c.setBannerText(QStringLiteral("Microphone lost"));   // a banner in a session is on its timeline
         c.stop();
-        QCOMPARE(asked, QStringList{SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl")});
+        QCOMPARE(asked, QStringList{eventsPath()});
         QFile events(asked.first());
         QVERIFY(events.open(QIODevice::ReadOnly));
         QVERIFY(events.readAll().contains(R"("event":"banner","t":0,"text":"Microphone lost"})"));
@@ -535,8 +438,7 @@ private slots:
         QVERIFY2(c.banner().contains(QStringLiteral("gpt-live-transcribe")) && c.banner().contains(QStringLiteral("gpt-transcribe")),
                  qPrintable(c.banner()));
         // Priced with the model in use: a minute at gpt-transcribe's price.
-        rig.client.transcriptionUsage(QStringLiteral("i1"), {{QStringLiteral("type"), QStringLiteral("duration")},
-                                                             {QStringLiteral("seconds"), 60}});
+        rig.client.transcribedSeconds(QStringLiteral("i1"), 60);
         QCOMPARE(c.sessionCost(), 0.0045);
         c.stop();
         QVERIFY(eventsText().contains(QStringLiteral(R"({"event":"transcribe_model_fallback","model":"gpt-transcribe","refused":"gpt-live-transcribe")")));

@@ -1,9 +1,9 @@
 // The user's side in a session: the answer clock driven by the microphone, transcribed
 // segments joined on one card, the placeholder card, and transcription switched off.
 
+#include "SessionFiles.h"
 #include "SessionRig.h"
 
-#include <QFile>
 #include <QTest>
 
 class SessionSpeakingTest : public QObject
@@ -182,9 +182,7 @@ private slots:
         c.stop();
         QVERIFY(!c.pairs()[0].myAnswerInProgress);
         QCOMPARE(c.pairs()[0].myAnswer, QStringLiteral("Because I ship"));
-        QFile file(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl"));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QString events = QString::fromUtf8(file.readAll());
+        const QString events = sessionfiles::eventsText();
         QVERIFY2(events.contains(QStringLiteral(R"({"event":"you_stopped","pair":")") + c.pairs()[0].id
                                  + QStringLiteral(R"(","seconds":1.5,"t":1.5,"text":"Because I ship","words":3})")),
                  qPrintable(events));
@@ -201,9 +199,7 @@ private slots:
         rig.client.transcript(QStringLiteral("Sorry to interrupt, one more thing?"));
         QVERIFY(!c.isAnswering());
         c.stop();
-        QFile file(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl"));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QVERIFY(QString::fromUtf8(file.readAll()).contains(QStringLiteral(R"("you_were_speaking":true)")));
+        QVERIFY(sessionfiles::eventsText().contains(QStringLiteral(R"("you_were_speaking":true)")));
     }
 };
 

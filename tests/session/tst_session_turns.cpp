@@ -4,49 +4,15 @@
 // every question gets an answer (during another answer, after a reconnect), and the live
 // question, failed transcriptions and answers that end badly show on the card.
 
+#include "SessionFiles.h"
 #include "SessionRig.h"
 
-#include <QFile>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
 
-namespace {
+#include <tuple>
 
-const QString kStamp = QStringLiteral("2025-03-04_14-05-09");
-
-QList<QJsonObject> events()
-{
-    QList<QJsonObject> out;
-    QFile file(SessionController::sessionFolder() + QStringLiteral("/meeting_") + kStamp + QStringLiteral(".events.jsonl"));
-    if (file.open(QIODevice::ReadOnly)) {
-        for (const QByteArray &line : file.readAll().split('\n')) {
-            if (!line.isEmpty()) {
-                out << QJsonDocument::fromJson(line).object();
-            }
-        }
-    }
-    return out;
-}
-
-QList<QJsonObject> eventsNamed(const QString &name)
-{
-    QList<QJsonObject> out;
-    for (const QJsonObject &event : events()) {
-        if (event.value(QStringLiteral("event")).toString() == name) {
-            out << event;
-        }
-    }
-    return out;
-}
-
-QString transcriptText()
-{
-    QFile file(SessionController::sessionFolder() + QStringLiteral("/meeting_") + kStamp + QStringLiteral(".transcript.md"));
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
-
-} // namespace
+using namespace sessionfiles;
 
 class SessionTurnsTest : public QObject
 {
@@ -81,8 +47,7 @@ private slots:
         rig.client.transcript(QStringLiteral("Tell me about the migration."), QStringLiteral("i1"));
         QCOMPARE(c.pairs()[0].question, QStringLiteral("Tell me about the migration."));
         QVERIFY(!c.pairs()[0].questionInProgress);
-        rig.client.delta(QStringLiteral("r1"), QStringLiteral("to Postgres."));
-        rig.client.done(QStringLiteral("r1"));
+        rig.client.answer(QStringLiteral("r1"), QStringLiteral("to Postgres."));
         QCOMPARE(c.pairs().size(), 1);
         QCOMPARE(c.pairs()[0].answer, QStringLiteral("We moved to Postgres."));
         QVERIFY(c.pairs()[0].isComplete);
@@ -90,9 +55,7 @@ private slots:
 
         // A transcription that fails keeps the card's answer.
         rig.clock.advance(30);
-        rig.client.speechStarted(QStringLiteral("i2"));
-        rig.client.speechStopped(QStringLiteral("i2"));
-        rig.client.created(QStringLiteral("r2"));
+        rig.client.opened(QStringLiteral("i2"), QStringLiteral("r2"));
         rig.client.delta(QStringLiteral("r2"), QStringLiteral("Happy to go deeper."));
         rig.client.transcriptFailed(QStringLiteral("i2"), QStringLiteral("audio unclear"));
         rig.client.done(QStringLiteral("r2"));
@@ -105,9 +68,7 @@ private slots:
         // An answer that ends badly keeps its text and says so.
         rig.clock.advance(30);
         rig.client.turn(QStringLiteral("i3"), QStringLiteral("r3"), QStringLiteral("Why Rust?"), QString());
-        rig.client.speechStarted(QStringLiteral("i4"));
-        rig.client.speechStopped(QStringLiteral("i4"));
-        rig.client.created(QStringLiteral("r4"));
+        rig.client.opened(QStringLiteral("i4"), QStringLiteral("r4"));
         rig.client.transcript(QStringLiteral("What broke?"), QStringLiteral("i4"));
         rig.client.delta(QStringLiteral("r4"), QStringLiteral("The first"));
         rig.client.ended(QStringLiteral("r4"), QStringLiteral("incomplete"), QStringLiteral("max_output_tokens"));
@@ -126,8 +87,7 @@ private slots:
         QCOMPARE(failed[0].value(QStringLiteral("pair")).toString(), c.pairs()[3].id);
         QCOMPARE(failed[1].value(QStringLiteral("reason")).toString(), QStringLiteral("server_error"));
         const QString transcript = transcriptText();
-        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** (the question could not be transcribed)\n\n**Copilot:** Happy to go deeper.")),
-                 qPrintable(transcript));
+        QVERIFY2(transcript.contains(QStringLiteral("**Interviewer:** (the question could not be transcribed)\n\n**Copilot:** Happy to go deeper.")), qPrintable(transcript));
         QVERIFY2(transcript.contains(QStringLiteral("**Copilot:** The first _(answer cut short)_")), qPrintable(transcript));
     }
 
@@ -137,16 +97,12 @@ private slots:
     {
         SessionRig rig;
         SessionController &c = *rig.controller;
-        rig.settings.setFollowUpWindow(8);
-        QVERIFY(rig.startSession());
-        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Tell me about the project."),
-                        QStringLiteral("It was a payments rewrite."));
+        QVERIFY(rig.startSession(8));
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Tell me about the project."), QStringLiteral("It was a payments rewrite."));
         const QString firstID = c.pairs()[0].id;
 
         rig.clock.advance(3);
-        rig.client.speechStarted(QStringLiteral("i2"));
-        rig.client.speechStopped(QStringLiteral("i2"));
-        rig.client.created(QStringLiteral("r2"));
+        rig.client.opened(QStringLiteral("i2"), QStringLiteral("r2"));
         rig.client.delta(QStringLiteral("r2"), QStringLiteral("The budget was"));
         QCOMPARE(c.pairs().size(), 2);
         rig.client.transcript(QStringLiteral("And what about the budget?"), QStringLiteral("i2"));
@@ -163,9 +119,7 @@ private slots:
         rig.client.delta(QStringLiteral("r2"), QStringLiteral(" tight."));
         rig.client.ended(QStringLiteral("r2"), QStringLiteral("cancelled"), QStringLiteral("client_cancelled"));
         rig.client.done(QStringLiteral("r2"));
-        rig.client.created(QStringLiteral("r3"), true);
-        rig.client.delta(QStringLiteral("r3"), QStringLiteral("Payments rewrite, on budget."));
-        rig.client.done(QStringLiteral("r3"));
+        rig.client.requestedAnswer(QStringLiteral("r3"), QStringLiteral("Payments rewrite, on budget."));
         QCOMPARE(c.pairs().size(), 1);
         QCOMPARE(c.pairs()[0].answer, QStringLiteral("Payments rewrite, on budget."));
         QVERIFY(c.pairs()[0].isComplete);
@@ -189,31 +143,24 @@ private slots:
     {
         SessionRig rig;
         SessionController &c = *rig.controller;
-        rig.settings.setFollowUpWindow(8);
-        QVERIFY(rig.startSession());
-        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Walk me through the outage"),
-                        QStringLiteral("A bad deploy."));
+        QVERIFY(rig.startSession(8));
+        rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Walk me through the outage"), QStringLiteral("A bad deploy."));
         rig.clock.advance(2);
-        rig.client.speechStarted(QStringLiteral("i2"));
-        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.speech(QStringLiteral("i2"));
         rig.client.transcript(QStringLiteral("What did you change afterwards?"), QStringLiteral("i2"));
         QCOMPARE(c.pairs().size(), 1);
         QVERIFY(rig.client.regenerated.isEmpty());   // waits for the follow-up's own response
         rig.client.created(QStringLiteral("r2"));
         const QString merged = QStringLiteral("Walk me through the outage What did you change afterwards?");
         QCOMPARE(rig.client.regenerated, QStringList{merged});
-        rig.client.delta(QStringLiteral("r2"), QStringLiteral("Unrelated words"));
-        rig.client.done(QStringLiteral("r2"));
-        rig.client.created(QStringLiteral("r3"), true);
-        rig.client.delta(QStringLiteral("r3"), QStringLiteral("Canary deploys."));
-        rig.client.done(QStringLiteral("r3"));
+        rig.client.answer(QStringLiteral("r2"), QStringLiteral("Unrelated words"));
+        rig.client.requestedAnswer(QStringLiteral("r3"), QStringLiteral("Canary deploys."));
         QCOMPARE(c.pairs().size(), 1);
         QCOMPARE(c.pairs()[0].answer, QStringLiteral("Canary deploys."));
 
         // A service that never answers the follow-up: asked after a short wait.
         rig.clock.advance(1);
-        rig.client.speechStarted(QStringLiteral("i3"));
-        rig.client.speechStopped(QStringLiteral("i3"));
+        rig.client.speech(QStringLiteral("i3"));
         rig.client.transcript(QStringLiteral("and who approved that?"), QStringLiteral("i3"));
         QCOMPARE(rig.client.regenerated.size(), 1);
         rig.clock.advance(2);
@@ -227,28 +174,21 @@ private slots:
     {
         SessionRig rig;
         SessionController &c = *rig.controller;
-        rig.settings.setFollowUpWindow(0);
-        QVERIFY(rig.startSession());
-        rig.client.speechStarted(QStringLiteral("i1"));
-        rig.client.speechStopped(QStringLiteral("i1"));
-        rig.client.created(QStringLiteral("r1"));
+        QVERIFY(rig.startSession(0));
+        rig.client.opened(QStringLiteral("i1"), QStringLiteral("r1"));
         rig.client.transcript(QStringLiteral("Why this company?"), QStringLiteral("i1"));
         rig.client.delta(QStringLiteral("r1"), QStringLiteral("Because "));
 
-        rig.client.speechStarted(QStringLiteral("i2"));
-        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.speech(QStringLiteral("i2"));
         rig.client.transcript(QStringLiteral("How soon could you start?"), QStringLiteral("i2"));
         QCOMPARE(c.pairs().size(), 2);
         QVERIFY(rig.client.regenerated.isEmpty());
 
-        rig.client.delta(QStringLiteral("r1"), QStringLiteral("of the mission."));
-        rig.client.done(QStringLiteral("r1"));
+        rig.client.answer(QStringLiteral("r1"), QStringLiteral("of the mission."));
         QCOMPARE(rig.client.regenerated, QStringList{QStringLiteral("How soon could you start?")});
         QCOMPARE(rig.client.histories.last(), (History{{QStringLiteral("Why this company?"), QStringLiteral("Because of the mission.")}}));
 
-        rig.client.created(QStringLiteral("r2"), true);
-        rig.client.delta(QStringLiteral("r2"), QStringLiteral("In four weeks."));
-        rig.client.done(QStringLiteral("r2"));
+        rig.client.requestedAnswer(QStringLiteral("r2"), QStringLiteral("In four weeks."));
         QCOMPARE(c.pairs()[0].answer, QStringLiteral("Because of the mission."));
         QCOMPARE(c.pairs()[1].answer, QStringLiteral("In four weeks."));
         QVERIFY(c.pairs()[1].isComplete);
@@ -260,16 +200,12 @@ private slots:
     {
         SessionRig rig;
         SessionController &c = *rig.controller;
-        rig.settings.setFollowUpWindow(0);
-        QVERIFY(rig.startSession());
-        rig.client.speechStarted(QStringLiteral("i0"));
-        rig.client.speechStopped(QStringLiteral("i0"));
+        QVERIFY(rig.startSession(0));
+        rig.client.speech(QStringLiteral("i0"));
         rig.client.transcript(QStringLiteral("Are we recording?"), QStringLiteral("i0"));
         c.stop();
         QVERIFY(c.pairs()[0].isComplete);
-        c.start();
-        rig.settle();
-        QVERIFY(c.isSessionActive());
+        QVERIFY(rig.startSession(0));
 
         rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("First question?"), QStringLiteral("First answer."));
         rig.client.turn(QStringLiteral("i2"), QStringLiteral("r2"), QStringLiteral("Second question?"), QStringLiteral("Second answer."));
@@ -286,19 +222,15 @@ private slots:
     {
         SessionRig rig;
         SessionController &c = *rig.controller;
-        rig.settings.setFollowUpWindow(0);
-        QVERIFY(rig.startSession());
+        QVERIFY(rig.startSession(0));
         rig.client.configured();
         QVERIFY(rig.client.regenerated.isEmpty());
         rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Done question?"), QStringLiteral("Yes."));
-        rig.client.speechStarted(QStringLiteral("i2"));
-        rig.client.speechStopped(QStringLiteral("i2"));
-        rig.client.created(QStringLiteral("r2"));
+        rig.client.opened(QStringLiteral("i2"), QStringLiteral("r2"));
         rig.client.transcript(QStringLiteral("What is your biggest weakness?"), QStringLiteral("i2"));
         rig.client.delta(QStringLiteral("r2"), QStringLiteral("I sometimes"));
         // A turn whose transcript was lost with the socket, and nothing on it.
-        rig.client.speechStarted(QStringLiteral("i3"));
-        rig.client.speechStopped(QStringLiteral("i3"));
+        rig.client.speech(QStringLiteral("i3"));
         QCOMPARE(c.pairs().size(), 3);
 
         rig.client.status(RealtimeStatus::reconnecting());
@@ -306,9 +238,7 @@ private slots:
         QCOMPARE(c.pairs().size(), 2);
         QCOMPARE(rig.client.regenerated, QStringList{QStringLiteral("What is your biggest weakness?")});
         QCOMPARE(c.pairs()[1].answer, QStringLiteral("I sometimes"));   // shown until the new answer starts
-        rig.client.created(QStringLiteral("r9"), true);
-        rig.client.delta(QStringLiteral("r9"), QStringLiteral("I over-prepare."));
-        rig.client.done(QStringLiteral("r9"));
+        rig.client.requestedAnswer(QStringLiteral("r9"), QStringLiteral("I over-prepare."));
         QCOMPARE(c.pairs()[1].answer, QStringLiteral("I over-prepare."));
         QVERIFY(c.pairs()[1].isComplete);
         QCOMPARE(rig.client.histories.last().size(), 2);
@@ -322,19 +252,15 @@ private slots:
         SessionRig rig;
         SessionController &c = *rig.controller;
         QVERIFY(rig.startSession());
-        rig.client.speechStarted(QStringLiteral("i1"));
-        rig.client.speechStopped(QStringLiteral("i1"));
-        rig.client.created(QStringLiteral("r1"));
-        rig.client.delta(QStringLiteral("r1"), QStringLiteral("Seven years."));
-        rig.client.done(QStringLiteral("r1"));
+        rig.client.opened(QStringLiteral("i1"), QStringLiteral("r1"));
+        rig.client.answer(QStringLiteral("r1"), QStringLiteral("Seven years."));
         QVERIFY(c.pairs()[0].isComplete);
         QVERIFY(c.pairs()[0].questionInProgress);
         rig.client.transcript(QStringLiteral("How long have you used Go?"), QStringLiteral("i1"));
         QCOMPARE(c.pairs().size(), 1);
         QCOMPARE(rig.client.histories.last(), (History{{QStringLiteral("How long have you used Go?"), QStringLiteral("Seven years.")}}));
         // On disk already, before Stop.
-        QVERIFY2(transcriptText().contains(QStringLiteral("**Interviewer:** How long have you used Go?\n\n**Copilot:** Seven years.")),
-                 qPrintable(transcriptText()));
+        QVERIFY2(transcriptText().contains(QStringLiteral("**Interviewer:** How long have you used Go?\n\n**Copilot:** Seven years.")), qPrintable(transcriptText()));
     }
 
     // Case 10: text for a finished response, or one beyond the cap, is dropped and counted.
@@ -350,13 +276,10 @@ private slots:
         QCOMPARE(c.pairs()[0].answer, QStringLiteral("A one."));
         QCOMPARE(c.pairs()[1].answer, QStringLiteral("A two."));
 
-        rig.client.speechStarted(QStringLiteral("i3"));
-        rig.client.speechStopped(QStringLiteral("i3"));
-        rig.client.created(QStringLiteral("r3"));
+        rig.client.opened(QStringLiteral("i3"), QStringLiteral("r3"));
         const QString huge(10 * 1024 * 1024, QLatin1Char('y'));
         rig.client.delta(QStringLiteral("r3"), huge);
-        rig.client.delta(QStringLiteral("r3"), huge);
-        rig.client.done(QStringLiteral("r3"));
+        rig.client.answer(QStringLiteral("r3"), huge);
         QCOMPARE(c.pairs()[2].answer.size(), SessionController::maxAnswerLength);
         QCOMPARE(c.pairs()[2].answerNote, QStringLiteral("answer truncated"));
         QCOMPARE(c.droppedDeltas(), 4);
@@ -381,15 +304,11 @@ private slots:
         SessionController &c = *rig.controller;
         QVERIFY(rig.startSession());
         rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Ready?"), QStringLiteral("Yes."));
-        rig.client.speechStarted(QStringLiteral("i2"));
-        rig.client.speechStopped(QStringLiteral("i2"));
-        rig.client.created(QStringLiteral("r2"));
+        rig.client.opened(QStringLiteral("i2"), QStringLiteral("r2"));
         QCOMPARE(c.pairs().size(), 2);
-        rig.client.transcriptionUsage(QStringLiteral("i2"), {{QStringLiteral("type"), QStringLiteral("duration")},
-                                                             {QStringLiteral("seconds"), 0.4}});
+        rig.client.transcribedSeconds(QStringLiteral("i2"), 0.4);
         QCOMPARE(c.pairs().size(), 1);
-        rig.client.delta(QStringLiteral("r2"), QStringLiteral("Could you repeat that?"));
-        rig.client.done(QStringLiteral("r2"));
+        rig.client.answer(QStringLiteral("r2"), QStringLiteral("Could you repeat that?"));
         QCOMPARE(c.pairs().size(), 1);
         QCOMPARE(c.pairs()[0].answer, QStringLiteral("Yes."));
         QVERIFY(rig.client.regenerated.isEmpty());
@@ -401,23 +320,18 @@ private slots:
     {
         SessionRig rig;
         SessionController &c = *rig.controller;
-        rig.settings.setFollowUpWindow(0);
-        QVERIFY(rig.startSession());
-        rig.client.speechStarted(QStringLiteral("i1"));
-        rig.client.speechStopped(QStringLiteral("i1"));
+        QVERIFY(rig.startSession(0));
+        rig.client.speech(QStringLiteral("i1"));
         rig.client.transcript(QStringLiteral("Where do you see yourself in five years?"), QStringLiteral("i1"));
         rig.clock.advance(4.9);
         QVERIFY(rig.client.regenerated.isEmpty());
         rig.clock.advance(0.1);
         QCOMPARE(rig.client.regenerated, QStringList{QStringLiteral("Where do you see yourself in five years?")});
-        rig.client.created(QStringLiteral("r1"), true);
-        rig.client.delta(QStringLiteral("r1"), QStringLiteral("Leading a platform team."));
-        rig.client.done(QStringLiteral("r1"));
+        rig.client.requestedAnswer(QStringLiteral("r1"), QStringLiteral("Leading a platform team."));
         QCOMPARE(c.pairs()[0].answer, QStringLiteral("Leading a platform team."));
 
         // Our request that is never answered is made again, then given up with a note.
-        rig.client.speechStarted(QStringLiteral("i2"));
-        rig.client.speechStopped(QStringLiteral("i2"));
+        rig.client.speech(QStringLiteral("i2"));
         rig.client.transcript(QStringLiteral("Any questions?"), QStringLiteral("i2"));
         rig.clock.advance(5);
         QCOMPARE(rig.client.regenerated.size(), 2);
@@ -451,8 +365,7 @@ private slots:
 
         QCOMPARE(c.pairs().size(), 3);
         const QStringList answers{c.pairs()[0].answer, c.pairs()[1].answer, c.pairs()[2].answer};
-        QCOMPARE(answers, (QStringList{QStringLiteral("I build payment systems."), QStringLiteral("Your ledger team."),
-                                       QStringLiteral("How do you deploy?")}));
+        QCOMPARE(answers, (QStringList{QStringLiteral("I build payment systems."), QStringLiteral("Your ledger team."), QStringLiteral("How do you deploy?")}));
         QCOMPARE(c.pairs()[1].question, QStringLiteral("Why do you want to work here?"));
         QCOMPARE(c.droppedDeltas(), 4);
         QCOMPARE(rig.client.histories.last().size(), 3);
@@ -500,13 +413,8 @@ private slots:
         SessionRig rig;
         SessionController &c = *rig.controller;
         QVERIFY(rig.startSession());
-        const auto answerOnly = [&rig](const QString &item, const QString &response, const QString &answer) {
-            rig.client.speechStarted(item);
-            rig.client.speechStopped(item);
-            rig.client.delta(response, answer);
-            rig.client.done(response);
-        };
-        answerOnly(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("First answer."));
+        rig.client.speech(QStringLiteral("i1"));
+        rig.client.answer(QStringLiteral("r1"), QStringLiteral("First answer."));
         rig.clock.advance(4.9);
         QCOMPARE(c.pairs()[0].displayQuestion(), QStringLiteral("Listening…"));
         rig.clock.advance(0.1);
@@ -514,7 +422,8 @@ private slots:
         QVERIFY(transcriptText().contains(QStringLiteral("**Interviewer:** (the question was not transcribed)\n\n**Copilot:** First answer.")));
 
         // The next turn's speech ends the wait at once.
-        answerOnly(QStringLiteral("i2"), QStringLiteral("r2"), QStringLiteral("Second answer."));
+        rig.client.speech(QStringLiteral("i2"));
+        rig.client.answer(QStringLiteral("r2"), QStringLiteral("Second answer."));
         rig.client.speechStarted(QStringLiteral("i3"));
         QCOMPARE(c.pairs()[1].displayQuestion(), QStringLiteral("(the question was not transcribed)"));
 
@@ -534,25 +443,19 @@ private slots:
     {
         SessionRig rig;
         SessionController &c = *rig.controller;
-        rig.settings.setFollowUpWindow(0);
-        QVERIFY(rig.startSession());
+        QVERIFY(rig.startSession(0));
         // A turn whose response ends as `status` (done follows).
         const auto endingTurn = [&rig](const QString &n, const QString &question, const QString &status, const QString &reason,
                                        bool transient) {
-            rig.client.speechStarted(QStringLiteral("i") + n);
-            rig.client.speechStopped(QStringLiteral("i") + n);
-            rig.client.created(QStringLiteral("r") + n);
+            rig.client.opened(QStringLiteral("i") + n, QStringLiteral("r") + n);
             rig.client.transcript(question, QStringLiteral("i") + n);
             rig.client.delta(QStringLiteral("r") + n, QStringLiteral("Partly"));
             rig.client.ended(QStringLiteral("r") + n, status, reason, transient);
         };
         rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("Why payments?"), QStringLiteral("Money moves."));
-        endingTurn(QStringLiteral("2"), QStringLiteral("What is your biggest weakness?"), QStringLiteral("failed"),
-                   QStringLiteral("The server had an error"), true);
+        endingTurn(QStringLiteral("2"), QStringLiteral("What is your biggest weakness?"), QStringLiteral("failed"), QStringLiteral("The server had an error"), true);
         // The next turn's answer already streams when the failed one is done.
-        rig.client.speechStarted(QStringLiteral("i3"));
-        rig.client.speechStopped(QStringLiteral("i3"));
-        rig.client.created(QStringLiteral("r3"));
+        rig.client.opened(QStringLiteral("i3"), QStringLiteral("r3"));
         rig.client.done(QStringLiteral("r2"));
         QCOMPARE(c.pairs()[1].answerNote, QStringLiteral("the service could not answer: The server had an error"));
         QVERIFY(!c.pairs()[1].isComplete);
@@ -575,14 +478,13 @@ private slots:
         QCOMPARE(rig.client.histories.last()[1].answer, QStringLiteral("I over-prepare."));
 
         // Token limits, content filters and failures that are not passing are not asked again.
-        endingTurn(QStringLiteral("5"), QStringLiteral("Tell me everything."), QStringLiteral("incomplete"),
-                   QStringLiteral("max_output_tokens"), false);
-        rig.client.done(QStringLiteral("r5"));
-        endingTurn(QStringLiteral("6"), QStringLiteral("Anything else?"), QStringLiteral("incomplete"),
-                   QStringLiteral("content_filter"), false);
-        rig.client.done(QStringLiteral("r6"));
-        endingTurn(QStringLiteral("7"), QStringLiteral("Salary?"), QStringLiteral("failed"), QStringLiteral("invalid_value"), false);
-        rig.client.done(QStringLiteral("r7"));
+        for (const auto &[n, status, reason] : {std::tuple{5, "incomplete", "max_output_tokens"},
+                                                 std::tuple{6, "incomplete", "content_filter"},
+                                                 std::tuple{7, "failed", "invalid_value"}}) {
+            endingTurn(QString::number(n), QStringLiteral("Question %1?").arg(n), QString::fromLatin1(status),
+                       QString::fromLatin1(reason), false);
+            rig.client.done(QStringLiteral("r%1").arg(n));
+        }
         QCOMPARE(rig.client.regenerated.size(), 1);
         QVERIFY(c.pairs().last().isComplete);
         c.stop();

@@ -5,6 +5,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <tuple>
+
 // Settings against a real ini-format store in a temporary folder; "restart" means a new
 // AppSettings over the same file.
 class TestAppSettings : public QObject
@@ -133,25 +135,36 @@ private slots:
         QCOMPARE(launch()->contextFileNames(), QStringList());
     }
 
-    void wronglyTypedValuesFallBack()
+    // Values stored by hand: wrongly typed ones fall back to the default; false and zero
+    // are kept as they are.
+    void storedValuesAreReadOrFallBack()
     {
-        store(QStringLiteral("alwaysOnTop"), QStringLiteral("yes"));
-        store(QStringLiteral("saveAudio"), QStringLiteral("1"));
-        store(QStringLiteral("meetingChannel"), QStringLiteral("abc"));
-        store(QStringLiteral("micChannel"), QStringLiteral("2.5"));
-        store(QStringLiteral("vadThreshold"), QStringLiteral("high"));
-        store(QStringLiteral("fontSize"), QStringList{QStringLiteral("1"), QStringLiteral("2")});
-        store(QStringLiteral("model"), QStringList{QStringLiteral("x"), QStringLiteral("y")});
+        const QList<std::tuple<const char *, QVariant, QVariant>> cases{
+            {"alwaysOnTop", QStringLiteral("yes"), true},
+            {"saveAudio", QStringLiteral("1"), false},
+            {"meetingChannel", QStringLiteral("abc"), 1},
+            {"micChannel", QStringLiteral("2.5"), 0},
+            {"vadThreshold", QStringLiteral("high"), 0.5},
+            {"fontSize", QStringList{QStringLiteral("1"), QStringLiteral("2")}, 14.0},
+            {"model", QStringList{QStringLiteral("x"), QStringLiteral("y")}, QStringLiteral("gpt-realtime-2.1")},
+        };
+        for (const auto &[name, stored, expected] : cases)
+            store(QString::fromLatin1(name), stored);
         store(QStringLiteral("interviewers"), QStringLiteral("not data"));
         const auto s = launch();
-        QCOMPARE(s->alwaysOnTop(), true);
-        QCOMPARE(s->saveAudio(), false);
-        QCOMPARE(s->meetingChannel(), 1);
-        QCOMPARE(s->micChannel(), 0);
-        QCOMPARE(s->vadThreshold(), 0.5);
-        QCOMPARE(s->fontSize(), 14.0);
-        QCOMPARE(s->model(), QStringLiteral("gpt-realtime-2.1"));
+        for (const auto &[name, stored, expected] : cases)
+            QVERIFY2(s->property(name) == expected, name);
         QCOMPARE(s->interviewers().size(), 2);
+
+        m_storePath = m_dir.filePath(QStringLiteral("run%1-kept.conf").arg(m_run));
+        const QList<std::pair<const char *, QVariant>> kept{
+            {"alwaysOnTop", false}, {"meetingChannel", 0}, {"followUpWindow", 0.0}, {"prefixPaddingMs", 0}, {"vadThreshold", 0.0}};
+        for (const auto &[name, value] : kept)
+            store(QString::fromLatin1(name), value);
+        const auto k = launch();
+        for (const auto &[name, value] : kept)
+            QVERIFY2(k->property(name) == value, name);
+        QVERIFY(k->loadNotices().isEmpty());
     }
 
     // The review's answer band: kept across a restart; a wrongly typed or inverted band
@@ -174,22 +187,6 @@ private slots:
         QCOMPARE(launch()->answerTargetMinSeconds(), 60);   // half a band is no band
         store(QStringLiteral("answerTargetMaxSeconds"), 20);
         QCOMPARE(launch()->answerTargetMinSeconds(), 60);
-    }
-
-    void storedFalseAndZeroAreKept()
-    {
-        store(QStringLiteral("alwaysOnTop"), false);
-        store(QStringLiteral("meetingChannel"), 0);
-        store(QStringLiteral("followUpWindow"), 0.0);
-        store(QStringLiteral("prefixPaddingMs"), 0);
-        store(QStringLiteral("vadThreshold"), 0.0);
-        const auto s = launch();
-        QCOMPARE(s->alwaysOnTop(), false);
-        QCOMPARE(s->meetingChannel(), 0);
-        QCOMPARE(s->followUpWindow(), 0.0);
-        QCOMPARE(s->prefixPaddingMs(), 0);
-        QCOMPARE(s->vadThreshold(), 0.0);
-        QVERIFY(s->loadNotices().isEmpty());
     }
 
     // Values the realtime service would refuse (or that would go out as null) are reset to their

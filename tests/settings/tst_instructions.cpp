@@ -6,10 +6,47 @@
 
 #include <QTest>
 
-// The expected texts are written out in full, byte for byte, on purpose.
+// The expected texts are written out byte for byte, on purpose (not taken from the builder).
 namespace {
 
-const char defaultInstructions[] = R"EOT(You are a live meeting assistant listening to a conversation in real time.
+// The sections several texts share, each spelled out once.
+const QString earlier = QStringLiteral(R"EOT(=== EARLIER IN THIS MEETING ===
+The questions already asked and the answers already given are in the
+conversation history. Treat them as established: stay consistent with the
+facts, figures and examples you have already used, do not repeat an answer
+or an anecdote you have already given, and build on what has been said
+rather than restarting. If a later question revisits earlier ground, add
+what is new instead of restating it.)EOT");
+
+const QString tailorToRole = QStringLiteral(R"EOT(Tailor every answer to this role: use the company's own vocabulary, and when a
+question maps to a requirement above, connect it to concrete evidence from the
+context documents. Never claim a requirement the context does not support.
+)EOT");
+
+const QString pitchToEachPerson = QStringLiteral(R"EOT(Read each person's seniority and discipline from their job title and pitch
+accordingly, without being told which bucket they fall into:
+- Executive / director / head-of titles: give the outcome, the commercial impact
+  and the risk position in three or four sentences. No methodology tour, no tool
+  names, no jargon unless they use it first.
+- Manager / delivery / programme titles: give the delivery mechanics — programme,
+  dependencies, stakeholders, how slippage was recovered — with moderate technical
+  depth and named artefacts and cadences.
+- Engineering / technical / specialist titles: give precise technical substance —
+  the actual systems, standards, failure modes and trade-offs. Assume fluency and
+  skip the framing.
+- HR / talent / people titles: motivation, behaviour and fit in plain language,
+  STAR shape, no acronyms.
+- Client / stakeholder titles: confidence about outcomes and communication,
+  benefits framed in their terms, no internal jargon.
+
+Work out which of them a question came from and answer at their level:
+scope, cost, risk and outcome questions come from the senior/commercial
+side; questions about systems, standards or how something was actually
+built come from the technical side. Keep answers shortest for the most
+senior person.
+)EOT");
+
+const QString defaultInstructions = QStringLiteral(R"EOT(You are a live meeting assistant listening to a conversation in real time.
 When a question is asked, answer it immediately, concisely and factually.
 Ground every answer in the CONTEXT below when it is relevant; never invent
 experience or facts that are not in the context. Prefer 2-5 short sentences
@@ -17,32 +54,21 @@ or a tight bullet list. Do not greet, do not narrate, do not restate the
 question. If the audio is small talk rather than a question, reply with a
 single short line of useful context or nothing at all.
 
-=== EARLIER IN THIS MEETING ===
-The questions already asked and the answers already given are in the
-conversation history. Treat them as established: stay consistent with the
-facts, figures and examples you have already used, do not repeat an answer
-or an anecdote you have already given, and build on what has been said
-rather than restarting. If a later question revisits earlier ground, add
-what is new instead of restating it.)EOT";
+)EOT")
+    + earlier;
 
-const char onlyRoleNoPrompt[] = R"EOT(
+const QString onlyRoleNoPrompt = QStringLiteral(R"EOT(
 
 === ROLE UNDER DISCUSSION ===
 Role: Staff Engineer
 
-Tailor every answer to this role: use the company's own vocabulary, and when a
-question maps to a requirement above, connect it to concrete evidence from the
-context documents. Never claim a requirement the context does not support.
+)EOT")
+    + tailorToRole
+    + QStringLiteral(R"EOT(
+)EOT")
+    + earlier;
 
-=== EARLIER IN THIS MEETING ===
-The questions already asked and the answers already given are in the
-conversation history. Treat them as established: stay consistent with the
-facts, figures and examples you have already used, do not repeat an answer
-or an anecdote you have already given, and build on what has been said
-rather than restarting. If a later question revisits earlier ground, add
-what is new instead of restating it.)EOT";
-
-const char roleOnePersonContext[] = R"EOT(Be brief.
+const QString roleOnePersonContext = QStringLiteral(R"EOT(Be brief.
 
 === ROLE UNDER DISCUSSION ===
 Company:  
@@ -50,84 +76,35 @@ Job description:
 Own the platform.
   Lead the team.
 
-Tailor every answer to this role: use the company's own vocabulary, and when a
-question maps to a requirement above, connect it to concrete evidence from the
-context documents. Never claim a requirement the context does not support.
-
+)EOT")
+    + tailorToRole
+    + QStringLiteral(R"EOT(
 === WHO IS INTERVIEWING ===
 - Dana
 
-Read each person's seniority and discipline from their job title and pitch
-accordingly, without being told which bucket they fall into:
-- Executive / director / head-of titles: give the outcome, the commercial impact
-  and the risk position in three or four sentences. No methodology tour, no tool
-  names, no jargon unless they use it first.
-- Manager / delivery / programme titles: give the delivery mechanics — programme,
-  dependencies, stakeholders, how slippage was recovered — with moderate technical
-  depth and named artefacts and cadences.
-- Engineering / technical / specialist titles: give precise technical substance —
-  the actual systems, standards, failure modes and trade-offs. Assume fluency and
-  skip the framing.
-- HR / talent / people titles: motivation, behaviour and fit in plain language,
-  STAR shape, no acronyms.
-- Client / stakeholder titles: confidence about outcomes and communication,
-  benefits framed in their terms, no internal jargon.
-
-Work out which of them a question came from and answer at their level:
-scope, cost, risk and outcome questions come from the senior/commercial
-side; questions about systems, standards or how something was actually
-built come from the technical side. Keep answers shortest for the most
-senior person.
-
+)EOT")
+    + pitchToEachPerson
+    + QStringLiteral(R"EOT(
 
 === CONTEXT DOCUMENTS (about the user) ===
 ----- cv.txt -----
 Ten years of Rust.
 
-=== EARLIER IN THIS MEETING ===
-The questions already asked and the answers already given are in the
-conversation history. Treat them as established: stay consistent with the
-facts, figures and examples you have already used, do not repeat an answer
-or an anecdote you have already given, and build on what has been said
-rather than restarting. If a later question revisits earlier ground, add
-what is new instead of restating it.)EOT";
+)EOT")
+    + earlier;
 
-const char twoPeople[] = R"EOT(P
+const QString twoPeople = QStringLiteral(R"EOT(P
 
 === WHO IS INTERVIEWING ===
 - Ana Ruiz — VP Engineering
 - Principal Engineer
 
-Read each person's seniority and discipline from their job title and pitch
-accordingly, without being told which bucket they fall into:
-- Executive / director / head-of titles: give the outcome, the commercial impact
-  and the risk position in three or four sentences. No methodology tour, no tool
-  names, no jargon unless they use it first.
-- Manager / delivery / programme titles: give the delivery mechanics — programme,
-  dependencies, stakeholders, how slippage was recovered — with moderate technical
-  depth and named artefacts and cadences.
-- Engineering / technical / specialist titles: give precise technical substance —
-  the actual systems, standards, failure modes and trade-offs. Assume fluency and
-  skip the framing.
-- HR / talent / people titles: motivation, behaviour and fit in plain language,
-  STAR shape, no acronyms.
-- Client / stakeholder titles: confidence about outcomes and communication,
-  benefits framed in their terms, no internal jargon.
+)EOT")
+    + pitchToEachPerson
+    + QStringLiteral(R"EOT(When a question spans both, lead with the outcome in one or two plain sentences, then add a single layer of technical specifics for the more technical person — one answer, not two.
 
-Work out which of them a question came from and answer at their level:
-scope, cost, risk and outcome questions come from the senior/commercial
-side; questions about systems, standards or how something was actually
-built come from the technical side. Keep answers shortest for the most
-senior person.
-When a question spans both, lead with the outcome in one or two plain sentences, then add a single layer of technical specifics for the more technical person — one answer, not two.
-
-=== EARLIER IN THIS MEETING ===
-The questions already asked and the answers already given are in the
-conversation history. Treat them as established: stay consistent with the
-facts, figures and examples you have already used, do not repeat an answer
-or an anecdote you have already given, and build on what has been said
-rather than restarting. If a later question revisits earlier ground, add
-what is new instead of restating it.)EOT";
+)EOT")
+    + earlier;
 
 Interviewer person(const char *name, const char *title)
 {
@@ -147,7 +124,7 @@ private slots:
         in.systemPrompt = InstructionsBuilder::defaultSystemPrompt();
         in.interviewers = {Interviewer(), Interviewer()};
         QCOMPARE(in.systemPrompt.size(), 501);
-        QCOMPARE(InstructionsBuilder::build(in), QString::fromUtf8(defaultInstructions));
+        QCOMPARE(InstructionsBuilder::build(in), defaultInstructions);
     }
 
     void onlyRoleWithAnEmptyPrompt()
@@ -155,7 +132,7 @@ private slots:
         InstructionsBuilder::Inputs in;
         in.roleTitle = QStringLiteral("Staff Engineer");
         in.interviewers = {person(" ", "\t"), Interviewer()};
-        QCOMPARE(InstructionsBuilder::build(in), QString::fromUtf8(onlyRoleNoPrompt));
+        QCOMPARE(InstructionsBuilder::build(in), onlyRoleNoPrompt);
     }
 
     void untrimmedRoleOnePersonAndContext()
@@ -166,7 +143,7 @@ private slots:
         in.jobDescription = QStringLiteral("Own the platform.\n  Lead the team.");
         in.interviewers = {person("  ", " \t "), person("\tDana ", "")};
         in.contextText = QStringLiteral("----- cv.txt -----\nTen years of Rust.");
-        QCOMPARE(InstructionsBuilder::build(in), QString::fromUtf8(roleOnePersonContext));
+        QCOMPARE(InstructionsBuilder::build(in), roleOnePersonContext);
     }
 
     void twoPeopleAddTheSpanningLine()
@@ -175,7 +152,7 @@ private slots:
         in.systemPrompt = QStringLiteral("P");
         in.interviewers = {person("Ana Ruiz", " VP Engineering"), person("", "Principal Engineer")};
         const QString text = InstructionsBuilder::build(in);
-        QCOMPARE(text, QString::fromUtf8(twoPeople));
+        QCOMPARE(text, twoPeople);
         // The guidance paragraph is 976 bytes of UTF-8.
         const QByteArray utf8 = text.toUtf8();
         const qsizetype from = utf8.indexOf("Read each person");
@@ -194,10 +171,10 @@ private slots:
         QCOMPARE(settings.answerStructure(), AnswerStyle::Structure::automatic);
         QCOMPARE(settings.answerLanguage(), QString());
         QCOMPARE(settings.transcriptionLanguage(), QString());
-        QCOMPARE(settings.instructions().toUtf8(), QByteArray(defaultInstructions));
+        QCOMPARE(settings.instructions().toUtf8(), defaultInstructions.toUtf8());
         // A blank language name is no language.
         settings.setAnswerLanguage(QStringLiteral("  "));
-        QCOMPARE(settings.instructions().toUtf8(), QByteArray(defaultInstructions));
+        QCOMPARE(settings.instructions().toUtf8(), defaultInstructions.toUtf8());
     }
 
     void eachStyleSettingAddsOneSentence_data()
@@ -234,7 +211,7 @@ private slots:
         in.interviewers = {Interviewer(), Interviewer()};
         in.style = {AnswerStyle::Length(length), AnswerStyle::Structure(structure), language};
         // The style comes last, after a blank line; everything before it is untouched.
-        QCOMPARE(InstructionsBuilder::build(in), QString::fromUtf8(defaultInstructions) + "\n\n" + added);
+        QCOMPARE(InstructionsBuilder::build(in), defaultInstructions + "\n\n" + added);
     }
 
     // The keys, their raw values, bad stored values, and which changes reach the instructions.

@@ -7,20 +7,26 @@
 #include <QDir>
 #include <QTest>
 
+#include <chrono>
+#include <memory>
 #include <vector>
 
 using namespace std::chrono_literals;
 
 namespace {
 
-struct Recorder
+// A transcriber on a scripted engine, and what it hands out.
+struct Transcribing
 {
+    std::shared_ptr<FakeSpeechEngine> engine = std::make_shared<FakeSpeechEngine>();
+    MicTranscriber t{engine};
     QStringList partials;
     QStringList finals;
     QStringList failures;
 
-    void attach(MicTranscriber &t)
+    explicit Transcribing(std::chrono::milliseconds fallback)
     {
+        t.setFinalFallbackInterval(fallback);
         t.onPartial = [this](const QString &s) { partials << s; };
         t.onFinal = [this](const QString &s) { finals << s; };
         t.onFailure = [this](const QString &s) { failures << s; };
@@ -56,11 +62,9 @@ private slots:
 void TestMicTranscriber::coldSegmentsDecodedTwice()
 {
     // The first segments after loading: the final text is the segment decoded a second time.
-    auto engine = std::make_shared<FakeSpeechEngine>();
-    MicTranscriber t(engine);
-    t.setFinalFallbackInterval(std::chrono::seconds(30));
-    Recorder r;
-    r.attach(t);
+    Transcribing r(std::chrono::seconds(30));
+    const auto &engine = r.engine;
+    MicTranscriber &t = r.t;
     const auto audio = tone(48000); // 1 s
     engine->setHypothesis(QStringLiteral("so i thing"));
     engine->setSecondPassText(QStringLiteral("so i think"));
@@ -85,11 +89,9 @@ void TestMicTranscriber::coldSegmentsDecodedTwice()
 
 void TestMicTranscriber::partialsThenOneFinal()
 {
-    auto engine = std::make_shared<FakeSpeechEngine>();
-    MicTranscriber t(engine);
-    t.setFinalFallbackInterval(150ms);
-    Recorder r;
-    r.attach(t);
+    Transcribing r(150ms);
+    const auto &engine = r.engine;
+    MicTranscriber &t = r.t;
     const auto audio = tone(2048);
 
     engine->setHypothesis(QStringLiteral("so i think"));
@@ -116,11 +118,9 @@ void TestMicTranscriber::partialsThenOneFinal()
 
 void TestMicTranscriber::secondBeginCancelsFirstSilently()
 {
-    auto engine = std::make_shared<FakeSpeechEngine>();
-    MicTranscriber t(engine);
-    t.setFinalFallbackInterval(150ms);
-    Recorder r;
-    r.attach(t);
+    Transcribing r(150ms);
+    const auto &engine = r.engine;
+    MicTranscriber &t = r.t;
     const auto audio = tone(2048);
 
     engine->setHypothesis(QStringLiteral("first words"));
@@ -154,11 +154,9 @@ void TestMicTranscriber::secondBeginCancelsFirstSilently()
 // second's is decoded in full.
 void TestMicTranscriber::busyWorkerKeepsNewSegmentAudio()
 {
-    auto engine = std::make_shared<FakeSpeechEngine>();
-    MicTranscriber t(engine);
-    t.setFinalFallbackInterval(5s);
-    Recorder r;
-    r.attach(t);
+    Transcribing r(5s);
+    const auto &engine = r.engine;
+    MicTranscriber &t = r.t;
     const auto audio = tone(48000);
 
     engine->setHypothesis(QStringLiteral("second"));
@@ -177,11 +175,9 @@ void TestMicTranscriber::busyWorkerKeepsNewSegmentAudio()
 
 void TestMicTranscriber::fallbackDeliversLastPartial()
 {
-    auto engine = std::make_shared<FakeSpeechEngine>();
-    MicTranscriber t(engine);
-    t.setFinalFallbackInterval(200ms);
-    Recorder r;
-    r.attach(t);
+    Transcribing r(200ms);
+    const auto &engine = r.engine;
+    MicTranscriber &t = r.t;
     const auto audio = tone(2048);
 
     engine->setHypothesis(QStringLiteral("still talking"));
@@ -232,11 +228,9 @@ void TestMicTranscriber::errors()
     QFETCH(QStringList, finals);
     QFETCH(QStringList, failures);
 
-    auto engine = std::make_shared<FakeSpeechEngine>();
-    MicTranscriber t(engine);
-    t.setFinalFallbackInterval(150ms);
-    Recorder r;
-    r.attach(t);
+    Transcribing r(150ms);
+    const auto &engine = r.engine;
+    MicTranscriber &t = r.t;
     const auto audio = tone(2048);
 
     engine->setHypothesis(heard);

@@ -44,6 +44,17 @@ public:
         announce(responseID);
         onResponseDone(responseID);
     }
+    // A whole answer in one delta; requestedAnswer() is the response to a request of ours.
+    void answer(const QString &responseID, const QString &text)
+    {
+        delta(responseID, text);
+        done(responseID);
+    }
+    void requestedAnswer(const QString &responseID, const QString &text)
+    {
+        created(responseID, true);
+        answer(responseID, text);
+    }
     void strayDelta(const QString &responseID, const QString &text) { onDelta(responseID, text); }
     void strayDone(const QString &responseID) { onResponseDone(responseID); }
     void usage(const QVariantMap &usage) { onUsage(usage); }
@@ -51,9 +62,24 @@ public:
 
     void speechStarted(const QString &itemID) { onSpeechStarted(itemID); }
     void speechStopped(const QString &itemID) { onSpeechStopped(itemID); }
+    // Speech that starts and stops; opened() also has the service create its response.
+    void speech(const QString &itemID)
+    {
+        speechStarted(itemID);
+        speechStopped(itemID);
+    }
+    void opened(const QString &itemID, const QString &responseID)
+    {
+        speech(itemID);
+        created(responseID);
+    }
     void transcriptDelta(const QString &itemID, const QString &text) { onTranscriptDelta(itemID, text); }
     void transcriptFailed(const QString &itemID, const QString &message) { onTranscriptFailed(itemID, message); }
     void transcriptionUsage(const QString &itemID, const QVariantMap &usage) { onTranscriptionUsage(itemID, usage); }
+    void transcribedSeconds(const QString &itemID, double seconds)
+    {
+        transcriptionUsage(itemID, {{QStringLiteral("type"), QStringLiteral("duration")}, {QStringLiteral("seconds"), seconds}});
+    }
     void created(const QString &responseID, bool requested = false)
     {
         m_announced.insert(responseID);
@@ -75,9 +101,7 @@ public:
     // the response done.
     void turn(const QString &itemID, const QString &responseID, const QString &question, const QString &answer)
     {
-        speechStarted(itemID);
-        speechStopped(itemID);
-        created(responseID);
+        opened(itemID, responseID);
         transcriptDelta(itemID, question.left(question.size() / 2));
         delta(responseID, answer.left(answer.size() / 2));
         transcriptDelta(itemID, question.mid(question.size() / 2));

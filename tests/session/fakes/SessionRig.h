@@ -18,6 +18,7 @@
 
 #include <deque>
 #include <memory>
+#include <optional>
 
 // A session controller wired to fakes, a manual clock and settings in a temporary folder.
 // The audio start runs at once (runAudioStartsAtOnce) or waits until releaseAudioStart().
@@ -48,6 +49,13 @@ public:
         settings.setContextText(QStringLiteral("Led the ledger migration."));
     }
 
+    // The meeting narrowed to one application.
+    void listenToApp(const QString &bundleID)
+    {
+        settings.setMeetingSource(AppSettings::MeetingSource::singleApp);
+        settings.setTappedBundleID(bundleID);
+    }
+
     // Delivers the audio start's result (and anything else queued for the GUI thread).
     static void settle() { QCoreApplication::sendPostedEvents(); }
 
@@ -61,9 +69,13 @@ public:
         settle();
     }
 
-    // Start with everything in place; returns whether the session became active.
-    bool startSession()
+    // Start with everything in place (and the follow-up window, when given); returns whether
+    // the session became active.
+    bool startSession(std::optional<int> followUpWindow = std::nullopt)
     {
+        if (followUpWindow) {
+            settings.setFollowUpWindow(*followUpWindow);
+        }
         prepareSettings();
         controller->start();
         settle();
