@@ -12,11 +12,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QLoggingCategory>
 #include <QStandardPaths>
 #include <QThreadPool>
-
-Q_LOGGING_CATEGORY(lcSession, "ketterbloom.session")
 
 const QString SessionController::apiKeyMissingBanner = QStringLiteral("Add your OpenAI API key before starting.");
 const QString SessionController::stillStartingBanner = QStringLiteral(

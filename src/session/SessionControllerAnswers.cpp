@@ -5,11 +5,9 @@
 #include "session/SessionController.h"
 
 #include "session/RealtimeLink.h"
+#include "session/SessionLogging.h"
 #include "session/TextRules.h"
 
-#include <QLoggingCategory>
-
-Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 void SessionController::responseCreated(const QString &responseID, bool requested)
 {

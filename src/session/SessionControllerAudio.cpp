@@ -7,11 +7,9 @@
 
 #include "session/CaptureLink.h"
 #include "session/SessionLog.h"
+#include "session/SessionLogging.h"
 #include "settings/AppSettings.h"
 
-#include <QLoggingCategory>
-
-Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 const QString SessionController::soundServerLostBanner =
     QStringLiteral("Lost the connection to the sound server — reconnecting…");

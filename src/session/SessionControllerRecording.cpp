@@ -10,14 +10,12 @@
 #include "session/RecordingPicker.h"
 #include "session/RecordingTranscription.h"
 #include "session/RecordingTranscriptionPrompt.h"
+#include "session/SessionLogging.h"
 #include "settings/AppSettings.h"
 
 #include <QFileInfo>
-#include <QLoggingCategory>
 
 #include <cmath>
-
-Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 namespace {
 

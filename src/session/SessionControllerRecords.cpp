@@ -7,15 +7,13 @@
 #include "session/FileRevealer.h"
 #include "session/IdleInhibitor.h"
 #include "session/RealtimeLink.h"
+#include "session/SessionLogging.h"
 #include "session/TapQueries.h"
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QLoggingCategory>
-
-Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 // ---- Records -------------------------------------------------------------------------
 

@@ -7,15 +7,13 @@
 #include "session/MicTranscription.h"
 #include "session/RealtimeLink.h"
 #include "session/SessionLog.h"
+#include "session/SessionLogging.h"
 #include "session/SessionSnapshot.h"
 #include "session/TapQueries.h"
 #include "settings/AppSettings.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QLoggingCategory>
-
-Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 namespace {
 
