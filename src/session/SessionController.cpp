@@ -25,10 +25,17 @@ SessionController::SessionController(const Components &components, QObject *pare
     , m_records(components.clock)
     , m_answerClock(components.clock)
     , m_scheduler(components.clock, m_cards)
+    , m_captureWatch(components.clock)
+    , m_narrowing(components.clock, components.taps, components.audio)
 {
     m_scheduler.ask = [this](const QString &pairID) { return askFor(pairID); };
     m_scheduler.giveUp = [this](const QString &pairID) { giveUpOn(pairID); };
     m_scheduler.log = [this](const QString &message) { log(message); };
+    m_captureWatch.shownBanner = [this] { return m_banner; };
+    m_captureWatch.showBanner = [this](const std::optional<QString> &text) { setBannerText(text); };
+    m_narrowing.sessionActive = [this] { return m_isSessionActive; };
+    m_narrowing.appendEvent = [this](const QString &event, const QVariantMap &fields) { appendEvent(event, fields); };
+    m_narrowing.showBanner = [this](const QString &text) { setBannerText(text); };
     connect(&m_answerClock, &AnswerClock::isSpeakingChanged, this, &SessionController::isSpeakingChanged);
     connect(&m_answerClock, &AnswerClock::isAnsweringChanged, this, &SessionController::isAnsweringChanged);
     connect(&m_answerClock, &AnswerClock::speakingElapsedChanged, this, &SessionController::speakingElapsedChanged);
@@ -157,7 +164,7 @@ void SessionController::stopSession(const std::optional<QString> &keptBanner)
     if (const std::optional<QString> error = m_parts.audio.recordingError()) {
         recordFailed(RecordFaults::File::recording, m_parts.audio.recordingPath().value_or(m_lastRecordingURL.toLocalFile()), *error);
     }
-    endCaptureWatch();
+    m_captureWatch.end();
     m_parts.client.stop();
     m_parts.micTranscriber.stopTask(true);
     m_parts.micTranscriber.sessionStopped();

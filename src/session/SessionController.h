@@ -4,6 +4,8 @@
 #include "realtime/RealtimeTypes.h"
 #include "session/AnswerClock.h"
 #include "session/AnswerScheduler.h"
+#include "session/AppNarrowing.h"
+#include "session/CaptureWatch.h"
 #include "session/CardBook.h"
 #include "session/Clock.h"
 #include "session/CostModel.h"
@@ -230,11 +232,6 @@ public:
     // User-visible texts that other parts of the product compare against.
     static const QString apiKeyMissingBanner;
     static const QString stillStartingBanner;
-    // Capture trouble (SessionControllerAudio.cpp).
-    static const QString soundServerLostBanner;
-    static const QString outputLostBanner;
-    static QString microphoneLostBanner(const QString &name);
-    static constexpr double outputLostBannerDelay = 5.0;
 
 signals:
     // A press of Start ended without a session (the banner says why).
@@ -271,8 +268,6 @@ private:
     // Stop; `keptBanner` (a failure message) stays as the banner, with the saved files'
     // links after it.
     void stopSession(const std::optional<QString> &keptBanner);
-    // The application's display name among the selectable ones, else its id.
-    QString appDisplayName(const QString &bundleID) const;
 
     // Cards: the question side (SessionControllerCards.cpp).
     void mergeFollowUp(int followUp, int into, const QString &text);
@@ -326,11 +321,9 @@ private:
     void showStopSummary(const std::optional<QString> &keptBanner);
     void log(const QString &message);
 
-    // Capture health: banners while a part of the capture is lost (SessionControllerAudio.cpp).
+    // Capture health and the microphone picked in Settings (SessionControllerAudio.cpp).
     void captureHealthChanged(const CaptureHealth &health);
     void watchMicrophoneSettings();
-    void endCaptureWatch();
-    void updateAudioBanner();
 
     // Transcribing a saved recording (SessionControllerRecording.cpp).
     void transcribeRecordingOnDevice(const QString &path);
@@ -339,11 +332,9 @@ private:
     // `usageNote`: what the service used, or empty.
     void recordingTranscriptWritten(const QString &transcriptPath, const QString &usageNote);
 
-    // Session clock and app narrowing.
+    // Session clock.
     void startSessionClock();
     void stopSessionClock();
-    void startAppTapPollIfNeeded();
-    void appTapPollTick();
 
     // Published-state setters (emit on change).
     void setStatus(const RealtimeStatus &status);
@@ -403,23 +394,8 @@ private:
         std::unique_ptr<ClockTimer> watchdog25;
     } m_startUp;
 
-    // Capture health and the banner it shows (SessionControllerAudio.cpp).
-    struct CaptureWatch
-    {
-        CaptureHealth health;
-        std::optional<Clock::TimePoint> meetingLostAt;
-        std::unique_ptr<ClockTimer> outputLostTimer;
-        std::optional<QString> banner;
-    } m_capture;
-
-    // Narrowing capture to one application once it plays sound.
-    struct Narrowing
-    {
-        std::optional<QString> pendingApp;
-        QString polledApp;
-        Clock::TimePoint armedAt{};
-        std::unique_ptr<ClockTimer> poll;
-    } m_narrowing;
+    CaptureWatch m_captureWatch;
+    AppNarrowing m_narrowing;
 
     // Answer text dropped this session: one log line per response, totals at the end.
     struct Drops

@@ -185,51 +185,6 @@ void SessionController::stopSessionClock()
     }
 }
 
-// ---- Narrowing to one application ----------------------------------------------------
-
-void SessionController::startAppTapPollIfNeeded()
-{
-    m_narrowing.poll.reset();
-    if (!m_narrowing.pendingApp) {
-        return;
-    }
-    m_narrowing.polledApp = *m_narrowing.pendingApp;
-    m_narrowing.armedAt = m_parts.clock.now();
-    m_narrowing.poll = m_parts.clock.schedule(3.0, true, [this] { appTapPollTick(); });
-}
-
-void SessionController::appTapPollTick()
-{
-    if (!m_isSessionActive || !m_narrowing.pendingApp || *m_narrowing.pendingApp != m_narrowing.polledApp) {
-        return;
-    }
-    const QString bundleID = m_narrowing.polledApp;
-    const std::optional<AudioProcessInfo> app = m_parts.taps.audioObject(bundleID);
-    if (!app && Clock::secondsBetween(m_narrowing.armedAt, m_parts.clock.now()) <= 120.0) {
-        return;
-    }
-
-    const QString name = appDisplayName(bundleID);
-    m_narrowing.pendingApp.reset();
-    // The timer may be dropped here: the clock allows a timer to end itself from its action.
-    m_narrowing.poll.reset();
-
-    if (!app) {
-        appendEvent(QStringLiteral("tap_narrow_timeout"), {{QStringLiteral("app"), bundleID}});
-        setBannerText(QStringLiteral("Still listening to this whole computer — no audio has been credited to ") + name
-                      + QStringLiteral(". That is normal for apps that play sound through another process, and the "
-                                       "meeting is being captured either way."));
-        return;
-    }
-    appendEvent(QStringLiteral("tap_narrowed"), {{QStringLiteral("app"), bundleID}});
-    const QString appID = app->bundleID.isEmpty() ? bundleID : app->bundleID;
-    if (const std::optional<QString> error = m_parts.audio.retarget(TapTarget::process(appID))) {
-        setBannerText(QStringLiteral("Stayed on this computer's audio — could not switch to ") + name + QStringLiteral(": ") + *error);
-    } else {
-        setBannerText(QStringLiteral("Now listening to ") + name + QStringLiteral(" only."));
-    }
-}
-
 // ---- Other operations ----------------------------------------------------------------
 
 void SessionController::applyInstructionsLive()

@@ -37,17 +37,6 @@ const QString kSystemAudioUnreachable = QStringLiteral(
 
 } // namespace
 
-QString SessionController::appDisplayName(const QString &bundleID) const
-{
-    const QList<AudioProcessInfo> apps = m_parts.taps.selectableApps();
-    for (const AudioProcessInfo &app : apps) {
-        if (app.bundleID == bundleID && !app.name.isEmpty()) {
-            return app.name;
-        }
-    }
-    return bundleID;
-}
-
 // ---- Start ---------------------------------------------------------------------------
 
 void SessionController::start()
@@ -154,7 +143,7 @@ void SessionController::continueStartWithMic(bool granted)
             break;
         }
         source = SystemTapSource{TapTarget::systemOutput(), micDevice, m_parts.settings.micChannel()};
-        const QString name = appDisplayName(bundleID);
+        const QString name = m_narrowing.appDisplayName(bundleID);
         bool playsThroughHelper = false;
         for (const auto &helper : m_parts.taps.audioHelpers()) {
             playsThroughHelper = playsThroughHelper || helper.first == bundleID;
@@ -166,7 +155,7 @@ void SessionController::continueStartWithMic(bool granted)
         } else {
             setBannerText(QStringLiteral("Started, listening to all of this computer's audio. ") + name
                           + QStringLiteral(" isn't playing anything yet; I'll narrow to it alone as soon as it does."));
-            m_narrowing.pendingApp = bundleID;
+            m_narrowing.narrowLater(bundleID);
         }
         break;
     }
@@ -338,6 +327,6 @@ void SessionController::finishStarting()
             showRecordFault(file);   // found while starting: told now that the session runs
         }
     }
-    startAppTapPollIfNeeded();
+    m_narrowing.startPolling();
 }
 
