@@ -25,6 +25,7 @@ SessionController::SessionController(const Components &components, QObject *pare
     , m_records(components.clock)
     , m_answerClock(components.clock)
     , m_scheduler(components.clock, m_cards)
+    , m_startUp(components.clock)
     , m_captureWatch(components.clock)
     , m_narrowing(components.clock, components.taps, components.audio)
 {

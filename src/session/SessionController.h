@@ -12,6 +12,7 @@
 #include "session/QAPair.h"
 #include "session/RecordFaults.h"
 #include "session/SessionRecords.h"
+#include "session/StartSequence.h"
 #include "session/UsageMeter.h"
 
 #include <QHash>
@@ -262,7 +263,6 @@ private:
     void finishStarting();
     // The job description, the user's background and the panel, for on-device recognition.
     QString userDocumentsText() const;
-    void cancelWatchdogs();
     // Ends a start that did not become a session: banner, client stopped, log closed.
     void abandonStart(const QString &banner);
     // Stop; `keptBanner` (a failure message) stays as the banner, with the saved files'
@@ -384,16 +384,7 @@ private:
     QHash<QString, double> m_heardSeconds;            // input item -> seconds of speech heard
     std::unordered_map<QString, std::unique_ptr<ClockTimer>> m_questionWaits;   // card id -> late-question wait
 
-    // A press of Start until the session runs.
-    struct StartUp
-    {
-        Clock::TimePoint audioStartRequestedAt{};
-        quint64 generation = 0;
-        bool audioStartInFlight = false;
-        std::unique_ptr<ClockTimer> watchdog8;
-        std::unique_ptr<ClockTimer> watchdog25;
-    } m_startUp;
-
+    StartSequence m_startUp;
     CaptureWatch m_captureWatch;
     AppNarrowing m_narrowing;
 

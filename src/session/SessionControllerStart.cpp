@@ -184,10 +184,7 @@ void SessionController::continueStartWithMic(bool granted)
     m_heardSeconds.clear();
     startLog();
 
-    m_startUp.audioStartRequestedAt = m_parts.clock.now();
-    const quint64 generation = ++m_startUp.generation;
-    m_startUp.watchdog8 = m_parts.clock.schedule(8.0, false, [this] { setBannerText(stillStartingBanner); });
-    m_startUp.watchdog25 = m_parts.clock.schedule(25.0, false, [this] {
+    const quint64 generation = m_startUp.begin([this] { setBannerText(stillStartingBanner); }, [this] {
         if (!m_parts.audio.isRunning()) {
             abandonStart(QStringLiteral("Audio capture didn't finish starting. The step-by-step log is in ")
                          + QDir::cleanPath(sessionFolder() + QStringLiteral("/startup.log"))
@@ -199,7 +196,6 @@ void SessionController::continueStartWithMic(bool granted)
     const ::StreamSource streamSource = captureStreamSource(m_parts.settings.streamSource());
     const bool record = m_parts.settings.saveAudio();
     const std::weak_ptr<bool> alive = m_alive;
-    m_startUp.audioStartInFlight = true;
     m_parts.runInBackground([audio, source, streamSource, record, alive, generation, this] {
         const std::optional<QString> error = audio->start(source, streamSource, record);
         // Back to the GUI thread; dropped there if the controller has gone meanwhile.
@@ -214,15 +210,9 @@ void SessionController::continueStartWithMic(bool granted)
     });
 }
 
-void SessionController::cancelWatchdogs()
-{
-    m_startUp.watchdog8.reset();
-    m_startUp.watchdog25.reset();
-}
-
 void SessionController::abandonStart(const QString &banner)
 {
-    cancelWatchdogs();
+    m_startUp.cancelWatchdogs();
     setBannerText(banner);
     m_parts.client.stop();
     setSessionActive(false);
@@ -233,13 +223,10 @@ void SessionController::abandonStart(const QString &banner)
 
 void SessionController::audioStartFinished(quint64 generation, const std::optional<QString> &error)
 {
-    if (generation == m_startUp.generation) {
-        m_startUp.audioStartInFlight = false;
-    }
-    if (generation != m_startUp.generation || !m_isStarting) {
+    if (!m_startUp.audioStartReturned(generation) || !m_isStarting) {
         // This start was given up (the watchdog, or Stop): capture that starts this late is
         // stopped again, unless a newer start is under way with the same engine.
-        if (!error && !m_isSessionActive && !m_startUp.audioStartInFlight) {
+        if (!error && !m_isSessionActive && !m_startUp.audioStartInFlight()) {
             m_parts.audio.stop();
             log(QStringLiteral("Audio capture started after the start was given up; stopped it"));
         }
@@ -249,11 +236,11 @@ void SessionController::audioStartFinished(quint64 generation, const std::option
         abandonStart(*error);
         return;
     }
-    cancelWatchdogs();
+    m_startUp.cancelWatchdogs();
     if (m_banner == stillStartingBanner) {
         setBannerText(std::nullopt);
     }
-    const double seconds = Clock::secondsBetween(m_startUp.audioStartRequestedAt, m_parts.clock.now());
+    const double seconds = m_startUp.elapsed();
     appendEvent(QStringLiteral("audio_started"), {{QStringLiteral("setup_seconds"), CostModel::rounded(seconds, 2)}});
     if (seconds > 8.0) {
         qCInfo(lcSession, "[Ketterbloom] audio setup took %.1fs", seconds);
