@@ -41,7 +41,7 @@ const QString kSystemAudioUnreachable = QStringLiteral(
 
 void SessionController::start()
 {
-    if (m_isSessionActive || m_isStarting) {
+    if (m_state.isSessionActive || m_state.isStarting) {
         return;
     }
     setBannerText(std::nullopt);
@@ -97,7 +97,7 @@ void SessionController::warnIfContextThin()
 
 void SessionController::continueStartWithMic(bool granted)
 {
-    if (!m_isStarting) {
+    if (!m_state.isStarting) {
         return;
     }
     if (!granted) {
@@ -176,12 +176,12 @@ void SessionController::continueStartWithMic(bool granted)
     closeOpenCards();
     m_usage.begin(m_parts.settings.model(), m_parts.settings.transcribeModel());
     m_scheduler.newSession();
-    m_drops.responses.clear();
-    m_drops.deltas = 0;
-    m_drops.chars = 0;
+    m_turns.drops.responses.clear();
+    m_turns.drops.deltas = 0;
+    m_turns.drops.chars = 0;
     m_cards.forgetItems();
-    m_speechStartedAt.clear();
-    m_heardSeconds.clear();
+    m_turns.speechStartedAt.clear();
+    m_turns.heardSeconds.clear();
     startLog();
 
     const quint64 generation = m_startUp.begin([this] { setBannerText(stillStartingBanner); }, [this] {
@@ -210,6 +210,7 @@ void SessionController::continueStartWithMic(bool granted)
     });
 }
 
+// Ends a start that did not become a session: banner, client stopped, log closed.
 void SessionController::abandonStart(const QString &banner)
 {
     m_startUp.cancelWatchdogs();
@@ -223,10 +224,10 @@ void SessionController::abandonStart(const QString &banner)
 
 void SessionController::audioStartFinished(quint64 generation, const std::optional<QString> &error)
 {
-    if (!m_startUp.audioStartReturned(generation) || !m_isStarting) {
+    if (!m_startUp.audioStartReturned(generation) || !m_state.isStarting) {
         // This start was given up (the watchdog, or Stop): capture that starts this late is
         // stopped again, unless a newer start is under way with the same engine.
-        if (!error && !m_isSessionActive && !m_startUp.audioStartInFlight()) {
+        if (!error && !m_state.isSessionActive && !m_startUp.audioStartInFlight()) {
             m_parts.audio.stop();
             log(QStringLiteral("Audio capture started after the start was given up; stopped it"));
         }
@@ -237,7 +238,7 @@ void SessionController::audioStartFinished(quint64 generation, const std::option
         return;
     }
     m_startUp.cancelWatchdogs();
-    if (m_banner == stillStartingBanner) {
+    if (m_state.banner == stillStartingBanner) {
         setBannerText(std::nullopt);
     }
     const double seconds = m_startUp.elapsed();
@@ -248,6 +249,7 @@ void SessionController::audioStartFinished(quint64 generation, const std::option
     finishStarting();
 }
 
+// The job description, the user's background and the panel, for on-device recognition.
 QString SessionController::userDocumentsText() const
 {
     QStringList parts{m_parts.settings.jobDescription(), m_parts.settings.contextText()};
