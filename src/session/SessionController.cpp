@@ -28,6 +28,7 @@ SessionController::SessionController(const Components &components, QObject *pare
     , m_startUp(components.clock)
     , m_captureWatch(components.clock)
     , m_narrowing(components.clock, components.taps, components.audio)
+    , m_sessionClock(components.clock, components.idleInhibitor)
 {
     m_scheduler.ask = [this](const QString &pairID) { return askFor(pairID); };
     m_scheduler.giveUp = [this](const QString &pairID) { giveUpOn(pairID); };
@@ -37,6 +38,7 @@ SessionController::SessionController(const Components &components, QObject *pare
     m_narrowing.sessionActive = [this] { return m_state.isSessionActive; };
     m_narrowing.appendEvent = [this](const QString &event, const QVariantMap &fields) { appendEvent(event, fields); };
     m_narrowing.showBanner = [this](const QString &text) { setBannerText(text); };
+    m_sessionClock.onElapsed = [this](double seconds) { setSessionElapsed(seconds); };
     connect(&m_answerClock, &AnswerClock::isSpeakingChanged, this, &SessionController::isSpeakingChanged);
     connect(&m_answerClock, &AnswerClock::isAnsweringChanged, this, &SessionController::isAnsweringChanged);
     connect(&m_answerClock, &AnswerClock::speakingElapsedChanged, this, &SessionController::speakingElapsedChanged);
@@ -179,7 +181,7 @@ void SessionController::stopSession(const std::optional<QString> &keptBanner)
     endSpeaking();
     m_turns.speakingPairID.reset();
     setListening(false);
-    stopSessionClock();
+    m_sessionClock.stop();
     closeOpenCards();
     finishLog();
 

@@ -5,6 +5,7 @@
 #include "session/AppNarrowing.h"
 #include "session/CaptureWatch.h"
 #include "session/CardBook.h"
+#include "session/SessionClock.h"
 #include "session/SessionComponents.h"
 #include "session/SessionRecords.h"
 #include "session/SessionState.h"
@@ -169,7 +170,7 @@ private:
     void questionNeverCame(const QString &pairID);
     void giveUpWaitingQuestions(const QString &newItemID);
     bool sendScreenQuestion(const QString &pairID);
-    // Speaking, records, recordings, the session clock.
+    // Speaking, records, recordings.
     void beginMyAnswerSegment();
     void endSpeaking();
     void interviewerTookOver();
@@ -185,8 +186,6 @@ private:
     void transcribeRecordingWithService(const QString &path);
     void showRecordingProgress(const QString &name, const RecordingProgress &progress);
     void recordingTranscriptWritten(const QString &transcriptPath, const QString &usageNote);
-    void startSessionClock();
-    void stopSessionClock();
     // Published-state setters (SessionControllerState.cpp).
     void setStatus(const RealtimeStatus &status);
     void setSessionActive(bool active);
@@ -212,12 +211,7 @@ private:
     StartSequence m_startUp;
     CaptureWatch m_captureWatch;
     AppNarrowing m_narrowing;
-    struct SessionClock
-    {
-        std::optional<Clock::TimePoint> start;
-        std::unique_ptr<ClockTimer> timer;
-        bool idleInhibited = false;
-    } m_sessionClock;   // the session clock, and the idle inhibition it holds
+    SessionClock m_sessionClock;
     // Lets callbacks that may outlive this object (thread pool, permission prompts) tell.
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
 };

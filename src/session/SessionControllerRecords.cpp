@@ -5,7 +5,6 @@
 
 #include "session/CaptureLink.h"
 #include "session/FileRevealer.h"
-#include "session/IdleInhibitor.h"
 #include "session/RealtimeLink.h"
 #include "session/SessionLogging.h"
 #include "session/TapQueries.h"
@@ -162,31 +161,6 @@ void SessionController::transcribeModelFellBack(const QString &refused, const QS
 QString SessionController::transcriptForExport() const
 {
     return m_cards.exportText();
-}
-
-// ---- Session clock -------------------------------------------------------------------
-
-void SessionController::startSessionClock()
-{
-    m_parts.idleInhibitor.inhibit(QStringLiteral("Live meeting transcription"));
-    m_sessionClock.idleInhibited = true;
-    m_sessionClock.start = m_parts.clock.now();
-    setSessionElapsed(0);
-    m_sessionClock.timer = m_parts.clock.schedule(1.0, true, [this] {
-        if (m_sessionClock.start) {
-            setSessionElapsed(Clock::secondsBetween(*m_sessionClock.start, m_parts.clock.now()));
-        }
-    });
-}
-
-void SessionController::stopSessionClock()
-{
-    m_sessionClock.timer.reset();
-    m_sessionClock.start.reset();
-    if (m_sessionClock.idleInhibited) {
-        m_parts.idleInhibitor.release();
-        m_sessionClock.idleInhibited = false;
-    }
 }
 
 // ---- Other operations ----------------------------------------------------------------

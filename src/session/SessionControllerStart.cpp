@@ -310,7 +310,7 @@ void SessionController::finishStarting()
     setStarting(false);
     SessionSnapshot::setSessionActive(true);
 
-    startSessionClock();
+    m_sessionClock.start();
     for (const RecordFaults::File file : {RecordFaults::File::events, RecordFaults::File::transcript}) {
         if (m_records.faults().hasFailed(file)) {
             showRecordFault(file);   // found while starting: told now that the session runs
