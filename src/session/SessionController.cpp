@@ -12,11 +12,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QLoggingCategory>
 #include <QStandardPaths>
 #include <QThreadPool>
-
-Q_LOGGING_CATEGORY(lcSession, "ketterbloom.session")
 
 const QString SessionController::apiKeyMissingBanner = QStringLiteral("Add your OpenAI API key before starting.");
 const QString SessionController::stillStartingBanner = QStringLiteral(
@@ -28,10 +25,20 @@ SessionController::SessionController(const Components &components, QObject *pare
     , m_records(components.clock)
     , m_answerClock(components.clock)
     , m_scheduler(components.clock, m_cards)
+    , m_startUp(components.clock)
+    , m_captureWatch(components.clock)
+    , m_narrowing(components.clock, components.taps, components.audio)
+    , m_sessionClock(components.clock, components.idleInhibitor)
 {
     m_scheduler.ask = [this](const QString &pairID) { return askFor(pairID); };
     m_scheduler.giveUp = [this](const QString &pairID) { giveUpOn(pairID); };
     m_scheduler.log = [this](const QString &message) { log(message); };
+    m_captureWatch.shownBanner = [this] { return m_state.banner; };
+    m_captureWatch.showBanner = [this](const std::optional<QString> &text) { setBannerText(text); };
+    m_narrowing.sessionActive = [this] { return m_state.isSessionActive; };
+    m_narrowing.appendEvent = [this](const QString &event, const QVariantMap &fields) { appendEvent(event, fields); };
+    m_narrowing.showBanner = [this](const QString &text) { setBannerText(text); };
+    m_sessionClock.onElapsed = [this](double seconds) { setSessionElapsed(seconds); };
     connect(&m_answerClock, &AnswerClock::isSpeakingChanged, this, &SessionController::isSpeakingChanged);
     connect(&m_answerClock, &AnswerClock::isAnsweringChanged, this, &SessionController::isAnsweringChanged);
     connect(&m_answerClock, &AnswerClock::speakingElapsedChanged, this, &SessionController::speakingElapsedChanged);
@@ -43,7 +50,7 @@ SessionController::SessionController(const Components &components, QObject *pare
 
     connect(&m_records, &SessionRecords::fileFailed, this, [this](RecordFaults::File file) {
         // A start still running says it when the session begins; a stop says it in its banner.
-        if (m_isSessionActive) {
+        if (m_state.isSessionActive) {
             showRecordFault(file);
         }
     });
@@ -145,22 +152,23 @@ void SessionController::stop()
     stopSession(std::nullopt);
 }
 
+// `keptBanner` (a failure message) stays as the banner, with the saved files' links after it.
 void SessionController::stopSession(const std::optional<QString> &keptBanner)
 {
-    if (m_isStarting && !m_isSessionActive) {
+    if (m_state.isStarting && !m_state.isSessionActive) {
         // Stop while audio capture is starting: the start is given up; capture that starts
         // later is stopped when it reports.
         abandonStart(keptBanner.value_or(QStringLiteral("Start cancelled.")));
         return;
     }
-    if (!m_isSessionActive && !m_parts.audio.isRunning()) {
+    if (!m_state.isSessionActive && !m_parts.audio.isRunning()) {
         return;
     }
     m_parts.audio.stop();   // the recording is closed (and its last writes checked) when this returns
     if (const std::optional<QString> error = m_parts.audio.recordingError()) {
-        recordFailed(RecordFaults::File::recording, m_parts.audio.recordingPath().value_or(m_lastRecordingURL.toLocalFile()), *error);
+        recordFailed(RecordFaults::File::recording, m_parts.audio.recordingPath().value_or(m_state.lastRecordingURL.toLocalFile()), *error);
     }
-    endCaptureWatch();
+    m_captureWatch.end();
     m_parts.client.stop();
     m_parts.micTranscriber.stopTask(true);
     m_parts.micTranscriber.sessionStopped();
@@ -171,9 +179,9 @@ void SessionController::stopSession(const std::optional<QString> &keptBanner)
 
     // The user's answer ends on its own card before that card is forgotten.
     endSpeaking();
-    m_speakingPairID.reset();
+    m_turns.speakingPairID.reset();
     setListening(false);
-    stopSessionClock();
+    m_sessionClock.stop();
     closeOpenCards();
     finishLog();
 

@@ -4,6 +4,7 @@
 
 #include "settings/AppSettings.h"
 
+// Usage of the service that transcribes the user's answers (when the user opted in).
 void SessionController::recordAnswerTranscriptionUsage(const QVariantMap &usage)
 {
     appendEvent(QStringLiteral("answer_transcription_usage"), m_usage.addAnswerTranscription(usage, m_parts.settings.transcribeModel()));

@@ -5,11 +5,9 @@
 #include "session/SessionController.h"
 
 #include "session/RealtimeLink.h"
+#include "session/SessionLogging.h"
 #include "session/TextRules.h"
 
-#include <QLoggingCategory>
-
-Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 void SessionController::responseCreated(const QString &responseID, bool requested)
 {
@@ -35,7 +33,7 @@ void SessionController::attachResponse(int index, const QString &responseID)
     pair.answer.clear();   // a partial answer from a connection that was cut
     pair.answerNote.clear();
     m_scheduler.attached(pair.id);
-    m_firstTokenSeen.remove(pair.id);
+    m_turns.firstTokenSeen.remove(pair.id);
     m_cards.changed(index);
 }
 
@@ -83,13 +81,13 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
     }
 
     const QString id = pair.id;
-    if (!m_firstTokenSeen.contains(id)) {
-        m_firstTokenSeen.insert(id);
+    if (!m_turns.firstTokenSeen.contains(id)) {
+        m_turns.firstTokenSeen.insert(id);
         QVariantMap fields{{QStringLiteral("pair"), id},
                            {QStringLiteral("response"), responseID},
                            {QStringLiteral("you_were_speaking"), m_answerClock.isSpeaking()}};
-        const auto heard = m_questionAt.constFind(id);
-        if (heard != m_questionAt.constEnd()) {
+        const auto heard = m_turns.questionAt.constFind(id);
+        if (heard != m_turns.questionAt.constEnd()) {
             fields.insert(QStringLiteral("latency_after_question_s"),
                           CostModel::rounded(Clock::secondsBetween(*heard, m_parts.clock.now()), 3));
         }
@@ -103,6 +101,7 @@ void SessionController::ingestDelta(const QString &responseID, const QString &de
     }
 }
 
+// Text was dropped at the length cap: the card's note and one event.
 void SessionController::noteTruncated(int index)
 {
     QAPair &pair = m_cards.card(index);
@@ -118,18 +117,19 @@ void SessionController::noteTruncated(int index)
 
 void SessionController::dropDelta(const QString &responseID, qsizetype chars, const QString &reason)
 {
-    ++m_drops.deltas;
-    m_drops.chars += chars;
-    if (m_drops.responses.contains(responseID)) {
+    ++m_turns.drops.deltas;
+    m_turns.drops.chars += chars;
+    if (m_turns.drops.responses.contains(responseID)) {
         return;   // one line per response; the totals go into the session's last lines
     }
-    m_drops.responses.insert(responseID);
+    m_turns.drops.responses.insert(responseID);
     qCWarning(lcSession, "[Ketterbloom] dropped answer text for response %s: %s", qPrintable(responseID), qPrintable(reason));
     appendEvent(QStringLiteral("delta_dropped"), {{QStringLiteral("response"), responseID},
                                                   {QStringLiteral("reason"), reason},
                                                   {QStringLiteral("chars"), qint64(chars)}});
 }
 
+// `transient`: the service failed for a passing reason; the question is asked once more.
 void SessionController::responseEnded(const QString &responseID, const QString &status, const QString &reason,
                                       bool transient)
 {
@@ -212,6 +212,7 @@ bool SessionController::askFor(const QString &pairID)
     return true;
 }
 
+// The scheduler's hook: finishes a card nothing answered.
 void SessionController::giveUpOn(const QString &pairID)
 {
     const int card = m_cards.indexOf(pairID);
@@ -275,7 +276,7 @@ void SessionController::closeOpenCards()
         m_cards.changed(i);
     }
     m_scheduler.closeAll();
-    m_questionWaits.clear();
+    m_turns.questionWaits.clear();
     m_cards.removeEmptyComplete();
 }
 

@@ -11,7 +11,7 @@
 
 void SessionController::speechStarted(const QString &itemID)
 {
-    m_speechStartedAt.insert(itemID, m_parts.clock.now());
+    m_turns.speechStartedAt.insert(itemID, m_parts.clock.now());
     appendEvent(QStringLiteral("speech_started"), {{QStringLiteral("item"), itemID}});   // the review's timeline
     setListening(true);
     giveUpWaitingQuestions(itemID);
@@ -21,9 +21,9 @@ void SessionController::speechStopped(const QString &itemID)
 {
     appendEvent(QStringLiteral("speech_stopped"), {{QStringLiteral("item"), itemID}});
     setListening(false);
-    const auto started = m_speechStartedAt.constFind(itemID);
-    if (started != m_speechStartedAt.constEnd()) {
-        m_heardSeconds.insert(itemID, Clock::secondsBetween(*started, m_parts.clock.now()));
+    const auto started = m_turns.speechStartedAt.constFind(itemID);
+    if (started != m_turns.speechStartedAt.constEnd()) {
+        m_turns.heardSeconds.insert(itemID, Clock::secondsBetween(*started, m_parts.clock.now()));
     }
     openTurnCard(itemID);
 }
@@ -120,7 +120,7 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
     pair.questionInProgress = false;
     pair.questionFailed = false;
     pair.questionMissing = false;
-    m_questionWaits.erase(pair.id);
+    m_turns.questionWaits.erase(pair.id);
     pair.lastQuestionAt = m_parts.clock.now();
     m_cards.changed(index);
 
@@ -133,7 +133,7 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
     }
 
     const QString id = pair.id;
-    m_questionAt.insert(id, m_parts.clock.now());
+    m_turns.questionAt.insert(id, m_parts.clock.now());
     appendEvent(QStringLiteral("question"), {{QStringLiteral("text"), text},
                                              {QStringLiteral("pair"), id},
                                              {QStringLiteral("you_were_speaking"), wasSpeaking}});
@@ -147,6 +147,7 @@ void SessionController::ingestTranscript(const QString &itemID, const QString &t
     m_scheduler.askNextIfIdle();
 }
 
+// The turn's transcript came back empty: the card goes unless something is on it.
 void SessionController::questionNotHeard(int index)
 {
     // Noise: the card goes unless something is on it.
@@ -205,10 +206,10 @@ void SessionController::mergeFollowUp(int followUp, int into, const QString &tex
     if (!follow.myAnswer.isEmpty()) {
         QString &mine = m_cards.card(into).myAnswer;
         mine = mine.isEmpty() ? follow.myAnswer : mine + QLatin1Char(' ') + follow.myAnswer;
-        m_committedAnswers.insert(intoID, mine);
+        m_turns.committedAnswers.insert(intoID, mine);
     }
-    if (m_speakingPairID == follow.id) {
-        m_speakingPairID = intoID;
+    if (m_turns.speakingPairID == follow.id) {
+        m_turns.speakingPairID = intoID;
     }
     m_cards.removeAt(followUp);
     extendQuestion(m_cards.indexOf(intoID), text);
@@ -238,8 +239,8 @@ void SessionController::extendQuestion(int index, const QString &text)
     const QString id = pair.id;
     m_cards.changed(index);
 
-    m_questionAt.insert(id, m_parts.clock.now());
-    m_firstTokenSeen.remove(id);
+    m_turns.questionAt.insert(id, m_parts.clock.now());
+    m_turns.firstTokenSeen.remove(id);
     appendEvent(QStringLiteral("question_extended"), {{QStringLiteral("merged"), merged},
                                                       {QStringLiteral("added"), text},
                                                       {QStringLiteral("pair"), id}});

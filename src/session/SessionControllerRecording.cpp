@@ -10,14 +10,12 @@
 #include "session/RecordingPicker.h"
 #include "session/RecordingTranscription.h"
 #include "session/RecordingTranscriptionPrompt.h"
+#include "session/SessionLogging.h"
 #include "settings/AppSettings.h"
 
 #include <QFileInfo>
-#include <QLoggingCategory>
 
 #include <cmath>
-
-Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 namespace {
 
@@ -51,11 +49,15 @@ RecordingTranscriptionPrompt::Question serviceQuestion(const QString &name, cons
 
 } // namespace
 
+// Stops a running transcription of a recording (the banner's action while it runs).
 void SessionController::cancelRecordingTranscription()
 {
     m_parts.recordingTranscriber.cancel();
 }
 
+// Lets the user pick a saved recording and transcribes it on the device. With "Transcribe
+// my answers with OpenAI" on, it first asks, once for the picked file, whether the
+// recording goes to the service instead.
 void SessionController::transcribeRecording()
 {
     const std::weak_ptr<bool> alive = m_alive;
@@ -171,6 +173,7 @@ void SessionController::showRecordingProgress(const QString &name, const Recordi
               BannerAction::cancelTranscription);
 }
 
+// `usageNote`: what the service used, or empty.
 void SessionController::recordingTranscriptWritten(const QString &transcriptPath, const QString &usageNote)
 {
     setBannerAction(std::nullopt);

@@ -5,17 +5,14 @@
 
 #include "session/CaptureLink.h"
 #include "session/FileRevealer.h"
-#include "session/IdleInhibitor.h"
 #include "session/RealtimeLink.h"
+#include "session/SessionLogging.h"
 #include "session/TapQueries.h"
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QLoggingCategory>
-
-Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 // ---- Records -------------------------------------------------------------------------
 
@@ -36,7 +33,7 @@ void SessionController::log(const QString &message)
 
 void SessionController::startLog()
 {
-    m_records.open(sessionFolder(), (m_demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_parts.clock.wallNow()));
+    m_records.open(sessionFolder(), (m_state.demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_parts.clock.wallNow()));
     QVariantMap config{{QStringLiteral("model"), m_parts.settings.model()},
                        {QStringLiteral("transcribe_model"), m_parts.settings.transcribeModel()},
                        {QStringLiteral("vad_threshold"), m_parts.settings.vadThreshold()},
@@ -46,7 +43,7 @@ void SessionController::startLog()
                        {QStringLiteral("instructions_chars"),
                         qint64(TextRules::characterCount(m_parts.settings.instructions()))}};
     // Only a sample interview says so: a real session's config line is as it always was.
-    if (m_demo)
+    if (m_state.demo)
         config.insert(QStringLiteral("demo"), true);
     appendEvent(QStringLiteral("config"), config);
 }
@@ -56,21 +53,23 @@ void SessionController::finishLog()
     if (!m_records.isOpen()) {
         return;
     }
-    if (const std::optional<QVariantMap> totals = m_usage.totals(m_sessionElapsed)) {
+    if (const std::optional<QVariantMap> totals = m_usage.totals(m_state.sessionElapsed)) {
         appendEvent(QStringLiteral("session_cost"), *totals);
     }
-    if (m_drops.deltas > 0) {
-        appendEvent(QStringLiteral("deltas_dropped"), {{QStringLiteral("count"), m_drops.deltas},
-                                                       {QStringLiteral("chars"), m_drops.chars}});
+    if (m_turns.drops.deltas > 0) {
+        appendEvent(QStringLiteral("deltas_dropped"), {{QStringLiteral("count"), m_turns.drops.deltas},
+                                                       {QStringLiteral("chars"), m_turns.drops.chars}});
     }
     saveTranscript();
     m_records.close();
     // Only a file that was written completely is offered.
     setLastTranscriptURL(QUrl::fromLocalFile(m_records.completeTranscriptPath()));
-    m_questionAt.clear();
-    m_firstTokenSeen.clear();
+    m_turns.questionAt.clear();
+    m_turns.firstTokenSeen.clear();
 }
 
+// The banner and links at Stop: complete files are linked and called saved, the others
+// named with their reason.
 void SessionController::showStopSummary(const std::optional<QString> &keptBanner)
 {
     using File = RecordFaults::File;
@@ -79,16 +78,16 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
         setLastRecordingURL(QUrl());   // an incomplete recording is not offered
     }
     QList<BannerLink> links;
-    if (!m_lastTranscriptURL.isEmpty()) {
-        links << makeLink(QStringLiteral("Transcript"), m_lastTranscriptURL);
+    if (!m_state.lastTranscriptURL.isEmpty()) {
+        links << makeLink(QStringLiteral("Transcript"), m_state.lastTranscriptURL);
         if (const QUrl review = m_reviewWriter ? m_reviewWriter(m_records.eventsPath())
                                                : QUrl();
             !review.isEmpty()) {
             links << makeLink(QStringLiteral("Review"), review);
         }
     }
-    if (!m_lastRecordingURL.isEmpty()) {
-        links << makeLink(QStringLiteral("Recording"), m_lastRecordingURL);
+    if (!m_state.lastRecordingURL.isEmpty()) {
+        links << makeLink(QStringLiteral("Recording"), m_state.lastRecordingURL);
     }
     if (!links.isEmpty()) {
         const QString folder = QFileInfo(links.first().url.toLocalFile()).absolutePath();
@@ -97,8 +96,8 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
 
     QString saved;
     if (!links.isEmpty()) {
-        const bool hasTranscript = !m_lastTranscriptURL.isEmpty();
-        const bool hasRecording = !m_lastRecordingURL.isEmpty();
+        const bool hasTranscript = !m_state.lastTranscriptURL.isEmpty();
+        const bool hasRecording = !m_state.lastRecordingURL.isEmpty();
         saved = hasTranscript && hasRecording ? QStringLiteral("Session saved — transcript and recording")
             : hasRecording                    ? QStringLiteral("Recording saved")
                                               : QStringLiteral("Transcript saved");
@@ -125,20 +124,21 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
     }
 }
 
+// "$0.27 this session · $0.0093/min · 15210 tokens"; none without tokens or time.
 std::optional<QString> SessionController::costSummary() const
 {
-    return m_usage.summary(m_sessionElapsed);
+    return m_usage.summary(m_state.sessionElapsed);
 }
 
 void SessionController::recordUsage(const QVariantMap &usage)
 {
-    appendEvent(QStringLiteral("usage"), m_usage.addResponse(usage, m_sessionElapsed));
+    appendEvent(QStringLiteral("usage"), m_usage.addResponse(usage, m_state.sessionElapsed));
 }
 
 void SessionController::recordTranscriptionUsage(const QString &itemID, const QVariantMap &usage)
 {
     const QString model = m_usage.transcribeModel().isEmpty() ? m_parts.settings.transcribeModel() : m_usage.transcribeModel();
-    QVariantMap fields = m_usage.addMeetingTranscription(usage, model, m_heardSeconds.value(itemID));
+    QVariantMap fields = m_usage.addMeetingTranscription(usage, model, m_turns.heardSeconds.value(itemID));
     int index = m_cards.cardForItem(itemID);
     fields.insert(QStringLiteral("pair"), index >= 0 ? m_cards.at(index).id : QString());
     appendEvent(QStringLiteral("transcription_usage"), fields);
@@ -157,86 +157,17 @@ void SessionController::transcribeModelFellBack(const QString &refused, const QS
                   + model + QStringLiteral(" is used instead (and priced as such)."));
 }
 
+// "[HH:mm:ss] Q: …\nA: …" blocks joined by a blank line.
 QString SessionController::transcriptForExport() const
 {
     return m_cards.exportText();
-}
-
-// ---- Session clock -------------------------------------------------------------------
-
-void SessionController::startSessionClock()
-{
-    m_parts.idleInhibitor.inhibit(QStringLiteral("Live meeting transcription"));
-    m_sessionClock.idleInhibited = true;
-    m_sessionClock.start = m_parts.clock.now();
-    setSessionElapsed(0);
-    m_sessionClock.timer = m_parts.clock.schedule(1.0, true, [this] {
-        if (m_sessionClock.start) {
-            setSessionElapsed(Clock::secondsBetween(*m_sessionClock.start, m_parts.clock.now()));
-        }
-    });
-}
-
-void SessionController::stopSessionClock()
-{
-    m_sessionClock.timer.reset();
-    m_sessionClock.start.reset();
-    if (m_sessionClock.idleInhibited) {
-        m_parts.idleInhibitor.release();
-        m_sessionClock.idleInhibited = false;
-    }
-}
-
-// ---- Narrowing to one application ----------------------------------------------------
-
-void SessionController::startAppTapPollIfNeeded()
-{
-    m_narrowing.poll.reset();
-    if (!m_narrowing.pendingApp) {
-        return;
-    }
-    m_narrowing.polledApp = *m_narrowing.pendingApp;
-    m_narrowing.armedAt = m_parts.clock.now();
-    m_narrowing.poll = m_parts.clock.schedule(3.0, true, [this] { appTapPollTick(); });
-}
-
-void SessionController::appTapPollTick()
-{
-    if (!m_isSessionActive || !m_narrowing.pendingApp || *m_narrowing.pendingApp != m_narrowing.polledApp) {
-        return;
-    }
-    const QString bundleID = m_narrowing.polledApp;
-    const std::optional<AudioProcessInfo> app = m_parts.taps.audioObject(bundleID);
-    if (!app && Clock::secondsBetween(m_narrowing.armedAt, m_parts.clock.now()) <= 120.0) {
-        return;
-    }
-
-    const QString name = appDisplayName(bundleID);
-    m_narrowing.pendingApp.reset();
-    // The timer may be dropped here: the clock allows a timer to end itself from its action.
-    m_narrowing.poll.reset();
-
-    if (!app) {
-        appendEvent(QStringLiteral("tap_narrow_timeout"), {{QStringLiteral("app"), bundleID}});
-        setBannerText(QStringLiteral("Still listening to this whole computer — no audio has been credited to ") + name
-                      + QStringLiteral(". That is normal for apps that play sound through another process, and the "
-                                       "meeting is being captured either way."));
-        return;
-    }
-    appendEvent(QStringLiteral("tap_narrowed"), {{QStringLiteral("app"), bundleID}});
-    const QString appID = app->bundleID.isEmpty() ? bundleID : app->bundleID;
-    if (const std::optional<QString> error = m_parts.audio.retarget(TapTarget::process(appID))) {
-        setBannerText(QStringLiteral("Stayed on this computer's audio — could not switch to ") + name + QStringLiteral(": ") + *error);
-    } else {
-        setBannerText(QStringLiteral("Now listening to ") + name + QStringLiteral(" only."));
-    }
 }
 
 // ---- Other operations ----------------------------------------------------------------
 
 void SessionController::applyInstructionsLive()
 {
-    if (m_isSessionActive) {
+    if (m_state.isSessionActive) {
         const QString instructions = m_parts.settings.instructions();
         m_parts.client.updateInstructions(instructions);
         setBannerText(QStringLiteral("Job context pushed to the live session (")
@@ -246,14 +177,15 @@ void SessionController::applyInstructionsLive()
     }
 }
 
+// Shows the last transcript and recording in the file manager.
 void SessionController::revealRecording()
 {
     QStringList paths;
-    if (!m_lastTranscriptURL.isEmpty()) {
-        paths << m_lastTranscriptURL.toLocalFile();
+    if (!m_state.lastTranscriptURL.isEmpty()) {
+        paths << m_state.lastTranscriptURL.toLocalFile();
     }
-    if (!m_lastRecordingURL.isEmpty()) {
-        paths << m_lastRecordingURL.toLocalFile();
+    if (!m_state.lastRecordingURL.isEmpty()) {
+        paths << m_state.lastRecordingURL.toLocalFile();
     }
     if (!paths.isEmpty()) {
         m_parts.fileRevealer.reveal(paths);

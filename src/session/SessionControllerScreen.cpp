@@ -8,9 +8,12 @@
 
 const QString SessionController::screenQuestionText = QStringLiteral("Screen question");
 
+// Sends a picture of the screen (JPEG) to the running session and opens a "Screen
+// question" card with `thumbnail` for its answer. Without a session, or when the link
+// cannot send pictures, nothing is sent, a banner says so and the result is false.
 bool SessionController::askAboutScreen(const QByteArray &jpeg, const QByteArray &thumbnail)
 {
-    if (!m_isSessionActive) {
+    if (!m_state.isSessionActive) {
         setBannerText(QStringLiteral("Start a session to ask about your screen — nothing was sent."));
         return false;
     }
@@ -23,7 +26,7 @@ bool SessionController::askAboutScreen(const QByteArray &jpeg, const QByteArray 
     m_cards.append(pair);
     // Kept until the card is answered, so a reconnect can ask again; never re-seeded.
     m_scheduler.addPicture(pair.id, jpeg);
-    m_questionAt.insert(pair.id, m_parts.clock.now());
+    m_turns.questionAt.insert(pair.id, m_parts.clock.now());
     appendEvent(QStringLiteral("screen_question"), {{QStringLiteral("pair"), pair.id},
                                                     {QStringLiteral("image_bytes"), qint64(jpeg.size())}});
     // Asked like any other card: at once when no answer is running, else when it finishes.
@@ -33,12 +36,15 @@ bool SessionController::askAboutScreen(const QByteArray &jpeg, const QByteArray 
     return m_cards.indexOf(pairID) >= 0;   // gone: the link refused the picture on the spot
 }
 
+// A screen question that ended before anything was sent (refused, cancelled): one line.
 void SessionController::screenQuestionFailed(const QString &message)
 {
     appendEvent(QStringLiteral("screen_question_not_sent"), {{QStringLiteral("reason"), message}});
     setBannerText(message);
 }
 
+// Sends the picture of the screen-question card `pairID`. A link that refuses pictures
+// removes the card, with a banner, and the result is false.
 bool SessionController::sendScreenQuestion(const QString &pairID)
 {
     if (m_parts.client.askAboutImage(m_scheduler.picture(pairID), RealtimeScreenQuestion::prompt())) {

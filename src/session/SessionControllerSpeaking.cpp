@@ -9,7 +9,7 @@
 
 void SessionController::trackSpeaking(float micLevel)
 {
-    if (!m_isSessionActive) {
+    if (!m_state.isSessionActive) {
         return;
     }
     const AnswerClock::Heard heard = m_answerClock.hear(micLevel);
@@ -49,28 +49,28 @@ void SessionController::beginMyAnswerSegment()
     }
     const int index = int(m_cards.size()) - 1;
     QAPair &pair = m_cards.card(index);
-    m_speakingPairID = pair.id;
+    m_turns.speakingPairID = pair.id;
     pair.myAnswerInProgress = true;
-    m_committedAnswers.insert(pair.id, pair.myAnswer);
+    m_turns.committedAnswers.insert(pair.id, pair.myAnswer);
     m_cards.changed(index);
     m_parts.micTranscriber.begin();
 }
 
 void SessionController::updateMyAnswer(const QString &text, bool final)
 {
-    if (!m_speakingPairID) {
+    if (!m_turns.speakingPairID) {
         return;
     }
-    const int index = m_cards.indexOf(*m_speakingPairID);
+    const int index = m_cards.indexOf(*m_turns.speakingPairID);
     if (index < 0) {
         return;
     }
-    const QString committed = m_committedAnswers.value(*m_speakingPairID);
+    const QString committed = m_turns.committedAnswers.value(*m_turns.speakingPairID);
     const QString combined = committed.isEmpty() ? text : committed + QLatin1Char(' ') + text;
     QAPair &pair = m_cards.card(index);
     pair.myAnswer = combined;
     if (final) {
-        m_committedAnswers.insert(*m_speakingPairID, combined);
+        m_turns.committedAnswers.insert(*m_turns.speakingPairID, combined);
         pair.myAnswerInProgress = m_answerClock.isAnswering();
     }
     m_cards.changed(index);
@@ -86,8 +86,8 @@ void SessionController::interviewerTookOver()
 void SessionController::endSpeaking()
 {
     if (const std::optional<double> seconds = m_answerClock.answerSeconds()) {
-        const QString pairID = m_speakingPairID.value_or(QString());
-        const QString text = m_committedAnswers.value(pairID);
+        const QString pairID = m_turns.speakingPairID.value_or(QString());
+        const QString text = m_turns.committedAnswers.value(pairID);
         appendEvent(QStringLiteral("you_stopped"),
                     {{QStringLiteral("pair"), pairID},
                      {QStringLiteral("seconds"), CostModel::rounded(*seconds, 1)},
@@ -97,8 +97,8 @@ void SessionController::endSpeaking()
     if (m_parts.micTranscriber.isSegmentRunning()) {
         m_parts.micTranscriber.end();
     }
-    if (m_speakingPairID) {
-        const int index = m_cards.indexOf(*m_speakingPairID);
+    if (m_turns.speakingPairID) {
+        const int index = m_cards.indexOf(*m_turns.speakingPairID);
         if (index >= 0 && m_cards.at(index).myAnswerInProgress) {
             m_cards.card(index).myAnswerInProgress = false;
             m_cards.changed(index);

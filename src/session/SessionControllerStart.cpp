@@ -7,15 +7,13 @@
 #include "session/MicTranscription.h"
 #include "session/RealtimeLink.h"
 #include "session/SessionLog.h"
+#include "session/SessionLogging.h"
 #include "session/SessionSnapshot.h"
 #include "session/TapQueries.h"
 #include "settings/AppSettings.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QLoggingCategory>
-
-Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 namespace {
 
@@ -39,22 +37,11 @@ const QString kSystemAudioUnreachable = QStringLiteral(
 
 } // namespace
 
-QString SessionController::appDisplayName(const QString &bundleID) const
-{
-    const QList<AudioProcessInfo> apps = m_parts.taps.selectableApps();
-    for (const AudioProcessInfo &app : apps) {
-        if (app.bundleID == bundleID && !app.name.isEmpty()) {
-            return app.name;
-        }
-    }
-    return bundleID;
-}
-
 // ---- Start ---------------------------------------------------------------------------
 
 void SessionController::start()
 {
-    if (m_isSessionActive || m_isStarting) {
+    if (m_state.isSessionActive || m_state.isStarting) {
         return;
     }
     setBannerText(std::nullopt);
@@ -110,7 +97,7 @@ void SessionController::warnIfContextThin()
 
 void SessionController::continueStartWithMic(bool granted)
 {
-    if (!m_isStarting) {
+    if (!m_state.isStarting) {
         return;
     }
     if (!granted) {
@@ -156,7 +143,7 @@ void SessionController::continueStartWithMic(bool granted)
             break;
         }
         source = SystemTapSource{TapTarget::systemOutput(), micDevice, m_parts.settings.micChannel()};
-        const QString name = appDisplayName(bundleID);
+        const QString name = m_narrowing.appDisplayName(bundleID);
         bool playsThroughHelper = false;
         for (const auto &helper : m_parts.taps.audioHelpers()) {
             playsThroughHelper = playsThroughHelper || helper.first == bundleID;
@@ -168,7 +155,7 @@ void SessionController::continueStartWithMic(bool granted)
         } else {
             setBannerText(QStringLiteral("Started, listening to all of this computer's audio. ") + name
                           + QStringLiteral(" isn't playing anything yet; I'll narrow to it alone as soon as it does."));
-            m_narrowing.pendingApp = bundleID;
+            m_narrowing.narrowLater(bundleID);
         }
         break;
     }
@@ -189,18 +176,15 @@ void SessionController::continueStartWithMic(bool granted)
     closeOpenCards();
     m_usage.begin(m_parts.settings.model(), m_parts.settings.transcribeModel());
     m_scheduler.newSession();
-    m_drops.responses.clear();
-    m_drops.deltas = 0;
-    m_drops.chars = 0;
+    m_turns.drops.responses.clear();
+    m_turns.drops.deltas = 0;
+    m_turns.drops.chars = 0;
     m_cards.forgetItems();
-    m_speechStartedAt.clear();
-    m_heardSeconds.clear();
+    m_turns.speechStartedAt.clear();
+    m_turns.heardSeconds.clear();
     startLog();
 
-    m_startUp.audioStartRequestedAt = m_parts.clock.now();
-    const quint64 generation = ++m_startUp.generation;
-    m_startUp.watchdog8 = m_parts.clock.schedule(8.0, false, [this] { setBannerText(stillStartingBanner); });
-    m_startUp.watchdog25 = m_parts.clock.schedule(25.0, false, [this] {
+    const quint64 generation = m_startUp.begin([this] { setBannerText(stillStartingBanner); }, [this] {
         if (!m_parts.audio.isRunning()) {
             abandonStart(QStringLiteral("Audio capture didn't finish starting. The step-by-step log is in ")
                          + QDir::cleanPath(sessionFolder() + QStringLiteral("/startup.log"))
@@ -212,7 +196,6 @@ void SessionController::continueStartWithMic(bool granted)
     const ::StreamSource streamSource = captureStreamSource(m_parts.settings.streamSource());
     const bool record = m_parts.settings.saveAudio();
     const std::weak_ptr<bool> alive = m_alive;
-    m_startUp.audioStartInFlight = true;
     m_parts.runInBackground([audio, source, streamSource, record, alive, generation, this] {
         const std::optional<QString> error = audio->start(source, streamSource, record);
         // Back to the GUI thread; dropped there if the controller has gone meanwhile.
@@ -227,15 +210,10 @@ void SessionController::continueStartWithMic(bool granted)
     });
 }
 
-void SessionController::cancelWatchdogs()
-{
-    m_startUp.watchdog8.reset();
-    m_startUp.watchdog25.reset();
-}
-
+// Ends a start that did not become a session: banner, client stopped, log closed.
 void SessionController::abandonStart(const QString &banner)
 {
-    cancelWatchdogs();
+    m_startUp.cancelWatchdogs();
     setBannerText(banner);
     m_parts.client.stop();
     setSessionActive(false);
@@ -246,13 +224,10 @@ void SessionController::abandonStart(const QString &banner)
 
 void SessionController::audioStartFinished(quint64 generation, const std::optional<QString> &error)
 {
-    if (generation == m_startUp.generation) {
-        m_startUp.audioStartInFlight = false;
-    }
-    if (generation != m_startUp.generation || !m_isStarting) {
+    if (!m_startUp.audioStartReturned(generation) || !m_state.isStarting) {
         // This start was given up (the watchdog, or Stop): capture that starts this late is
         // stopped again, unless a newer start is under way with the same engine.
-        if (!error && !m_isSessionActive && !m_startUp.audioStartInFlight) {
+        if (!error && !m_state.isSessionActive && !m_startUp.audioStartInFlight()) {
             m_parts.audio.stop();
             log(QStringLiteral("Audio capture started after the start was given up; stopped it"));
         }
@@ -262,11 +237,11 @@ void SessionController::audioStartFinished(quint64 generation, const std::option
         abandonStart(*error);
         return;
     }
-    cancelWatchdogs();
-    if (m_banner == stillStartingBanner) {
+    m_startUp.cancelWatchdogs();
+    if (m_state.banner == stillStartingBanner) {
         setBannerText(std::nullopt);
     }
-    const double seconds = Clock::secondsBetween(m_startUp.audioStartRequestedAt, m_parts.clock.now());
+    const double seconds = m_startUp.elapsed();
     appendEvent(QStringLiteral("audio_started"), {{QStringLiteral("setup_seconds"), CostModel::rounded(seconds, 2)}});
     if (seconds > 8.0) {
         qCInfo(lcSession, "[Ketterbloom] audio setup took %.1fs", seconds);
@@ -274,6 +249,7 @@ void SessionController::audioStartFinished(quint64 generation, const std::option
     finishStarting();
 }
 
+// The job description, the user's background and the panel, for on-device recognition.
 QString SessionController::userDocumentsText() const
 {
     QStringList parts{m_parts.settings.jobDescription(), m_parts.settings.contextText()};
@@ -334,12 +310,12 @@ void SessionController::finishStarting()
     setStarting(false);
     SessionSnapshot::setSessionActive(true);
 
-    startSessionClock();
+    m_sessionClock.start();
     for (const RecordFaults::File file : {RecordFaults::File::events, RecordFaults::File::transcript}) {
         if (m_records.faults().hasFailed(file)) {
             showRecordFault(file);   // found while starting: told now that the session runs
         }
     }
-    startAppTapPollIfNeeded();
+    m_narrowing.startPolling();
 }
 

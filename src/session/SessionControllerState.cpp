@@ -3,6 +3,20 @@
 #include <QUuid>
 
 // Published state: every setter notifies only on a change.
+//
+// The banner: null text when none shows. Links (BannerLink) belong to the text set with
+// them; the one action button (BannerAction) belongs to the text that offered it.
+// copyTranscript: the transcript file could not be written, the button copies the cards'
+// text (transcriptForExport) to the clipboard; installUpdate and restartNow belong to the
+// updater.
+
+// A sample interview against a local stand-in for the service: its records are named
+// "meeting_demo_…", say so in the events log, and cost nothing.
+void SessionController::setDemo(bool demo)
+{
+    m_state.demo = demo;
+    m_usage.setFree(demo);
+}
 
 // ---- Banner --------------------------------------------------------------------------
 
@@ -13,7 +27,7 @@ SessionController::BannerLink SessionController::makeLink(const QString &label, 
 
 void SessionController::setBanner(const QString &text, const QList<BannerLink> &links)
 {
-    m_bannerOwningLinks = text;
+    m_state.bannerOwningLinks = text;
     setBannerText(text);
     setBannerLinks(links);
 }
@@ -21,34 +35,35 @@ void SessionController::setBanner(const QString &text, const QList<BannerLink> &
 void SessionController::setBanner(const QString &text, BannerAction action)
 {
     setBannerLinks({});
-    m_bannerOwningLinks.reset();
+    m_state.bannerOwningLinks.reset();
     setBannerText(text);
     setBannerAction(action);
 }
 
+// Sets or clears the banner text alone (links and action follow the rules above).
 void SessionController::setBannerText(const std::optional<QString> &text)
 {
-    const bool changed = m_banner != text;
-    m_banner = text;
+    const bool changed = m_state.banner != text;
+    m_state.banner = text;
     if (changed) {
         emit bannerChanged();
     }
-    if (m_banner != m_bannerOwningLinks) {
+    if (m_state.banner != m_state.bannerOwningLinks) {
         setBannerLinks({});
     }
     // An action belongs to the text that offered it (setBanner(text, action) sets it after).
-    if (!m_banner || changed) {
+    if (!m_state.banner || changed) {
         setBannerAction(std::nullopt);
     }
     // On the review's timeline; last, since a log that fails here shows a banner of its own.
-    if (changed && m_banner && m_isSessionActive)
-        appendEvent(QStringLiteral("banner"), {{QStringLiteral("text"), *m_banner}});
+    if (changed && m_state.banner && m_state.isSessionActive)
+        appendEvent(QStringLiteral("banner"), {{QStringLiteral("text"), *m_state.banner}});
 }
 
 void SessionController::setBannerLinks(const QList<BannerLink> &links)
 {
-    if (m_bannerLinks != links) {
-        m_bannerLinks = links;
+    if (m_state.bannerLinks != links) {
+        m_state.bannerLinks = links;
         emit bannerLinksChanged();
     }
 }
@@ -63,76 +78,76 @@ void SessionController::setBannerAction(std::optional<BannerAction> action)
 
 void SessionController::setContextPanelRequested(bool requested)
 {
-    if (m_contextPanelRequested != requested) {
-        m_contextPanelRequested = requested;
+    if (m_state.contextPanelRequested != requested) {
+        m_state.contextPanelRequested = requested;
         emit contextPanelRequestedChanged();
     }
 }
 
 void SessionController::setStatus(const RealtimeStatus &status)
 {
-    if (!(m_status == status)) {
-        m_status = status;
+    if (!(m_state.status == status)) {
+        m_state.status = status;
         emit statusChanged();
     }
 }
 
 void SessionController::setSessionActive(bool active)
 {
-    if (m_isSessionActive != active) {
-        m_isSessionActive = active;
+    if (m_state.isSessionActive != active) {
+        m_state.isSessionActive = active;
         emit isSessionActiveChanged();
     }
 }
 
 void SessionController::setStarting(bool starting)
 {
-    if (m_isStarting != starting) {
-        m_isStarting = starting;
+    if (m_state.isStarting != starting) {
+        m_state.isStarting = starting;
         emit isStartingChanged();
     }
 }
 
 void SessionController::setListening(bool listening)
 {
-    if (m_isListening != listening) {
-        m_isListening = listening;
+    if (m_state.isListening != listening) {
+        m_state.isListening = listening;
         emit isListeningChanged();
     }
 }
 
 void SessionController::setLevels(float mic, float meeting)
 {
-    if (m_micLevel != mic) {
-        m_micLevel = mic;
+    if (m_state.micLevel != mic) {
+        m_state.micLevel = mic;
         emit micLevelChanged();
     }
-    if (m_meetingLevel != meeting) {
-        m_meetingLevel = meeting;
+    if (m_state.meetingLevel != meeting) {
+        m_state.meetingLevel = meeting;
         emit meetingLevelChanged();
     }
 }
 
 void SessionController::setLastRecordingURL(const QUrl &url)
 {
-    if (m_lastRecordingURL != url) {
-        m_lastRecordingURL = url;
+    if (m_state.lastRecordingURL != url) {
+        m_state.lastRecordingURL = url;
         emit lastRecordingURLChanged();
     }
 }
 
 void SessionController::setLastTranscriptURL(const QUrl &url)
 {
-    if (m_lastTranscriptURL != url) {
-        m_lastTranscriptURL = url;
+    if (m_state.lastTranscriptURL != url) {
+        m_state.lastTranscriptURL = url;
         emit lastTranscriptURLChanged();
     }
 }
 
 void SessionController::setSessionElapsed(double seconds)
 {
-    if (m_sessionElapsed != seconds) {
-        m_sessionElapsed = seconds;
+    if (m_state.sessionElapsed != seconds) {
+        m_state.sessionElapsed = seconds;
         emit sessionElapsedChanged();
     }
 }

@@ -5,20 +5,29 @@
 
 #include "session/SessionController.h"
 
+namespace {
+
+// How long an answered card waits for its question's transcript.
+constexpr double lateQuestionSeconds = 5.0;
+
+} // namespace
+
+// The card's answer is done but its question is not: wait a little for the transcript.
 void SessionController::awaitLateQuestion(const QString &pairID)
 {
-    m_questionWaits[pairID] = m_parts.clock.schedule(lateQuestionSeconds, false, [this, pairID] {
+    m_turns.questionWaits[pairID] = m_parts.clock.schedule(lateQuestionSeconds, false, [this, pairID] {
         // Erasing the timer ends this closure: what it needs is copied out first.
         SessionController *self = this;
         const QString id = pairID;
-        self->m_questionWaits.erase(id);
+        self->m_turns.questionWaits.erase(id);
         self->questionNeverCame(id);
     });
 }
 
+// Marks the card's question as not transcribed (the transcript may still replace it).
 void SessionController::questionNeverCame(const QString &pairID)
 {
-    m_questionWaits.erase(pairID);
+    m_turns.questionWaits.erase(pairID);
     const int index = m_cards.indexOf(pairID);
     if (index < 0) {
         return;
@@ -34,6 +43,7 @@ void SessionController::questionNeverCame(const QString &pairID)
     saveTranscript();
 }
 
+// Another turn began: earlier answered cards stop waiting for their question.
 void SessionController::giveUpWaitingQuestions(const QString &newItemID)
 {
     QStringList waiting;

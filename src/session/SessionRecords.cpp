@@ -1,11 +1,9 @@
 #include "session/SessionRecords.h"
 
 #include "session/SessionLog.h"
+#include "session/SessionLogging.h"
 
 #include <QDir>
-#include <QLoggingCategory>
-
-Q_DECLARE_LOGGING_CATEGORY(lcSession)
 
 SessionRecords::SessionRecords(const Clock &clock, QObject *parent)
     : QObject(parent)

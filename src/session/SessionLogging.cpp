@@ -1,0 +1,3 @@
+#include "session/SessionLogging.h"
+
+Q_LOGGING_CATEGORY(lcSession, "ketterbloom.session")
