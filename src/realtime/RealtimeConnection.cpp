@@ -68,6 +68,10 @@ void RealtimeConnection::start(const RealtimeConfig &config)
 
 void RealtimeConnection::stop()
 {
+    // The last part-batch of audio is sent rather than dropped: the end of what was heard
+    // (a recording's last words) reaches the service too.
+    if (m_shouldRun && m_isConfigured && !m_pending.isEmpty())
+        send(RealtimeProtocol::audioAppend(std::exchange(m_pending, QByteArray())));
     m_shouldRun = false;
     m_socket.cancelRetry();
     m_pendingImage.reset();

@@ -300,13 +300,14 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(sim->received("session.update").size(), 2, kWait);
         QCOMPARE(sentSizes(), (QList<int>{5000, 10000}));
 
-        // The partial chunk does not survive a stop; the next start begins empty.
+        // Stop sends the partial chunk; the next start begins empty.
         client->stop();
         QTRY_COMPARE_WITH_TIMEOUT(probe.last(), RealtimeStatus::idle(), kWait);
+        QTRY_COMPARE_WITH_TIMEOUT(sentSizes(), (QList<int>{5000, 10000, 4799}), kWait);
         startAndWaitConnected();
         client->append(QByteArray(1, 'a'));
         client->append(QByteArray(4800, 'b'));
-        QTRY_COMPARE_WITH_TIMEOUT(sentSizes().size(), 3, kWait);
+        QTRY_COMPARE_WITH_TIMEOUT(sentSizes().size(), 4, kWait);
         QCOMPARE(sentSizes().last(), 4801);
     }
 };
