@@ -7,12 +7,13 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
+#include "app/AppLogging.h"
+
 #include <QLoggingCategory>
 
 #include <csignal>
 #include <sys/prctl.h>
 
-Q_LOGGING_CATEGORY(lcDemo, "ketterbloom.app.demo")
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "settings/AppSettings.h"
 #include "shortcuts/GlobalShortcuts.h"
 #include "shortcuts/ShortcutSettings.h"
-#include "shortcuts/ShortcutsLog.h"
+#include "shortcuts/ShortcutsLogging.h"
 #include "ui/DesktopSettingsPage.h"
 #include "ui/GeneralSettingsPage.h"
 #include "ui/MainWindow.h"

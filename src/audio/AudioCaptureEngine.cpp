@@ -1,6 +1,6 @@
 #include "audio/AudioCaptureEngine.h"
 
-#include "audio/AudioLog.h"
+#include "audio/AudioLogging.h"
 #include "audio/AudioDeviceManager.h"
 #include "audio/MicInput.h"
 #include "audio/Pcm16Resampler.h"

@@ -5,7 +5,7 @@
 #include "audio/AudioCaptureEngine.h"
 
 #include "audio/AudioDeviceManager.h"
-#include "audio/AudioLog.h"
+#include "audio/AudioLogging.h"
 #include "audio/MicInput.h"
 
 #include <algorithm>

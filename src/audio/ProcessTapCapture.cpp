@@ -1,6 +1,6 @@
 #include "audio/ProcessTapCapture.h"
 
-#include "audio/AudioLog.h"
+#include "audio/AudioLogging.h"
 #include "audio/AudioApplications.h"
 #include "audio/PulseConnection.h"
 #include "audio/PulseQueries.h"

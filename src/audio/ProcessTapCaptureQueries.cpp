@@ -4,7 +4,7 @@
 #include "audio/ProcessTapCapture.h"
 
 #include "audio/AudioApplications.h"
-#include "audio/AudioLog.h"
+#include "audio/AudioLogging.h"
 #include "audio/PulseConnection.h"
 #include "audio/PulseQueries.h"
 

@@ -1,6 +1,6 @@
 #include "audio/RecordingPlayer.h"
 
-#include "audio/AudioLog.h"
+#include "audio/AudioLogging.h"
 
 #include <QElapsedTimer>
 #include <QFile>

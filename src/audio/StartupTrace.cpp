@@ -1,6 +1,6 @@
 #include "audio/StartupTrace.h"
 
-#include "audio/AudioLog.h"
+#include "audio/AudioLogging.h"
 
 #include <QDateTime>
 #include <QDir>

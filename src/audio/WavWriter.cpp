@@ -1,6 +1,6 @@
 #include "audio/WavWriter.h"
 
-#include "audio/AudioLog.h"
+#include "audio/AudioLogging.h"
 
 #include <QtEndian>
 

@@ -9,7 +9,6 @@
 #include <QNetworkRequest>
 #include <QUuid>
 
-Q_LOGGING_CATEGORY(lcRealtime, "ketterbloom.realtime")
 
 namespace {
 

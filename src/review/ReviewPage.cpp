@@ -1,6 +1,6 @@
 #include "review/ReviewPage.h"
 
-#include "review/ReviewLog.h"
+#include "review/ReviewLogging.h"
 #include "review/ReviewTimeline.h"
 
 #include <QDateTime>

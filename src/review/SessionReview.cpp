@@ -2,7 +2,7 @@
 
 #include "review/EventLogReader.h"
 #include "review/RecordingActivity.h"
-#include "review/ReviewLog.h"
+#include "review/ReviewLogging.h"
 #include "review/TranscriptReader.h"
 
 #include <QDir>

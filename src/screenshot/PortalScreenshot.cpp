@@ -1,6 +1,6 @@
 #include "screenshot/PortalScreenshot.h"
 
-#include "screenshot/ScreenshotLog.h"
+#include "screenshot/ScreenshotLogging.h"
 
 #include <QCoreApplication>
 #include <QDBusMessage>

@@ -1,7 +1,7 @@
 #include "screenshot/ScreenshotTaker.h"
 
 #include "screenshot/PortalScreenshot.h"
-#include "screenshot/ScreenshotLog.h"
+#include "screenshot/ScreenshotLogging.h"
 #include "screenshot/X11ScreenGrab.h"
 
 #include <QScreen>

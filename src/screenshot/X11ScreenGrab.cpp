@@ -1,6 +1,6 @@
 #include "screenshot/X11ScreenGrab.h"
 
-#include "screenshot/ScreenshotLog.h"
+#include "screenshot/ScreenshotLogging.h"
 
 #include <QGuiApplication>
 #include <QPixmap>

@@ -1,7 +1,7 @@
 #include "settings/AppSettings.h"
 
 #include "settings/InstructionsBuilder.h"
-#include "settings/SettingsLog.h"
+#include "settings/SettingsLogging.h"
 #include "settings/SettingsValidation.h"
 #include "settings/StoreReader.h"
 

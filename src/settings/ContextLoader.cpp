@@ -1,7 +1,7 @@
 #include "settings/ContextLoader.h"
 
 #include "settings/RtfReader.h"
-#include "settings/SettingsLog.h"
+#include "settings/SettingsLogging.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -1,6 +1,6 @@
 #include "settings/SecretStore.h"
 
-#include "settings/SettingsLog.h"
+#include "settings/SettingsLogging.h"
 
 #include <QDir>
 #include <QFile>

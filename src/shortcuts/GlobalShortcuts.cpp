@@ -3,7 +3,7 @@
 #include "shortcuts/KdeShortcuts.h"
 #include "shortcuts/PortalShortcuts.h"
 #include "shortcuts/ShortcutSettings.h"
-#include "shortcuts/ShortcutsLog.h"
+#include "shortcuts/ShortcutsLogging.h"
 #include "shortcuts/X11KeyGrabs.h"
 
 #include <QTimer>

@@ -1,7 +1,7 @@
 #include "shortcuts/KdeShortcuts.h"
 
 #include "shortcuts/KdeKeySequence.h"
-#include "shortcuts/ShortcutsLog.h"
+#include "shortcuts/ShortcutsLogging.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusObjectPath>

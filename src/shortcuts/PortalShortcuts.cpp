@@ -2,7 +2,7 @@
 
 #include "shortcuts/KeyNames.h"
 #include "shortcuts/PortalShortcut.h"
-#include "shortcuts/ShortcutsLog.h"
+#include "shortcuts/ShortcutsLogging.h"
 
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>

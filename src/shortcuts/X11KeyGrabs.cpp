@@ -1,6 +1,6 @@
 #include "shortcuts/X11KeyGrabs.h"
 
-#include "shortcuts/ShortcutsLog.h"
+#include "shortcuts/ShortcutsLogging.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>

@@ -7,6 +7,8 @@
 #include <QJsonObject>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include "singleinstance/SingleInstanceLogging.h"
+
 #include <QLoggingCategory>
 #include <QStandardPaths>
 #include <QThread>
@@ -14,7 +16,6 @@
 #include <algorithm>
 #include <QTimer>
 
-Q_LOGGING_CATEGORY(lcSingleInstance, "ketterbloom.singleinstance")
 
 namespace {
 constexpr int readTimeoutMs = 2000;

@@ -6,9 +6,10 @@
 #include <QDBusPendingReply>
 #include <QDesktopServices>
 #include <QFileInfo>
+#include "ui/UiLogging.h"
+
 #include <QLoggingCategory>
 
-Q_LOGGING_CATEGORY(lcReveal, "ketterbloom.ui.reveal")
 
 DBusFileRevealer::DBusFileRevealer(QObject *parent, FolderOpener openFolder)
     : QObject(parent)

@@ -5,9 +5,10 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include "ui/UiLogging.h"
+
 #include <QLoggingCategory>
 
-Q_LOGGING_CATEGORY(lcIdle, "ketterbloom.ui.idle")
 
 namespace {
 const QString kService = QStringLiteral("org.freedesktop.ScreenSaver");

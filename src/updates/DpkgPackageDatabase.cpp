@@ -1,6 +1,6 @@
 #include "updates/DpkgPackageDatabase.h"
 
-#include "updates/UpdateLog.h"
+#include "updates/UpdatesLogging.h"
 
 #include <QPointer>
 #include <QProcess>

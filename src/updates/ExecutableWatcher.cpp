@@ -1,6 +1,6 @@
 #include "updates/ExecutableWatcher.h"
 
-#include "updates/UpdateLog.h"
+#include "updates/UpdatesLogging.h"
 
 #include <QFile>
 #include <QFileInfo>

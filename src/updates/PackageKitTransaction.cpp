@@ -1,6 +1,6 @@
 #include "updates/PackageKitTransaction.h"
 
-#include "updates/UpdateLog.h"
+#include "updates/UpdatesLogging.h"
 
 #include <QDBusError>
 #include <QDBusMessage>

@@ -3,7 +3,7 @@
 #include "updates/ExecutableWatcher.h"
 #include "updates/PackageDatabase.h"
 #include "updates/PackageKitClient.h"
-#include "updates/UpdateLog.h"
+#include "updates/UpdatesLogging.h"
 #include "updates/UpdateTexts.h"
 
 #include <QFileInfo>

@@ -1,3 +1,3 @@
-#include "settings/SettingsLog.h"
+#include "settings/SettingsLogging.h"
 
 Q_LOGGING_CATEGORY(lcSettings, "ketterbloom.settings")

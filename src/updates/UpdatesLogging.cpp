@@ -1,3 +1,3 @@
-#include "updates/UpdateLog.h"
+#include "updates/UpdatesLogging.h"
 
 Q_LOGGING_CATEGORY(lcUpdates, "ketterbloom.updates")

@@ -1,3 +1,3 @@
-#include "screenshot/ScreenshotLog.h"
+#include "screenshot/ScreenshotLogging.h"
 
 Q_LOGGING_CATEGORY(lcScreenshot, "ketterbloom.screenshot")

@@ -1,3 +1,3 @@
-#include "shortcuts/ShortcutsLog.h"
+#include "shortcuts/ShortcutsLogging.h"
 
 Q_LOGGING_CATEGORY(lcShortcuts, "ketterbloom.shortcuts")

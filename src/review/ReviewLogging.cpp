@@ -1,3 +1,3 @@
-#include "review/ReviewLog.h"
+#include "review/ReviewLogging.h"
 
 Q_LOGGING_CATEGORY(lcReview, "ketterbloom.review", QtWarningMsg)

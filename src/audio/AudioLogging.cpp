@@ -1,3 +1,3 @@
-#include "audio/AudioLog.h"
+#include "audio/AudioLogging.h"
 
 Q_LOGGING_CATEGORY(lcAudio, "ketterbloom.audio")

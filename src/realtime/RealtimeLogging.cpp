@@ -1,0 +1,3 @@
+#include "realtime/RealtimeLogging.h"
+
+Q_LOGGING_CATEGORY(lcRealtime, "ketterbloom.realtime")

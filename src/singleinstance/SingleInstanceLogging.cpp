@@ -1,0 +1,3 @@
+#include "singleinstance/SingleInstanceLogging.h"
+
+Q_LOGGING_CATEGORY(lcSingleInstance, "ketterbloom.singleinstance")
