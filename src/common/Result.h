@@ -9,7 +9,9 @@
 // The one way a function reports that it could not do its work: a `Result<T>` holds either
 // the value or the error (a sentence for the user unless `E` says otherwise). Built from a
 // value, or from `Result<T, E>::failure(error)`; `Result<void>` holds only the error, if any.
-// Ignoring a Result is a compile warning (and an error in the warnings-as-errors build).
+// Ignoring a Result is a compile warning (and an error in the warnings-as-errors build). It has
+// no conversion to bool on purpose: `if (result.ok())` reads the same whichever way it was
+// written before, where an optional error meant the opposite.
 template<typename T, typename E = QString>
 class [[nodiscard]] Result
 {
@@ -18,7 +20,6 @@ public:
     static Result failure(E error) { return Result(std::in_place_index<1>, std::move(error)); }
 
     bool ok() const { return m_state.index() == 0; }
-    explicit operator bool() const { return ok(); }
 
     // Only when ok().
     const T &value() const & { return std::get<0>(m_state); }
@@ -52,7 +53,6 @@ public:
     }
 
     bool ok() const { return !m_error.has_value(); }
-    explicit operator bool() const { return ok(); }
     // Only when !ok().
     const E &error() const { return *m_error; }
     // The error, if any, for callers that pass it on as an optional sentence.
