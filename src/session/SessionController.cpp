@@ -16,11 +16,9 @@
 #include <QThreadPool>
 
 const QString SessionController::apiKeyMissingBanner = QStringLiteral("Add your OpenAI API key before starting.");
-const QString SessionController::stillStartingBanner = QStringLiteral(
-    "Still setting up audio capture… if this doesn't clear in a few seconds, check that the sound server is running (pactl info).");
 
 SessionController::SessionController(const Components &components, QObject *parent)
-    : QObject(parent)
+    : SessionStatus(parent)
     , m_parts(components)
     , m_records(components.clock)
     , m_answerClock(components.clock)
@@ -29,13 +27,14 @@ SessionController::SessionController(const Components &components, QObject *pare
     , m_captureWatch(components.clock)
     , m_narrowing(components.clock, components.taps, components.audio)
     , m_sessionClock(components.clock, components.idleInhibitor)
+    , m_recordingFlow(m_parts, *this)
 {
     m_scheduler.ask = [this](const QString &pairID) { return askFor(pairID); };
     m_scheduler.giveUp = [this](const QString &pairID) { giveUpOn(pairID); };
     m_scheduler.log = [this](const QString &message) { log(message); };
-    m_captureWatch.shownBanner = [this] { return m_state.banner; };
+    m_captureWatch.shownBanner = [this] { return bannerText(); };
     m_captureWatch.showBanner = [this](const std::optional<QString> &text) { setBannerText(text); };
-    m_narrowing.sessionActive = [this] { return m_state.isSessionActive; };
+    m_narrowing.sessionActive = [this] { return isSessionActive(); };
     m_narrowing.appendEvent = [this](const QString &event, const QVariantMap &fields) { appendEvent(event, fields); };
     m_narrowing.showBanner = [this](const QString &text) { setBannerText(text); };
     m_sessionClock.onElapsed = [this](double seconds) { setSessionElapsed(seconds); };
@@ -50,7 +49,7 @@ SessionController::SessionController(const Components &components, QObject *pare
 
     connect(&m_records, &SessionRecords::fileFailed, this, [this](RecordFaults::File file) {
         // A start still running says it when the session begins; a stop says it in its banner.
-        if (m_state.isSessionActive) {
+        if (isSessionActive()) {
             showRecordFault(file);
         }
     });
@@ -134,6 +133,21 @@ SessionController::SessionController(const Components &components, QObject *pare
     m_parts.micTranscriber.onUsage = guard([](SessionController *self, const QVariantMap &usage) { self->recordAnswerTranscriptionUsage(usage); });
 }
 
+// A sample interview against a local stand-in for the service: its records are named
+// "meeting_demo_…", say so in the events log, and cost nothing.
+void SessionController::setDemo(bool demo)
+{
+    m_demo = demo;
+    m_usage.setFree(demo);
+}
+
+// A new banner goes on the review's timeline while a session runs.
+void SessionController::bannerShown(const QString &text)
+{
+    if (isSessionActive())
+        appendEvent(QStringLiteral("banner"), {{QStringLiteral("text"), text}});
+}
+
 SessionController::~SessionController()
 {
     *m_alive = false;
@@ -155,18 +169,18 @@ void SessionController::stop()
 // `keptBanner` (a failure message) stays as the banner, with the saved files' links after it.
 void SessionController::stopSession(const std::optional<QString> &keptBanner)
 {
-    if (m_state.isStarting && !m_state.isSessionActive) {
+    if (isStarting() && !isSessionActive()) {
         // Stop while audio capture is starting: the start is given up; capture that starts
         // later is stopped when it reports.
         abandonStart(keptBanner.value_or(QStringLiteral("Start cancelled.")));
         return;
     }
-    if (!m_state.isSessionActive && !m_parts.audio.isRunning()) {
+    if (!isSessionActive() && !m_parts.audio.isRunning()) {
         return;
     }
     m_parts.audio.stop();   // the recording is closed (and its last writes checked) when this returns
     if (const std::optional<QString> error = m_parts.audio.recordingError()) {
-        recordFailed(RecordFaults::File::recording, m_parts.audio.recordingPath().value_or(m_state.lastRecordingURL.toLocalFile()), *error);
+        recordFailed(RecordFaults::File::recording, m_parts.audio.recordingPath().value_or(lastRecordingURL().toLocalFile()), *error);
     }
     m_captureWatch.end();
     m_parts.client.stop();

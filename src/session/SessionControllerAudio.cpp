@@ -9,7 +9,7 @@
 
 void SessionController::captureHealthChanged(const CaptureHealth &health)
 {
-    if (!m_state.isSessionActive && !m_parts.audio.isRunning()) {
+    if (!isSessionActive() && !m_parts.audio.isRunning()) {
         return;
     }
     qCInfo(lcSession, "[Ketterbloom] capture: sound server %s, meeting %s, microphone %s",
@@ -19,7 +19,7 @@ void SessionController::captureHealthChanged(const CaptureHealth &health)
                                                  {QStringLiteral("microphone"), health.microphone}});
     // The microphone's meter drops at once; the meeting's meter keeps running from its side.
     if (m_captureWatch.update(health)) {
-        setLevels(0, m_state.meetingLevel);
+        setLevels(0, meetingLevel());
     }
     m_captureWatch.refreshBanner();
 }
@@ -30,7 +30,7 @@ void SessionController::watchMicrophoneSettings()
     // and the session go on); with both sides on one device, the change waits for Start.
     auto switchMic = [this] {
         const AppSettings::MeetingSource source = m_parts.settings.meetingSource();
-        if (!m_state.isSessionActive || source == AppSettings::MeetingSource::audioDevice
+        if (!isSessionActive() || source == AppSettings::MeetingSource::audioDevice
             || source == AppSettings::MeetingSource::recording) {
             return;
         }

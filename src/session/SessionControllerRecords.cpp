@@ -33,7 +33,7 @@ void SessionController::log(const QString &message)
 
 void SessionController::startLog()
 {
-    m_records.open(sessionFolder(), (m_state.demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_parts.clock.wallNow()));
+    m_records.open(sessionFolder(), (m_demo ? QStringLiteral("demo_") : QString()) + TextRules::sessionStamp(m_parts.clock.wallNow()));
     QVariantMap config{{QStringLiteral("model"), m_parts.settings.model()},
                        {QStringLiteral("transcribe_model"), m_parts.settings.transcribeModel()},
                        {QStringLiteral("vad_threshold"), m_parts.settings.vadThreshold()},
@@ -43,7 +43,7 @@ void SessionController::startLog()
                        {QStringLiteral("instructions_chars"),
                         qint64(TextRules::characterCount(m_parts.settings.instructions()))}};
     // Only a sample interview says so: a real session's config line is as it always was.
-    if (m_state.demo)
+    if (m_demo)
         config.insert(QStringLiteral("demo"), true);
     appendEvent(QStringLiteral("config"), config);
 }
@@ -53,7 +53,7 @@ void SessionController::finishLog()
     if (!m_records.isOpen()) {
         return;
     }
-    if (const std::optional<QVariantMap> totals = m_usage.totals(m_state.sessionElapsed)) {
+    if (const std::optional<QVariantMap> totals = m_usage.totals(sessionElapsed())) {
         appendEvent(QStringLiteral("session_cost"), *totals);
     }
     if (m_turns.drops.deltas > 0) {
@@ -78,16 +78,16 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
         setLastRecordingURL(QUrl());   // an incomplete recording is not offered
     }
     QList<BannerLink> links;
-    if (!m_state.lastTranscriptURL.isEmpty()) {
-        links << makeLink(QStringLiteral("Transcript"), m_state.lastTranscriptURL);
+    if (!lastTranscriptURL().isEmpty()) {
+        links << makeLink(QStringLiteral("Transcript"), lastTranscriptURL());
         if (const QUrl review = m_reviewWriter ? m_reviewWriter(m_records.eventsPath())
                                                : QUrl();
             !review.isEmpty()) {
             links << makeLink(QStringLiteral("Review"), review);
         }
     }
-    if (!m_state.lastRecordingURL.isEmpty()) {
-        links << makeLink(QStringLiteral("Recording"), m_state.lastRecordingURL);
+    if (!lastRecordingURL().isEmpty()) {
+        links << makeLink(QStringLiteral("Recording"), lastRecordingURL());
     }
     if (!links.isEmpty()) {
         const QString folder = QFileInfo(links.first().url.toLocalFile()).absolutePath();
@@ -96,8 +96,8 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
 
     QString saved;
     if (!links.isEmpty()) {
-        const bool hasTranscript = !m_state.lastTranscriptURL.isEmpty();
-        const bool hasRecording = !m_state.lastRecordingURL.isEmpty();
+        const bool hasTranscript = !lastTranscriptURL().isEmpty();
+        const bool hasRecording = !lastRecordingURL().isEmpty();
         saved = hasTranscript && hasRecording ? QStringLiteral("Session saved — transcript and recording")
             : hasRecording                    ? QStringLiteral("Recording saved")
                                               : QStringLiteral("Transcript saved");
@@ -127,12 +127,12 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
 // "$0.27 this session · $0.0093/min · 15210 tokens"; none without tokens or time.
 std::optional<QString> SessionController::costSummary() const
 {
-    return m_usage.summary(m_state.sessionElapsed);
+    return m_usage.summary(sessionElapsed());
 }
 
 void SessionController::recordUsage(const QVariantMap &usage)
 {
-    appendEvent(QStringLiteral("usage"), m_usage.addResponse(usage, m_state.sessionElapsed));
+    appendEvent(QStringLiteral("usage"), m_usage.addResponse(usage, sessionElapsed()));
 }
 
 void SessionController::recordTranscriptionUsage(const QString &itemID, const QVariantMap &usage)
@@ -167,7 +167,7 @@ QString SessionController::transcriptForExport() const
 
 void SessionController::applyInstructionsLive()
 {
-    if (m_state.isSessionActive) {
+    if (isSessionActive()) {
         const QString instructions = m_parts.settings.instructions();
         m_parts.client.updateInstructions(instructions);
         setBannerText(QStringLiteral("Job context pushed to the live session (")
@@ -181,11 +181,11 @@ void SessionController::applyInstructionsLive()
 void SessionController::revealRecording()
 {
     QStringList paths;
-    if (!m_state.lastTranscriptURL.isEmpty()) {
-        paths << m_state.lastTranscriptURL.toLocalFile();
+    if (!lastTranscriptURL().isEmpty()) {
+        paths << lastTranscriptURL().toLocalFile();
     }
-    if (!m_state.lastRecordingURL.isEmpty()) {
-        paths << m_state.lastRecordingURL.toLocalFile();
+    if (!lastRecordingURL().isEmpty()) {
+        paths << lastRecordingURL().toLocalFile();
     }
     if (!paths.isEmpty()) {
         m_parts.fileRevealer.reveal(paths);

@@ -6,14 +6,16 @@
 #include "realtime/RealtimeScreenQuestion.h"
 #include "session/RealtimeLink.h"
 
-const QString SessionController::screenQuestionText = QStringLiteral("Screen question");
+namespace {
+const QString screenQuestionText = QStringLiteral("Screen question");
+} // namespace
 
 // Sends a picture of the screen (JPEG) to the running session and opens a "Screen
 // question" card with `thumbnail` for its answer. Without a session, or when the link
 // cannot send pictures, nothing is sent, a banner says so and the result is false.
 bool SessionController::askAboutScreen(const QByteArray &jpeg, const QByteArray &thumbnail)
 {
-    if (!m_state.isSessionActive) {
+    if (!isSessionActive()) {
         setBannerText(QStringLiteral("Start a session to ask about your screen — nothing was sent."));
         return false;
     }

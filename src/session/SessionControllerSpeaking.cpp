@@ -9,7 +9,7 @@
 
 void SessionController::trackSpeaking(float micLevel)
 {
-    if (!m_state.isSessionActive) {
+    if (!isSessionActive()) {
         return;
     }
     const AnswerClock::Heard heard = m_answerClock.hear(micLevel);

@@ -17,6 +17,9 @@
 
 namespace {
 
+const QString stillStartingBanner = QStringLiteral(
+    "Still setting up audio capture… if this doesn't clear in a few seconds, check that the sound server is running (pactl info).");
+
 const QString kSystemAudioUnreachable = QStringLiteral(
     "Ketterbloom can't reach this computer's sound server to listen to the meeting. Make sure PulseAudio or "
     "PipeWire is running (pactl info should answer), then press Start again. Until then, switch \"Meeting audio\" "
@@ -41,7 +44,7 @@ const QString kSystemAudioUnreachable = QStringLiteral(
 
 void SessionController::start()
 {
-    if (m_state.isSessionActive || m_state.isStarting) {
+    if (isSessionActive() || isStarting()) {
         return;
     }
     setBannerText(std::nullopt);
@@ -97,7 +100,7 @@ void SessionController::warnIfContextThin()
 
 void SessionController::continueStartWithMic(bool granted)
 {
-    if (!m_state.isStarting) {
+    if (!isStarting()) {
         return;
     }
     if (!granted) {
@@ -224,10 +227,10 @@ void SessionController::abandonStart(const QString &banner)
 
 void SessionController::audioStartFinished(quint64 generation, const std::optional<QString> &error)
 {
-    if (!m_startUp.audioStartReturned(generation) || !m_state.isStarting) {
+    if (!m_startUp.audioStartReturned(generation) || !isStarting()) {
         // This start was given up (the watchdog, or Stop): capture that starts this late is
         // stopped again, unless a newer start is under way with the same engine.
-        if (!error && !m_state.isSessionActive && !m_startUp.audioStartInFlight()) {
+        if (!error && !isSessionActive() && !m_startUp.audioStartInFlight()) {
             m_parts.audio.stop();
             log(QStringLiteral("Audio capture started after the start was given up; stopped it"));
         }
@@ -238,7 +241,7 @@ void SessionController::audioStartFinished(quint64 generation, const std::option
         return;
     }
     m_startUp.cancelWatchdogs();
-    if (m_state.banner == stillStartingBanner) {
+    if (bannerText() == stillStartingBanner) {
         setBannerText(std::nullopt);
     }
     const double seconds = m_startUp.elapsed();

@@ -439,7 +439,7 @@ private slots:
                  qPrintable(c.banner()));
         // Priced with the model in use: a minute at gpt-transcribe's price.
         rig.client.transcribedSeconds(QStringLiteral("i1"), 60);
-        QCOMPARE(c.sessionCost(), 0.0045);
+        QCOMPARE(c.usage().cost(), 0.0045);
         c.stop();
         QVERIFY(eventsText().contains(QStringLiteral(R"({"event":"transcribe_model_fallback","model":"gpt-transcribe","refused":"gpt-live-transcribe")")));
     }

@@ -168,7 +168,7 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
 
         QCOMPARE(c.banner(), QStringLiteral("Transcript saved · $0.03 this session · $0.09/min · 1410 tokens"));
         // The usage stays with its session until the next one starts.
-        QCOMPARE(c.sessionUsage().total(), qint64(1410));
+        QCOMPARE(c.usage().usage().total(), qint64(1410));
         QCOMPARE(c.transcriptForExport(),
                  QStringLiteral("[14:05:10] Q: Tell me about a project you led. And what about the budget?\nA: Budget was fine.\n\n"
                                 "[14:05:29] Q: Thanks.\nA: "));

@@ -1,8 +1,4 @@
-// Transcribing a saved recording: on the device, or, for a recording the user sends there
-// (asked once per recording, and only while they have opted in to the service), with the
-// service's transcription endpoint. Progress and Cancel stay in the banner.
-
-#include "session/SessionController.h"
+#include "session/RecordingTranscriptionFlow.h"
 
 #include "session/CostModel.h"
 #include "session/FileRevealer.h"
@@ -11,6 +7,7 @@
 #include "session/RecordingTranscription.h"
 #include "session/RecordingTranscriptionPrompt.h"
 #include "session/SessionLogging.h"
+#include "session/SessionStatus.h"
 #include "settings/AppSettings.h"
 
 #include <QFileInfo>
@@ -24,10 +21,10 @@ QString lengthText(double seconds)
 {
     if (seconds < 59.5) {
         const auto whole = std::max<qint64>(std::llround(seconds), 1);
-        return whole == 1 ? QStringLiteral("1 second") : QStringLiteral("%1 seconds").arg(whole);
+        return whole == 1 ? RecordingTranscriptionFlow::tr("1 second") : RecordingTranscriptionFlow::tr("%1 seconds").arg(whole);
     }
     const auto minutes = std::llround(seconds / 60.0);
-    return minutes == 1 ? QStringLiteral("1 minute") : QStringLiteral("%1 minutes").arg(minutes);
+    return minutes == 1 ? RecordingTranscriptionFlow::tr("1 minute") : RecordingTranscriptionFlow::tr("%1 minutes").arg(minutes);
 }
 
 RecordingTranscriptionPrompt::Question serviceQuestion(const QString &name, const QString &model,
@@ -35,13 +32,13 @@ RecordingTranscriptionPrompt::Question serviceQuestion(const QString &name, cons
 {
     QString cost;
     if (seconds) {
-        cost = QStringLiteral(" For this recording (%1) that costs about %2.")
+        cost = RecordingTranscriptionFlow::tr(" For this recording (%1) that costs about %2.")
                    .arg(lengthText(*seconds), CostModel::money(CostModel::estimatedTranscriptionCost(model, *seconds)));
     } else {
-        cost = QStringLiteral(" The cost depends on the recording's length.");
+        cost = RecordingTranscriptionFlow::tr(" The cost depends on the recording's length.");
     }
-    return {QStringLiteral("Transcribe ") + name,
-            QStringLiteral("With OpenAI, the recording's audio — both sides of the conversation — is sent to the "
+    return {RecordingTranscriptionFlow::tr("Transcribe %1").arg(name),
+            RecordingTranscriptionFlow::tr("With OpenAI, the recording's audio — both sides of the conversation — is sent to the "
                            "service and transcribed with %1 (more accurate).%2\n\n"
                            "On this computer, nothing leaves your machine.")
                 .arg(model, cost)};
@@ -49,16 +46,25 @@ RecordingTranscriptionPrompt::Question serviceQuestion(const QString &name, cons
 
 } // namespace
 
-// Stops a running transcription of a recording (the banner's action while it runs).
-void SessionController::cancelRecordingTranscription()
+RecordingTranscriptionFlow::RecordingTranscriptionFlow(const SessionComponents &parts, SessionStatus &banner)
+    : m_parts(parts)
+    , m_banner(banner)
+{
+}
+
+RecordingTranscriptionFlow::~RecordingTranscriptionFlow()
+{
+    *m_alive = false;
+}
+
+void RecordingTranscriptionFlow::cancel()
 {
     m_parts.recordingTranscriber.cancel();
 }
 
-// Lets the user pick a saved recording and transcribes it on the device. With "Transcribe
-// my answers with OpenAI" on, it first asks, once for the picked file, whether the
-// recording goes to the service instead.
-void SessionController::transcribeRecording()
+// With "Transcribe my answers with OpenAI" on, it first asks, once for the picked file,
+// whether the recording goes to the service instead.
+void RecordingTranscriptionFlow::pickAndTranscribe()
 {
     const std::weak_ptr<bool> alive = m_alive;
     m_parts.recordingPicker.pickRecording([alive, this](const std::optional<QString> &picked) {
@@ -68,7 +74,7 @@ void SessionController::transcribeRecording()
         const QString path = *picked;
         // The service only for someone who opted in to it, and only when they say so for this file.
         if (!m_parts.settings.transcribeAnswersWithService() || !m_parts.recordingPrompt) {
-            transcribeRecordingOnDevice(path);
+            onDevice(path);
             return;
         }
         const RecordingTranscriptionPrompt::Question question = serviceQuestion(
@@ -79,10 +85,10 @@ void SessionController::transcribeRecording()
             }
             switch (answer) {
             case RecordingTranscriptionPrompt::Answer::withService:
-                transcribeRecordingWithService(path);
+                withService(path);
                 break;
             case RecordingTranscriptionPrompt::Answer::onThisComputer:
-                transcribeRecordingOnDevice(path);
+                onDevice(path);
                 break;
             case RecordingTranscriptionPrompt::Answer::cancel:
                 break;
@@ -91,7 +97,7 @@ void SessionController::transcribeRecording()
     });
 }
 
-void SessionController::transcribeRecordingOnDevice(const QString &path)
+void RecordingTranscriptionFlow::onDevice(const QString &path)
 {
     const std::weak_ptr<bool> alive = m_alive;
     m_parts.micTranscriber.requestAuthorization([alive, this, path](const SpeechAvailability &availability) {
@@ -99,17 +105,17 @@ void SessionController::transcribeRecordingOnDevice(const QString &path)
             return;
         }
         if (availability.kind != SpeechAvailability::Kind::ready) {
-            setBannerText(QStringLiteral("On-device speech recognition is not available, so the recording can't be transcribed here."));
+            m_banner.setBannerText(tr("On-device speech recognition is not available, so the recording can't be transcribed here."));
             return;
         }
         const QString name = QFileInfo(path).fileName();
-        setBanner(QStringLiteral("Transcribing ") + name + QStringLiteral("… this runs locally and takes a while."),
-                  BannerAction::cancelTranscription);
+        m_banner.setBanner(tr("Transcribing %1… this runs locally and takes a while.").arg(name),
+                           SessionStatus::BannerAction::cancelTranscription);
         m_parts.recordingTranscriber.transcribe(
             path,
             [alive, this, name](const RecordingProgress &progress) {
                 if (alive.lock()) {
-                    showRecordingProgress(name, progress);
+                    showProgress(name, progress);
                 }
             },
             [alive, this](const RecordingTranscription::Result &result) {
@@ -117,35 +123,34 @@ void SessionController::transcribeRecordingOnDevice(const QString &path)
                     return;
                 }
                 if (const auto *written = std::get_if<RecordingTranscription::Written>(&result)) {
-                    recordingTranscriptWritten(written->transcriptPath, {});
+                    finished(written->transcriptPath, {});
                 } else {
-                    setBannerAction(std::nullopt);
-                    setBannerText(QStringLiteral("Transcription failed: ") + std::get<RecordingTranscription::Failed>(result).message);
+                    failed(std::get<RecordingTranscription::Failed>(result).message);
                 }
             });
     });
 }
 
-void SessionController::transcribeRecordingWithService(const QString &path)
+void RecordingTranscriptionFlow::withService(const QString &path)
 {
     RecordingTranscription::ServiceOptions options;
     options.apiKey = m_parts.settings.apiKey().trimmed();
     options.model = m_parts.settings.transcribeModel();
     options.language = m_parts.settings.transcriptionLanguage();
     if (options.apiKey.isEmpty()) {
-        setBanner(QStringLiteral("Add your OpenAI API key to transcribe recordings with OpenAI."), BannerAction::openAccountSettings);
+        m_banner.setBanner(tr("Add your OpenAI API key to transcribe recordings with OpenAI."), SessionStatus::BannerAction::openAccountSettings);
         return;
     }
     const QString name = QFileInfo(path).fileName();
     qCInfo(lcSession, "[Ketterbloom] transcribing %s with the service (%s)", qUtf8Printable(name),
            qUtf8Printable(options.model));
-    setBanner(QStringLiteral("Transcribing ") + name + QStringLiteral(" with OpenAI…"), BannerAction::cancelTranscription);
+    m_banner.setBanner(tr("Transcribing %1 with OpenAI…").arg(name), SessionStatus::BannerAction::cancelTranscription);
     const std::weak_ptr<bool> alive = m_alive;
     m_parts.recordingTranscriber.transcribeWithService(
         path, options,
         [alive, this, name](const RecordingProgress &progress) {
             if (alive.lock()) {
-                showRecordingProgress(name, progress);
+                showProgress(name, progress);
             }
         },
         [alive, this, model = options.model](const RecordingTranscription::Result &result) {
@@ -154,33 +159,35 @@ void SessionController::transcribeRecordingWithService(const QString &path)
             }
             if (const auto *written = std::get_if<RecordingTranscription::Written>(&result)) {
                 const std::optional<QString> used = CostModel::transcriptionSummary(written->usage, model, written->secondsSent);
-                recordingTranscriptWritten(written->transcriptPath, used ? QStringLiteral("OpenAI: ") + *used : QString());
+                finished(written->transcriptPath, used ? tr("OpenAI: %1").arg(*used) : QString());
             } else {
-                setBannerAction(std::nullopt);
-                setBannerText(QStringLiteral("Transcription failed: ") + std::get<RecordingTranscription::Failed>(result).message);
+                failed(std::get<RecordingTranscription::Failed>(result).message);
             }
         });
 }
 
-void SessionController::showRecordingProgress(const QString &name, const RecordingProgress &progress)
+void RecordingTranscriptionFlow::showProgress(const QString &name, const RecordingProgress &progress)
 {
     const auto percent = static_cast<qint64>(progress.secondsDone / std::max(progress.secondsTotal, 1.0) * 100.0);
     // The Cancel button stays with every progress line.
-    setBanner(QStringLiteral("Transcribing ") + name + QStringLiteral(" — ") + QString::number(percent)
-                  + QStringLiteral("% (") + QString::number(static_cast<qint64>(progress.secondsDone))
-                  + QStringLiteral("s of ") + QString::number(static_cast<qint64>(progress.secondsTotal))
-                  + QStringLiteral("s)"),
-              BannerAction::cancelTranscription);
+    m_banner.setBanner(tr("Transcribing %1 — %2% (%3s of %4s)")
+                           .arg(name)
+                           .arg(percent)
+                           .arg(static_cast<qint64>(progress.secondsDone))
+                           .arg(static_cast<qint64>(progress.secondsTotal)),
+                       SessionStatus::BannerAction::cancelTranscription);
 }
 
-// `usageNote`: what the service used, or empty.
-void SessionController::recordingTranscriptWritten(const QString &transcriptPath, const QString &usageNote)
+void RecordingTranscriptionFlow::finished(const QString &transcriptPath, const QString &usageNote)
 {
-    setBannerAction(std::nullopt);
-    QString text = QStringLiteral("Transcript written: ") + QFileInfo(transcriptPath).fileName();
-    if (!usageNote.isEmpty()) {
-        text += QStringLiteral(" (") + usageNote + QStringLiteral(")");
-    }
-    setBanner(text, {makeLink(QStringLiteral("Transcript"), QUrl::fromLocalFile(transcriptPath))});
+    const QString name = QFileInfo(transcriptPath).fileName();
+    const QString text = usageNote.isEmpty() ? tr("Transcript written: %1").arg(name)
+                                             : tr("Transcript written: %1 (%2)").arg(name, usageNote);
+    m_banner.setBanner(text, {SessionStatus::makeLink(tr("Transcript"), QUrl::fromLocalFile(transcriptPath))});
     m_parts.fileRevealer.reveal({transcriptPath});
+}
+
+void RecordingTranscriptionFlow::failed(const QString &message)
+{
+    m_banner.setBannerText(tr("Transcription failed: %1").arg(message));
 }
