@@ -96,7 +96,7 @@ void HeadlessRunner::printBanner()
     m_lastBanner = banner;
     writeError(banner + QLatin1Char('\n'));
     // There is no Settings window to open here: say where a key goes.
-    if (banner == SessionController::apiKeyMissingBanner)
+    if (banner == SessionController::apiKeyMissingBanner())
         writeError(QStringLiteral("  Put it on one line in %1 (the key file Settings writes), or set %2.\n")
                        .arg(SecretStore().filePath(), QString::fromLatin1(SecretStore::environmentVariable)));
 }

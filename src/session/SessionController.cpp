@@ -15,7 +15,10 @@
 #include <QStandardPaths>
 #include <QThreadPool>
 
-const QString SessionController::apiKeyMissingBanner = QStringLiteral("Add your OpenAI API key before starting.");
+QString SessionController::apiKeyMissingBanner()
+{
+    return tr("Add your OpenAI API key before starting.");
+}
 
 SessionController::SessionController(const Components &components, QObject *parent)
     : SessionStatus(parent)
@@ -172,7 +175,7 @@ void SessionController::stopSession(const std::optional<QString> &keptBanner)
     if (isStarting() && !isSessionActive()) {
         // Stop while audio capture is starting: the start is given up; capture that starts
         // later is stopped when it reports.
-        abandonStart(keptBanner.value_or(QStringLiteral("Start cancelled.")));
+        abandonStart(keptBanner.value_or(tr("Start cancelled.")));
         return;
     }
     if (!isSessionActive() && !m_parts.audio.isRunning()) {

@@ -59,7 +59,7 @@ public:
 
     static QString sessionFolder();
     static constexpr qsizetype maxAnswerLength = 32000;   // UTF-16 code units kept on one card
-    static const QString apiKeyMissingBanner;
+    static QString apiKeyMissingBanner();
 
 signals:
     void startFailed();   // a press of Start ended without a session (the banner says why)

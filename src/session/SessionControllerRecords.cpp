@@ -79,28 +79,28 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
     }
     QList<BannerLink> links;
     if (!lastTranscriptURL().isEmpty()) {
-        links << makeLink(QStringLiteral("Transcript"), lastTranscriptURL());
+        links << makeLink(tr("Transcript"), lastTranscriptURL());
         if (const QUrl review = m_reviewWriter ? m_reviewWriter(m_records.eventsPath())
                                                : QUrl();
             !review.isEmpty()) {
-            links << makeLink(QStringLiteral("Review"), review);
+            links << makeLink(tr("Review"), review);
         }
     }
     if (!lastRecordingURL().isEmpty()) {
-        links << makeLink(QStringLiteral("Recording"), lastRecordingURL());
+        links << makeLink(tr("Recording"), lastRecordingURL());
     }
     if (!links.isEmpty()) {
         const QString folder = QFileInfo(links.first().url.toLocalFile()).absolutePath();
-        links << makeLink(QStringLiteral("Folder"), QUrl::fromLocalFile(folder));
+        links << makeLink(tr("Folder"), QUrl::fromLocalFile(folder));
     }
 
     QString saved;
     if (!links.isEmpty()) {
         const bool hasTranscript = !lastTranscriptURL().isEmpty();
         const bool hasRecording = !lastRecordingURL().isEmpty();
-        saved = hasTranscript && hasRecording ? QStringLiteral("Session saved — transcript and recording")
-            : hasRecording                    ? QStringLiteral("Recording saved")
-                                              : QStringLiteral("Transcript saved");
+        saved = hasTranscript && hasRecording ? tr("Session saved — transcript and recording")
+            : hasRecording                    ? tr("Recording saved")
+                                              : tr("Transcript saved");
         if (const std::optional<QString> cost = costSummary()) {
             saved += QStringLiteral(" · ") + *cost;
         }
@@ -110,7 +110,7 @@ void SessionController::showStopSummary(const std::optional<QString> &keptBanner
         parts << *keptBanner;   // the reason the session ended comes first
     }
     if (faults.any()) {
-        parts << faults.stopText() << QStringLiteral("Copy the cards with Copy Transcript.");
+        parts << faults.stopText() << tr("Copy the cards with Copy Transcript.");
     }
     if (!saved.isEmpty() && (!keptBanner || faults.any())) {
         parts << saved;
@@ -153,8 +153,8 @@ void SessionController::transcribeModelFellBack(const QString &refused, const QS
 {
     m_usage.setTranscribeModel(model);
     appendEvent(QStringLiteral("transcribe_model_fallback"), {{QStringLiteral("refused"), refused}, {QStringLiteral("model"), model}});
-    setBannerText(QStringLiteral("The service doesn't offer ") + refused + QStringLiteral(" for transcribing the meeting, so ")
-                  + model + QStringLiteral(" is used instead (and priced as such)."));
+    setBannerText(tr("The service doesn't offer %1 for transcribing the meeting, so %2 is used instead (and priced as such).")
+                      .arg(refused, model));
 }
 
 // "[HH:mm:ss] Q: …\nA: …" blocks joined by a blank line.
@@ -170,10 +170,9 @@ void SessionController::applyInstructionsLive()
     if (isSessionActive()) {
         const QString instructions = m_parts.settings.instructions();
         m_parts.client.updateInstructions(instructions);
-        setBannerText(QStringLiteral("Job context pushed to the live session (")
-                      + QString::number(TextRules::characterCount(instructions)) + QStringLiteral(" chars)."));
+        setBannerText(tr("Job context pushed to the live session (%1 chars).").arg(TextRules::characterCount(instructions)));
     } else {
-        setBannerText(QStringLiteral("Saved — applies on the next Start."));
+        setBannerText(tr("Saved — applies on the next Start."));
     }
 }
 

@@ -7,7 +7,10 @@
 #include "session/RealtimeLink.h"
 
 namespace {
-const QString screenQuestionText = QStringLiteral("Screen question");
+QString screenQuestionText()
+{
+    return SessionController::tr("Screen question");
+}
 } // namespace
 
 // Sends a picture of the screen (JPEG) to the running session and opens a "Screen
@@ -16,14 +19,14 @@ const QString screenQuestionText = QStringLiteral("Screen question");
 bool SessionController::askAboutScreen(const QByteArray &jpeg, const QByteArray &thumbnail)
 {
     if (!isSessionActive()) {
-        setBannerText(QStringLiteral("Start a session to ask about your screen — nothing was sent."));
+        setBannerText(tr("Start a session to ask about your screen — nothing was sent."));
         return false;
     }
     if (jpeg.isEmpty()) {
-        setBannerText(QStringLiteral("The screenshot could not be prepared — nothing was sent."));
+        setBannerText(tr("The screenshot could not be prepared — nothing was sent."));
         return false;
     }
-    QAPair pair = QAPair::make(screenQuestionText, std::nullopt, m_parts.clock.now(), m_parts.clock.wallNow());
+    QAPair pair = QAPair::make(screenQuestionText(), std::nullopt, m_parts.clock.now(), m_parts.clock.wallNow());
     pair.screenThumbnail = thumbnail;
     m_cards.append(pair);
     // Kept until the card is answered, so a reconnect can ask again; never re-seeded.
@@ -57,6 +60,6 @@ bool SessionController::sendScreenQuestion(const QString &pairID)
     if (index >= 0) {
         m_cards.removeAt(index);
     }
-    setBannerText(QStringLiteral("This connection cannot send pictures — nothing was sent."));
+    setBannerText(tr("This connection cannot send pictures — nothing was sent."));
     return false;
 }

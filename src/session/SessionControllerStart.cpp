@@ -17,13 +17,18 @@
 
 namespace {
 
-const QString stillStartingBanner = QStringLiteral(
-    "Still setting up audio capture… if this doesn't clear in a few seconds, check that the sound server is running (pactl info).");
+QString stillStartingBanner()
+{
+    return SessionController::tr(
+        "Still setting up audio capture… if this doesn't clear in a few seconds, check that the sound server is running (pactl info).");
+}
 
-const QString kSystemAudioUnreachable = QStringLiteral(
-    "Ketterbloom can't reach this computer's sound server to listen to the meeting. Make sure PulseAudio or "
+QString systemAudioUnreachable()
+{
+    return SessionController::tr("Ketterbloom can't reach this computer's sound server to listen to the meeting. Make sure PulseAudio or "
     "PipeWire is running (pactl info should answer), then press Start again. Until then, switch \"Meeting audio\" "
     "to your audio device.");
+}
 
 ::StreamSource captureStreamSource(AppSettings::StreamSource source)
 {
@@ -50,7 +55,7 @@ void SessionController::start()
     setBannerText(std::nullopt);
 
     if (m_parts.settings.apiKey().trimmed().isEmpty()) {
-        setBanner(apiKeyMissingBanner, BannerAction::openAccountSettings);
+        setBanner(apiKeyMissingBanner(), BannerAction::openAccountSettings);
         emit startFailed();
         return;
     }
@@ -84,13 +89,13 @@ void SessionController::warnIfContextThin()
     const bool noContext = m_parts.settings.contextText().trimmed().isEmpty();
     QString text;
     if (noJob && noContext) {
-        text = QStringLiteral("Starting without a job description or your background. Answers will be generic — add the "
+        text = tr("Starting without a job description or your background. Answers will be generic — add the "
                               "posting and your CV and they'll quote your own projects and match what the role asks for.");
     } else if (noJob) {
-        text = QStringLiteral("No job description loaded. Paste the posting and answers will emphasise the experience this "
+        text = tr("No job description loaded. Paste the posting and answers will emphasise the experience this "
                               "particular role is asking for.");
     } else if (noContext) {
-        text = QStringLiteral("No background loaded. Add your CV or a few war stories and answers will cite your actual "
+        text = tr("No background loaded. Add your CV or a few war stories and answers will cite your actual "
                               "work instead of speaking in generalities.");
     } else {
         return;
@@ -114,7 +119,7 @@ void SessionController::continueStartWithMic(bool granted)
     if (meetingSource == AppSettings::MeetingSource::systemOutput || meetingSource == AppSettings::MeetingSource::singleApp) {
         // No permission prompt here: a failed probe gets one more try.
         if (!m_parts.taps.probeTapAccess() && !m_parts.taps.probeTapAccess()) {
-            setBannerText(kSystemAudioUnreachable);
+            setBannerText(systemAudioUnreachable());
             m_parts.client.stop();
             setSessionActive(false);
             setStarting(false);
@@ -133,7 +138,7 @@ void SessionController::continueStartWithMic(bool granted)
     case AppSettings::MeetingSource::singleApp: {
         const QString bundleID = m_parts.settings.tappedBundleID();
         if (bundleID.isEmpty()) {
-            setBannerText(QStringLiteral("Pick which app to listen to in Settings."));
+            setBannerText(tr("Pick which app to listen to in Settings."));
             m_parts.client.stop();
             setSessionActive(false);
             setStarting(false);
@@ -152,12 +157,13 @@ void SessionController::continueStartWithMic(bool granted)
             playsThroughHelper = playsThroughHelper || helper.first == bundleID;
         }
         if (playsThroughHelper) {
-            setBannerText(QStringLiteral("Listening to this computer. ") + name
-                          + QStringLiteral(" plays its call audio through another process, so it can't be listened to "
-                                           "on its own — everything you hear is captured instead."));
+            setBannerText(tr("Listening to this computer. %1 plays its call audio through another process, so it "
+                             "can't be listened to on its own — everything you hear is captured instead.")
+                              .arg(name));
         } else {
-            setBannerText(QStringLiteral("Started, listening to all of this computer's audio. ") + name
-                          + QStringLiteral(" isn't playing anything yet; I'll narrow to it alone as soon as it does."));
+            setBannerText(tr("Started, listening to all of this computer's audio. %1 isn't playing anything yet; "
+                             "I'll narrow to it alone as soon as it does.")
+                              .arg(name));
             m_narrowing.narrowLater(bundleID);
         }
         break;
@@ -187,11 +193,11 @@ void SessionController::continueStartWithMic(bool granted)
     m_turns.heardSeconds.clear();
     startLog();
 
-    const quint64 generation = m_startUp.begin([this] { setBannerText(stillStartingBanner); }, [this] {
+    const quint64 generation = m_startUp.begin([this] { setBannerText(stillStartingBanner()); }, [this] {
         if (!m_parts.audio.isRunning()) {
-            abandonStart(QStringLiteral("Audio capture didn't finish starting. The step-by-step log is in ")
-                         + QDir::cleanPath(sessionFolder() + QStringLiteral("/startup.log"))
-                         + QStringLiteral(" — send that and it will say exactly where it stopped."));
+            abandonStart(tr("Audio capture didn't finish starting. The step-by-step log is in %1 — send that and it "
+                            "will say exactly where it stopped.")
+                             .arg(QDir::cleanPath(sessionFolder() + QStringLiteral("/startup.log"))));
         }
     });
 
@@ -241,7 +247,7 @@ void SessionController::audioStartFinished(quint64 generation, const std::option
         return;
     }
     m_startUp.cancelWatchdogs();
-    if (bannerText() == stillStartingBanner) {
+    if (bannerText() == stillStartingBanner()) {
         setBannerText(std::nullopt);
     }
     const double seconds = m_startUp.elapsed();
@@ -279,7 +285,7 @@ void SessionController::finishStarting()
                 break;
             case SpeechAvailability::Kind::denied:
                 m_parts.settings.setTranscribeMyAnswers(false);
-                setBannerText(QStringLiteral("Speech recognition permission was denied, so your answers won't be transcribed."));
+                setBannerText(tr("Speech recognition permission was denied, so your answers won't be transcribed."));
                 break;
             case SpeechAvailability::Kind::unsupported:
                 m_parts.settings.setTranscribeMyAnswers(false);
@@ -291,7 +297,7 @@ void SessionController::finishStarting()
 
     if (m_parts.settings.meetingSource() == AppSettings::MeetingSource::audioDevice
         && m_parts.settings.streamSource() == AppSettings::StreamSource::meetingOnly && m_parts.settings.meetingChannel() < 0) {
-        setBannerText(QStringLiteral("No meeting channel is mapped, so your mic is being streamed instead. Set a meeting channel in Settings."));
+        setBannerText(tr("No meeting channel is mapped, so your mic is being streamed instead. Set a meeting channel in Settings."));
     }
 
     pushHistory();
