@@ -11,4 +11,9 @@ void write(std::FILE *stream, const QString &text)
     std::fflush(stream);
 }
 
+void writeError(std::FILE *stream, const QString &message)
+{
+    write(stream, QStringLiteral("ketterbloom: %1\n").arg(message));
+}
+
 } // namespace ConsoleText

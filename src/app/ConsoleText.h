@@ -9,5 +9,7 @@
 namespace ConsoleText {
 
 void write(std::FILE *stream, const QString &text);
+// "ketterbloom: <message>" on a line of its own: the program's complaint, named as commands do.
+void writeError(std::FILE *stream, const QString &message);
 
 } // namespace ConsoleText

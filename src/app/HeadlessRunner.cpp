@@ -49,17 +49,16 @@ void HeadlessRunner::requestStop()
 
 QString HeadlessRunner::cardBlock(const QAPair &pair, bool withMyAnswer)
 {
+    // The transcript file's format (its headings and labels are not translated).
     const QString dash = QStringLiteral("—");
-    QString block = QStringLiteral("### ") + pair.timestamp;
-    if (pair.wasExtended)
-        block += QStringLiteral(" (question extended)");
     const QString question = pair.recordedQuestion();
-    block += QStringLiteral("\n**Interviewer:** ") + (question.isEmpty() ? dash : question);
-    block += QStringLiteral("\n\n**Copilot:** ") + (pair.answer.isEmpty() ? dash : pair.answer);
-    if (!pair.answerNote.isEmpty())
-        block += QStringLiteral(" _(") + pair.answerNote + QStringLiteral(")_");
+    const QString answer = pair.answer.isEmpty() ? dash : pair.answer;
+    QString block = (pair.wasExtended ? QStringLiteral("### %1 (question extended)") : QStringLiteral("### %1")).arg(pair.timestamp);
+    block += QStringLiteral("\n**Interviewer:** %1").arg(question.isEmpty() ? dash : question);
+    block += pair.answerNote.isEmpty() ? QStringLiteral("\n\n**Copilot:** %1").arg(answer)
+                                       : QStringLiteral("\n\n**Copilot:** %1 _(%2)_").arg(answer, pair.answerNote);
     if (withMyAnswer && !pair.myAnswer.isEmpty())
-        block += QStringLiteral("\n\n**You:** ") + pair.myAnswer;
+        block += QStringLiteral("\n\n**You:** %1").arg(pair.myAnswer);
     block += QStringLiteral("\n\n");
     return block;
 }
@@ -97,7 +96,7 @@ void HeadlessRunner::printBanner()
     writeError(banner + QLatin1Char('\n'));
     // There is no Settings window to open here: say where a key goes.
     if (banner == SessionController::apiKeyMissingBanner())
-        writeError(QStringLiteral("  Put it on one line in %1 (the key file Settings writes), or set %2.\n")
+        writeError(tr("  Put it on one line in %1 (the key file Settings writes), or set %2.\n")
                        .arg(SecretStore().filePath(), QString::fromLatin1(SecretStore::environmentVariable)));
 }
 
@@ -105,7 +104,7 @@ void HeadlessRunner::printLinks()
 {
     QString text;
     for (const SessionController::BannerLink &link : m_controller.bannerLinks())
-        text += QStringLiteral("  ") + link.label + QStringLiteral(": ") + link.url.toLocalFile() + QLatin1Char('\n');
+        text += QStringLiteral("  %1: %2\n").arg(link.label, link.url.toLocalFile());
     writeError(text);
 }
 

@@ -34,12 +34,13 @@ struct PlatformChoice
     // platform plugin is not installed: the window stays on XWayland, and the program says so.
     bool waylandPluginMissing = false;
 
+    // Said before Qt starts; QCoreApplication::translate("PlatformChoice", …) them where shown.
     static constexpr const char *noDisplayMessage =
-        "No display: start Ketterbloom from your desktop session, or use --headless";
+        QT_TRANSLATE_NOOP("PlatformChoice", "No display: start Ketterbloom from your desktop session, or use --headless");
 
     static constexpr const char *waylandPluginMissingMessage =
-        "A native Wayland window needs Qt's Wayland platform plugin (Debian package qt6-wayland), "
-        "which is not installed; the window stays on XWayland.";
+        QT_TRANSLATE_NOOP("PlatformChoice", "A native Wayland window needs Qt's Wayland platform plugin (Debian package "
+                                            "qt6-wayland), which is not installed; the window stays on XWayland.");
 
     static PlatformChoice choose(const Inputs &inputs);
 

@@ -9,11 +9,11 @@ int ReviewCommand::run(const QString &path, ReviewFigures::Band band, std::FILE 
 {
     const ReviewPage::Written written = ReviewPage::write(path, band);
     if (written.unreadable) {
-        ConsoleText::write(err, QStringLiteral("ketterbloom: ") + written.error + QLatin1Char('\n'));
+        ConsoleText::writeError(err, written.error);
         return 2;
     }
     if (!written.ok()) {
-        ConsoleText::write(err, QStringLiteral("ketterbloom: could not write the review page: ") + written.error + QLatin1Char('\n'));
+        ConsoleText::writeError(err, tr("could not write the review page: %1").arg(written.error));
         return 1;
     }
     ConsoleText::write(out, QFileInfo(written.path).absoluteFilePath() + QLatin1Char('\n'));

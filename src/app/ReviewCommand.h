@@ -2,6 +2,7 @@
 
 #include "review/ReviewFigures.h"
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <cstdio>
@@ -11,6 +12,8 @@
 // 0 written, 2 no such file or not a session's records, 1 the page could not be written.
 class ReviewCommand
 {
+    Q_DECLARE_TR_FUNCTIONS(ReviewCommand)
+
 public:
     static int run(const QString &path, ReviewFigures::Band band, std::FILE *out, std::FILE *err);
 };

@@ -16,7 +16,7 @@ ServiceUtteranceRecogniser::ServiceUtteranceRecogniser(const AudioTranscriptionC
 
 QString ServiceUtteranceRecogniser::description() const
 {
-    return QStringLiteral("Transcribed with OpenAI (%1).").arg(m_model);
+    return tr("Transcribed with OpenAI (%1).").arg(m_model);
 }
 
 void ServiceUtteranceRecogniser::recognise(std::vector<std::int16_t> samples, Completion completion)

@@ -3,11 +3,15 @@
 #include "realtime/AudioTranscriptionClient.h"
 #include "speech/UtteranceRecogniser.h"
 
+#include <QCoreApplication>
+
 // Recognises a recording's utterances with the service's transcription endpoint: each one goes
 // as a small WAV, two at a time, and the service's usage is summed over them. Made and used on
 // the recording transcriber's worker thread, whose event loop delivers the answers.
 class ServiceUtteranceRecogniser final : public UtteranceRecogniser
 {
+    Q_DECLARE_TR_FUNCTIONS(ServiceUtteranceRecogniser)
+
 public:
     static constexpr int kInFlight = 2;
 

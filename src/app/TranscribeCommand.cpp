@@ -16,7 +16,7 @@ QString TranscribeCommand::progressLine(double secondsDone, double secondsTotal,
     const int filled = int(fraction * width);
     QString bar = QStringLiteral("[") + QString(filled, QLatin1Char('#'))
         + QString(width - filled, QChar(0x00B7)) + QStringLiteral("]");
-    return QStringLiteral("%1 %2% (%3s of %4s)")
+    return tr("%1 %2% (%3s of %4s)")
         .arg(bar)
         .arg(int(fraction * 100), 3)
         .arg(qint64(secondsDone))
@@ -28,7 +28,7 @@ int TranscribeCommand::run(const QString &wavPath, std::FILE *out, std::FILE *er
 {
     const QFileInfo info(wavPath);
     if (!info.isFile()) {
-        ConsoleText::write(err, QStringLiteral("ketterbloom: %1: no such file\n").arg(wavPath));
+        ConsoleText::writeError(err, tr("%1: no such file").arg(wavPath));
         return 2;
     }
     const bool terminal = ::isatty(fileno(err)) == 1;
@@ -39,29 +39,31 @@ int TranscribeCommand::run(const QString &wavPath, std::FILE *out, std::FILE *er
     RecordingTranscriber::Result result;
     if (service) {
         const std::optional<double> seconds = RecordingTranscriber::recordingSeconds(info.absoluteFilePath());
-        const QString cost = seconds ? QStringLiteral(", about %1").arg(CostModel::money(
-                                           CostModel::estimatedTranscriptionCost(service->model, *seconds)))
-                                     : QString();
-        ConsoleText::write(err, QStringLiteral("Transcribing %1 with OpenAI (%2%3): its audio, both sides of the "
-                                               "conversation, is sent to the service.\n")
-                                    .arg(info.fileName(), service->model, cost));
+        const QString model = service->model;
+        const QString about = seconds ? CostModel::money(CostModel::estimatedTranscriptionCost(model, *seconds)) : QString();
+        ConsoleText::write(err, (seconds ? tr("Transcribing %1 with OpenAI (%2, about %3): its audio, both sides of "
+                                              "the conversation, is sent to the service.\n")
+                                               .arg(info.fileName(), model, about)
+                                         : tr("Transcribing %1 with OpenAI (%2): its audio, both sides of the "
+                                              "conversation, is sent to the service.\n")
+                                               .arg(info.fileName(), model)));
         ServiceUtteranceRecogniser recogniser(*service);
         const std::atomic<bool> never{false};
         result = RecordingTranscriber::run(info.absoluteFilePath(), recogniser, showProgress, never);
     } else {
-        ConsoleText::write(err, QStringLiteral("Transcribing %1… this runs locally and takes a while.\n").arg(info.fileName()));
+        ConsoleText::write(err, tr("Transcribing %1… this runs locally and takes a while.\n").arg(info.fileName()));
         result = RecordingTranscriber::transcribeFile(info.absoluteFilePath(), showProgress);
     }
     if (terminal)
         ConsoleText::write(err, QStringLiteral("\n"));
     if (const auto *failed = std::get_if<RecordingTranscriber::Failed>(&result)) {
-        ConsoleText::write(err, QStringLiteral("Transcription failed: %1\n").arg(failed->message));
+        ConsoleText::write(err, tr("Transcription failed: %1\n").arg(failed->message));
         return 1;
     }
     const auto &written = std::get<RecordingTranscriber::Written>(result);
     if (service) {
         if (const std::optional<QString> used = CostModel::transcriptionSummary(written.usage, service->model, written.secondsSent))
-            ConsoleText::write(err, QStringLiteral("OpenAI: %1\n").arg(*used));
+            ConsoleText::write(err, tr("OpenAI: %1\n").arg(*used));
     }
     ConsoleText::write(out, written.transcriptPath + QLatin1Char('\n'));
     return 0;

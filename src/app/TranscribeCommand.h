@@ -2,6 +2,7 @@
 
 #include "realtime/AudioTranscriptionClient.h"
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <cstdio>
@@ -13,6 +14,8 @@
 // endpoint instead; the calling thread's event loop runs meanwhile.
 class TranscribeCommand
 {
+    Q_DECLARE_TR_FUNCTIONS(TranscribeCommand)
+
 public:
     static int run(const QString &wavPath, std::FILE *out, std::FILE *err,
                    const std::optional<AudioTranscriptionConfig> &service = std::nullopt);

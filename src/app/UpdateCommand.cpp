@@ -24,7 +24,7 @@ void UpdateCommand::showBanner(const QString &text, std::optional<Action> action
 
 bool UpdateCommand::relaunch(const QString &, QString *error)
 {
-    *error = QStringLiteral("a terminal command does not restart");
+    *error = tr("a terminal command does not restart");
     return false;
 }
 
@@ -35,10 +35,10 @@ int UpdateCommand::run(Mode mode, std::FILE *out, std::FILE *err)
         SingleInstance window(SingleInstance::defaultDirectory(), store->fileName());
         const SingleInstance::Status status = window.status();
         if (status.sessionRunning || !status.error.isEmpty()) {
-            ConsoleText::write(err, status.sessionRunning
-                                        ? QStringLiteral("ketterbloom: not installing while a session is running in "
-                                                         "the open Ketterbloom window. Stop it first.\n")
-                                        : QStringLiteral("ketterbloom: not installing: %1\n").arg(status.error));
+            ConsoleText::writeError(err, status.sessionRunning
+                                             ? tr("not installing while a session is running in the open Ketterbloom "
+                                                  "window. Stop it first.")
+                                             : tr("not installing: %1").arg(status.error));
             return exitNotDone;
         }
     }

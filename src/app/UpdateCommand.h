@@ -2,6 +2,7 @@
 
 #include "updates/UpdateHost.h"
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <cstdio>
@@ -14,6 +15,8 @@
 // the running window has a session: an interview is never disturbed.
 class UpdateCommand : private UpdateHost
 {
+    Q_DECLARE_TR_FUNCTIONS(UpdateCommand)
+
 public:
     enum class Mode { check, install };
     static constexpr int exitAvailable = 0;

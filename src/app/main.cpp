@@ -33,8 +33,8 @@
 namespace {
 
 constexpr const char *demoNotice =
-    "A sample interview: the questions and answers are scripted, from a local stand-in for the service "
-    "(no key, nothing sent anywhere). About two minutes; Ctrl-C stops it.";
+    QT_TRANSLATE_NOOP("main", "A sample interview: the questions and answers are scripted, from a local stand-in for "
+                              "the service (no key, nothing sent anywhere). About two minutes; Ctrl-C stops it.");
 
 int printInstructions(int argc, char *argv[])
 {
@@ -83,12 +83,12 @@ int runHeadless(int argc, char *argv[], const CommandLine::Options &options)
     std::unique_ptr<SessionStack> stackOwner;
     if (options.demo) {
         if (const std::optional<QString> error = demo.start()) {
-            ConsoleText::write(stderr, QStringLiteral("ketterbloom: ") + *error + QLatin1Char('\n'));
+            ConsoleText::writeError(stderr, *error);
             return 1;
         }
         stackOwner = std::make_unique<SessionStack>(demo.settingsStore(), demo.secrets());
         stackOwner->controller.setDemo(true);
-        ConsoleText::write(stderr, QString::fromLatin1(demoNotice) + QLatin1Char('\n'));
+        ConsoleText::write(stderr, QCoreApplication::translate("main", demoNotice) + QLatin1Char('\n'));
     } else {
         stackOwner = std::make_unique<SessionStack>();
     }
@@ -123,7 +123,7 @@ int runDemoWindow(const CommandLine::Options &options)
 {
     DemoService demo;
     if (const std::optional<QString> error = demo.start()) {
-        ConsoleText::write(stderr, QStringLiteral("ketterbloom: ") + *error + QLatin1Char('\n'));
+        ConsoleText::writeError(stderr, *error);
         return 1;
     }
     AppShell shell(&demo);
@@ -157,13 +157,12 @@ int runWindow(int argc, char *argv[], const CommandLine::Options &options)
 {
     const PlatformChoice platform = choosePlatform(options);
     if (platform.noDisplay) {
-        ConsoleText::write(stderr, QString::fromLatin1(PlatformChoice::noDisplayMessage) + QLatin1Char('\n'));
+        ConsoleText::write(stderr, QCoreApplication::translate("PlatformChoice", PlatformChoice::noDisplayMessage)
+                                       + QLatin1Char('\n'));
         return 1;
     }
     if (platform.waylandPluginMissing)
-        ConsoleText::write(stderr, QStringLiteral("ketterbloom: ")
-                                       + QString::fromLatin1(PlatformChoice::waylandPluginMissingMessage)
-                                       + QLatin1Char('\n'));
+        ConsoleText::writeError(stderr, QCoreApplication::translate("PlatformChoice", PlatformChoice::waylandPluginMissingMessage));
     // "-platform <name>" on the QApplication's own command line, so that programs started
     // from the window (file manager, browser) don't inherit the choice.
     std::vector<char *> arguments(argv, argv + argc);
@@ -189,11 +188,11 @@ int runWindow(int argc, char *argv[], const CommandLine::Options &options)
     switch (claim.role) {
     case SingleInstance::Role::handedOver: return 0;
     case SingleInstance::Role::failed:
-        ConsoleText::write(stderr, QStringLiteral("ketterbloom: ") + claim.error + QLatin1Char('\n'));
+        ConsoleText::writeError(stderr, claim.error);
         return 1;
     case SingleInstance::Role::alone:
-        ConsoleText::write(stderr, QStringLiteral("ketterbloom: ") + claim.error
-                                       + QStringLiteral(" Another launch will open a second window.\n"));
+        ConsoleText::writeError(stderr, QCoreApplication::translate("main", "%1 Another launch will open a second window.")
+                                            .arg(claim.error));
         break;
     case SingleInstance::Role::primary: break;
     }
@@ -206,7 +205,7 @@ int runWindow(int argc, char *argv[], const CommandLine::Options &options)
                      [&desktop](const SingleInstance::Request &request) { desktop.handleLaunchRequest(request.start); });
     // Answer from screen: the window's own action, which says why when no session runs.
     MainWindow &window = shell.window();
-    desktop.addAction({QStringLiteral("answer-from-screen"), QStringLiteral("Answer from screen"),
+    desktop.addAction({QStringLiteral("answer-from-screen"), ScreenQuestionFlow::actionText(),
                        QKeySequence(Qt::CTRL | Qt::ALT | Qt::SHIFT | Qt::Key_A)},
                       [&window] {
                           ScreenQuestionFlow &screen = *window.screenQuestion();

@@ -78,7 +78,7 @@ void EventLogReader::read(const QJsonObject &e)
     } else if (event == QLatin1String("question") || event == QLatin1String("screen_question")) {
         SessionReview::Card card;
         card.pair = pair;
-        card.question = event == QLatin1String("question") ? str(e, "text") : QStringLiteral("(question on the screen)");
+        card.question = event == QLatin1String("question") ? str(e, "text") : tr("(question on the screen)");
         card.fromScreen = event == QLatin1String("screen_question");
         card.shownAt = t;
         if (const auto early = m_early.constFind(pair); early != m_early.constEnd()) {
@@ -151,12 +151,12 @@ void EventLogReader::read(const QJsonObject &e)
         readHealth(t, e);
     } else if (event == QLatin1String("record_failed")) {
         m_review.notices << SessionReview::Notice{t, SessionReview::Notice::Kind::problem,
-                                                  QStringLiteral("Could not write %1: %2")
+                                                  tr("Could not write %1: %2")
                                                       .arg(QFileInfo(str(e, "path")).fileName(), str(e, "error"))};
     } else if (event == QLatin1String("transcribe_model_fallback")) {
         m_review.transcribeModel = str(e, "model");
         m_review.notices << SessionReview::Notice{t, SessionReview::Notice::Kind::info,
-                                                  QStringLiteral("Transcription fell back to ") + str(e, "model")};
+                                                  tr("Transcription fell back to %1").arg(str(e, "model"))};
     } else if (event == QLatin1String("session_ended")) {
         m_review.ended = true;
     }
@@ -197,16 +197,19 @@ SessionReview::Card *EventLogReader::findOrEarly(const QString &pair)
 void EventLogReader::addCost(const QString &model, double cost)
 {
     if (cost > 0 || !m_review.costByModel.contains(model))
-        m_review.costByModel[model.isEmpty() ? QStringLiteral("unknown model") : model] += cost;
+        m_review.costByModel[model.isEmpty() ? tr("unknown model") : model] += cost;
 }
 
 void EventLogReader::readHealth(double t, const QJsonObject &e)
 {
     using Kind = SessionReview::Notice::Kind;
     const struct { const char *key; const char *lost; const char *back; } parts[] = {
-        {"sound_server", "Sound server lost", "Sound server back"},
-        {"meeting", "Meeting audio lost", "Meeting audio back"},
-        {"microphone", "Microphone lost", "Microphone back"}};
+        {"sound_server", QT_TRANSLATE_NOOP("EventLogReader", "Sound server lost"),
+         QT_TRANSLATE_NOOP("EventLogReader", "Sound server back")},
+        {"meeting", QT_TRANSLATE_NOOP("EventLogReader", "Meeting audio lost"),
+         QT_TRANSLATE_NOOP("EventLogReader", "Meeting audio back")},
+        {"microphone", QT_TRANSLATE_NOOP("EventLogReader", "Microphone lost"),
+         QT_TRANSLATE_NOOP("EventLogReader", "Microphone back")}};
     for (const auto &part : parts) {
         const QString key = QLatin1String(part.key);
         if (!e.contains(key))
@@ -215,7 +218,7 @@ void EventLogReader::readHealth(double t, const QJsonObject &e)
         const bool seen = m_health.contains(key);
         if ((!seen && !ok) || (seen && m_health.value(key) != ok))
             m_review.notices << SessionReview::Notice{t, ok ? Kind::info : Kind::problem,
-                                                      QString::fromLatin1(ok ? part.back : part.lost)};
+                                                      tr(ok ? part.back : part.lost)};
         m_health.insert(key, ok);
     }
 }

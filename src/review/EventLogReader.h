@@ -2,6 +2,7 @@
 
 #include "review/SessionReview.h"
 
+#include <QCoreApplication>
 #include <QHash>
 #include <QMap>
 #include <QString>
@@ -15,6 +16,8 @@ class QJsonObject;
 // timeline, and the costs. finish() after the last event.
 class EventLogReader
 {
+    Q_DECLARE_TR_FUNCTIONS(EventLogReader)
+
 public:
     explicit EventLogReader(SessionReview &review) : m_review(review) {}
 

@@ -65,7 +65,7 @@ std::optional<RecordingActivity::Spans> RecordingActivity::read(const QString &w
         return fail(file.errorString());
     const QByteArray head = file.read(12);
     if (head.size() < 12 || !head.startsWith("RIFF") || head.mid(8, 4) != "WAVE")
-        return fail(QStringLiteral("not a WAV file"));
+        return fail(tr("not a WAV file"));
     int channels = 0;
     int rate = 0;
     int bits = 0;
@@ -73,23 +73,23 @@ std::optional<RecordingActivity::Spans> RecordingActivity::read(const QString &w
     while (dataBytes < 0) {
         const QByteArray chunk = file.read(8);
         if (chunk.size() < 8)
-            return fail(QStringLiteral("no audio in the file"));
+            return fail(tr("no audio in the file"));
         const quint32 size = qFromLittleEndian<quint32>(chunk.constData() + 4);
         if (chunk.startsWith("fmt ")) {
             const QByteArray format = file.read(size + (size & 1));
             if (format.size() < 16 || qFromLittleEndian<quint16>(format.constData()) != 1)
-                return fail(QStringLiteral("not PCM audio"));
+                return fail(tr("not PCM audio"));
             channels = qFromLittleEndian<quint16>(format.constData() + 2);
             rate = int(qFromLittleEndian<quint32>(format.constData() + 4));
             bits = qFromLittleEndian<quint16>(format.constData() + 14);
         } else if (chunk.startsWith("data")) {
             dataBytes = std::min<qint64>(size, file.size() - file.pos());   // a file cut short counts as far as it goes
         } else if (!file.seek(file.pos() + size + (size & 1))) {
-            return fail(QStringLiteral("no audio in the file"));
+            return fail(tr("no audio in the file"));
         }
     }
     if (channels != 2 || bits != 16 || rate <= 0)
-        return fail(QStringLiteral("not a 16-bit stereo recording"));
+        return fail(tr("not a 16-bit stereo recording"));
 
     const qint64 windowFrames = std::max<qint64>(1, qint64(rate * kWindow));
     QList<float> left;

@@ -2,6 +2,7 @@
 
 #include "review/SessionReview.h"
 
+#include <QCoreApplication>
 #include <QList>
 #include <QString>
 
@@ -14,6 +15,8 @@
 // does not record when the interviewer spoke.
 class RecordingActivity
 {
+    Q_DECLARE_TR_FUNCTIONS(RecordingActivity)
+
 public:
     struct Spans
     {

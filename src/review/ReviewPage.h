@@ -3,14 +3,18 @@
 #include "review/ReviewFigures.h"
 #include "review/SessionReview.h"
 
+#include <QCoreApplication>
 #include <QHash>
 #include <QString>
 
 // The review page of one session: a self-contained HTML file (inline SVG and CSS, no
 // scripts, nothing fetched) filled from a template compiled into the program
-// (":/review/ReviewPage.html"). Everything taken from the records is HTML-escaped.
+// (":/review/ReviewPage.html"). Everything taken from the records is HTML-escaped; the
+// page's words are the template's, or tr() here for those that come with the figures.
 class ReviewPage
 {
+    Q_DECLARE_TR_FUNCTIONS(ReviewPage)
+
 public:
     static QString html(const SessionReview &review, ReviewFigures::Band band);
 

@@ -47,20 +47,19 @@ QString ReviewTimeline::timeline(const SessionReview &review)
     const auto x = [length](double t) { return kLabel + std::clamp(t / length, 0.0, 1.0) * kPlot; };
     const double laneHeight = 30;
     const double top = 8;
-    const QStringList lanes{QStringLiteral("Interviewer"), QStringLiteral("You"), QStringLiteral("Questions"),
-                            QStringLiteral("Answers"), QStringLiteral("Events")};
+    const QStringList lanes{tr("Interviewer"), tr("You"), tr("Questions"), tr("Answers"), tr("Events")};
     const double axis = top + lanes.size() * laneHeight + 6;
     const double height = axis + 22;
     const auto laneY = [&](int lane) { return top + lane * laneHeight; };
 
     QStringList svg;
-    svg << QStringLiteral("<svg class=\"timeline\" viewBox=\"0 0 %1 %2\" role=\"img\" aria-label=\"Timeline of the session\">")
-               .arg(n(kWidth), n(height));
+    svg << QStringLiteral("<svg class=\"timeline\" viewBox=\"0 0 %1 %2\" role=\"img\" aria-label=\"%3\">")
+               .arg(n(kWidth), n(height), esc(tr("Timeline of the session")));
     for (int lane = 0; lane < lanes.size(); ++lane) {
         svg << QStringLiteral("<rect class=\"lane\" x=\"%1\" y=\"%2\" width=\"%3\" height=\"%4\" rx=\"3\"/>")
                    .arg(n(kLabel), n(laneY(lane) + 3), n(kPlot), n(laneHeight - 6));
         svg << QStringLiteral("<text class=\"lane-name\" x=\"%1\" y=\"%2\">%3</text>")
-                   .arg(n(kLabel - 8), n(laneY(lane) + laneHeight / 2 + 4), lanes.at(lane));
+                   .arg(n(kLabel - 8), n(laneY(lane) + laneHeight / 2 + 4), esc(lanes.at(lane)));
     }
     const double step = tickStep(length);
     for (double t = 0; t <= length + 0.001; t += step) {
@@ -75,12 +74,15 @@ QString ReviewTimeline::timeline(const SessionReview &review)
     };
     for (const SessionReview::Span &s : review.interviewer)
         span(0, s, QStringLiteral("speech-them"),
-             QStringLiteral("Interviewer %1–%2").arg(clock(s.start), clock(s.end)));
-    for (const SessionReview::Answer &a : review.answers)
+             esc(tr("Interviewer %1–%2").arg(clock(s.start), clock(s.end))));
+    for (const SessionReview::Answer &a : review.answers) {
+        const QString from = clock(a.span.start);
+        const QString to = clock(a.span.end);
+        const QString seconds = QString::number(std::lround(a.span.seconds()));
         span(1, a.span, a.startedOverInterviewer ? QStringLiteral("speech-you over") : QStringLiteral("speech-you"),
-             QStringLiteral("You %1–%2 (%3 s)%4")
-                 .arg(clock(a.span.start), clock(a.span.end), QString::number(std::lround(a.span.seconds())),
-                      a.startedOverInterviewer ? QStringLiteral(", started while the interviewer spoke") : QString()));
+             esc(a.startedOverInterviewer ? tr("You %1–%2 (%3 s), started while the interviewer spoke").arg(from, to, seconds)
+                                          : tr("You %1–%2 (%3 s)").arg(from, to, seconds)));
+    }
 
     for (int i = 0; i < review.cards.size(); ++i) {
         const SessionReview::Card &card = review.cards.at(i);
@@ -92,15 +94,16 @@ QString ReviewTimeline::timeline(const SessionReview &review)
                               "<path d=\"M%4 %5 l6 6 l-6 6 l-6 -6 z\"/></g>")
                    .arg(QString::number(i + 1), clock(card.shownAt), esc(card.question), n(cx), n(cy - 6));
         for (qsizetype f = 0; f < card.followUps.size() && f < card.followUpsAt.size(); ++f) {
-            svg << QStringLiteral("<g class=\"question follow-up\"><title>Follow-up to %1 · %2: %3</title>"
-                                  "<path d=\"M%4 %5 l5 5 l-5 5 l-5 -5 z\"/></g>")
-                       .arg(QString::number(i + 1), clock(card.followUpsAt.at(f)), esc(card.followUps.at(f)),
-                            n(x(card.followUpsAt.at(f))), n(cy - 5));
+            const QString title = tr("Follow-up to %1 · %2: %3")
+                                      .arg(QString::number(i + 1), clock(card.followUpsAt.at(f)), card.followUps.at(f));
+            svg << QStringLiteral("<g class=\"question follow-up\"><title>%1</title>"
+                                  "<path d=\"M%2 %3 l5 5 l-5 5 l-5 -5 z\"/></g>")
+                       .arg(esc(title), n(x(card.followUpsAt.at(f))), n(cy - 5));
         }
         if (card.firstTextAt) {
-            svg << QStringLiteral("<line class=\"answer-tick\" x1=\"%1\" x2=\"%1\" y1=\"%2\" y2=\"%3\"><title>Answer %4 began at %5</title></line>")
-                       .arg(n(x(*card.firstTextAt)), n(laneY(3) + 7), n(laneY(3) + laneHeight - 7), QString::number(i + 1),
-                            clock(*card.firstTextAt));
+            svg << QStringLiteral("<line class=\"answer-tick\" x1=\"%1\" x2=\"%1\" y1=\"%2\" y2=\"%3\"><title>%4</title></line>")
+                       .arg(n(x(*card.firstTextAt)), n(laneY(3) + 7), n(laneY(3) + laneHeight - 7),
+                            esc(tr("Answer %1 began at %2").arg(QString::number(i + 1), clock(*card.firstTextAt))));
         }
     }
     for (const SessionReview::Notice &notice : review.notices) {
@@ -136,11 +139,12 @@ QString ReviewTimeline::answerBars(const SessionReview &review, const ReviewFigu
     const auto y = [&](double seconds) { return top + chartHeight - seconds / longest * chartHeight; };
 
     QStringList svg;
-    svg << QStringLiteral("<svg class=\"bars\" viewBox=\"0 0 %1 %2\" role=\"img\" aria-label=\"Length of each of your answers\">")
-               .arg(n(kWidth), n(top + chartHeight + 24));
-    svg << QStringLiteral("<rect class=\"band\" x=\"%1\" y=\"%2\" width=\"%3\" height=\"%4\"><title>Target %5–%6 s</title></rect>")
+    svg << QStringLiteral("<svg class=\"bars\" viewBox=\"0 0 %1 %2\" role=\"img\" aria-label=\"%3\">")
+               .arg(n(kWidth), n(top + chartHeight + 24), esc(tr("Length of each of your answers")));
+    svg << QStringLiteral("<rect class=\"band\" x=\"%1\" y=\"%2\" width=\"%3\" height=\"%4\"><title>%5</title></rect>")
                .arg(n(left), n(y(figures.band.maxSeconds)), n(plot), n(y(figures.band.minSeconds) - y(figures.band.maxSeconds)),
-                    QString::number(figures.band.minSeconds), QString::number(figures.band.maxSeconds));
+                    esc(tr("Target %1–%2 s").arg(QString::number(figures.band.minSeconds),
+                                                 QString::number(figures.band.maxSeconds))));
     const double step = longest > 400 ? 120 : longest > 200 ? 60 : 30;
     for (double s = 0; s <= longest; s += step) {
         svg << QStringLiteral("<line class=\"tick\" x1=\"%1\" x2=\"%2\" y1=\"%3\" y2=\"%3\"/>").arg(n(left), n(left + plot), n(y(s)));
@@ -152,9 +156,9 @@ QString ReviewTimeline::answerBars(const SessionReview &review, const ReviewFigu
                           : seconds > figures.band.maxSeconds ? QStringLiteral("bar long")
                                                               : QStringLiteral("bar ok");
         const double bx = left + slot * i + (slot - barWidth) / 2;
-        svg << QStringLiteral("<rect class=\"%1\" x=\"%2\" y=\"%3\" width=\"%4\" height=\"%5\" rx=\"2\"><title>Answer %6: %7</title></rect>")
+        svg << QStringLiteral("<rect class=\"%1\" x=\"%2\" y=\"%3\" width=\"%4\" height=\"%5\" rx=\"2\"><title>%6</title></rect>")
                    .arg(cls, n(bx), n(y(seconds)), n(barWidth), n(std::max(top + chartHeight - y(seconds), 1.0)),
-                        QString::number(i + 1), clock(seconds));
+                        esc(tr("Answer %1: %2").arg(QString::number(i + 1), clock(seconds))));
         if (review.answers.size() <= 40 && (review.answers.size() <= 20 || i % 2 == 0))
             svg << QStringLiteral("<text class=\"bar-label\" x=\"%1\" y=\"%2\">%3</text>")
                        .arg(n(bx + barWidth / 2), n(top + chartHeight + 16), QString::number(i + 1));
@@ -168,9 +172,10 @@ QString ReviewTimeline::shareBar(const ReviewFigures &figures)
     if (!figures.yourShare)
         return {};
     const double you = *figures.yourShare * 100;
-    return QStringLiteral("<svg class=\"share\" viewBox=\"0 0 1000 28\" role=\"img\" aria-label=\"Talk time\">"
-                          "<rect class=\"speech-you\" x=\"0\" y=\"4\" width=\"%1\" height=\"20\" rx=\"3\"><title>You %2%</title></rect>"
-                          "<rect class=\"speech-them\" x=\"%1\" y=\"4\" width=\"%3\" height=\"20\" rx=\"3\"><title>Interviewer %4%</title></rect>"
+    return QStringLiteral("<svg class=\"share\" viewBox=\"0 0 1000 28\" role=\"img\" aria-label=\"%1\">"
+                          "<rect class=\"speech-you\" x=\"0\" y=\"4\" width=\"%2\" height=\"20\" rx=\"3\"><title>%3</title></rect>"
+                          "<rect class=\"speech-them\" x=\"%2\" y=\"4\" width=\"%4\" height=\"20\" rx=\"3\"><title>%5</title></rect>"
                           "</svg>")
-        .arg(n(you * 10), QString::number(std::lround(you)), n(1000 - you * 10), QString::number(100 - std::lround(you)));
+        .arg(esc(tr("Talk time")), n(you * 10), esc(tr("You %1%").arg(std::lround(you))), n(1000 - you * 10),
+             esc(tr("Interviewer %1%").arg(100 - std::lround(you))));
 }

@@ -3,6 +3,7 @@
 #include "review/ReviewFigures.h"
 #include "review/SessionReview.h"
 
+#include <QCoreApplication>
 #include <QString>
 
 // The review page's figures as inline SVG, styled by the page's CSS classes (so that they
@@ -10,6 +11,8 @@
 // against the target band. Text from the records is escaped.
 class ReviewTimeline
 {
+    Q_DECLARE_TR_FUNCTIONS(ReviewTimeline)
+
 public:
     static QString timeline(const SessionReview &review);
     static QString answerBars(const SessionReview &review, const ReviewFigures &figures);

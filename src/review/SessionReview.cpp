@@ -69,9 +69,9 @@ void mergeTranscript(SessionReview &review, const QList<TranscriptReader::Entry>
     }
 }
 
-const QString kNoSpeechNote = QStringLiteral("This session's log has no interviewer speech (none was heard, or an older "
-                                             "version did not record it): the timeline shows questions and your answer "
-                                             "timer only.");
+const QString kNoSpeechNote = SessionReview::tr("This session's log has no interviewer speech (none was heard, or an "
+                                                "older version did not record it): the timeline shows questions and "
+                                                "your answer timer only.");
 
 // For a log that does not record the interviewer's speech: an estimate from the meeting side
 // of the session's recording, when there is one.
@@ -89,8 +89,8 @@ void hearRecording(SessionReview &review, const QString &eventsPath)
     review.interviewer = heard->meeting;
     review.hasInterviewerSpeech = true;
     review.notes.removeAll(kNoSpeechNote);
-    review.notes.prepend(QStringLiteral("This session's log does not record when the interviewer spoke: it is estimated "
-                                        "from how loud the meeting side of the recording (%1) was.")
+    review.notes.prepend(SessionReview::tr("This session's log does not record when the interviewer spoke: it is "
+                                           "estimated from how loud the meeting side of the recording (%1) was.")
                              .arg(QFileInfo(wav).fileName()));
     EventLogReader::linkSpeech(review);
 }
@@ -120,17 +120,17 @@ SessionReview SessionReview::fromText(const QByteArray &events, const QString &t
         review.length = TranscriptReader::lengthSeconds(transcript).value_or(0);
 
     if (events.trimmed().isEmpty())
-        review.notes << QStringLiteral("No events log: the questions and answers come from the transcript only.");
+        review.notes << tr("No events log: the questions and answers come from the transcript only.");
     else if (!review.hasInterviewerSpeech)
         review.notes << kNoSpeechNote;
     if (!events.trimmed().isEmpty() && !review.ended)
-        review.notes << QStringLiteral("The events log ends before the session's end (the program may have stopped "
-                                       "unexpectedly): the figures cover what was recorded.");
+        review.notes << tr("The events log ends before the session's end (the program may have stopped "
+                           "unexpectedly): the figures cover what was recorded.");
     if (unreadable > 0)
-        review.notes << (unreadable == 1 ? QStringLiteral("One line of the events log could not be read and was skipped.")
-                                         : QStringLiteral("%1 lines of the events log could not be read and were skipped.").arg(unreadable));
+        review.notes << (unreadable == 1 ? tr("One line of the events log could not be read and was skipped.")
+                                         : tr("%1 lines of the events log could not be read and were skipped.").arg(unreadable));
     if (!events.trimmed().isEmpty() && review.answers.isEmpty())
-        review.notes << QStringLiteral("No answers of yours were timed (the microphone was off or silent).");
+        review.notes << tr("No answers of yours were timed (the microphone was off or silent).");
     if (!review.totalCost && !review.costByModel.isEmpty()) {
         double sum = 0;
         for (double cost : std::as_const(review.costByModel))
@@ -144,13 +144,12 @@ SessionReview::Loaded SessionReview::load(const QString &path, bool readRecordin
 {
     const QFileInfo info(path);
     if (!info.exists())
-        return {std::nullopt, QStringLiteral("%1: no such file").arg(path)};
+        return {std::nullopt, tr("%1: no such file").arg(path)};
     if (!info.isFile())
-        return {std::nullopt, QStringLiteral("%1: not a file").arg(path)};
+        return {std::nullopt, tr("%1: not a file").arg(path)};
     const bool isTranscript = path.endsWith(kTranscriptSuffix) || path.endsWith(QLatin1String(".md"));
     if (!isTranscript && !path.endsWith(QLatin1String(".jsonl")))
-        return {std::nullopt, QStringLiteral("%1: not a session's events log (.events.jsonl) or transcript (.transcript.md)")
-                                  .arg(path)};
+        return {std::nullopt, tr("%1: not a session's events log (.events.jsonl) or transcript (.transcript.md)").arg(path)};
 
     QString eventsPath = isTranscript ? basePath(path) + kEventsSuffix : path;
     QString transcriptPath = isTranscript ? path : basePath(path) + kTranscriptSuffix;
@@ -158,7 +157,7 @@ SessionReview::Loaded SessionReview::load(const QString &path, bool readRecordin
     if (QFile file(transcriptPath); file.open(QIODevice::ReadOnly)) {
         transcript = QString::fromUtf8(file.readAll());
         if (isTranscript && !transcript.startsWith(QLatin1String("# Meeting transcript")))
-            return {std::nullopt, QStringLiteral("%1: not a session's transcript").arg(path)};
+            return {std::nullopt, tr("%1: not a session's transcript").arg(path)};
         if (isTranscript) {
             // The transcript names its events log.
             static const QRegularExpression named(QStringLiteral("^Events: `([^`/]+)`$"), QRegularExpression::MultilineOption);
@@ -180,7 +179,7 @@ SessionReview::Loaded SessionReview::load(const QString &path, bool readRecordin
         eventsPath.clear();
     }
     if (!isTranscript && !events.trimmed().isEmpty() && (!events.trimmed().startsWith('{') || !events.contains("\"event\":")))
-        return {std::nullopt, QStringLiteral("%1: not a session's events log").arg(path)};
+        return {std::nullopt, tr("%1: not a session's events log").arg(path)};
 
     SessionReview review = fromText(events, transcript);
     if (readRecording && !review.hasInterviewerSpeech && !eventsPath.isEmpty())

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QList>
 #include <QMap>
 #include <QString>
@@ -79,6 +80,9 @@ struct SessionReview
     std::optional<double> totalCost;   // the session's own total, else the sum of the parts
     QStringList notes;                 // what is missing, in plain words
 
+    Q_DECLARE_TR_FUNCTIONS(SessionReview)
+
+public:
     // Reads an events log, or a transcript (whose events log is found beside it). An error
     // message (for the user) when neither can be read. When the log does not record the
     // interviewer's speech (older versions), it is estimated from the session's recording if

@@ -30,7 +30,7 @@ AnswerTranscriber::AnswerTranscriber(AppSettings &settings, MicTranscription &on
     };
     m_service->onFailure = [this](const QString &message) {
         if (onFailure)
-            onFailure(QStringLiteral("Transcribing your answers with OpenAI failed: ") + message);
+            onFailure(tr("Transcribing your answers with OpenAI failed: %1").arg(message));
     };
 }
 

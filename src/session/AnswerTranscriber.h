@@ -3,6 +3,7 @@
 #include "session/MicTranscription.h"
 #include "session/ServiceTranscription.h"
 
+#include <QCoreApplication>
 #include <QHash>
 #include <QObject>
 #include <QString>
@@ -19,6 +20,8 @@ class AppSettings;
 // speaking detector and answer timer stay local). GUI thread, except appendMicBuffer().
 class AnswerTranscriber final : public MicTranscription
 {
+    Q_DECLARE_TR_FUNCTIONS(AnswerTranscriber)
+
 public:
     // `service` may be null (no service transcription available).
     AnswerTranscriber(AppSettings &settings, MicTranscription &onDevice, ServiceTranscription *service);

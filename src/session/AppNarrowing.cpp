@@ -50,16 +50,17 @@ void AppNarrowing::pollTick()
 
     if (!app) {
         appendEvent(QStringLiteral("tap_narrow_timeout"), {{QStringLiteral("app"), bundleID}});
-        showBanner(QStringLiteral("Still listening to this whole computer — no audio has been credited to ") + name
-                   + QStringLiteral(". That is normal for apps that play sound through another process, and the "
-                                    "meeting is being captured either way."));
+        showBanner(tr("Still listening to this whole computer — no audio has been credited to %1. That is "
+                      "normal for apps that play sound through another process, and the meeting is being "
+                      "captured either way.")
+                       .arg(name));
         return;
     }
     appendEvent(QStringLiteral("tap_narrowed"), {{QStringLiteral("app"), bundleID}});
     const QString appID = app->bundleID.isEmpty() ? bundleID : app->bundleID;
     if (const std::optional<QString> error = m_audio.retarget(TapTarget::process(appID))) {
-        showBanner(QStringLiteral("Stayed on this computer's audio — could not switch to ") + name + QStringLiteral(": ") + *error);
+        showBanner(tr("Stayed on this computer's audio — could not switch to %1: %2").arg(name, *error));
     } else {
-        showBanner(QStringLiteral("Now listening to ") + name + QStringLiteral(" only."));
+        showBanner(tr("Now listening to %1 only.").arg(name));
     }
 }

@@ -2,6 +2,7 @@
 
 #include "session/Clock.h"
 
+#include <QCoreApplication>
 #include <QString>
 #include <QVariantMap>
 
@@ -17,6 +18,8 @@ class TapQueries;
 // application as soon as it plays sound (polled every 3 s, given up after 2 minutes).
 class AppNarrowing
 {
+    Q_DECLARE_TR_FUNCTIONS(AppNarrowing)
+
 public:
     AppNarrowing(Clock &clock, TapQueries &taps, CaptureLink &audio);
 

@@ -1,14 +1,11 @@
 #include "session/CaptureWatch.h"
 
-const QString CaptureWatch::soundServerLostBanner =
-    QStringLiteral("Lost the connection to the sound server — reconnecting…");
-const QString CaptureWatch::outputLostBanner =
-    QStringLiteral("Lost this computer's audio output — waiting for it to come back.");
+const QString CaptureWatch::soundServerLostBanner = tr("Lost the connection to the sound server — reconnecting…");
+const QString CaptureWatch::outputLostBanner = tr("Lost this computer's audio output — waiting for it to come back.");
 
 QString CaptureWatch::microphoneLostBanner(const QString &name)
 {
-    return QStringLiteral("Your microphone (") + name
-        + QStringLiteral(") disconnected — answers aren't being timed until it's back.");
+    return tr("Your microphone (%1) disconnected — answers aren't being timed until it's back.").arg(name);
 }
 
 CaptureWatch::CaptureWatch(Clock &clock)
@@ -40,7 +37,7 @@ void CaptureWatch::refreshBanner()
     } else if (m_meetingLostAt && Clock::secondsBetween(*m_meetingLostAt, m_clock.now()) >= outputLostBannerDelay - 1e-6) {
         text = outputLostBanner;
     } else if (!m_health.microphone) {
-        text = microphoneLostBanner(m_health.microphoneName.isEmpty() ? QStringLiteral("microphone") : m_health.microphoneName);
+        text = microphoneLostBanner(m_health.microphoneName.isEmpty() ? tr("microphone") : m_health.microphoneName);
     }
     if (text) {
         if (shownBanner() != text) {

@@ -3,6 +3,7 @@
 #include "audio/AudioTypes.h"
 #include "session/Clock.h"
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <functional>
@@ -14,6 +15,8 @@
 // by itself; this tells the user meanwhile and clears its banner when the part is back.
 class CaptureWatch
 {
+    Q_DECLARE_TR_FUNCTIONS(CaptureWatch)
+
 public:
     explicit CaptureWatch(Clock &clock);
 

@@ -198,8 +198,7 @@ QString CardBook::exportText() const
 {
     QStringList blocks;
     for (const QAPair &card : m_cards) {
-        blocks << QStringLiteral("[") + card.timestamp + QStringLiteral("] Q: ") + card.recordedQuestion()
-                + QStringLiteral("\nA: ") + card.answer;
+        blocks << tr("[%1] Q: %2\nA: %3").arg(card.timestamp, card.recordedQuestion(), card.answer);
     }
     return blocks.join(QStringLiteral("\n\n"));
 }

@@ -1,5 +1,6 @@
 #include "session/CostModel.h"
 
+#include <QCoreApplication>
 #include <QMetaType>
 #include <QRegularExpression>
 
@@ -241,9 +242,11 @@ std::optional<QString> transcriptionSummary(const QVariantMap &usage, const QStr
         return std::nullopt;
     }
     const TranscriptionUsage used = parseTranscription(usage);
-    const QString amount = used.tokens() > 0 ? QStringLiteral("%1 tokens").arg(used.tokens())
-                                             : QStringLiteral("%1 s of audio").arg(std::llround(used.seconds));
-    return amount + QStringLiteral(", ") + money(transcriptionCost(used, model, heardSeconds));
+    const QString cost = money(transcriptionCost(used, model, heardSeconds));
+    return used.tokens() > 0
+        ? QCoreApplication::translate("CostModel", "%1 tokens, %2").arg(QString::number(used.tokens()), cost)
+        : QCoreApplication::translate("CostModel", "%1 s of audio, %2")
+              .arg(QString::number(std::llround(used.seconds)), cost);
 }
 
 Usage parse(const QVariantMap &usage)
@@ -300,8 +303,8 @@ std::optional<QString> summary(double cost, qint64 tokens, double sessionElapsed
         return std::nullopt;
     }
     const double perMinute = cost / minutes(sessionElapsedSeconds);
-    return money(cost) + QStringLiteral(" this session · ") + money(perMinute) + QStringLiteral("/min · ")
-        + QString::number(tokens) + QStringLiteral(" tokens");
+    return QCoreApplication::translate("CostModel", "%1 this session · %2/min · %3 tokens")
+        .arg(money(cost), money(perMinute), QString::number(tokens));
 }
 
 } // namespace CostModel

@@ -2,17 +2,16 @@
 
 #include <QUuid>
 
-const QString QAPair::listeningText = QStringLiteral("Listening…");
-const QString QAPair::untranscribedText = QStringLiteral("(the question could not be transcribed)");
-const QString QAPair::notTranscribedText = QStringLiteral("(the question was not transcribed)");
-const QString QAPair::cutShortNote = QStringLiteral("answer cut short");
-const QString QAPair::truncatedNote = QStringLiteral("answer truncated");
+const QString QAPair::listeningText = tr("Listening…");
+const QString QAPair::untranscribedText = tr("(the question could not be transcribed)");
+const QString QAPair::notTranscribedText = tr("(the question was not transcribed)");
+const QString QAPair::cutShortNote = tr("answer cut short");
+const QString QAPair::truncatedNote = tr("answer truncated");
 
 QString QAPair::couldNotAnswerNote(const QString &reason)
 {
     const QString trimmed = reason.trimmed();
-    return trimmed.isEmpty() ? QStringLiteral("the service could not answer")
-                             : QStringLiteral("the service could not answer: ") + trimmed;
+    return trimmed.isEmpty() ? tr("the service could not answer") : tr("the service could not answer: %1").arg(trimmed);
 }
 
 QAPair QAPair::make(const QString &question, std::optional<QString> responseID,

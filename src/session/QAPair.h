@@ -3,6 +3,7 @@
 #include "session/Clock.h"
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QHashFunctions>
 #include <QString>
@@ -54,8 +55,12 @@ struct QAPair
     // could-not-be-transcribed / was-not-transcribed line; empty when none of those.
     QString recordedQuestion() const;
 
+    Q_DECLARE_TR_FUNCTIONS(QAPair)
+
+public:
     // Card texts.
-    static const QString listeningText;          // "Listening…"
+    static const QString listeningText;
+          // "Listening…"
     static const QString untranscribedText;      // "(the question could not be transcribed)"
     static const QString notTranscribedText;     // "(the question was not transcribed)"
     static const QString cutShortNote;           // "answer cut short"

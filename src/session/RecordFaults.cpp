@@ -22,12 +22,12 @@ bool RecordFaults::isOutOfSpace(const QString &error)
 QString RecordFaults::cause(const QString &error)
 {
     if (isErrno(error, ENOSPC) || isErrno(error, EDQUOT)) {
-        return QStringLiteral("the disk is full (") + error + QLatin1Char(')');
+        return tr("the disk is full (%1)").arg(error);
     }
     if (isErrno(error, EFBIG)) {
-        return QStringLiteral("the file size limit was reached (") + error + QLatin1Char(')');
+        return tr("the file size limit was reached (%1)").arg(error);
     }
-    return QStringLiteral("it could not be written (") + error + QLatin1Char(')');
+    return tr("it could not be written (%1)").arg(error);
 }
 
 bool RecordFaults::fail(File file, const QString &path, const QString &error)
@@ -47,18 +47,19 @@ QString RecordFaults::banner(File file) const
         return QString();
     }
     const QString why = cause(fault->error);
-    const QString afterSpace = isOutOfSpace(fault->error) ? QStringLiteral("free some space and ") : QString();
     switch (file) {
     case File::recording:
-        return QStringLiteral("Recording stopped: ") + why + QStringLiteral(". The session goes on; ") + afterSpace
-            + QStringLiteral("start a new recording.");
+        return isOutOfSpace(fault->error)
+            ? tr("Recording stopped: %1. The session goes on; free some space and start a new recording.").arg(why)
+            : tr("Recording stopped: %1. The session goes on; start a new recording.").arg(why);
     case File::transcript:
-        return QStringLiteral("The transcript could not be saved: ") + why
-            + QStringLiteral(". The session goes on; copy the cards now with Copy Transcript.");
+        return tr("The transcript could not be saved: %1. The session goes on; copy the cards now with Copy "
+                  "Transcript.")
+            .arg(why);
     case File::events:
         break;
     }
-    return QStringLiteral("The events log stopped: ") + why + QStringLiteral(". The session goes on without it.");
+    return tr("The events log stopped: %1. The session goes on without it.").arg(why);
 }
 
 void RecordFaults::recover(File file)
@@ -84,13 +85,14 @@ void RecordFaults::clear()
 QString RecordFaults::stopText() const
 {
     QStringList lines;
-    const auto add = [&](File file, const QString &what, const QString &state) {
+    // `sentence` takes the file's name (%1) and the cause (%2).
+    const auto add = [&](File file, const QString &sentence) {
         if (const std::optional<Fault> &fault = m_faults[index(file)]) {
-            lines << what + QFileInfo(fault->path).fileName() + state + cause(fault->error) + QLatin1Char('.');
+            lines << sentence.arg(QFileInfo(fault->path).fileName(), cause(fault->error));
         }
     };
-    add(File::transcript, QStringLiteral("The transcript "), QStringLiteral(" was not saved: "));
-    add(File::recording, QStringLiteral("The recording "), QStringLiteral(" is incomplete: "));
-    add(File::events, QStringLiteral("The events log "), QStringLiteral(" is incomplete: "));
+    add(File::transcript, tr("The transcript %1 was not saved: %2."));
+    add(File::recording, tr("The recording %1 is incomplete: %2."));
+    add(File::events, tr("The events log %1 is incomplete: %2."));
     return lines.join(QLatin1Char(' '));
 }

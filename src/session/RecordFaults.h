@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <array>
@@ -10,6 +11,8 @@
 // session, and at Stop which files are incomplete and why, so that none is called saved.
 class RecordFaults
 {
+    Q_DECLARE_TR_FUNCTIONS(RecordFaults)
+
 public:
     enum class File { transcript, events, recording };
 

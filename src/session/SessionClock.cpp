@@ -12,7 +12,7 @@ SessionClock::SessionClock(Clock &clock, IdleInhibitor &idleInhibitor)
 
 void SessionClock::start()
 {
-    m_idleInhibitor.inhibit(QStringLiteral("Live meeting transcription"));
+    m_idleInhibitor.inhibit(tr("Live meeting transcription"));
     m_idleInhibited = true;
     m_start = m_clock.now();
     onElapsed(0);

@@ -2,6 +2,8 @@
 
 #include "session/Clock.h"
 
+#include <QCoreApplication>
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -12,6 +14,8 @@ class IdleInhibitor;
 // holds while it runs.
 class SessionClock
 {
+    Q_DECLARE_TR_FUNCTIONS(SessionClock)
+
 public:
     SessionClock(Clock &clock, IdleInhibitor &idleInhibitor);
 

@@ -76,24 +76,24 @@ QString SessionLog::markdown(const QList<QAPair> &pairs, const QString &stamp) c
     const QString dash = QStringLiteral("—");
     const auto seconds = static_cast<qint64>(Clock::secondsBetween(m_started, m_clock.now()));
     QStringList lines;
-    lines << QStringLiteral("# Meeting transcript — ") + stamp;
+    // The headings and labels are the file's format (the review reads them back), not
+    // translated text; the cards' own texts are.
+    lines << QStringLiteral("# Meeting transcript — %1").arg(stamp);
     lines << QString();
     lines << QString::asprintf("Length: %lld min %02lld s", seconds / 60, seconds % 60);
-    lines << QStringLiteral("Events: `") + QFileInfo(m_jsonPath).fileName() + QStringLiteral("`");
+    lines << QStringLiteral("Events: `%1`").arg(QFileInfo(m_jsonPath).fileName());
     lines << QString();
     for (const QAPair &pair : pairs) {
-        lines << QStringLiteral("### ") + pair.timestamp + (pair.wasExtended ? QStringLiteral(" (question extended)") : QString());
+        lines << (pair.wasExtended ? QStringLiteral("### %1 (question extended)") : QStringLiteral("### %1")).arg(pair.timestamp);
         const QString question = pair.recordedQuestion();
-        lines << QStringLiteral("**Interviewer:** ") + (question.isEmpty() ? dash : question);
+        lines << QStringLiteral("**Interviewer:** %1").arg(question.isEmpty() ? dash : question);
         lines << QString();
-        QString answer = pair.answer.isEmpty() ? dash : pair.answer;
-        if (!pair.answerNote.isEmpty()) {
-            answer += QStringLiteral(" _(") + pair.answerNote + QStringLiteral(")_");
-        }
-        lines << QStringLiteral("**Copilot:** ") + answer;
+        const QString answer = pair.answer.isEmpty() ? dash : pair.answer;
+        lines << (pair.answerNote.isEmpty() ? QStringLiteral("**Copilot:** %1").arg(answer)
+                                            : QStringLiteral("**Copilot:** %1 _(%2)_").arg(answer, pair.answerNote));
         if (!pair.myAnswer.isEmpty()) {
             lines << QString();
-            lines << QStringLiteral("**You:** ") + pair.myAnswer;
+            lines << QStringLiteral("**You:** %1").arg(pair.myAnswer);
         }
         lines << QString();
     }

@@ -17,10 +17,16 @@
 
 namespace {
 
-const QString kSameLanguage = QStringLiteral("Same as the question");
+// The answer language's first choice: no language of its own.
+QString sameLanguage()
+{
+    return AnswersSettingsPage::tr("Same as the question");
+}
 
 } // namespace
 
+// The names are also the setting's values and the words the instructions give the model, so
+// they stay English.
 QList<std::pair<QString, QString>> AnswersSettingsPage::languages()
 {
     return {
@@ -57,9 +63,9 @@ AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionControlle
     auto *lengthBox = new QGroupBox(tr("Answer length"), this);
     auto *lengthLayout = new QVBoxLayout(lengthBox);
     const std::pair<AnswerStyle::Length, QString> lengths[] = {
-        {AnswerStyle::Length::standard, QStringLiteral("Standard")},
-        {AnswerStyle::Length::brief, QStringLiteral("Brief — two or three spoken sentences")},
-        {AnswerStyle::Length::detailed, QStringLiteral("Detailed — up to two short paragraphs")},
+        {AnswerStyle::Length::standard, tr("Standard")},
+        {AnswerStyle::Length::brief, tr("Brief — two or three spoken sentences")},
+        {AnswerStyle::Length::detailed, tr("Detailed — up to two short paragraphs")},
     };
     for (const auto &[value, label] : lengths) {
         auto *button = new QRadioButton(label, lengthBox);
@@ -71,8 +77,8 @@ AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionControlle
     auto *structureBox = new QGroupBox(tr("Structure"), this);
     auto *structureLayout = new QVBoxLayout(structureBox);
     const std::pair<AnswerStyle::Structure, QString> structures[] = {
-        {AnswerStyle::Structure::automatic, QStringLiteral("Automatic")},
-        {AnswerStyle::Structure::star, QStringLiteral("STAR for behavioural questions")},
+        {AnswerStyle::Structure::automatic, tr("Automatic")},
+        {AnswerStyle::Structure::star, tr("STAR for behavioural questions")},
     };
     for (const auto &[value, label] : structures) {
         auto *button = new QRadioButton(label, structureBox);
@@ -84,7 +90,7 @@ AnswersSettingsPage::AnswersSettingsPage(AppSettings &settings, SessionControlle
     auto *form = new QFormLayout;
     m_answerLanguage->setEditable(true);
     m_answerLanguage->setInsertPolicy(QComboBox::NoInsert);
-    m_answerLanguage->addItem(kSameLanguage);
+    m_answerLanguage->addItem(sameLanguage());
     m_transcriptionLanguage->addItem(tr("Not set — the service detects it"), QString());
     for (const auto &[name, code] : languages()) {
         m_answerLanguage->addItem(name);
@@ -167,7 +173,7 @@ void AnswersSettingsPage::load()
         const QSignalBlocker block(m_answerLanguage);
         const QString language = m_settings.answerLanguage().trimmed();
         if (!m_answerLanguage->lineEdit()->hasFocus())
-            m_answerLanguage->setCurrentText(language.isEmpty() ? kSameLanguage : language);
+            m_answerLanguage->setCurrentText(language.isEmpty() ? sameLanguage() : language);
     }
     const QSignalBlocker block(m_transcriptionLanguage);
     const QString code = AnswerStyle::languageCode(m_settings.transcriptionLanguage());
@@ -183,7 +189,7 @@ void AnswersSettingsPage::load()
 void AnswersSettingsPage::languageEdited()
 {
     const QString text = m_answerLanguage->currentText().trimmed();
-    const QString language = text == kSameLanguage ? QString() : text;
+    const QString language = text == sameLanguage() ? QString() : text;
     if (language == m_settings.answerLanguage().trimmed())
         return;
     m_settings.setAnswerLanguage(language);

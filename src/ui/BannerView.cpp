@@ -17,13 +17,14 @@ namespace {
 constexpr int kPadX = 12;
 constexpr int kPadY = 8;
 
-Icons::Id iconForLink(const QString &label)
+// By the kind of file linked (its label is text to read, not to match).
+Icons::Id iconForLink(const QString &path)
 {
-    if (label == QLatin1String("Transcript"))
+    if (path.endsWith(QLatin1String(".md")))
         return Icons::Id::transcript;
-    if (label == QLatin1String("Recording"))
+    if (path.endsWith(QLatin1String(".wav")))
         return Icons::Id::recording;
-    if (label == QLatin1String("Review"))
+    if (path.endsWith(QLatin1String(".html")))
         return Icons::Id::check;
     return Icons::Id::folder;
 }
@@ -90,7 +91,7 @@ void BannerView::setContent(const QString &text, const QList<Link> &links, const
     for (const Link &link : links) {
         auto *button = new QToolButton(m_buttonRow);
         button->setText(link.label);
-        button->setIcon(Icons::icon(iconForLink(link.label)));
+        button->setIcon(Icons::icon(iconForLink(link.path)));
         button->setIconSize(QSize(side, side));
         button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
         button->setToolTip(link.path);

@@ -1,18 +1,20 @@
 #include "ui/CardText.h"
 
+#include <QCoreApplication>
 #include <QRegularExpression>
 
 namespace {
 QString placeholderText(const QAPair &pair)
 {
-    return pair.wasExtended ? QStringLiteral("re-answering the full question…") : QStringLiteral("thinking");
+    return pair.wasExtended ? QCoreApplication::translate("CardText", "re-answering the full question…")
+                            : QCoreApplication::translate("CardText", "thinking");
 }
 
 // "(recording…)" only while a session runs.
 QString myAnswerLabel(const QAPair &pair, bool sessionLive)
 {
-    return pair.myAnswerInProgress && sessionLive ? QStringLiteral("My answer (recording…)")
-                                                  : QStringLiteral("My answer");
+    return pair.myAnswerInProgress && sessionLive ? QCoreApplication::translate("CardText", "My answer (recording…)")
+                                                  : QCoreApplication::translate("CardText", "My answer");
 }
 
 // Runs of characters separated by white space.
@@ -30,7 +32,7 @@ QString wordCountLabel(const QAPair &pair, bool shown)
     const int n = wordCount(pair.myAnswer);
     if (n == 0)
         return {};
-    return QString::number(n) + QStringLiteral(" words");
+    return QCoreApplication::translate("CardText", "%1 words").arg(n);
 }
 
 // The row is left out for cards with neither an own answer nor a recording in progress.

@@ -33,7 +33,7 @@ ContextPanel::ContextPanel(AppSettings &settings, QWidget *parent)
     , m_size(new QLabel(this))
     , m_remove(new QPushButton(tr("&Remove"), this))
     , m_clear(new QPushButton(tr("C&lear All"), this))
-    , m_add(new QPushButton(QStringLiteral("Add files…"), this))
+    , m_add(new QPushButton(tr("Add files…"), this))
     , m_reading(new QLabel(this))
 {
     setWindowTitle(tr("Context Documents"));
@@ -52,7 +52,7 @@ ContextPanel::ContextPanel(AppSettings &settings, QWidget *parent)
     layout->addWidget(m_list, 1);
 
     auto *row = new QHBoxLayout;
-    m_add->setAccessibleName(QStringLiteral("Add files…"));
+    m_add->setAccessibleName(tr("Add files…"));
     row->addWidget(m_add);
     row->addWidget(m_remove);
     row->addWidget(m_clear);

@@ -54,8 +54,8 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, Win
     , m_startStop(new QPushButton(this))
     , m_status(new StatusPill(this))
     , m_meters(new QWidget(this))
-    , m_micMeter(new LevelMeter(QStringLiteral("Mic"), m_meters))
-    , m_meetingMeter(new LevelMeter(QStringLiteral("Mtg"), m_meters))
+    , m_micMeter(new LevelMeter(tr("Mic"), m_meters))
+    , m_meetingMeter(new LevelMeter(tr("Mtg"), m_meters))
     , m_timer(new AnswerTimerView(this))
     , m_clockBox(new QWidget(this))
     , m_lastAnswer(new QLabel(m_clockBox))
@@ -80,17 +80,17 @@ ControlBar::ControlBar(AppSettings &settings, SessionController &controller, Win
 
     // The meeting clock with the last answer's length under it, in one column: room for
     // "last 0:00" is kept, so nothing moves when it appears.
-    m_clock->setToolTip(QStringLiteral("Total meeting time"));
-    m_clock->setAccessibleName(QStringLiteral("Total meeting time"));
+    m_clock->setToolTip(tr("Total meeting time"));
+    m_clock->setAccessibleName(tr("Total meeting time"));
     QFont mono = m_clock->font();
     mono.setFamilies({QStringLiteral("DejaVu Sans Mono"), QStringLiteral("Liberation Mono"), QStringLiteral("monospace")});
     m_clock->setFont(mono);
     auto *clockRow = iconAndLabel(Icons::Id::clock, m_clock, m_clockBox, &m_clockGlyph);
-    clockRow->setToolTip(QStringLiteral("Total meeting time"));
+    clockRow->setToolTip(tr("Total meeting time"));
     QFont small = m_lastAnswer->font();
     small.setPointSizeF(qMax(8.0, small.pointSizeF() - 1));
     m_lastAnswer->setFont(small);
-    m_lastAnswer->setMinimumWidth(QFontMetrics(small).horizontalAdvance(QStringLiteral("last 0:00")));
+    m_lastAnswer->setMinimumWidth(QFontMetrics(small).horizontalAdvance(lastAnswerText(QStringLiteral("0:00"))));
     m_lastAnswer->setToolTip(tr("Length of your last answer"));
     m_lastAnswerBox = iconAndLabel(Icons::Id::lastAnswer, m_lastAnswer, m_clockBox, &m_lastGlyph);
     m_lastAnswerBox->setToolTip(tr("Length of your last answer"));
@@ -350,14 +350,14 @@ void ControlBar::resizeEvent(QResizeEvent *event)
 
 QString ControlBar::contextButtonLabel(int fileCount)
 {
-    return fileCount > 0 ? QStringLiteral("Context (%1)").arg(fileCount) : QStringLiteral("Context");
+    return fileCount > 0 ? tr("Context (%1)").arg(fileCount) : tr("Context");
 }
 
 QString ControlBar::jobButtonLabel(const QString &roleTitle)
 {
     const QString role = roleTitle.simplified();
     if (role.isEmpty())
-        return QStringLiteral("Job");
+        return tr("Job");
     if (role.size() > kJobLabelMax)
         return role.left(kJobLabelMax - 1).trimmed() + QStringLiteral("…");
     return role;
@@ -370,25 +370,30 @@ bool ControlBar::isMicStreamed(AppSettings::StreamSource source)
 
 QString ControlBar::micMeterLabel(AppSettings::StreamSource source)
 {
-    return isMicStreamed(source) ? QStringLiteral("Mic") : QStringLiteral("Mic\u2298");
+    return isMicStreamed(source) ? tr("Mic") : tr("Mic\u2298");
 }
 
 QString ControlBar::micMeterHelp(AppSettings::StreamSource source)
 {
-    return isMicStreamed(source) ? QStringLiteral("Mic audio is streamed to the model")
-                                 : QStringLiteral("Mic is monitored and recorded locally, but not sent to the model");
+    return isMicStreamed(source) ? tr("Mic audio is streamed to the model")
+                                 : tr("Mic is monitored and recorded locally, but not sent to the model");
+}
+
+QString ControlBar::lastAnswerText(const QString &duration)
+{
+    return tr("last %1").arg(duration);
 }
 
 QString ControlBar::showFilesDisabledHelp()
 {
-    return QStringLiteral("Nothing saved yet: the transcript and recording of a session appear in "
-                          "~/Documents/Ketterbloom after Stop");
+    return tr("Nothing saved yet: the transcript and recording of a session appear in "
+              "~/Documents/Ketterbloom after Stop");
 }
 
 void ControlBar::refreshSession()
 {
     const bool active = m_controller.isSessionActive();
-    m_startStop->setText(active ? QStringLiteral("Stop") : QStringLiteral("Start"));
+    m_startStop->setText(active ? tr("Stop") : tr("Start"));
     m_startStop->setIcon(Icons::icon(active ? Icons::Id::stop : Icons::Id::play));
     // setText drops the shortcut of a button whose text has a mnemonic; set it again.
     m_startStop->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return));
@@ -420,7 +425,7 @@ void ControlBar::refreshTimers()
     const std::optional<double> last = m_controller.lastAnswerDuration();
     m_lastAnswerBox->setVisible(last.has_value());
     if (last)
-        m_lastAnswer->setText(QStringLiteral("last ") + DisplayFormat::shortDuration(*last));
+        m_lastAnswer->setText(lastAnswerText(DisplayFormat::shortDuration(*last)));
     m_clock->setText(DisplayFormat::clock(m_controller.sessionElapsed()));
 }
 
@@ -428,7 +433,7 @@ void ControlBar::refreshContext()
 {
     const QString label = contextButtonLabel(int(m_settings.contextFileNames().size()));
     m_commands.contextDocuments()->setIconText(label);
-    m_commands.contextDocuments()->setToolTip(label + QStringLiteral(" \u2014 ") + tr("Your documents: CV, notes, stories"));
+    m_commands.contextDocuments()->setToolTip(tr("%1 \u2014 Your documents: CV, notes, stories").arg(label));
 }
 
 void ControlBar::refreshJob()
@@ -442,7 +447,7 @@ void ControlBar::refreshFiles()
 {
     const bool saved = !m_controller.lastRecordingURL().isEmpty() || !m_controller.lastTranscriptURL().isEmpty();
     m_commands.showFiles()->setEnabled(saved);
-    m_commands.showFiles()->setToolTip(saved ? QStringLiteral("Reveal the saved .wav in ~/Documents/Ketterbloom")
+    m_commands.showFiles()->setToolTip(saved ? tr("Reveal the saved .wav in ~/Documents/Ketterbloom")
                                         : showFilesDisabledHelp());
 }
 

@@ -38,6 +38,8 @@ public:
     static QString micMeterLabel(AppSettings::StreamSource source);
     static QString micMeterHelp(AppSettings::StreamSource source);
     static QString showFilesDisabledHelp();
+    // "last 1:05": the last answer's length.
+    static QString lastAnswerText(const QString &duration);
 
     QPushButton *startStopButton() const { return m_startStop; }
     StatusPill *statusPill() const { return m_status; }

@@ -74,9 +74,9 @@ QWidget *GeneralSettingsPage::buildLookGroup()
     m_fontSize->setDecimals(0);
     m_fontSize->setSuffix(tr(" pt"));
     m_appearance = new QComboBox(group);
-    m_appearance->addItem(QStringLiteral("Match system"), int(AppSettings::Appearance::system));
-    m_appearance->addItem(QStringLiteral("Light"), int(AppSettings::Appearance::light));
-    m_appearance->addItem(QStringLiteral("Dark"), int(AppSettings::Appearance::dark));
+    m_appearance->addItem(tr("Match system"), int(AppSettings::Appearance::system));
+    m_appearance->addItem(tr("Light"), int(AppSettings::Appearance::light));
+    m_appearance->addItem(tr("Dark"), int(AppSettings::Appearance::dark));
     m_onTop = new QCheckBox(tr("Keep the window on &top of other windows"), group);
     form->addRow(tr("Answer &font:"), m_fontFamily);
     form->addRow(tr("Answer text si&ze:"), m_fontSize);

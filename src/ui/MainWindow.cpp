@@ -39,13 +39,13 @@ constexpr int kRestorableHeight = 300;
 QString actionLabel(SessionController::BannerAction action)
 {
     switch (action) {
-    case SessionController::BannerAction::openAccountSettings: return QStringLiteral("Open Settings");
-    case SessionController::BannerAction::openOnboarding: return QStringLiteral("Open Setup");
-    case SessionController::BannerAction::openContext: return QStringLiteral("Add Context");
-    case SessionController::BannerAction::cancelTranscription: return QStringLiteral("Cancel");
-    case SessionController::BannerAction::copyTranscript: return QStringLiteral("Copy Transcript");
-    case SessionController::BannerAction::installUpdate: return QStringLiteral("Install Update");
-    case SessionController::BannerAction::restartNow: return QStringLiteral("Restart Now");
+    case SessionController::BannerAction::openAccountSettings: return MainWindow::tr("Open Settings");
+    case SessionController::BannerAction::openOnboarding: return MainWindow::tr("Open Setup");
+    case SessionController::BannerAction::openContext: return MainWindow::tr("Add Context");
+    case SessionController::BannerAction::cancelTranscription: return MainWindow::tr("Cancel");
+    case SessionController::BannerAction::copyTranscript: return MainWindow::tr("Copy Transcript");
+    case SessionController::BannerAction::installUpdate: return MainWindow::tr("Install Update");
+    case SessionController::BannerAction::restartNow: return MainWindow::tr("Restart Now");
     }
     return {};
 }
@@ -165,7 +165,7 @@ void MainWindow::buildMenus()
 
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->addAction(m_actions->alwaysOnTop());
-    view->addMenu(QStringLiteral("Appearance"))->addActions(m_actions->appearanceChoices());
+    view->addMenu(tr("Appearance"))->addActions(m_actions->appearanceChoices());
     view->addAction(m_actions->toggleAppearance());
     view->addSeparator();
     view->addActions({m_actions->biggerText(), m_actions->smallerText(), m_actions->resetText()});

@@ -149,8 +149,8 @@ QWidget *OnboardingDialog::buildContextPage()
                               "instead of speaking in generalities. Accepted: %1")
                                .arg(ContextLoader::kindsLabel()),
                            page));
-    auto *add = new QPushButton(QStringLiteral("Add files…"), page);
-    add->setAccessibleName(QStringLiteral("Add context files"));
+    auto *add = new QPushButton(tr("Add files…"), page);
+    add->setAccessibleName(tr("Add context files"));
     m_contextList = new QListWidget(page);
     m_contextList->setAccessibleName(tr("Loaded context files"));
     m_contextList->setMaximumHeight(110);

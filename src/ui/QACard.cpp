@@ -84,9 +84,9 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     auto *header = new FlowLayout(headerBox, 6, 2);
     header->setContentsMargins(0, 0, 0, 0);
     m_interviewerIcon = new IconLabel(Icons::Id::interviewer, headerBox);
-    m_interviewer = new QLabel(QStringLiteral("Interviewer"), headerBox);
+    m_interviewer = new QLabel(tr("Interviewer"), headerBox);
     m_timestamp = new QLabel(headerBox);
-    m_updated = new Badge(QStringLiteral("updated"), headerBox);
+    m_updated = new Badge(tr("updated"), headerBox);
     m_updated->setContentsMargins(5, 0, 5, 0);
     header->addWidget(m_interviewerIcon);
     header->addWidget(m_interviewer);
@@ -105,7 +105,7 @@ QACard::QACard(const QAPair &pair, const CardFonts &fonts, bool myAnswerShown, Q
     answerHeader->setContentsMargins(0, 0, 0, 0);
     answerHeader->setSpacing(5);
     m_copilotIcon = new IconLabel(Icons::Id::copilot, m_answerHeader);
-    m_copilot = new QLabel(QStringLiteral("Copilot"), m_answerHeader);
+    m_copilot = new QLabel(tr("Copilot"), m_answerHeader);
     answerHeader->addWidget(m_copilotIcon);
     answerHeader->addWidget(m_copilot);
     answerHeader->addStretch(1);

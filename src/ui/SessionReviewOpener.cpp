@@ -12,13 +12,13 @@
 void SessionReviewOpener::run(const AppSettings &settings, QWidget *parent)
 {
     const QString path = QFileDialog::getOpenFileName(
-        parent, QObject::tr("Review a Session"), SessionController::sessionFolder(),
-        QObject::tr("Session records (*.events.jsonl *.transcript.md);;All files (*)"));
+        parent, tr("Review a Session"), SessionController::sessionFolder(),
+        tr("Session records (*.events.jsonl *.transcript.md);;All files (*)"));
     if (path.isEmpty())
         return;
     const QString error = open(path, settings);
     if (!error.isEmpty())
-        QMessageBox::warning(parent, QObject::tr("Review a Session"), QObject::tr("No review page: %1").arg(error));
+        QMessageBox::warning(parent, tr("Review a Session"), tr("No review page: %1").arg(error));
 }
 
 QString SessionReviewOpener::open(const QString &path, const AppSettings &settings)
@@ -28,6 +28,6 @@ QString SessionReviewOpener::open(const QString &path, const AppSettings &settin
     if (!page.ok())
         return page.error;
     if (!QDesktopServices::openUrl(QUrl::fromLocalFile(page.path)))
-        return QObject::tr("the page was written to %1, but no browser could open it").arg(page.path);
+        return tr("the page was written to %1, but no browser could open it").arg(page.path);
     return {};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QString>
 
 class AppSettings;
@@ -11,6 +12,8 @@ class QWidget;
 // message box.
 class SessionReviewOpener
 {
+    Q_DECLARE_TR_FUNCTIONS(SessionReviewOpener)
+
 public:
     static void run(const AppSettings &settings, QWidget *parent);
 

@@ -32,7 +32,7 @@ SettingsDialog::SettingsDialog(AppSettings &settings, SessionController &control
     layout->addWidget(m_tabs, 1);
 
     auto *bottom = new QHBoxLayout;
-    auto *copy = new QPushButton(QStringLiteral("Copy transcript"), this);
+    auto *copy = new QPushButton(tr("Copy transcript"), this);
     copy->setToolTip(tr("Copy every question and answer of this run as plain text"));
     connect(copy, &QPushButton::clicked, this, &SettingsDialog::copyTranscript);
     bottom->addWidget(copy);

@@ -24,11 +24,11 @@ StatusPill::StatusPill(QWidget *parent)
 QString StatusPill::labelFor(RealtimeStatus::Kind kind)
 {
     switch (kind) {
-    case RealtimeStatus::Kind::idle: return QStringLiteral("Idle");
-    case RealtimeStatus::Kind::connecting: return QStringLiteral("Connecting…");
-    case RealtimeStatus::Kind::connected: return QStringLiteral("Live");
-    case RealtimeStatus::Kind::reconnecting: return QStringLiteral("Reconnecting…");
-    case RealtimeStatus::Kind::failed: return QStringLiteral("Error");
+    case RealtimeStatus::Kind::idle: return tr("Idle");
+    case RealtimeStatus::Kind::connecting: return tr("Connecting…");
+    case RealtimeStatus::Kind::connected: return tr("Live");
+    case RealtimeStatus::Kind::reconnecting: return tr("Reconnecting…");
+    case RealtimeStatus::Kind::failed: return tr("Error");
     }
     return {};
 }
@@ -48,7 +48,7 @@ QColor StatusPill::colorFor(RealtimeStatus::Kind kind)
 void StatusPill::setStatus(const RealtimeStatus &status, bool starting)
 {
     const bool startingUp = starting && status.kind() == RealtimeStatus::Kind::idle;
-    const QString text = startingUp ? QStringLiteral("Starting…") : labelFor(status.kind());
+    const QString text = startingUp ? tr("Starting…") : labelFor(status.kind());
     const QColor color = startingUp ? Colors::orange() : colorFor(status.kind());
     setToolTip(status.isFailed() && !status.message().isEmpty() ? status.message() : QString());
     if (text == m_text && color == m_color)
@@ -71,7 +71,7 @@ QSize StatusPill::sizeHint() const
 {
     const QFontMetrics fm(captionFont());
     // Wide enough for the longest caption so the bar does not shift as the status changes.
-    const int textWidth = qMax(fm.horizontalAdvance(m_text), fm.horizontalAdvance(QStringLiteral("Reconnecting…")));
+    const int textWidth = qMax(fm.horizontalAdvance(m_text), fm.horizontalAdvance(tr("Reconnecting…")));
     return {kPadX + kDot + kGap + textWidth + kPadX, qMax(kDot, fm.height()) + 2 * kPadY};
 }
 

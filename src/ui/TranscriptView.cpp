@@ -31,7 +31,7 @@ TranscriptView::TranscriptView(QWidget *parent)
     : QWidget(parent)
     , m_stack(new QStackedLayout(this))
     , m_empty(new QWidget(this))
-    , m_emptyHeadline(new QLabel(QStringLiteral("No answers yet"), m_empty))
+    , m_emptyHeadline(new QLabel(tr("No answers yet"), m_empty))
     , m_emptyText(new QLabel(m_empty))
     , m_sampleInterview(new QPushButton(tr("Try a sample interview"), m_empty))
     , m_scroll(new QScrollArea(this))
@@ -55,9 +55,8 @@ TranscriptView::TranscriptView(QWidget *parent)
     headline.setWeight(QFont::DemiBold);
     m_emptyHeadline->setFont(headline);
     m_emptyHeadline->setAlignment(Qt::AlignHCenter);
-    m_emptyText->setText(QStringLiteral(
-        "Pick where the meeting audio comes from in Settings, load your context documents, then press Start. "
-        "Questions heard on the line are transcribed and answered here."));
+    m_emptyText->setText(tr("Pick where the meeting audio comes from in Settings, load your context documents, then "
+                            "press Start. Questions heard on the line are transcribed and answered here."));
     m_emptyText->setWordWrap(true);
     m_emptyText->setAlignment(Qt::AlignHCenter);
     // The palette's secondary text colour, at least 4.5:1 on the window in both palettes.
@@ -88,9 +87,9 @@ TranscriptView::TranscriptView(QWidget *parent)
     m_scroll->viewport()->installEventFilter(this);
 
     // "New answers below".
-    m_newAnswers->setText(QStringLiteral("New answers below"));
+    m_newAnswers->setText(tr("New answers below"));
     m_newAnswers->setIcon(Icons::icon(Icons::Id::arrowDown));
-    m_newAnswers->setAccessibleName(QStringLiteral("New answers below"));
+    m_newAnswers->setAccessibleName(tr("New answers below"));
     m_newAnswers->setCursor(Qt::PointingHandCursor);
     QFont caption = m_newAnswers->font();
     caption.setWeight(QFont::DemiBold);

@@ -18,22 +18,22 @@ WindowActions::WindowActions(AppSettings &settings, SessionController &controlle
     : QObject(parent)
     , m_appSettings(settings)
     , m_controller(controller)
-    , m_settings(make(tr("Settings…"), QStringLiteral("Settings"), int(Icons::Id::settings)))
-    , m_jobContext(make(tr("Job Context…"), QStringLiteral("Job"), int(Icons::Id::job)))
-    , m_contextDocuments(make(tr("Context Documents…"), QStringLiteral("Context"), int(Icons::Id::context)))
+    , m_settings(make(tr("Settings…"), tr("Settings"), int(Icons::Id::settings)))
+    , m_jobContext(make(tr("Job Context…"), tr("Job"), int(Icons::Id::job)))
+    , m_contextDocuments(make(tr("Context Documents…"), tr("Context"), int(Icons::Id::context)))
     , m_setupGuide(make(tr("Setup Guide…"), QString(), kNoIcon))
     , m_reviewSession(make(tr("Review a Session…"), QString(), kNoIcon))
     , m_quit(make(tr("Quit"), QString(), kNoIcon))
-    , m_checkForUpdates(make(QStringLiteral("Check for Updates…"), QString(), kNoIcon))
-    , m_showFiles(make(QStringLiteral("Show files"), QString(), int(Icons::Id::folder)))
+    , m_checkForUpdates(make(tr("Check for Updates…"), QString(), kNoIcon))
+    , m_showFiles(make(tr("Show files"), QString(), int(Icons::Id::folder)))
     , m_copyTranscript(make(tr("Copy Transcript"), QString(), kNoIcon))
     , m_transcribeRecording(make(tr("Transcribe Recording…"), QString(), kNoIcon))
-    , m_alwaysOnTop(make(QStringLiteral("Always on Top"), QStringLiteral("On top"), int(Icons::Id::pin)))
-    , m_saveRecording(make(QStringLiteral("Save .wav"), QString(), int(Icons::Id::record)))
-    , m_smallerText(make(QStringLiteral("Smaller Text"), tr("Smaller text"), int(Icons::Id::textSmaller)))
-    , m_biggerText(make(QStringLiteral("Bigger Text"), tr("Bigger text"), int(Icons::Id::textLarger)))
-    , m_resetText(make(QStringLiteral("Reset Text Size"), QString(), kNoIcon))
-    , m_toggleAppearance(make(QStringLiteral("Toggle Light / Dark"), tr("Light / dark"), int(Icons::Id::moon)))
+    , m_alwaysOnTop(make(tr("Always on Top"), tr("On top"), int(Icons::Id::pin)))
+    , m_saveRecording(make(tr("Save .wav"), QString(), int(Icons::Id::record)))
+    , m_smallerText(make(tr("Smaller Text"), tr("Smaller text"), int(Icons::Id::textSmaller)))
+    , m_biggerText(make(tr("Bigger Text"), tr("Bigger text"), int(Icons::Id::textLarger)))
+    , m_resetText(make(tr("Reset Text Size"), QString(), kNoIcon))
+    , m_toggleAppearance(make(tr("Toggle Light / Dark"), tr("Light / dark"), int(Icons::Id::moon)))
     , m_appearanceGroup(new QActionGroup(this))
 {
     m_settings->setToolTip(tr("Settings"));
@@ -41,7 +41,7 @@ WindowActions::WindowActions(AppSettings &settings, SessionController &controlle
     m_jobContext->setToolTip(tr("Company, role, job description and interviewers"));
     m_contextDocuments->setToolTip(tr("Your documents: CV, notes, stories"));
     m_quit->setShortcut(QKeySequence::Quit);
-    m_showFiles->setToolTip(QStringLiteral("Reveal the saved .wav in ~/Documents/Ketterbloom"));
+    m_showFiles->setToolTip(tr("Reveal the saved .wav in ~/Documents/Ketterbloom"));
     connect(m_showFiles, &QAction::triggered, this, [this] { m_controller.revealRecording(); });
     connect(m_copyTranscript, &QAction::triggered, this, &WindowActions::copyTranscriptToClipboard);
     connect(m_transcribeRecording, &QAction::triggered, &m_controller, &SessionController::transcribeRecording);
@@ -59,26 +59,26 @@ WindowActions::WindowActions(AppSettings &settings, SessionController &controlle
     connect(m_saveRecording, &QAction::triggered, this, [this](bool on) { m_appSettings.setSaveAudio(on); });
     connect(&m_appSettings, &AppSettings::saveAudioChanged, m_saveRecording, &QAction::setChecked);
 
-    m_smallerText->setToolTip(QStringLiteral("Smaller answer text (Ctrl+−)"));
+    m_smallerText->setToolTip(tr("Smaller answer text (Ctrl+−)"));
     m_smallerText->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Minus));
     connect(m_smallerText, &QAction::triggered, this,
             [this] { m_appSettings.setFontSize(TextSize::smaller(m_appSettings.fontSize())); });
-    m_biggerText->setToolTip(QStringLiteral("Bigger answer text (Ctrl++)"));
+    m_biggerText->setToolTip(tr("Bigger answer text (Ctrl++)"));
     m_biggerText->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_Plus), QKeySequence(Qt::CTRL | Qt::Key_Equal)});
     connect(m_biggerText, &QAction::triggered, this,
             [this] { m_appSettings.setFontSize(TextSize::bigger(m_appSettings.fontSize())); });
     m_resetText->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_0));
     connect(m_resetText, &QAction::triggered, this, [this] { m_appSettings.setFontSize(TextSize::standard); });
 
-    m_toggleAppearance->setToolTip(QStringLiteral("Toggle light / dark (Ctrl+Shift+L)"));
+    m_toggleAppearance->setToolTip(tr("Toggle light / dark (Ctrl+Shift+L)"));
     m_toggleAppearance->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_L));
     connect(m_toggleAppearance, &QAction::triggered, this, [this] {
         m_appSettings.setAppearance(toggled(m_appSettings.appearance(), Theme::isDark(QApplication::palette())));
     });
     const QList<QPair<QString, AppSettings::Appearance>> choices = {
-        {QStringLiteral("Match system"), AppSettings::Appearance::system},
-        {QStringLiteral("Light"), AppSettings::Appearance::light},
-        {QStringLiteral("Dark"), AppSettings::Appearance::dark},
+        {tr("Match system"), AppSettings::Appearance::system},
+        {tr("Light"), AppSettings::Appearance::light},
+        {tr("Dark"), AppSettings::Appearance::dark},
     };
     for (const auto &[label, value] : choices) {
         QAction *choice = make(label, QString(), kNoIcon);
