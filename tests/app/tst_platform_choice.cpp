@@ -20,47 +20,45 @@ private:
     }
 
 private slots:
-    void waylandWithXWaylandGoesThroughXcb()
+    // What the desktop offers and what the user chose: the platform, whether "stay on top"
+    // works there, and whether Settings offers XWayland (still offered when turned off, so
+    // that it can be turned back on).
+    void choice_data()
     {
-        const PlatformChoice choice = PlatformChoice::choose(desktop("wayland-0", ":0"));
-        QCOMPARE(choice.platform, QByteArray("xcb"));
-        QVERIFY(choice.stayOnTopWorks);
-        QVERIFY(choice.xwaylandOffered);
-    }
-
-    void waylandOnlyIsNativeAndSaysSo()
-    {
-        const PlatformChoice choice = PlatformChoice::choose(desktop("wayland-0", ""));
-        QCOMPARE(choice.platform, QByteArray("wayland"));
-        QVERIFY(!choice.stayOnTopWorks);
-        QVERIFY(!choice.xwaylandOffered);
-    }
-
-    void x11IsXcb()
-    {
-        const PlatformChoice choice = PlatformChoice::choose(desktop("", ":1"));
-        QCOMPARE(choice.platform, QByteArray("xcb"));
-        QVERIFY(choice.stayOnTopWorks);
-        QVERIFY(!choice.xwaylandOffered);
-    }
-
-    void settingOrFlagKeepsWaylandNative()
-    {
-        PlatformChoice::Inputs bySetting = desktop("wayland-0", ":0");
-        bySetting.useXWaylandSetting = false;
-        PlatformChoice::Inputs byFlag = desktop("wayland-0", ":0");
-        byFlag.nativeWaylandFlag = true;
-        for (const PlatformChoice::Inputs &inputs : {bySetting, byFlag}) {
-            const PlatformChoice choice = PlatformChoice::choose(inputs);
-            QCOMPARE(choice.platform, QByteArray("wayland"));
-            QVERIFY(!choice.stayOnTopWorks);
-            // Still offered, so that Settings can turn it back on.
-            QVERIFY(choice.xwaylandOffered);
-        }
+        QTest::addColumn<QByteArray>("wayland");
+        QTest::addColumn<QByteArray>("x11");
+        QTest::addColumn<bool>("xwaylandSetting");
+        QTest::addColumn<bool>("nativeFlag");
+        QTest::addColumn<QByteArray>("platform");
+        QTest::addColumn<bool>("onTop");
+        QTest::addColumn<bool>("offered");
+        QTest::newRow("Wayland with XWayland") << QByteArray("wayland-0") << QByteArray(":0") << true << false
+                                               << QByteArray("xcb") << true << true;
+        QTest::newRow("Wayland only") << QByteArray("wayland-0") << QByteArray() << true << false
+                                      << QByteArray("wayland") << false << false;
+        QTest::newRow("X11") << QByteArray() << QByteArray(":1") << true << false << QByteArray("xcb") << true << false;
+        QTest::newRow("XWayland off in Settings") << QByteArray("wayland-0") << QByteArray(":0") << false << false
+                                                  << QByteArray("wayland") << false << true;
+        QTest::newRow("native Wayland flag") << QByteArray("wayland-0") << QByteArray(":0") << true << true
+                                             << QByteArray("wayland") << false << true;
         // Off on plain X11 changes nothing: there is no Wayland to prefer.
-        PlatformChoice::Inputs x11 = desktop("", ":0");
-        x11.useXWaylandSetting = false;
-        QCOMPARE(PlatformChoice::choose(x11).platform, QByteArray("xcb"));
+        QTest::newRow("XWayland off on X11") << QByteArray() << QByteArray(":0") << false << false
+                                             << QByteArray("xcb") << true << false;
+    }
+
+    void choice()
+    {
+        QFETCH(QByteArray, wayland);
+        QFETCH(QByteArray, x11);
+        QFETCH(bool, xwaylandSetting);
+        QFETCH(bool, nativeFlag);
+        PlatformChoice::Inputs inputs = desktop(wayland.constData(), x11.constData());
+        inputs.useXWaylandSetting = xwaylandSetting;
+        inputs.nativeWaylandFlag = nativeFlag;
+        const PlatformChoice choice = PlatformChoice::choose(inputs);
+        QTEST(choice.platform, "platform");
+        QTEST(choice.stayOnTopWorks, "onTop");
+        QTEST(choice.xwaylandOffered, "offered");
     }
 
     void withoutTheWaylandPluginXWaylandIsUsedAnyway()

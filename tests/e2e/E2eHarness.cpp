@@ -237,4 +237,24 @@ QString App::newestFile(const QString &suffix) const
     return {};
 }
 
+QList<QJsonObject> App::events(const QString &event) const
+{
+    const QString log = newestFile(QStringLiteral(".events.jsonl"));
+    QList<QJsonObject> lines = log.isEmpty() ? QList<QJsonObject>{} : readJsonLines(log);
+    if (!event.isEmpty())
+        lines.removeIf([&event](const QJsonObject &line) { return line.value(QStringLiteral("event")).toString() != event; });
+    return lines;
+}
+
+bool App::waitForEvents(const QString &event, int count, int timeoutMs) const
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (events(event).size() < count) {
+        if (deadline.hasExpired())
+            return false;
+        QThread::msleep(100);
+    }
+    return true;
+}
+
 } // namespace e2e

@@ -71,6 +71,10 @@ public:
     QString sessionFolder() const;
     // The newest file in the session folder whose name ends with `suffix`.
     QString newestFile(const QString &suffix) const;
+    // The lines of the newest events log, or only those of `event`.
+    QList<QJsonObject> events(const QString &event = {}) const;
+    // Waits until the newest events log holds `count` lines of `event`.
+    bool waitForEvents(const QString &event, int count, int timeoutMs) const;
 
 private:
     QString m_home;

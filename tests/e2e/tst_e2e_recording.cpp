@@ -1,5 +1,6 @@
-// A recording as the meeting, end to end with no sound server: the real program plays a WAV
-// of spoken questions into the local realtime simulator, which answers each one.
+// Recordings end to end with no sound server: the real program plays a WAV of spoken
+// questions into the local realtime simulator, which answers each one; and it transcribes a
+// saved session recording.
 
 #include "E2eHarness.h"
 #include "SoundServer.h"
@@ -7,6 +8,7 @@
 
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -103,6 +105,37 @@ private slots:
             worst = std::max(worst, std::fabs(right[i] - source[i]));
         QCOMPARE(leftPeak, 0.0f);
         QVERIFY2(worst <= 2.0f / 32768.0f, qPrintable(QString::number(worst)));
+    }
+
+    // A saved session recording (`--transcribe`), decoded on the device.
+    void savedRecordingIsTranscribed()
+    {
+        QTemporaryDir dir;
+        const auto path = [&dir](const char *name) { return dir.filePath(QLatin1String(name)); };
+        // A recorded human voice the on-device recogniser knows well.
+        const QString clip = QStringLiteral("/usr/share/pocketsphinx/test/data/goforward.raw");
+        QVERIFY2(QFile::exists(clip), "pocketsphinx-testdata is not installed");
+        const QStringList raw = QStringLiteral("-t raw -r 16000 -e signed -b 16 -c 1").split(QLatin1Char(' '));
+        QVERIFY(kbtest::run(QStringLiteral("sox"), raw + QStringList{clip, QStringLiteral("-r"), QStringLiteral("48000"),
+                                                                     path("answer.wav")}).ok());
+        // The user's voice on the left, the meeting on the right, as the app records it.
+        QVERIFY(kbtest::makeSilence(path("pad.wav"), 3));
+        QVERIFY(kbtest::run(QStringLiteral("sox"), {path("answer.wav"), path("pad.wav"), path("left.wav")}).ok());
+        QVERIFY(kbtest::run(QStringLiteral("sox"), {path("pad.wav"), path("answer.wav"), path("right.wav")}).ok());
+        QVERIFY(kbtest::mergeToStereo(path("left.wav"), path("right.wav"), path("meeting_saved.wav")));
+        App app(path("home-transcribe"));
+        QVERIFY(app.start({QStringLiteral("--transcribe"), path("meeting_saved.wav")}, QString()));
+        QVERIFY2(app.wait(120000) && app.exitCode() == 0, qPrintable(app.err()));
+        // Written beside the recording under a name no session file uses.
+        QCOMPARE(app.out(), path("meeting_saved.recording.md") + QLatin1Char('\n'));
+        QVERIFY2(app.err().contains(QStringLiteral("100% (")), qPrintable(app.err()));
+        const QString transcript = readText(path("meeting_saved.recording.md"));
+        QVERIFY2(transcript.startsWith(QStringLiteral("# Meeting transcript\n\nSource: `meeting_saved.wav`\n")),
+                 qPrintable(transcript));
+        // A dialogue in time order: the user first, the interviewer three seconds later.
+        const QRegularExpression dialogue(QStringLiteral(
+            "\\*\\*You\\*\\* \\(00:0[0-2]\\): Go forward ten meters[^\\n]*\\n\\n\\*\\*Interviewer\\*\\* \\(00:0[2-4]\\): Go forward ten meters"));
+        QVERIFY2(dialogue.match(transcript).hasMatch(), qPrintable(transcript));
     }
 };
 

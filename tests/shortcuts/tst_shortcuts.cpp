@@ -1,5 +1,6 @@
 // Global shortcuts: the keys chosen in Settings, their names for the desktop's services, and
 // the portal path end to end against a stand-in portal on a private session bus.
+#include "PrivateBus.h"
 #include "StandInPortal.h"
 
 #include "shortcuts/GlobalShortcuts.h"
@@ -9,7 +10,6 @@
 
 #include <QDBusConnection>
 #include <QFile>
-#include <QProcess>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -23,8 +23,7 @@ class ShortcutsTest : public QObject
 
 private:
     QTemporaryDir m_dir;
-    QProcess m_bus;
-    QString m_address;
+    PrivateBus m_bus;
 
     QDBusConnection desktop() const { return QDBusConnection(QStringLiteral("desktop")); }
 
@@ -39,33 +38,19 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
-        m_address = QStringLiteral("unix:path=") + m_dir.filePath(QStringLiteral("bus"));
         // A bus with no service files: whether a portal is installed on this machine must not
         // matter, only whether the test plays one.
-        QFile config(m_dir.filePath(QStringLiteral("bus.conf")));
-        QVERIFY(config.open(QIODevice::WriteOnly));
-        config.write("<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-                     " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                     "<busconfig><type>session</type><listen>"
-                     + m_address.toUtf8()
-                     + "</listen><policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
-                       "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n");
-        config.close();
-        m_bus.start(QStringLiteral("dbus-daemon"),
-                    {QStringLiteral("--nofork"), QStringLiteral("--config-file=") + config.fileName()});
-        if (!m_bus.waitForStarted(5000))
-            QSKIP("dbus-daemon is not installed");
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(m_dir.filePath(QStringLiteral("bus"))), 10000);
-        qputenv("DBUS_SESSION_BUS_ADDRESS", m_address.toUtf8());
+        if (!m_bus.start())
+            QSKIP("dbus-daemon could not be started (scripts/install-deps --tests installs it)");
+        qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus.address().toUtf8());
         QVERIFY(QDBusConnection::sessionBus().isConnected());
-        QVERIFY(QDBusConnection::connectToBus(m_address, QStringLiteral("desktop")).isConnected());
+        QVERIFY(QDBusConnection::connectToBus(m_bus.address(), QStringLiteral("desktop")).isConnected());
     }
 
     void cleanupTestCase()
     {
         QDBusConnection::disconnectFromBus(QStringLiteral("desktop"));
-        m_bus.terminate();
-        m_bus.waitForFinished(5000);
+        m_bus.stop();
     }
 
     void defaultsAreDistinctAndOutOfTheDesktopsWay()

@@ -1,13 +1,18 @@
 #pragma once
 
 // Test audio: the pocketsphinx-testdata clips, converted and mixed into WAV files.
+#include "speech/RecordingTranscriber.h"
+
 #include <QFile>
+#include <QList>
 #include <QString>
 
 #include <sndfile.h>
 #include <soxr.h>
 
+#include <cmath>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace SpeechTestAudio {
@@ -78,5 +83,26 @@ inline void place(std::vector<float> &track, const std::vector<float> &clip, dou
     for (std::size_t i = 0; i < clip.size() && start + i < track.size(); ++i)
         track[start + i] = clip[i];
 }
+
+// A `seconds`-long track at `rate`, a sine of `amplitude` in each [from, to) span of seconds.
+inline std::vector<float> track(int seconds, std::initializer_list<std::pair<int, int>> spans, float amplitude = 0.4f,
+                                int rate = 8000)
+{
+    std::vector<float> t(static_cast<std::size_t>(seconds) * rate, 0.0f);
+    for (auto [from, to] : spans)
+        for (std::size_t i = std::size_t(from) * rate; i < std::size_t(to) * rate; ++i)
+            t[i] = amplitude * std::sin(static_cast<float>(i) * 0.3f);
+    return t;
+}
+
+// What one RecordingTranscriber::transcribe() run reports.
+struct Run
+{
+    QList<RecordingProgress> progress;
+    std::optional<RecordingTranscriber::Result> result;
+
+    auto onProgress() { return [this](const RecordingProgress &p) { progress << p; }; }
+    auto onResult() { return [this](const RecordingTranscriber::Result &r) { result = r; }; }
+};
 
 } // namespace SpeechTestAudio

@@ -24,21 +24,6 @@ constexpr int kRate = 8000;
 constexpr int kWait = 15000;
 const QString kKey = QStringLiteral("sk-test-recording");
 
-std::vector<float> track(int seconds, std::initializer_list<std::pair<int, int>> spans)
-{
-    std::vector<float> t(static_cast<std::size_t>(seconds) * kRate, 0.0f);
-    for (auto [from, to] : spans)
-        for (std::size_t i = std::size_t(from) * kRate; i < std::size_t(to) * kRate; ++i)
-            t[i] = 0.4f * std::sin(static_cast<float>(i) * 0.3f);
-    return t;
-}
-
-struct Run
-{
-    QList<RecordingProgress> progress;
-    std::optional<RecordingTranscriber::Result> result;
-};
-
 } // namespace
 
 class TestRecordingService : public QObject
@@ -53,8 +38,7 @@ private:
         const AudioTranscriptionConfig config{kKey, QStringLiteral("gpt-4o-transcribe"), QStringLiteral("en")};
         transcriber.transcribe(
             wav, [config] { return std::make_unique<ServiceUtteranceRecogniser>(config); },
-            [&run](const RecordingProgress &p) { run.progress << p; },
-            [&run](const RecordingTranscriber::Result &r) { run.result = r; });
+            run.onProgress(), run.onResult());
     }
     QList<QJsonObject> requests() const { return m_sim->received(QStringLiteral("POST /v1/audio/transcriptions")); }
 

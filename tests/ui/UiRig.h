@@ -9,6 +9,8 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
@@ -40,8 +42,23 @@ struct UiRig
     {
         Theme::install();
         session.settings.setHasCompletedOnboarding(onboarded);
+        rebuildWindow();
+    }
+
+    // A new window over the same session, as at the next launch.
+    void rebuildWindow()
+    {
         window = std::make_unique<MainWindow>(session.settings, *session.controller,
                                               MainWindow::Services{session.revealer, session.taps, audio});
+    }
+
+    // Shows the window (or one of its dialogs) and waits until it is on screen and active.
+    static void showAndWait(QWidget *w)
+    {
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w));
+        w->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(w));
     }
 
     TranscriptView &transcript() const { return *window->transcriptView(); }
@@ -84,6 +101,15 @@ struct UiRig
         client.delta(QStringLiteral("r5"), QStringLiteral("First month: listen. Pair with each team on call, read the "
                                                            "last six incident reviews, and"));
         QCoreApplication::processEvents();
+    }
+
+    // Writes `bytes` to `name` in `dir`; returns its path.
+    static QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArray &bytes)
+    {
+        QFile file(dir.filePath(name));
+        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+            qFatal("cannot write %s", qPrintable(file.fileName()));
+        return file.fileName();
     }
 
     // Where screenshots go: <build>/screenshots.

@@ -1,47 +1,28 @@
 // The window over a session controller driven by fakes: the control bar's bindings, the
-// banner, window behaviour (on top, appearance, remembered frame) and the dialogs.
-#include "HttpHeaders.h"
+// banner, window behaviour (on top, appearance, remembered frame) and its commands.
+// The dialogs it opens are tested in tst_ui_dialogs.cpp.
 #include "UiRig.h"
 
 #include "ui/AnswerTimerView.h"
-#include "ui/ApiKeyField.h"
 #include "ui/BannerView.h"
 #include "ui/Colors.h"
-#include "ui/AudioSettingsPage.h"
-#include "ui/ContextPanel.h"
 #include "ui/ControlBar.h"
-#include "ui/JobContextDialog.h"
-#include "ui/LevelMeter.h"
-#include "ui/OnboardingDialog.h"
-#include "ui/GeneralSettingsPage.h"
 #include "ui/Icons.h"
-#include "ui/ModelSettingsPage.h"
+#include "ui/LevelMeter.h"
 #include "ui/QACard.h"
-#include "ui/SettingsDialog.h"
 #include "ui/SessionReviewOpener.h"
+#include "ui/SettingsDialog.h"
 #include "ui/StatusPill.h"
 #include "ui/WindowActions.h"
 
 #include <QAbstractButton>
 #include <QAction>
 #include <QClipboard>
-#include <QCheckBox>
-#include <QComboBox>
 #include <QDesktopServices>
-#include <QDoubleSpinBox>
-#include <QRadioButton>
-#include <QSpinBox>
-#include <QTabWidget>
 #include <QFile>
 #include <QLabel>
-#include <QLineEdit>
-#include <QMessageBox>
-#include <QScreen>
-#include <QPlainTextEdit>
 #include <QPushButton>
-#include <QTcpServer>
-#include <QTcpSocket>
-#include <QTemporaryDir>
+#include <QScreen>
 #include <QToolButton>
 
 // Takes the file addresses QDesktopServices would hand to the desktop.
@@ -57,20 +38,11 @@ class MainWindowTest : public QObject
 {
     Q_OBJECT
 
-private:
-    static void showAndWait(QWidget *w)
-    {
-        w->show();
-        QVERIFY(QTest::qWaitForWindowExposed(w));
-        w->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(w));
-    }
-
 private slots:
     void startStopButtonAndShortcut()
     {
         UiRig rig;
-        showAndWait(rig.window.get());
+        UiRig::showAndWait(rig.window.get());
         QPushButton *button = rig.window->controlBar()->startStopButton();
         QCOMPARE(button->text(), QStringLiteral("Start"));
         QCOMPARE(button->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Return));
@@ -102,7 +74,7 @@ private slots:
     void publishedStateReachesTheBar()
     {
         UiRig rig;
-        showAndWait(rig.window.get());
+        UiRig::showAndWait(rig.window.get());
         ControlBar *bar = rig.window->controlBar();
         QVERIFY(rig.session.startSession());
 
@@ -192,7 +164,7 @@ private slots:
     {
         UiRig rig;
         rig.playConversation();
-        showAndWait(rig.window.get());
+        UiRig::showAndWait(rig.window.get());
         QList<QAbstractButton *> buttons = rig.window->controlBar()->findChildren<QAbstractButton *>();
         buttons += rig.transcript().findChildren<QAbstractButton *>();
         QVERIFY(buttons.size() >= 12);
@@ -211,7 +183,7 @@ private slots:
     {
         UiRig rig;
         QVERIFY(rig.session.settings.alwaysOnTop());
-        showAndWait(rig.window.get());
+        UiRig::showAndWait(rig.window.get());
         QVERIFY(rig.window->windowFlags() & Qt::WindowStaysOnTopHint);
         QVERIFY(rig.window->controlBar()->onTopToggle()->isChecked());
         QVERIFY(rig.window->alwaysOnTopAction()->isChecked());
@@ -266,15 +238,13 @@ private slots:
             UiRig rig;
             // Too narrow: ignored, the default frame stands.
             rig.session.settings.store().setValue(QLatin1String(MainWindow::frameKey), QRect(40, 40, 300, 500));
-            rig.window = std::make_unique<MainWindow>(rig.session.settings, *rig.session.controller,
-                                                      MainWindow::Services{rig.session.revealer, rig.session.taps, rig.audio});
+            rig.rebuildWindow();
             QCOMPARE(rig.window->size(), QSize(MainWindow::defaultWidth, MainWindow::defaultHeight));
 
             rig.session.settings.store().setValue(QLatin1String(MainWindow::frameKey), QRect(60, 70, 640, 720));
-            rig.window = std::make_unique<MainWindow>(rig.session.settings, *rig.session.controller,
-                                                      MainWindow::Services{rig.session.revealer, rig.session.taps, rig.audio});
+            rig.rebuildWindow();
             QCOMPARE(rig.window->size(), QSize(640, 720));
-            showAndWait(rig.window.get());
+            UiRig::showAndWait(rig.window.get());
 
             // Later changes are written back.
             rig.window->resize(700, 760);
@@ -290,7 +260,7 @@ private slots:
     void bannerLinksRevealFiles()
     {
         UiRig rig;
-        showAndWait(rig.window.get());
+        UiRig::showAndWait(rig.window.get());
         const QString transcript = rig.session.dir.filePath(QStringLiteral("meeting.transcript.md"));
         rig.session.controller->setBanner(QStringLiteral("Transcript saved"),
                                           {SessionController::makeLink(QStringLiteral("Transcript"),
@@ -343,7 +313,7 @@ private slots:
     void transcribeRecordingCommand()
     {
         UiRig rig;
-        showAndWait(rig.window.get());
+        UiRig::showAndWait(rig.window.get());
         const QString wav = rig.session.dir.filePath(QStringLiteral("meeting_2026-11-21_14-05-09.wav"));
         rig.session.picker.choice = wav;
         rig.window->transcribeRecordingAction()->trigger();
@@ -367,98 +337,10 @@ private slots:
         QVERIFY(rig.session.recordingTranscriber.path.isEmpty());
     }
 
-    void jobContextSavePushesInstructions()
-    {
-        UiRig rig;
-        QVERIFY(rig.session.startSession());
-        rig.window->openJobContext();
-        JobContextDialog *dialog = rig.window->jobContextDialog();
-        QVERIFY(dialog);
-        dialog->companyEdit()->setText(QStringLiteral("Northwind Labs"));
-        dialog->roleEdit()->setText(QStringLiteral("Staff Engineer"));
-        dialog->descriptionEdit()->setPlainText(QStringLiteral("Own the payments ledger."));
-        dialog->interviewerNameEdit(1)->setText(QStringLiteral("Priya Raman"));
-        dialog->interviewerTitleEdit(1)->setText(QStringLiteral("VP Engineering"));
-        dialog->save();
-        QCOMPARE(rig.session.settings.companyName(), QStringLiteral("Northwind Labs"));
-        QCOMPARE(rig.session.settings.interviewers().at(1).name, QStringLiteral("Priya Raman"));
-        QCOMPARE(rig.session.client.instructionUpdates.size(), 1);
-        QVERIFY(rig.session.client.instructionUpdates.first().contains(QStringLiteral("Priya Raman")));
-        QVERIFY(rig.session.controller->banner().startsWith(QStringLiteral("Job context pushed to the live session")));
-        QCOMPARE(rig.window->controlBar()->jobButton()->text(), QStringLiteral("Staff Engineer"));
-    }
-
-    void contextPanelAddsAndRemovesFiles()
-    {
-        UiRig rig;
-        QTemporaryDir dir;
-        const auto write = [&dir](const QString &name, const QByteArray &bytes) {
-            QFile f(dir.filePath(name));
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(bytes);
-        };
-        write(QStringLiteral("cv.txt"), "Led the ledger migration.");
-        write(QStringLiteral("notes.md"), "# Stories\nCut p99 latency by 40%.");
-        write(QStringLiteral("blank.txt"), "   \n ");
-
-        rig.window->openContextPanel();
-        ContextPanel *panel = rig.window->contextPanel();
-        QVERIFY(panel);
-        panel->addFiles({dir.filePath(QStringLiteral("blank.txt"))});
-        QVERIFY(panel->isReading());   // off the GUI thread
-        QTRY_VERIFY(!panel->isReading());
-        QCOMPARE(panel->errorText(), QStringLiteral("Couldn't read any text from those files. A scanned PDF has no "
-                                                    "text layer — export it as text first."));
-        QVERIFY(rig.session.settings.contextFileNames().isEmpty());
-
-        panel->addFiles({dir.filePath(QStringLiteral("cv.txt"))});
-        panel->addFiles({dir.filePath(QStringLiteral("notes.md"))});
-        QTRY_VERIFY(!panel->isReading());
-        QCOMPARE(panel->errorText(), QString());
-        QCOMPARE(panel->shownNames(), (QStringList{QStringLiteral("cv.txt"), QStringLiteral("notes.md")}));
-        QCOMPARE(rig.window->controlBar()->contextButton()->text(), QStringLiteral("Context (2)"));
-        QVERIFY(panel->sizeText().contains(QString::number(rig.session.settings.contextText().size())));
-
-        panel->removeFile(QStringLiteral("cv.txt"));
-        QCOMPARE(rig.session.settings.contextFileNames(), QStringList{QStringLiteral("notes.md")});
-        QCOMPARE(rig.session.settings.contextText(),
-                 QStringLiteral("----- notes.md -----\n# Stories\nCut p99 latency by 40%."));
-        // A file that gives nothing beside one that reads: the panel names it.
-        write(QStringLiteral("more.md"), "More stories.");
-        panel->addFiles({dir.filePath(QStringLiteral("blank.txt")), dir.filePath(QStringLiteral("more.md"))});
-        QTRY_VERIFY(!panel->isReading());
-        QCOMPARE(panel->errorText(), QString());
-        QCOMPARE(panel->notesText(), QStringLiteral("blank.txt: no text found"));
-
-        // "Clear All" asks first; Cancel keeps everything.
-        panel->show();
-        panel->clearAllButton()->click();
-        QMessageBox *confirm = panel->clearConfirmation();
-        QVERIFY(confirm);
-        QTRY_VERIFY(confirm->isVisible());
-        QVERIFY(confirm->text().contains(QStringLiteral("2 context documents")));
-        QCOMPARE(confirm->defaultButton(), confirm->button(QMessageBox::Cancel));
-        confirm->button(QMessageBox::Cancel)->click();
-        QTRY_VERIFY(!panel->clearConfirmation());
-        QCOMPARE(rig.session.settings.contextFileNames().size(), 2);
-        panel->clearAllButton()->click();
-        confirm = panel->clearConfirmation();
-        QVERIFY(confirm);
-        QAbstractButton *clear = nullptr;
-        for (QAbstractButton *b : confirm->buttons())
-            clear = confirm->buttonRole(b) == QMessageBox::DestructiveRole ? b : clear;
-        QVERIFY(clear);
-        QCOMPARE(clear->text(), QStringLiteral("Clear All"));
-        clear->click();
-        QVERIFY(rig.session.settings.contextText().isEmpty());
-        QVERIFY(rig.session.settings.contextFileNames().isEmpty());
-        QCOMPARE(rig.window->controlBar()->contextButton()->text(), QStringLiteral("Context"));
-    }
-
     void noStaleStates()
     {
         UiRig rig;
-        showAndWait(rig.window.get());
+        UiRig::showAndWait(rig.window.get());
         ControlBar *bar = rig.window->controlBar();
         // "Show files" before anything was saved: disabled, and it says why.
         QVERIFY(!bar->showFilesButton()->isEnabled());
@@ -503,7 +385,7 @@ private slots:
     {
         UiRig rig;
         rig.window->resize(900, 700);
-        showAndWait(rig.window.get());
+        UiRig::showAndWait(rig.window.get());
         ControlBar *bar = rig.window->controlBar();
         QTRY_VERIFY(bar->overflowActions().isEmpty());
         // Another part of the program adds a button: it goes before Settings.
@@ -542,157 +424,10 @@ private slots:
 
         UiRig rig;
         rig.session.settings.store().setValue(QLatin1String(MainWindow::frameKey), QRect(9000, 9000, 600, 700));
-        rig.window = std::make_unique<MainWindow>(rig.session.settings, *rig.session.controller,
-                                                  MainWindow::Services{rig.session.revealer, rig.session.taps, rig.audio});
+        rig.rebuildWindow();
         const QRect available = QGuiApplication::primaryScreen()->availableGeometry();
         QVERIFY(available.intersects(rig.window->geometry()));
         QCOMPARE(rig.window->size(), QSize(600, 700).boundedTo(available.size()));
-    }
-
-    void contextPanelRequestFromTheController()
-    {
-        UiRig rig;
-        showAndWait(rig.window.get());
-        rig.session.controller->setContextPanelRequested(true);
-        QVERIFY(rig.window->contextPanel());
-        QTRY_VERIFY(rig.window->contextPanel()->isVisible());
-        QVERIFY(!rig.session.controller->contextPanelRequested());
-    }
-
-    void settingsDialogWritesThrough()
-    {
-        UiRig rig;
-        rig.session.taps.apps = {{7, QStringLiteral("org.mozilla.firefox"), QStringLiteral("Firefox")},
-                                 {0, QStringLiteral("zoom"), QStringLiteral("Zoom")}};
-        rig.audio.devices.append({QStringLiteral("alsa_input.dante"), QStringLiteral("Dante Virtual Soundcard — 8 ch @ 48000 Hz"), 8});
-        rig.window->openSettings();
-        SettingsDialog *dialog = rig.window->settingsDialog();
-        QVERIFY(dialog);
-        AppSettings &settings = rig.session.settings;
-
-        dialog->generalPage()->apiKeyField()->setText(QStringLiteral(" sk-from-dialog "));
-        QVERIFY(!dialog->generalPage()->apiKeyField()->isRevealed());
-        dialog->generalPage()->apiKeyField()->setRevealed(true);
-        QVERIFY(dialog->generalPage()->apiKeyField()->isRevealed());
-        dialog->close();
-        QCOMPARE(settings.apiKey().trimmed(), QStringLiteral("sk-from-dialog"));
-        QCOMPARE(settings.secretStore().readKeyFile(), std::optional<QString>(QStringLiteral("sk-from-dialog")));
-
-        rig.window->openSettings();
-        dialog = rig.window->settingsDialog();
-        QCOMPARE(dialog->audioPage()->appCombo()->itemText(0), QStringLiteral("Firefox (playing)"));
-        dialog->audioPage()->meetingSourceButton(AppSettings::MeetingSource::audioDevice)->click();
-        QCOMPARE(settings.meetingSource(), AppSettings::MeetingSource::audioDevice);
-        const int dante = dialog->audioPage()->deviceCombo()->findData(QStringLiteral("alsa_input.dante"));
-        QVERIFY(dante > 0);
-        QCOMPARE(dialog->audioPage()->deviceCombo()->itemText(dante), QStringLiteral("Dante Virtual Soundcard — 8 ch @ 48000 Hz"));
-        dialog->audioPage()->deviceCombo()->setCurrentIndex(dante);
-        emit dialog->audioPage()->deviceCombo()->activated(dante);
-        QCOMPARE(settings.deviceUID(), QStringLiteral("alsa_input.dante"));
-        QCOMPARE(dialog->audioPage()->micChannelSpin()->maximum(), 8);
-        dialog->audioPage()->micChannelSpin()->setValue(3);
-        QCOMPARE(settings.micChannel(), 2);
-
-        dialog->modelPage()->promptEdit()->setPlainText(QStringLiteral("Be brief."));
-        QCOMPARE(settings.systemPrompt(), QStringLiteral("Be brief."));
-
-        settings.setFontSize(20);
-        QCOMPARE(dialog->generalPage()->fontSizeSpin()->value(), 20.0);
-        dialog->generalPage()->fontSizeSpin()->setValue(12);
-        QCOMPARE(settings.fontSize(), 12.0);
-    }
-
-    void onboardingFlow()
-    {
-        UiRig rig(false);
-        showAndWait(rig.window.get());
-        // Shown at launch while onboarding is not complete.
-        QTRY_VERIFY(rig.window->onboardingDialog() && rig.window->onboardingDialog()->isVisible());
-        OnboardingDialog *onboarding = rig.window->onboardingDialog();
-        QCOMPARE(onboarding->currentPage(), int(OnboardingDialog::keyPage));
-        onboarding->apiKeyField()->setText(QStringLiteral("sk-onboarded"));
-
-        // The key is checked against the service (a stand-in on this machine) on request.
-        QTcpServer service;
-        QVERIFY(service.listen(QHostAddress::LocalHost));
-        QByteArray request;
-        connect(&service, &QTcpServer::newConnection, &service, [&service, &request] {
-            QTcpSocket *socket = service.nextPendingConnection();
-            connect(socket, &QTcpSocket::readyRead, socket, [socket, &request] {
-                request += socket->readAll();
-                if (!request.contains("\r\n\r\n"))
-                    return;
-                const bool good = kbtest::httpHeader(request, "Authorization") == "Bearer sk-onboarded";
-                socket->write(good ? "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}"
-                                   : "HTTP/1.1 401 Unauthorized\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}");
-                socket->disconnectFromHost();
-            });
-        });
-        qputenv("KQ_REALTIME_URL", QStringLiteral("ws://127.0.0.1:%1/v1/realtime").arg(service.serverPort()).toUtf8());
-        onboarding->checkKeyButton()->click();
-        QVERIFY(!onboarding->checkKeyButton()->isEnabled());
-        QTRY_VERIFY(onboarding->keyStatusText().startsWith(QStringLiteral("✓")));
-        QVERIFY(request.startsWith("GET /v1/models "));
-        onboarding->apiKeyField()->setText(QStringLiteral("sk-typo"));
-        request.clear();
-        onboarding->checkKey();
-        QTRY_VERIFY(onboarding->keyStatusText().startsWith(QStringLiteral("✗")));
-        QVERIFY(onboarding->keyStatusText().contains(QStringLiteral("401")));
-        qunsetenv("KQ_REALTIME_URL");
-        onboarding->apiKeyField()->setText(QStringLiteral("sk-onboarded"));
-        onboarding->next();
-        QCOMPARE(rig.session.settings.apiKey(), QStringLiteral("sk-onboarded"));
-
-        // Context: what could not be read is said in the guide itself; readable files replace
-        // the context.
-        QTemporaryDir dir;
-        QFile blank(dir.filePath(QStringLiteral("scan.txt")));
-        QVERIFY(blank.open(QIODevice::WriteOnly));
-        blank.write("  ");
-        blank.close();
-        onboarding->loadContextFiles({blank.fileName()});
-        QTRY_VERIFY(!onboarding->isReadingContext());
-        QCOMPARE(onboarding->contextNoteText(),
-                 QStringLiteral("Couldn't read any text from that file.\nscan.txt: no text found"));
-        QVERIFY(!rig.session.controller->bannerText());
-        QFile cv(dir.filePath(QStringLiteral("cv.txt")));
-        QVERIFY(cv.open(QIODevice::WriteOnly));
-        cv.write("Ten years of payments.");
-        cv.close();
-        rig.session.settings.setContextText(QStringLiteral("old"));
-        onboarding->loadContextFiles({cv.fileName()});
-        QTRY_VERIFY(!onboarding->isReadingContext());
-        QCOMPARE(rig.session.settings.contextText(), QStringLiteral("----- cv.txt -----\nTen years of payments."));
-        QCOMPARE(rig.session.settings.contextFileNames(), QStringList{QStringLiteral("cv.txt")});
-        QCOMPARE(onboarding->contextNoteText(), QString());
-        onboarding->next();
-
-        // Sound check with a live meter.
-        QCOMPARE(onboarding->currentPage(), int(OnboardingDialog::audioPage));
-        QVERIFY(onboarding->soundServerText().startsWith(QStringLiteral("✓")));
-        QVERIFY(onboarding->microphoneText().startsWith(QStringLiteral("✓")));
-        QVERIFY(rig.audio.levelSink);
-        rig.audio.levelSink(0.42f);
-        QCOMPARE(onboarding->micMeter()->level(), 0.42f);
-        onboarding->next();
-        QVERIFY(!rig.audio.levelSink);   // metering stops when the page is left
-
-        QCOMPARE(onboarding->currentPage(), int(OnboardingDialog::donePage));
-        QVERIFY(!rig.session.settings.hasCompletedOnboarding());
-        onboarding->next();
-        QVERIFY(rig.session.settings.hasCompletedOnboarding());
-    }
-
-    void onboardingWithoutSoundServer()
-    {
-        UiRig rig(false);
-        rig.audio.serverAvailable = false;
-        rig.window->openOnboarding();
-        OnboardingDialog *onboarding = rig.window->onboardingDialog();
-        onboarding->goToPage(OnboardingDialog::audioPage);
-        QVERIFY(onboarding->soundServerText().startsWith(QStringLiteral("✗")));
-        QVERIFY(onboarding->microphoneText().startsWith(QStringLiteral("✗")));
-        QVERIFY(!rig.audio.levelSink);
     }
 };
 

@@ -54,10 +54,16 @@ private:
         qInfo("wrote %s", qPrintable(path));
     }
 
-    static void openMyAnswer(UiRig &rig)
+    // A live session with a role and context: the conversation played, connected, levels
+    // moving, and the user's own answer opened on its card.
+    static void liveSession(UiRig &rig)
     {
-        const QList<QAPair> &pairs = rig.session.controller->pairs();
-        for (const QAPair &pair : pairs) {
+        rig.session.settings.setRoleTitle(QStringLiteral("Staff Engineer"));
+        rig.session.settings.setContextFileNames({QStringLiteral("cv.pdf"), QStringLiteral("stories.md")});
+        rig.playConversation();
+        rig.session.client.status(RealtimeStatus::connected());
+        rig.session.audio.levels(0.62f, 0.35f);
+        for (const QAPair &pair : rig.session.controller->pairs()) {
             if (!pair.myAnswer.isEmpty())
                 rig.transcript().toggleMyAnswer(pair.id);
         }
@@ -67,12 +73,7 @@ private:
     {
         UiRig rig;
         rig.session.settings.setAppearance(appearance);
-        rig.session.settings.setRoleTitle(QStringLiteral("Staff Engineer"));
-        rig.session.settings.setContextFileNames({QStringLiteral("cv.pdf"), QStringLiteral("stories.md")});
-        rig.playConversation();
-        rig.session.client.status(RealtimeStatus::connected());
-        rig.session.audio.levels(0.62f, 0.35f);
-        openMyAnswer(rig);
+        liveSession(rig);
         rig.window->resize(560, 860);
         save(rig.window.get(), name);
 
@@ -216,12 +217,7 @@ private slots:
         UiRig rig;
         rig.session.settings.setAppearance(dark ? AppSettings::Appearance::dark : AppSettings::Appearance::light);
         rig.session.settings.setFontSize(points);
-        rig.session.settings.setRoleTitle(QStringLiteral("Staff Engineer"));
-        rig.session.settings.setContextFileNames({QStringLiteral("cv.pdf"), QStringLiteral("stories.md")});
-        rig.playConversation();
-        rig.session.client.status(RealtimeStatus::connected());
-        rig.session.audio.levels(0.62f, 0.35f);
-        openMyAnswer(rig);
+        liveSession(rig);
         // The sizes are of the window's content, under its menu bar.
         rig.window->resize(size + QSize(0, rig.window->menuBar()->sizeHint().height()));
         save(rig.window.get(), QStringLiteral("window-") + name + QStringLiteral("-streaming"), 120);
@@ -364,17 +360,11 @@ private slots:
         rig.window->openContextPanel();
         // A scanned PDF and a long file beside one that reads: the panel says what each gave.
         QTemporaryDir dir;
-        const auto write = [&dir](const QString &name, const QByteArray &bytes) -> QString {
-            QFile f(dir.filePath(name));
-            if (!f.open(QIODevice::WriteOnly) || f.write(bytes) != bytes.size())
-                return {};
-            return dir.filePath(name);
-        };
         QPdfWriter scan(dir.filePath(QStringLiteral("scanned-cv.pdf")));
         QPainter(&scan).fillRect(QRect(0, 0, 100, 100), Qt::gray);
         ContextPanel *panel = rig.window->contextPanel();
         panel->addFiles({dir.filePath(QStringLiteral("scanned-cv.pdf")),
-                         write(QStringLiteral("stories.md"), QByteArray("Cut p99 latency by 40 %. ").repeated(1200))});
+                         UiRig::writeFile(dir, QStringLiteral("stories.md"), QByteArray("Cut p99 latency by 40 %. ").repeated(1200))});
         QTRY_VERIFY(!panel->isReading());
         QVERIFY(panel->notesText().contains(QStringLiteral("scanned-cv.pdf: no text found")));
         save(panel, QStringLiteral("context-panel-notes"));

@@ -2,6 +2,7 @@
 // every banner it shows, the once-a-day check, and the rule that nothing about an update
 // shows and nothing restarts while a session runs — until it ends, and then exactly once.
 #include "FakePackageKit.h"
+#include "PrivateBus.h"
 #include "FakeUpdateParts.h"
 
 #include "updates/UpdateController.h"
@@ -10,7 +11,6 @@
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QFile>
-#include <QProcess>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -29,9 +29,7 @@ class UpdatesControllerTest : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir m_busDir;
-    QProcess m_busDaemon;
-    QString m_address;
+    PrivateBus m_bus;
 
     // Per test.
     std::unique_ptr<QTemporaryDir> m_dir;
@@ -82,24 +80,17 @@ private:
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_busDir.isValid());
-        m_address = QStringLiteral("unix:path=") + m_busDir.filePath(QStringLiteral("bus"));
-        m_busDaemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                                                          QStringLiteral("--address=") + m_address});
-        if (!m_busDaemon.waitForStarted(5000))
-            QSKIP("dbus-daemon is not installed");
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(m_busDir.filePath(QStringLiteral("bus"))), 10000);
-        QTRY_VERIFY_WITH_TIMEOUT(QDBusConnection::connectToBus(m_address, QStringLiteral("client")).isConnected(),
-                                 10000);
-        QVERIFY(QDBusConnection::connectToBus(m_address, QStringLiteral("packagekit")).isConnected());
+        if (!m_bus.start())
+            QSKIP("dbus-daemon could not be started (scripts/install-deps --tests installs it)");
+        QVERIFY(QDBusConnection::connectToBus(m_bus.address(), QStringLiteral("client")).isConnected());
+        QVERIFY(QDBusConnection::connectToBus(m_bus.address(), QStringLiteral("packagekit")).isConnected());
     }
 
     void cleanupTestCase()
     {
         QDBusConnection::disconnectFromBus(QStringLiteral("client"));
         QDBusConnection::disconnectFromBus(QStringLiteral("packagekit"));
-        m_busDaemon.terminate();
-        m_busDaemon.waitForFinished(5000);
+        m_bus.stop();
     }
 
     void init()
