@@ -36,8 +36,11 @@ int TranscribeCommand::run(const QString &wavPath, std::FILE *out, std::FILE *er
         const QString line = progressLine(progress.secondsDone, progress.secondsTotal);
         ConsoleText::write(err, terminal ? QStringLiteral("\r") + line : line + QLatin1Char('\n'));
     };
-    RecordingTranscriber::Result result;
-    if (service) {
+    const auto transcribe = [&]() -> RecordingTranscriber::Result {
+        if (!service) {
+            ConsoleText::write(err, QStringLiteral("Transcribing %1… this runs locally and takes a while.\n").arg(info.fileName()));
+            return RecordingTranscriber::transcribeFile(info.absoluteFilePath(), showProgress);
+        }
         const std::optional<double> seconds = RecordingTranscriber::recordingSeconds(info.absoluteFilePath());
         const QString cost = seconds ? QStringLiteral(", about %1").arg(CostModel::money(
                                            CostModel::estimatedTranscriptionCost(service->model, *seconds)))
@@ -47,18 +50,16 @@ int TranscribeCommand::run(const QString &wavPath, std::FILE *out, std::FILE *er
                                     .arg(info.fileName(), service->model, cost));
         ServiceUtteranceRecogniser recogniser(*service);
         const std::atomic<bool> never{false};
-        result = RecordingTranscriber::run(info.absoluteFilePath(), recogniser, showProgress, never);
-    } else {
-        ConsoleText::write(err, QStringLiteral("Transcribing %1… this runs locally and takes a while.\n").arg(info.fileName()));
-        result = RecordingTranscriber::transcribeFile(info.absoluteFilePath(), showProgress);
-    }
+        return RecordingTranscriber::run(info.absoluteFilePath(), recogniser, showProgress, never);
+    };
+    const RecordingTranscriber::Result result = transcribe();
     if (terminal)
         ConsoleText::write(err, QStringLiteral("\n"));
-    if (const auto *failed = std::get_if<RecordingTranscriber::Failed>(&result)) {
-        ConsoleText::write(err, QStringLiteral("Transcription failed: %1\n").arg(failed->message));
+    if (!result.ok()) {
+        ConsoleText::write(err, QStringLiteral("Transcription failed: %1\n").arg(result.error()));
         return 1;
     }
-    const auto &written = std::get<RecordingTranscriber::Written>(result);
+    const RecordingTranscriber::Written &written = result.value();
     if (service) {
         if (const std::optional<QString> used = CostModel::transcriptionSummary(written.usage, service->model, written.secondsSent))
             ConsoleText::write(err, QStringLiteral("OpenAI: %1\n").arg(*used));

@@ -46,7 +46,7 @@ QList<AudioInputDevice> AudioDeviceManager::listFrom(const QList<PulseQueries::S
 QList<AudioInputDevice> AudioDeviceManager::inputDevices()
 {
     PulseConnection c("Ketterbloom device list");
-    if (!c.connect(connectTimeoutMs))
+    if (!c.connect(connectTimeoutMs).ok())
         return {};
     PulseLock lock(c);
     return listFrom(PulseQueries::sources(c));
@@ -64,7 +64,7 @@ std::optional<AudioInputDevice> AudioDeviceManager::device(const QString &uid)
 std::optional<AudioInputDevice> AudioDeviceManager::defaultInputDevice()
 {
     PulseConnection c("Ketterbloom device list");
-    if (!c.connect(connectTimeoutMs))
+    if (!c.connect(connectTimeoutMs).ok())
         return std::nullopt;
     PulseLock lock(c);
     const auto info = PulseQueries::serverInfo(c);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QString>
 
 #include <pulse/pulseaudio.h>
@@ -29,14 +31,14 @@ public:
     MicInput &operator=(const MicInput &) = delete;
 
     // Connects to the server and reads the source's format. Returns a reason on failure.
-    std::optional<QString> bind(const QString &sourceName);
+    Result<void> bind(const QString &sourceName);
     int channelCount() const { return m_spec.channels; }
     // The source's name and its display name, after bind().
     QString sourceName() const { return m_source; }
     QString description() const { return m_description; }
 
     // Opens the record stream and waits until it runs or timeoutMs pass.
-    std::optional<QString> startStream(int timeoutMs);
+    Result<void> startStream(int timeoutMs);
     // While false, delivered frames are dropped (a stalled start that comes back late).
     void setEnabled(bool enabled) { m_enabled = enabled; }
 

@@ -37,17 +37,13 @@ PulseConnection::~PulseConnection()
         pa_threaded_mainloop_free(m_loop);
 }
 
-bool PulseConnection::connect(int timeoutMs, QString *reason)
+Result<void> PulseConnection::connect(int timeoutMs)
 {
-    auto fail = [reason](const QString &why) {
-        if (reason)
-            *reason = why;
-        return false;
-    };
+    auto fail = [](const QString &why) { return Result<void>::failure(why); };
     if (!m_loop || !m_context)
         return fail(QStringLiteral("no sound server client"));
     if (m_ready)
-        return true;
+        return {};
     if (!m_started) {
         if (pa_threaded_mainloop_start(m_loop) < 0)
             return fail(QStringLiteral("could not start the sound server client thread"));
@@ -63,7 +59,7 @@ bool PulseConnection::connect(int timeoutMs, QString *reason)
     const auto state = pa_context_get_state(m_context);
     if (state == PA_CONTEXT_READY) {
         m_ready = true;
-        return true;
+        return {};
     }
     if (PA_CONTEXT_IS_GOOD(state))
         return fail(QStringLiteral("the sound server did not answer"));

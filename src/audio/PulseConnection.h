@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -22,8 +24,8 @@ public:
     PulseConnection &operator=(const PulseConnection &) = delete;
 
     // Starts the loop thread and connects to the server named by the environment (or the
-    // default one). On failure or time-out returns false and gives a short reason.
-    bool connect(int timeoutMs, QString *reason = nullptr);
+    // default one). On failure or time-out, a short reason.
+    Result<void> connect(int timeoutMs);
     bool isConnected() const;
 
     pa_threaded_mainloop *mainloop() const { return m_loop; }

@@ -1,6 +1,6 @@
 #include "session/AppNarrowing.h"
 
-#include "session/CaptureLink.h"
+#include "audio/CaptureLink.h"
 #include "session/TapQueries.h"
 
 AppNarrowing::AppNarrowing(Clock &clock, TapQueries &taps, CaptureLink &audio)
@@ -57,8 +57,9 @@ void AppNarrowing::pollTick()
     }
     appendEvent(QStringLiteral("tap_narrowed"), {{QStringLiteral("app"), bundleID}});
     const QString appID = app->bundleID.isEmpty() ? bundleID : app->bundleID;
-    if (const std::optional<QString> error = m_audio.retarget(TapTarget::process(appID))) {
-        showBanner(QStringLiteral("Stayed on this computer's audio — could not switch to ") + name + QStringLiteral(": ") + *error);
+    if (const auto retargeted = m_audio.retarget(TapTarget::process(appID)); !retargeted.ok()) {
+        showBanner(QStringLiteral("Stayed on this computer's audio — could not switch to ") + name + QStringLiteral(": ")
+                   + retargeted.error());
     } else {
         showBanner(QStringLiteral("Now listening to ") + name + QStringLiteral(" only."));
     }

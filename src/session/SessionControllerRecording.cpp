@@ -6,7 +6,7 @@
 
 #include "session/CostModel.h"
 #include "session/FileRevealer.h"
-#include "session/MicTranscription.h"
+#include "speech/MicTranscription.h"
 #include "session/RecordingPicker.h"
 #include "session/RecordingTranscription.h"
 #include "session/RecordingTranscriptionPrompt.h"
@@ -116,11 +116,11 @@ void SessionController::transcribeRecordingOnDevice(const QString &path)
                 if (!alive.lock()) {
                     return;
                 }
-                if (const auto *written = std::get_if<RecordingTranscription::Written>(&result)) {
-                    recordingTranscriptWritten(written->transcriptPath, {});
+                if (result.ok()) {
+                    recordingTranscriptWritten(result->transcriptPath, {});
                 } else {
                     setBannerAction(std::nullopt);
-                    setBannerText(QStringLiteral("Transcription failed: ") + std::get<RecordingTranscription::Failed>(result).message);
+                    setBannerText(QStringLiteral("Transcription failed: ") + result.error());
                 }
             });
     });
@@ -152,12 +152,12 @@ void SessionController::transcribeRecordingWithService(const QString &path)
             if (!alive.lock()) {
                 return;
             }
-            if (const auto *written = std::get_if<RecordingTranscription::Written>(&result)) {
-                const std::optional<QString> used = CostModel::transcriptionSummary(written->usage, model, written->secondsSent);
-                recordingTranscriptWritten(written->transcriptPath, used ? QStringLiteral("OpenAI: ") + *used : QString());
+            if (result.ok()) {
+                const std::optional<QString> used = CostModel::transcriptionSummary(result->usage, model, result->secondsSent);
+                recordingTranscriptWritten(result->transcriptPath, used ? QStringLiteral("OpenAI: ") + *used : QString());
             } else {
                 setBannerAction(std::nullopt);
-                setBannerText(QStringLiteral("Transcription failed: ") + std::get<RecordingTranscription::Failed>(result).message);
+                setBannerText(QStringLiteral("Transcription failed: ") + result.error());
             }
         });
 }

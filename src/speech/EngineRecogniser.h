@@ -15,7 +15,7 @@ class EngineRecogniser final : public UtteranceRecogniser
 public:
     EngineRecogniser(SpeechEngine &engine, const QLocale &locale, const std::atomic<bool> &stop);
 
-    std::optional<QString> prepare() override;
+    Result<void> prepare() override;
     QString description() const override;
     void recognise(std::vector<std::int16_t> samples, Completion completion) override;
     void cancel() override {}
