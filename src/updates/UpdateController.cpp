@@ -314,10 +314,9 @@ void UpdateController::restartNow()
     }
     if (m_restarting || m_origin != Origin::package || !m_installedVersion)
         return;
-    QString error;
-    if (!m_components.host.relaunch(m_components.executablePath, &error)) {
-        qCWarning(lcUpdates).noquote() << "[Ketterbloom] restart failed:" << error;
-        show({UpdateTexts::restartFailed(*m_installedVersion, error), std::nullopt});
+    if (const auto relaunched = m_components.host.relaunch(m_components.executablePath); !relaunched.ok()) {
+        qCWarning(lcUpdates).noquote() << "[Ketterbloom] restart failed:" << relaunched.error();
+        show({UpdateTexts::restartFailed(*m_installedVersion, relaunched.error()), std::nullopt});
         return;
     }
     m_restarting = true;
