@@ -21,12 +21,19 @@ namespace {
 
 constexpr int micStreamTimeoutMs = 20000;
 
-const QString kStalledText = QStringLiteral(
-    "The microphone didn't start. The interviewer is still heard and answered, but your own answers aren't "
-    "transcribed and the .wav archive is off for this session.");
-const QString kSkippedText = QStringLiteral(
-    "Running on meeting audio only — this computer wouldn't hand over the microphone earlier, so your own answers "
-    "aren't transcribed.");
+QString stalledText()
+{
+    return AudioCaptureEngine::tr(
+        "The microphone didn't start. The interviewer is still heard and answered, but your own answers aren't "
+        "transcribed and the .wav archive is off for this session.");
+}
+
+QString skippedText()
+{
+    return AudioCaptureEngine::tr(
+        "Running on meeting audio only — this computer wouldn't hand over the microphone earlier, so your own answers "
+        "aren't transcribed.");
+}
 
 struct MicStartBox
 {
@@ -202,13 +209,12 @@ Result<void> AudioCaptureEngine::openRecording()
         return {};
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QStringLiteral("/Ketterbloom");
     if (!QDir().mkpath(folder))
-        return Result<void>::failure(QStringLiteral("Could not create the folder ") + folder + QLatin1Char('.'));
+        return Result<void>::failure(tr("Could not create the folder %1.").arg(folder));
     const QString path = folder + QStringLiteral("/meeting_")
         + QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd_HH-mm-ss")) + QStringLiteral(".wav");
     auto writer = WavWriter::create(path, recordRate, recordChannels);
     if (!writer.ok())
-        return Result<void>::failure(QStringLiteral("Could not create the recording ") + path + QStringLiteral(" (")
-                                     + writer.error() + QStringLiteral(")."));
+        return Result<void>::failure(tr("Could not create the recording %1 (%2).").arg(path, writer.error()));
     m_recWriter = std::move(writer).value();
     m_recordingPath = path;
     m_recordFIFO.clear();
@@ -284,8 +290,7 @@ Result<void> AudioCaptureEngine::startDeviceMode(const DeviceChannelsSource &sou
     m_mic = mic;
     if (auto started = mic->startStream(micStreamTimeoutMs); !started.ok()) {
         m_mic.reset();
-        return Result<void>::failure(QStringLiteral("The microphone couldn't be opened (") + started.error()
-                                     + QStringLiteral(")."));
+        return Result<void>::failure(tr("The microphone couldn't be opened (%1).").arg(started.error()));
     }
     m_micExpected = true;
     m_micUp = true;
@@ -353,7 +358,7 @@ Result<void> AudioCaptureEngine::startTapMode(const SystemTapSource &source, Str
         m_recordingPath.reset();
         postToOwner([this] {
             if (onMicUnavailable)
-                onMicUnavailable(kSkippedText);
+                onMicUnavailable(skippedText());
         });
         return {};
     }
@@ -377,16 +382,16 @@ Result<void> AudioCaptureEngine::startTapMode(const SystemTapSource &source, Str
         mic->setEnabled(false);
         m_stalledMic = std::exchange(m_mic, nullptr);
         StartupTrace::step(QStringLiteral("MIC ENGINE STALLED — continuing on meeting audio only"));
-        fallBackToMeetingOnly(kStalledText);
+        fallBackToMeetingOnly(stalledText());
         return {};
     }
     if (!box->started.ok()) {
         mic->setEnabled(false);
         m_mic.reset();
         StartupTrace::step(QStringLiteral("FAILED start engine"), box->started.error());
-        fallBackToMeetingOnly(QStringLiteral("The microphone couldn't be opened (") + box->started.error()
-                              + QStringLiteral("). The interviewer is still heard and answered, but your own answers "
-                                               "aren't transcribed and the .wav archive is off."));
+        fallBackToMeetingOnly(tr("The microphone couldn't be opened (%1). The interviewer is still heard and "
+                                 "answered, but your own answers aren't transcribed and the .wav archive is off.")
+                                  .arg(box->started.error()));
         return {};
     }
     StartupTrace::step(QStringLiteral("engine started — capture live"));

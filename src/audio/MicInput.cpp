@@ -3,6 +3,7 @@
 #include "audio/PulseConnection.h"
 #include "audio/PulseQueries.h"
 
+
 namespace {
 constexpr int connectTimeoutMs = 3000;
 }
@@ -35,7 +36,7 @@ Result<void> MicInput::bind(const QString &sourceName)
     PulseLock lock(*m_connection);
     const auto source = PulseQueries::source(*m_connection, sourceName);
     if (!source)
-        return Result<void>::failure(QStringLiteral("no input device named ") + sourceName);
+        return Result<void>::failure(tr("no input device named %1").arg(sourceName));
     m_source = sourceName;
     m_description = source->description.isEmpty() ? sourceName : source->description;
     m_spec.channels = source->spec.channels;
@@ -48,11 +49,11 @@ Result<void> MicInput::bind(const QString &sourceName)
 Result<void> MicInput::startStream(int timeoutMs)
 {
     if (!m_connection || !m_connection->isConnected())
-        return Result<void>::failure(QStringLiteral("not connected to the sound server"));
+        return Result<void>::failure(tr("not connected to the sound server"));
     PulseConnection &c = *m_connection;
     PulseLock lock(c);
     if (!pa_sample_spec_valid(&m_spec))
-        return Result<void>::failure(QStringLiteral("unusable input format"));
+        return Result<void>::failure(tr("unusable input format"));
     m_stream = pa_stream_new(c.context(), "Ketterbloom microphone", &m_spec, &m_map);
     if (!m_stream)
         return Result<void>::failure(QString::fromUtf8(pa_strerror(pa_context_errno(c.context()))));
@@ -83,16 +84,16 @@ Result<void> MicInput::startStream(int timeoutMs)
                 markLost();
         };
         if (!c.subscribe(PA_SUBSCRIPTION_MASK_SOURCE, timeoutMs))
-            return Result<void>::failure(QStringLiteral("the sound server did not answer"));
+            return Result<void>::failure(tr("the sound server did not answer"));
         // Gone between the stream's start and the subscription: nothing would tell.
         if (!PulseQueries::source(c, m_source, timeoutMs))
-            return Result<void>::failure(QStringLiteral("no input device named ") + m_source);
+            return Result<void>::failure(tr("no input device named %1").arg(m_source));
         m_alive = true;
         c.onConnectionLost = [this] { markLost(); };
         return {};
     }
     if (state == PA_STREAM_CREATING)
-        return Result<void>::failure(QStringLiteral("the input device did not start"));
+        return Result<void>::failure(tr("the input device did not start"));
     return Result<void>::failure(QString::fromUtf8(pa_strerror(pa_context_errno(c.context()))));
 }
 

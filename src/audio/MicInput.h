@@ -2,6 +2,7 @@
 
 #include "common/Result.h"
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <pulse/pulseaudio.h>
@@ -22,6 +23,8 @@ class PulseConnection;
 // linked to nothing, and either way onLost tells.
 class MicInput
 {
+    Q_DECLARE_TR_FUNCTIONS(MicInput)
+
 public:
     static constexpr int sampleRate = 48000;
 

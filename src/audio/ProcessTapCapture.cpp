@@ -6,6 +6,8 @@
 #include "audio/PulseQueries.h"
 #include "audio/StartupTrace.h"
 
+#include <QCoreApplication>
+
 #include <pulse/rtclock.h>
 
 #include <algorithm>
@@ -43,12 +45,13 @@ QString TapError::description() const
 {
     switch (kind) {
     case Kind::tapFailed:
-        return QStringLiteral("Could not listen to this computer's audio output (") + reason
-            + QStringLiteral("). Make sure PulseAudio or PipeWire is running, then press Start again.");
+        return QCoreApplication::translate("TapError", "Could not listen to this computer's audio output (%1). Make "
+                                                       "sure PulseAudio or PipeWire is running, then press Start again.")
+            .arg(reason);
     case Kind::unsupported:
-        return QStringLiteral("Capturing this computer's audio needs PulseAudio or PipeWire.");
+        return QCoreApplication::translate("TapError", "Capturing this computer's audio needs PulseAudio or PipeWire.");
     case Kind::formatUnavailable:
-        return QStringLiteral("The tapped audio stream reported no usable format.");
+        return QCoreApplication::translate("TapError", "The tapped audio stream reported no usable format.");
     }
     return {};
 }
@@ -61,6 +64,12 @@ struct ProcessTapCapture::MonitorStream
 };
 
 namespace {
+// A reason within TapError's sentence.
+QString soundServerSilent()
+{
+    return QCoreApplication::translate("ProcessTapCapture", "the sound server did not answer");
+}
+
 Result<void, TapError> tapFailure(TapError::Kind kind, const QString &detail)
 {
     return Result<void, TapError>::failure(TapError{kind, detail});
@@ -152,19 +161,21 @@ Result<void, TapError> ProcessTapCapture::startSystemOutput()
     PulseLock lock(c);
     const auto info = PulseQueries::serverInfo(c);
     if (!info)
-        return tapFailure(TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer"));
+        return tapFailure(TapError::Kind::tapFailed, soundServerSilent());
     // While an output is replaced, the server may name the default "@DEFAULT_SINK@" for a moment.
     if (info->defaultSink.isEmpty() || info->defaultSink.startsWith(QLatin1Char('@')))
-        return tapFailure(TapError::Kind::tapFailed, QStringLiteral("there is no default output right now"));
+        return tapFailure(TapError::Kind::tapFailed,
+                          QCoreApplication::translate("ProcessTapCapture", "there is no default output right now"));
     const auto sinkInfo = PulseQueries::sink(c, info->defaultSink);
     if (!sinkInfo || sinkInfo->monitorSource.isEmpty())
-        return tapFailure(TapError::Kind::tapFailed, QStringLiteral("the default output has no monitor"));
+        return tapFailure(TapError::Kind::tapFailed,
+                          QCoreApplication::translate("ProcessTapCapture", "the default output has no monitor"));
     m_monitoredSink = sinkInfo->name;
     // Sources too: the owner reattaches a microphone that comes back as soon as it appears.
     if (!c.subscribe(pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SERVER | PA_SUBSCRIPTION_MASK_SINK
                                             | PA_SUBSCRIPTION_MASK_SOURCE),
                      streamTimeoutMs))
-        return tapFailure(TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer"));
+        return tapFailure(TapError::Kind::tapFailed, soundServerSilent());
 
     auto ms = std::make_unique<MonitorStream>();
     ms->owner = this;
@@ -207,13 +218,13 @@ Result<void, TapError> ProcessTapCapture::startProcess(const QString &appID)
     PulseLock lock(c);
     const auto info = PulseQueries::serverInfo(c);
     if (!info)
-        return tapFailure(TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer"));
+        return tapFailure(TapError::Kind::tapFailed, soundServerSilent());
     if (info->protocolVersion < 13)
         return tapFailure(TapError::Kind::unsupported, {});
     m_monitoredSink.clear();
     m_mixer.reset();
     if (!c.subscribe(pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK_INPUT | PA_SUBSCRIPTION_MASK_SOURCE), streamTimeoutMs))
-        return tapFailure(TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer"));
+        return tapFailure(TapError::Kind::tapFailed, soundServerSilent());
     for (const auto &e : PulseQueries::sinkInputs(c)) {
         if (e.sink != PA_INVALID_INDEX && AudioApplications::belongsToOrHelper(e.properties, appID))
             attachSinkInput(e.index);

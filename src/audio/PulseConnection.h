@@ -2,6 +2,7 @@
 
 #include "common/Result.h"
 
+#include <QCoreApplication>
 #include <QByteArray>
 #include <QString>
 
@@ -17,6 +18,8 @@
 // it held, as each says. Never call them from the loop thread except where noted.
 class PulseConnection
 {
+    Q_DECLARE_TR_FUNCTIONS(PulseConnection)
+
 public:
     explicit PulseConnection(const QByteArray &clientName);
     ~PulseConnection();

@@ -44,10 +44,11 @@ Result<void> RecordingPlayer::start(const QString &path, bool aloud)
     SF_INFO info{};
     SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
     if (!file)
-        return Result<void>::failure(QStringLiteral("The recording %1 can't be played (%2).").arg(path, QString::fromUtf8(sf_strerror(nullptr))));
+        return Result<void>::failure(
+            tr("The recording %1 can't be played (%2).").arg(path, QString::fromUtf8(sf_strerror(nullptr))));
     if (info.channels <= 0 || info.samplerate <= 0) {
         sf_close(file);
-        return Result<void>::failure(QStringLiteral("The recording %1 has no audio.").arg(path));
+        return Result<void>::failure(tr("The recording %1 has no audio.").arg(path));
     }
     m_file = file;
     m_fileChannels = info.channels;
@@ -59,7 +60,8 @@ Result<void> RecordingPlayer::start(const QString &path, bool aloud)
         m_soxr = soxr_create(m_fileRate, outputRate, 1, &error, nullptr, &quality, nullptr);
         if (!m_soxr) {
             closeFile();
-            return Result<void>::failure(QStringLiteral("The recording %1 can't be converted (%2).").arg(path, QString::fromUtf8(error)));
+            return Result<void>::failure(
+                tr("The recording %1 can't be converted (%2).").arg(path, QString::fromUtf8(error)));
         }
     }
     m_interleaved.assign(size_t(readFrames) * size_t(m_fileChannels), 0.0f);

@@ -17,7 +17,8 @@ Result<void> EngineRecogniser::prepare()
     if (availability.kind != SpeechAvailability::Kind::ready)
         return Result<void>::failure(availability.message);
     if (auto loaded = m_engine.load(); !loaded.ok())
-        return Result<void>::failure(QStringLiteral("On-device transcription failed: ") + loaded.error().description);
+        return Result<void>::failure(tr("On-device transcription failed: %1")
+                                         .arg(loaded.error().description));
     return {};
 }
 

@@ -57,11 +57,10 @@ SpeechAvailability PocketSphinxEngine::availability(const QLocale &locale) const
     const bool english = locale.language() == QLocale::English || locale.language() == QLocale::C;
     if (!english)
         return SpeechAvailability::unsupported(
-            QStringLiteral("Speech recognition is unavailable for %1.").arg(localeName(locale)));
+            tr("Speech recognition is unavailable for %1.").arg(localeName(locale)));
     if (!modelInstalled(m_modelDir))
         return SpeechAvailability::unsupported(
-            QStringLiteral("On-device speech recognition is not installed for %1. "
-                           "Install the pocketsphinx-en-us package.")
+            tr("On-device speech recognition is not installed for %1. Install the pocketsphinx-en-us package.")
                 .arg(localeName(locale)));
     return SpeechAvailability::ready();
 }
@@ -83,7 +82,7 @@ SpeechEngine::Outcome PocketSphinxEngine::load()
 SpeechEngine::Outcome PocketSphinxEngine::loadDecoder()
 {
     if (!modelInstalled(m_modelDir))
-        return Outcome::failure(Error{kModelLoadFailed, QStringLiteral("the speech model is missing from %1").arg(m_modelDir)});
+        return Outcome::failure(Error{kModelLoadFailed, tr("the speech model is missing from %1").arg(m_modelDir)});
 
     QElapsedTimer timer;
     timer.start();
@@ -97,7 +96,7 @@ SpeechEngine::Outcome PocketSphinxEngine::loadDecoder()
     for (const QString &argument : m_options.extraArguments)
         extra.push_back(argument.toUtf8());
     if (extra.size() > kExtraSlots || extra.size() % 2 != 0)
-        return Outcome::failure(Error{kModelLoadFailed, QStringLiteral("the speech model settings were rejected")});
+        return Outcome::failure(Error{kModelLoadFailed, tr("the speech model settings were rejected")});
     const char *x[kExtraSlots + 1] = {};
     for (std::size_t i = 0; i < extra.size(); ++i)
         x[i] = extra[i].constData();
@@ -109,11 +108,11 @@ SpeechEngine::Outcome PocketSphinxEngine::loadDecoder()
                                    x[0], x[1], x[2], x[3], x[4], x[5], x[6], x[7], x[8], x[9], x[10], x[11],
                                    static_cast<char *>(nullptr));
     if (!config)
-        return Outcome::failure(Error{kModelLoadFailed, QStringLiteral("the speech model settings were rejected")});
+        return Outcome::failure(Error{kModelLoadFailed, tr("the speech model settings were rejected")});
     m_decoder = ps_init(config);
     cmd_ln_free_r(config);
     if (!m_decoder)
-        return Outcome::failure(Error{kModelLoadFailed, QStringLiteral("the speech model could not be loaded")});
+        return Outcome::failure(Error{kModelLoadFailed, tr("the speech model could not be loaded")});
     if (m_options.warmUp)
         warmUp();
     qCInfo(lcSpeech, "[Ketterbloom] speech model loaded in %lld ms", static_cast<long long>(timer.elapsed()));
@@ -186,7 +185,7 @@ SpeechEngine::Outcome PocketSphinxEngine::startUtterance()
     if (auto prepared = prepareUtterance(); !prepared.ok())
         return prepared;
     if (ps_start_utt(m_decoder) < 0)
-        return Outcome::failure(Error{kDecodeFailed, QStringLiteral("the decoder could not start an utterance")});
+        return Outcome::failure(Error{kDecodeFailed, tr("the decoder could not start an utterance")});
     m_inUtterance = true;
     return {};
 }
@@ -194,11 +193,11 @@ SpeechEngine::Outcome PocketSphinxEngine::startUtterance()
 SpeechEngine::Outcome PocketSphinxEngine::process(const std::int16_t *samples, std::size_t count)
 {
     if (!m_inUtterance)
-        return Outcome::failure(Error{kDecodeFailed, QStringLiteral("no utterance is running")});
+        return Outcome::failure(Error{kDecodeFailed, tr("no utterance is running")});
     if (count == 0)
         return {};
     if (ps_process_raw(m_decoder, samples, count, FALSE, FALSE) < 0)
-        return Outcome::failure(Error{kDecodeFailed, QStringLiteral("the decoder rejected the audio")});
+        return Outcome::failure(Error{kDecodeFailed, tr("the decoder rejected the audio")});
     return {};
 }
 
@@ -217,13 +216,13 @@ QString PocketSphinxEngine::partialHypothesis()
 SpeechEngine::Text PocketSphinxEngine::endUtterance()
 {
     if (!m_inUtterance)
-        return Text::failure(Error{kDecodeFailed, QStringLiteral("no utterance is running")});
+        return Text::failure(Error{kDecodeFailed, tr("no utterance is running")});
     m_inUtterance = false;
     if (ps_end_utt(m_decoder) < 0)
-        return Text::failure(Error{kDecodeFailed, QStringLiteral("the decoder could not finish the utterance")});
+        return Text::failure(Error{kDecodeFailed, tr("the decoder could not finish the utterance")});
     QString text = hypothesis();
     if (text.isEmpty())
-        return Text::failure(Error{kNothingRecognised, QStringLiteral("No speech detected")});
+        return Text::failure(Error{kNothingRecognised, tr("No speech detected")});
     return text;
 }
 
@@ -246,7 +245,7 @@ SpeechEngine::Text PocketSphinxEngine::recognise(const std::int16_t *samples, st
     for (std::size_t i = 0; i < count; i += kBlock) {
         if (stop.load(std::memory_order_acquire)) {
             cancelUtterance();
-            return Text::failure(Error{kCancelled, QStringLiteral("The decoding was stopped")});
+            return Text::failure(Error{kCancelled, tr("The decoding was stopped")});
         }
         if (auto processed = process(samples + i, std::min(kBlock, count - i)); !processed.ok()) {
             cancelUtterance();
@@ -261,13 +260,13 @@ SpeechEngine::Text PocketSphinxEngine::recogniseWhole(const std::int16_t *sample
     if (auto prepared = prepareUtterance(); !prepared.ok())
         return Text::failure(prepared.error());
     if (ps_start_utt(m_decoder) < 0)
-        return Text::failure(Error{kDecodeFailed, QStringLiteral("the decoder could not start an utterance")});
+        return Text::failure(Error{kDecodeFailed, tr("the decoder could not start an utterance")});
     const int processed = ps_process_raw(m_decoder, samples, count, FALSE, TRUE);
     ps_end_utt(m_decoder);
     if (processed < 0)
-        return Text::failure(Error{kDecodeFailed, QStringLiteral("the decoder rejected the audio")});
+        return Text::failure(Error{kDecodeFailed, tr("the decoder rejected the audio")});
     QString text = hypothesis();
     if (text.isEmpty())
-        return Text::failure(Error{kNothingRecognised, QStringLiteral("No speech detected")});
+        return Text::failure(Error{kNothingRecognised, tr("No speech detected")});
     return text;
 }

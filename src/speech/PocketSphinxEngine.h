@@ -2,6 +2,7 @@
 
 #include "speech/SpeechEngine.h"
 
+#include <QCoreApplication>
 #include <QString>
 #include <QStringList>
 
@@ -38,6 +39,8 @@ struct PocketSphinxOptions
 // utterance after loading is decoded with a cold normaliser and comes out worse.
 class PocketSphinxEngine final : public SpeechEngine
 {
+    Q_DECLARE_TR_FUNCTIONS(PocketSphinxEngine)
+
 public:
     using Options = PocketSphinxOptions;
 

@@ -53,7 +53,7 @@ RecordingJob::~RecordingJob()
 
 QString RecordingJob::cancelledMessage()
 {
-    return QStringLiteral("The transcription was cancelled.");
+    return tr("The transcription was cancelled.");
 }
 
 void RecordingJob::start()
@@ -62,12 +62,12 @@ void RecordingJob::start()
     m_file = std::make_unique<SndFileHandle>();
     m_file->file = sf_open(QFile::encodeName(m_wavPath).constData(), SFM_READ, &m_file->info);
     if (!m_file->file) {
-        finish(Result::failure(QStringLiteral("Could not read %1: %2").arg(fileName, QString::fromUtf8(sf_strerror(nullptr)))));
+        finish(Result::failure(tr("Could not read %1: %2").arg(fileName, QString::fromUtf8(sf_strerror(nullptr)))));
         return;
     }
     const SF_INFO &info = m_file->info;
     if (info.channels < 1 || info.samplerate < 1) {
-        finish(Result::failure(QStringLiteral("Could not read %1: it holds no audio.").arg(fileName)));
+        finish(Result::failure(tr("Could not read %1: it holds no audio.").arg(fileName)));
         return;
     }
     // Cancelled while waiting its turn: the recogniser is not even prepared (models stay unloaded).
@@ -87,7 +87,7 @@ void RecordingJob::start()
     m_transcript.emplace(fileName, m_totalSeconds, m_recogniser.description());
     m_resampler = std::make_unique<Resampler>(m_rate, UtteranceRecogniser::kSampleRate);
     if (!m_resampler->isValid()) {
-        finish(Result::failure(QStringLiteral("Could not convert the audio of %1.").arg(fileName)));
+        finish(Result::failure(tr("Could not convert the audio of %1.").arg(fileName)));
         return;
     }
 
@@ -147,7 +147,7 @@ bool RecordingJob::send(std::size_t index)
     const sf_count_t from = std::max<sf_count_t>(0, utterance.startFrame - padding);
     const sf_count_t to = std::min<sf_count_t>(m_frames, utterance.endFrame + padding);
     if (sf_seek(m_file->file, from, SEEK_SET) < 0) {
-        finish(Result::failure(QStringLiteral("Could not read %1: %2")
+        finish(Result::failure(tr("Could not read %1: %2")
                                    .arg(QFileInfo(m_wavPath).fileName(), QString::fromUtf8(sf_strerror(m_file->file)))));
         return false;
     }

@@ -5,6 +5,7 @@
 #include "speech/UtteranceRecogniser.h"
 #include "speech/UtteranceSplitter.h"
 
+#include <QCoreApplication>
 #include <QString>
 #include <QVariantMap>
 
@@ -24,6 +25,8 @@ struct SndFileHandle;
 // through that thread's event loop. A job that fails or is cancelled writes nothing.
 class RecordingJob
 {
+    Q_DECLARE_TR_FUNCTIONS(RecordingJob)
+
 public:
     struct Written
     {

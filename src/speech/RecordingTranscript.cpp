@@ -41,17 +41,17 @@ Result<QString> RecordingTranscript::writeBeside(const QString &recordingPath, c
             if (QFileInfo::exists(path))
                 continue;
             return Result<QString>::failure(
-                QStringLiteral("Could not write %1: %2").arg(QFileInfo(path).fileName(), out.errorString()));
+                tr("Could not write %1: %2").arg(QFileInfo(path).fileName(), out.errorString()));
         }
         if (out.write(bytes) != bytes.size() || !out.flush()) {
-            const QString message = QStringLiteral("Could not write %1: %2").arg(QFileInfo(path).fileName(), out.errorString());
+            const QString message = tr("Could not write %1: %2").arg(QFileInfo(path).fileName(), out.errorString());
             out.remove();
             return Result<QString>::failure(message);
         }
         out.close();
         return path;
     }
-    return Result<QString>::failure(QStringLiteral("Could not write a transcript beside %1: too many earlier transcripts.")
+    return Result<QString>::failure(tr("Could not write a transcript beside %1: too many earlier transcripts.")
                                         .arg(QFileInfo(recordingPath).fileName()));
 }
 

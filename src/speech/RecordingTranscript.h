@@ -2,6 +2,7 @@
 
 #include "common/Result.h"
 
+#include <QCoreApplication>
 #include <QString>
 #include <QStringList>
 
@@ -10,6 +11,8 @@
 // the user, every other channel the meeting.
 class RecordingTranscript
 {
+    Q_DECLARE_TR_FUNCTIONS(RecordingTranscript)
+
 public:
     // `fileName` is the recording's file name; `seconds` its length; `method` how it was
     // transcribed ("Transcribed on-device.").
