@@ -65,7 +65,7 @@ QString SingleInstance::socketPath() const
 SingleInstance::Outcome SingleInstance::claim(const Request &request, std::chrono::milliseconds timeout)
 {
     if (!QDir().mkpath(m_directory))
-        return {Role::alone, QStringLiteral("Can't create %1 to check for a running Ketterbloom.").arg(m_directory)};
+        return {Role::alone, tr("Can't create %1 to check for a running Ketterbloom.").arg(m_directory)};
     const QDeadlineTimer deadline(timeout);
     m_lock = std::make_unique<QLockFile>(fileName("lock"));
     // A lock left by a copy that crashed is taken over at once (its process is gone).
@@ -78,7 +78,7 @@ SingleInstance::Outcome SingleInstance::claim(const Request &request, std::chron
         }
         if (m_lock->error() != QLockFile::LockFailedError) {
             return {Role::alone,
-                    QStringLiteral("Can't check for a running Ketterbloom: %1 is not writable.").arg(m_directory)};
+                    tr("Can't check for a running Ketterbloom: %1 is not writable.").arg(m_directory)};
         }
         const Outcome outcome = handOver(request, std::chrono::milliseconds(deadline.remainingTime()));
         if (outcome.role == Role::handedOver || deadline.hasExpired())
@@ -95,7 +95,7 @@ Result<void> SingleInstance::listen()
     m_server = new QLocalServer(this);
     m_server->setSocketOptions(QLocalServer::UserAccessOption);
     if (!m_server->listen(socketPath()))
-        return Result<void>::failure(QStringLiteral("Can't listen on %1: %2").arg(socketPath(), m_server->errorString()));
+        return Result<void>::failure(tr("Can't listen on %1: %2").arg(socketPath(), m_server->errorString()));
     connect(m_server, &QLocalServer::newConnection, this, &SingleInstance::onConnection);
     return {};
 }
@@ -109,21 +109,21 @@ Result<QJsonObject> SingleInstance::exchange(const QString &socketPath, const QB
     socket.connectToServer(socketPath);
     if (!socket.waitForConnected(remaining())) {
         return Result<QJsonObject>::failure(
-            QStringLiteral("Ketterbloom is already running but does not answer (%1).").arg(socket.errorString()));
+            tr("Ketterbloom is already running but does not answer (%1).").arg(socket.errorString()));
     }
     socket.write(line);
     socket.waitForBytesWritten(remaining());
     while (!socket.canReadLine()) {
         if (!socket.waitForReadyRead(remaining()))
             return Result<QJsonObject>::failure(
-                QStringLiteral("Ketterbloom is already running but did not confirm the request."));
+                tr("Ketterbloom is already running but did not confirm the request."));
     }
     return QJsonDocument::fromJson(socket.readLine()).object();
 }
 
 QString SingleInstance::refusedText()
 {
-    return QStringLiteral("Ketterbloom is already running but refused the request.");
+    return tr("Ketterbloom is already running but refused the request.");
 }
 
 SingleInstance::Outcome SingleInstance::handOver(const Request &request, std::chrono::milliseconds timeout)

@@ -31,14 +31,14 @@ void PackageKitTransaction::run(const QDBusConnection &bus, const QStringList &h
 {
     auto *transaction = new PackageKitTransaction(bus, std::move(done), parent);
     if (!bus.isConnected()) {
-        transaction->fail(Problem::missing, QStringLiteral("the system bus is not available"));
+        transaction->fail(Problem::missing, tr("the system bus is not available"));
         return;
     }
     // A daemon that goes away before the transaction has finished will never finish it.
     transaction->m_daemonWatcher = new QDBusServiceWatcher(QString::fromLatin1(service), transaction->m_bus,
                                                            QDBusServiceWatcher::WatchForUnregistration, transaction);
     connect(transaction->m_daemonWatcher, &QDBusServiceWatcher::serviceUnregistered, transaction,
-            [transaction] { transaction->fail(Problem::failed, QStringLiteral("PackageKit stopped")); });
+            [transaction] { transaction->fail(Problem::failed, tr("PackageKit stopped")); });
 
     const QDBusMessage create = QDBusMessage::createMethodCall(
         QString::fromLatin1(service), QString::fromLatin1(daemonPath), QString::fromLatin1(daemonInterface),
@@ -112,13 +112,13 @@ void PackageKitTransaction::onFinished(uint exit, uint runtime)
     }
     QString details = m_errorDetails;
     if (details.isEmpty())
-        details = exit == exitCancelled ? QStringLiteral("cancelled") : QStringLiteral("PackageKit reported a failure");
+        details = exit == exitCancelled ? tr("cancelled") : tr("PackageKit reported a failure");
     fail(Problem::failed, details);
 }
 
 void PackageKitTransaction::onDestroy()
 {
-    fail(Problem::failed, QStringLiteral("the transaction ended without a result"));
+    fail(Problem::failed, tr("the transaction ended without a result"));
 }
 
 void PackageKitTransaction::fail(Problem problem, const QString &details)

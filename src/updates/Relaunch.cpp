@@ -1,12 +1,14 @@
 #include "updates/Relaunch.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QProcess>
 
 Result<void> Relaunch::afterExit(qint64 pid, const QString &program, const QStringList &arguments)
 {
     if (!QFileInfo(program).isExecutable())
-        return Result<void>::failure(program + QStringLiteral(" is not an executable file"));
+        return Result<void>::failure(
+            QCoreApplication::translate("Relaunch", "%1 is not an executable file").arg(program));
     // A small shell waits for the old process, then becomes the new one.
     const QString script = QStringLiteral(
         "pid=\"$1\"; shift; i=0; "
@@ -17,6 +19,6 @@ Result<void> Relaunch::afterExit(qint64 pid, const QString &program, const QStri
                                QString::number(pid), program};
     shellArguments += arguments;
     if (!QProcess::startDetached(QStringLiteral("/bin/sh"), shellArguments))
-        return Result<void>::failure(QStringLiteral("/bin/sh could not be started"));
+        return Result<void>::failure(QCoreApplication::translate("Relaunch", "/bin/sh could not be started"));
     return {};
 }
