@@ -103,7 +103,7 @@ void PackageKitTransaction::onFinished(uint exit, uint runtime)
 {
     Q_UNUSED(runtime);
     if (exit == exitSuccess) {
-        report({Problem::none, {}, m_packages});
+        report(m_packages);
         return;
     }
     if (m_errorCode == errorNotAuthorized) {
@@ -123,17 +123,17 @@ void PackageKitTransaction::onDestroy()
 
 void PackageKitTransaction::fail(Problem problem, const QString &details)
 {
-    report({problem, details, {}});
+    report(Result::failure(Failure{problem, details}));
 }
 
-void PackageKitTransaction::report(Result result)
+void PackageKitTransaction::report(const Result &result)
 {
     if (m_reported)
         return;
     m_reported = true;
     disconnectSignals();
-    if (result.problem != Problem::none)
-        qCInfo(lcUpdates).noquote() << "[Ketterbloom] PackageKit:" << result.details;
+    if (!result.ok())
+        qCInfo(lcUpdates).noquote() << "[Ketterbloom] PackageKit:" << result.error().details;
     Done done = std::move(m_done);
     deleteLater();
     if (done)
