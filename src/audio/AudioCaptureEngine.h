@@ -71,7 +71,8 @@ public:
     explicit AudioCaptureEngine(QObject *parent = nullptr);
     ~AudioCaptureEngine() override;
 
-    // Besides CaptureLink's callbacks: GUI thread: the recording that stands for the meeting has been played to its end.
+    // Besides CaptureLink's callbacks. GUI thread: the recording that stands for the meeting
+    // has been played to its end.
     std::function<void()> onRecordingEnded;
 
     // There is no microphone permission on Linux desktops: always granted.
