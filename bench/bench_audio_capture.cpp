@@ -94,8 +94,8 @@ Run measure(const CaptureSource &source, StreamSource stream, bool record, const
         if (stream == StreamSource::meetingOnly)
             run.latenciesMs.push_back(double(now - engine.lastTapArrivalNs()) / 1e6);
     };
-    if (auto error = engine.start(source, stream, record)) {
-        std::fprintf(stderr, "start failed: %s\n", qPrintable(*error));
+    if (auto started = engine.start(source, stream, record); !started.ok()) {
+        std::fprintf(stderr, "start failed: %s\n", qPrintable(started.error()));
         return run;
     }
     auto meeting = Player::start(meetingWav);
@@ -139,9 +139,10 @@ std::vector<double> recreatedOutputDelays(int tries, const QString &toneWav, con
             }
         }
     };
-    if (auto error = engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
-                                  StreamSource::meetingOnly, false)) {
-        std::fprintf(stderr, "start failed: %s\n", qPrintable(*error));
+    if (auto started = engine.start(SystemTapSource{TapTarget::systemOutput(), QStringLiteral("vmic"), 0},
+                                    StreamSource::meetingOnly, false);
+        !started.ok()) {
+        std::fprintf(stderr, "start failed: %s\n", qPrintable(started.error()));
         return delays;
     }
     for (int t = 0; t < tries; ++t) {

@@ -168,9 +168,9 @@ QString decodeLive(PocketSphinxEngine &engine, const Clip &clip, bool redecodeCo
 {
     const bool cold = heard < 20.0;
     heard += clip.pcm.size() / 16000.0;
-    engine.startUtterance();
+    (void)engine.startUtterance();
     for (std::size_t i = 0; i < clip.pcm.size(); i += 1600) {
-        engine.process(clip.pcm.data() + i, std::min<std::size_t>(1600, clip.pcm.size() - i));
+        (void)engine.process(clip.pcm.data() + i, std::min<std::size_t>(1600, clip.pcm.size() - i));
         engine.partialHypothesis();
     }
     auto r = engine.endUtterance();
@@ -179,11 +179,10 @@ QString decodeLive(PocketSphinxEngine &engine, const Clip &clip, bool redecodeCo
         const std::atomic<bool> never{false};
         auto whole = again ? engine.recognise(clip.pcm.data(), clip.pcm.size(), never)
                            : engine.recogniseWhole(clip.pcm.data(), clip.pcm.size());
-        if (std::holds_alternative<QString>(whole))
+        if (whole.ok())
             r = whole;
     }
-    const auto *s = std::get_if<QString>(&r);
-    return s ? *s : QString();
+    return r.valueOr(QString());
 }
 
 struct Score
@@ -239,7 +238,7 @@ int main(int argc, char **argv)
     for (const auto &[configName, options, redecodeCold, documents] : configs) {
         const auto makeEngine = [&, &options = options, documents = documents] {
             auto engine = std::make_unique<PocketSphinxEngine>(QString(), options);
-            engine->load();
+            (void)engine->load();
             if (documents)
                 engine->setContextWords(documentWords);
             return engine;
@@ -254,8 +253,8 @@ int main(int argc, char **argv)
             QElapsedTimer wall;
             wall.start();
             const double cpu0 = cpuSeconds();
-            if (auto error = engine.load()) {
-                out << "bench_speech: " << error->description << "\n";
+            if (auto loaded = engine.load(); !loaded.ok()) {
+                out << "bench_speech: " << loaded.error().description << "\n";
                 return 1;
             }
             out << QStringLiteral("model load: %1 ms wall, %2 s CPU, resident %3\n")
@@ -298,11 +297,10 @@ int main(int argc, char **argv)
                 const auto fresh = makeEngine();
                 for (const Clip &clip : clips) {
                     const double start = cpuSeconds();
-                    auto r = fresh->recogniseWhole(clip.pcm.data(), clip.pcm.size());
-                    const auto *text = std::get_if<QString>(&r);
-                    whole.add(clip, text ? *text : QString(), cpuSeconds() - start);
+                    const QString text = fresh->recogniseWhole(clip.pcm.data(), clip.pcm.size()).valueOr(QString());
+                    whole.add(clip, text, cpuSeconds() - start);
                     if (verbose)
-                        out << "  whole " << clip.name << ": " << (text ? *text : QString()) << "\n";
+                        out << "  whole " << clip.name << ": " << text << "\n";
                 }
                 out << QStringLiteral("  each utterance decoded whole (cold = warm): WER %1%\n").arg(whole.wer(), 0, 'f', 1);
             }

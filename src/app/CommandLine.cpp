@@ -9,7 +9,7 @@
 namespace {
 QString usageHint()
 {
-    return QStringLiteral("Try 'ketterbloom --help' for the options.\n");
+    return QCoreApplication::translate("CommandLine", "Try 'ketterbloom --help' for the options.\n");
 }
 
 CommandLine::Exit usageError(const QString &message)
@@ -21,55 +21,54 @@ CommandLine::Exit usageError(const QString &message)
 std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Live interview copilot: listens to the meeting, shows each question with a drafted answer, "
-        "and keeps a transcript of the session."));
-    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this help and exit."));
+    parser.setApplicationDescription(tr("Live interview copilot: listens to the meeting, shows each question with a "
+                                        "drafted answer, and keeps a transcript of the session."));
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, tr("Show this help and exit."));
     const QCommandLineOption version({QStringLiteral("v"), QStringLiteral("version")},
-                                     QStringLiteral("Show the version and exit."));
-    const QCommandLineOption start(QStringLiteral("start"), QStringLiteral("Begin a session at launch."));
+                                     tr("Show the version and exit."));
+    const QCommandLineOption start(QStringLiteral("start"), tr("Begin a session at launch."));
     const QCommandLineOption headless(
         QStringLiteral("headless"),
-        QStringLiteral("Run a session without a window: each question and its answer are printed to standard "
-                       "output as Markdown, messages to standard error. Ctrl-C stops and saves the session."));
+        tr("Run a session without a window: each question and its answer are printed to standard "
+           "output as Markdown, messages to standard error. Ctrl-C stops and saves the session."));
     const QCommandLineOption stopAfter(QStringLiteral("stop-after"),
-                                       QStringLiteral("Stop the session by itself after <seconds>."),
+                                       tr("Stop the session by itself after <seconds>."),
                                        QStringLiteral("seconds"));
     const QCommandLineOption printInstructions(
         QStringLiteral("print-instructions"),
-        QStringLiteral("Write the model instructions assembled from the saved settings to standard output."));
+        tr("Write the model instructions assembled from the saved settings to standard output."));
     const QCommandLineOption transcribe(QStringLiteral("transcribe"),
-                                        QStringLiteral("Transcribe a saved recording on this computer and print "
-                                                       "the transcript's path."),
+                                        tr("Transcribe a saved recording on this computer and print "
+                                           "the transcript's path."),
                                         QStringLiteral("file.wav"));
     const QCommandLineOption withService(
         QStringLiteral("with-openai"),
-        QStringLiteral("With --transcribe: send the recording's audio (both sides of the conversation) to OpenAI's "
-                       "transcription service with the transcription model and key of Settings, instead of "
-                       "transcribing on this computer. The service charges for it."));
+        tr("With --transcribe: send the recording's audio (both sides of the conversation) to OpenAI's "
+           "transcription service with the transcription model and key of Settings, instead of "
+           "transcribing on this computer. The service charges for it."));
     const QCommandLineOption nativeWayland(
         QStringLiteral("native-wayland"),
-        QStringLiteral("On a Wayland desktop, show the window natively instead of through XWayland "
-                       "(the window then can't stay on top of others)."));
+        tr("On a Wayland desktop, show the window natively instead of through XWayland "
+           "(the window then can't stay on top of others)."));
     const QCommandLineOption checkUpdates(
         QStringLiteral("check-updates"),
-        QStringLiteral("Ask the system's package management (PackageKit) whether a newer Ketterbloom is available "
-                       "and print the answer. Exit status: 0 an update is available, 1 up to date, 2 could not "
-                       "check."));
+        tr("Ask the system's package management (PackageKit) whether a newer Ketterbloom is available "
+           "and print the answer. Exit status: 0 an update is available, 1 up to date, 2 could not "
+           "check."));
     const QCommandLineOption installUpdate(
         QStringLiteral("install-update"),
-        QStringLiteral("Install a newer Ketterbloom through PackageKit (the desktop may ask for your password); "
-                       "refused while the open window has a session running. Exit status: 0 installed, 1 up to "
-                       "date, 2 not installed."));
+        tr("Install a newer Ketterbloom through PackageKit (the desktop may ask for your password); "
+           "refused while the open window has a session running. Exit status: 0 installed, 1 up to "
+           "date, 2 not installed."));
     const QCommandLineOption demo(
         QStringLiteral("demo"),
-        QStringLiteral("Run a sample interview: scripted questions and answers from a local stand-in for the "
-                       "service. No key, nothing sent anywhere, your settings untouched. With --headless, in this "
-                       "terminal."));
+        tr("Run a sample interview: scripted questions and answers from a local stand-in for the "
+           "service. No key, nothing sent anywhere, your settings untouched. With --headless, in this "
+           "terminal."));
     const QCommandLineOption review(
         QStringLiteral("review"),
-        QStringLiteral("Write the review page of a saved session (its figures, timeline and answers) beside its "
-                       "records, from its events log or transcript, and print the page's path."),
+        tr("Write the review page of a saved session (its figures, timeline and answers) beside its "
+           "records, from its events log or transcript, and print the page's path."),
         QStringLiteral("events.jsonl|transcript.md"));
     parser.addOptions({help, version, start, headless, stopAfter, printInstructions, transcribe, withService,
                        nativeWayland, checkUpdates, installUpdate, demo, review});
@@ -85,7 +84,7 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
                            + QCoreApplication::applicationVersion() + QLatin1Char('\n')};
     }
     if (!parser.positionalArguments().isEmpty())
-        return usageError(QStringLiteral("unexpected argument '%1'").arg(parser.positionalArguments().first()));
+        return usageError(tr("unexpected argument '%1'").arg(parser.positionalArguments().first()));
 
     Options options;
     options.start = parser.isSet(start);
@@ -98,43 +97,43 @@ std::variant<CommandLine::Options, CommandLine::Exit> CommandLine::parse(const Q
     if (parser.isSet(transcribe)) {
         const QString path = parser.value(transcribe);
         if (path.isEmpty())
-            return usageError(QStringLiteral("--transcribe needs the path of a WAV file"));
+            return usageError(tr("--transcribe needs the path of a WAV file"));
         options.transcribe = path;
     }
     if (parser.isSet(review)) {
         const QString path = parser.value(review);
         if (path.isEmpty())
-            return usageError(QStringLiteral("--review needs the path of a session's events log or transcript"));
+            return usageError(tr("--review needs the path of a session's events log or transcript"));
         QStringList others = parser.optionNames();
         others.removeAll(QStringLiteral("review"));
         if (!others.isEmpty())
-            return usageError(QStringLiteral("--review can't be combined with other options"));
+            return usageError(tr("--review can't be combined with other options"));
         options.review = path;
         return options;
     }
     options.transcribeWithService = parser.isSet(withService);
     if (options.transcribeWithService && !options.transcribe)
-        return usageError(QStringLiteral("--with-openai only applies with --transcribe"));
+        return usageError(tr("--with-openai only applies with --transcribe"));
     if (parser.isSet(stopAfter)) {
         bool ok = false;
         const double seconds = parser.value(stopAfter).toDouble(&ok);
         if (!ok || !std::isfinite(seconds) || seconds <= 0)
-            return usageError(QStringLiteral("--stop-after needs a number of seconds above 0, not '%1'")
+            return usageError(tr("--stop-after needs a number of seconds above 0, not '%1'")
                                   .arg(parser.value(stopAfter)));
         if (!options.start && !options.headless && !options.demo)
-            return usageError(QStringLiteral("--stop-after only applies with --start, --headless or --demo"));
+            return usageError(tr("--stop-after only applies with --start, --headless or --demo"));
         options.stopAfter = seconds;
     }
     const int modes = int(options.headless) + int(options.printInstructions) + int(options.transcribe.has_value())
                       + int(options.checkUpdates) + int(options.installUpdate);
     if (modes > 1)
-        return usageError(QStringLiteral("--headless, --print-instructions, --transcribe, --check-updates and "
-                                         "--install-update can't be combined"));
+        return usageError(tr("--headless, --print-instructions, --transcribe, --check-updates and "
+                             "--install-update can't be combined"));
     if (options.start && modes > int(options.headless))
-        return usageError(QStringLiteral("--start can't be combined with --print-instructions, --transcribe, "
-                                         "--check-updates or --install-update"));
+        return usageError(tr("--start can't be combined with --print-instructions, --transcribe, "
+                             "--check-updates or --install-update"));
     if (options.demo && (options.printInstructions || options.transcribe || options.checkUpdates || options.installUpdate))
-        return usageError(QStringLiteral("--demo can't be combined with --print-instructions, --transcribe, "
-                                         "--check-updates or --install-update"));
+        return usageError(tr("--demo can't be combined with --print-instructions, --transcribe, "
+                             "--check-updates or --install-update"));
     return options;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QString>
 #include <QStringList>
 
@@ -9,6 +10,8 @@
 // What the user asked for on the command line.
 class CommandLine
 {
+    Q_DECLARE_TR_FUNCTIONS(CommandLine)
+
 public:
     struct Options
     {
@@ -32,6 +35,7 @@ public:
         QString text;
     };
 
-    // `arguments` includes the program name first.
+    // `arguments` includes the program name first. Not a Result: an Exit is not always a
+    // failure (--help and --version end the program normally, with code 0).
     static std::variant<Options, Exit> parse(const QStringList &arguments);
 };

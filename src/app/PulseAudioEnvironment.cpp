@@ -50,7 +50,7 @@ bool PulseAudioEnvironment::startMicLevel(const QString &deviceUID, std::functio
         source = fallback->uid;
     }
     auto mic = std::make_unique<MicInput>();
-    if (mic->bind(source))
+    if (!mic->bind(source).ok())
         return false;
     m_onLevel = std::move(onLevel);
 
@@ -77,7 +77,7 @@ bool PulseAudioEnvironment::startMicLevel(const QString &deviceUID, std::functio
             },
             Qt::QueuedConnection);
     };
-    if (mic->startStream(kStartTimeoutMs)) {
+    if (!mic->startStream(kStartTimeoutMs).ok()) {
         m_onLevel = nullptr;
         return false;
     }

@@ -1,18 +1,18 @@
 #include "app/RealComponents.h"
 
-#include "app/AudioCaptureLink.h"
-#include "app/MicTranscriberLink.h"
 #include "app/PulseAudioEnvironment.h"
 #include "app/PulseTapQueries.h"
 #include "app/RealtimeClientLink.h"
 #include "app/RecordingTranscriberLink.h"
 #include "app/ServiceTranscriptionLink.h"
 #include "session/AnswerTranscriber.h"
+#include "audio/AudioCaptureEngine.h"
 #include "audio/StartupTrace.h"
+#include "speech/MicTranscriber.h"
 
 struct RealComponents::Parts
 {
-    explicit Parts(AppSettings &settings) : answers(settings, micTranscription, &serviceTranscription) {}
+    explicit Parts(AppSettings &settings) : answers(settings, micTranscriber, &serviceTranscription) {}
 
     RealtimeClient realtimeClient;
     TranscriptionClient transcriptionClient;
@@ -21,9 +21,7 @@ struct RealComponents::Parts
     RecordingTranscriber recordingTranscriber;
 
     RealtimeClientLink realtime{realtimeClient};
-    AudioCaptureLink capture{captureEngine};
     PulseTapQueries taps;
-    MicTranscriberLink micTranscription{micTranscriber};
     RecordingTranscriberLink recordingTranscription{recordingTranscriber};
     ServiceTranscriptionLink serviceTranscription{transcriptionClient};
     AnswerTranscriber answers; // the on-device transcriber, or the service when the user opted in
@@ -45,7 +43,7 @@ RealComponents::~RealComponents()
 }
 
 RealtimeLink &RealComponents::realtime() { return m_parts->realtime; }
-CaptureLink &RealComponents::capture() { return m_parts->capture; }
+CaptureLink &RealComponents::capture() { return m_parts->captureEngine; }
 TapQueries &RealComponents::taps() { return m_parts->taps; }
 MicTranscription &RealComponents::micTranscription() { return m_parts->answers; }
 RecordingTranscription &RealComponents::recordingTranscription() { return m_parts->recordingTranscription; }

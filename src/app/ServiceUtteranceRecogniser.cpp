@@ -28,7 +28,7 @@ void ServiceUtteranceRecogniser::recognise(std::vector<std::int16_t> samples, Co
     wav.append(reinterpret_cast<const char *>(samples.data()), bytes);
     m_client.transcribe(wav, [this, completion = std::move(completion)](const AudioTranscriptionClient::Result &result) {
         if (const auto *failure = std::get_if<AudioTranscriptionClient::Failure>(&result)) {
-            completion(Failure{failure->message});
+            completion(Text::failure(failure->message));
             return;
         }
         const auto &text = std::get<AudioTranscriptionClient::Text>(result);

@@ -19,7 +19,12 @@ public:
     explicit ServiceUtteranceRecogniser(const AudioTranscriptionConfig &config,
                                         const AudioTranscriptionClient::Timing &timing = {});
 
-    std::optional<QString> prepare() override { return m_client.problem(); }
+    Result<void> prepare() override
+    {
+        if (const auto problem = m_client.problem())
+            return Result<void>::failure(*problem);
+        return {};
+    }
     int concurrency() const override { return kInFlight; }
     QString description() const override;
     void recognise(std::vector<std::int16_t> samples, Completion completion) override;

@@ -36,12 +36,12 @@ void ShellUpdateHost::clearBanner(const QString &text)
         m_controller.setBannerText(std::nullopt);
 }
 
-bool ShellUpdateHost::relaunch(const QString &executable, QString *error)
+Result<void> ShellUpdateHost::relaunch(const QString &executable)
 {
     // The next launch restores the frame written now.
     m_window.saveFrame();
-    if (!Relaunch::afterExit(QCoreApplication::applicationPid(), executable, {}, error))
-        return false;
+    if (auto started = Relaunch::afterExit(QCoreApplication::applicationPid(), executable, {}); !started.ok())
+        return started;
     QTimer::singleShot(0, qApp, [] { QCoreApplication::quit(); });
-    return true;
+    return {};
 }

@@ -15,7 +15,7 @@ public:
     bool isSessionActive() const override;
     void showBanner(const QString &text, std::optional<Action> action) override;
     void clearBanner(const QString &text) override;
-    bool relaunch(const QString &executable, QString *error) override;
+    Result<void> relaunch(const QString &executable) override;
 
 private:
     SessionController &m_controller;

@@ -36,7 +36,7 @@ int TranscribeCommand::run(const QString &wavPath, std::FILE *out, std::FILE *er
         const QString line = progressLine(progress.secondsDone, progress.secondsTotal);
         ConsoleText::write(err, terminal ? QStringLiteral("\r") + line : line + QLatin1Char('\n'));
     };
-    RecordingTranscriber::Result result;
+    std::optional<RecordingTranscriber::Result> result;
     if (service) {
         const std::optional<double> seconds = RecordingTranscriber::recordingSeconds(info.absoluteFilePath());
         const QString model = service->model;
@@ -56,11 +56,11 @@ int TranscribeCommand::run(const QString &wavPath, std::FILE *out, std::FILE *er
     }
     if (terminal)
         ConsoleText::write(err, QStringLiteral("\n"));
-    if (const auto *failed = std::get_if<RecordingTranscriber::Failed>(&result)) {
-        ConsoleText::write(err, tr("Transcription failed: %1\n").arg(failed->message));
+    if (!result->ok()) {
+        ConsoleText::write(err, tr("Transcription failed: %1\n").arg(result->error()));
         return 1;
     }
-    const auto &written = std::get<RecordingTranscriber::Written>(result);
+    const RecordingTranscriber::Written &written = result->value();
     if (service) {
         if (const std::optional<QString> used = CostModel::transcriptionSummary(written.usage, service->model, written.secondsSent))
             ConsoleText::write(err, tr("OpenAI: %1\n").arg(*used));

@@ -22,10 +22,9 @@ void UpdateCommand::showBanner(const QString &text, std::optional<Action> action
     m_last = text;
 }
 
-bool UpdateCommand::relaunch(const QString &, QString *error)
+Result<void> UpdateCommand::relaunch(const QString &)
 {
-    *error = tr("a terminal command does not restart");
-    return false;
+    return Result<void>::failure(tr("a terminal command does not restart"));
 }
 
 int UpdateCommand::run(Mode mode, std::FILE *out, std::FILE *err)

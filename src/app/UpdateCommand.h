@@ -36,7 +36,7 @@ private:
     bool isSessionActive() const override { return false; }
     void showBanner(const QString &text, std::optional<Action> action) override;
     void clearBanner(const QString &) override {}
-    bool relaunch(const QString &, QString *error) override;
+    Result<void> relaunch(const QString &) override;
 
     std::FILE *m_out;
     std::FILE *m_err;

@@ -21,17 +21,24 @@ namespace {
 
 constexpr int micStreamTimeoutMs = 20000;
 
-const QString kStalledText = QStringLiteral(
-    "The microphone didn't start. The interviewer is still heard and answered, but your own answers aren't "
-    "transcribed and the .wav archive is off for this session.");
-const QString kSkippedText = QStringLiteral(
-    "Running on meeting audio only — this computer wouldn't hand over the microphone earlier, so your own answers "
-    "aren't transcribed.");
+QString stalledText()
+{
+    return AudioCaptureEngine::tr(
+        "The microphone didn't start. The interviewer is still heard and answered, but your own answers aren't "
+        "transcribed and the .wav archive is off for this session.");
+}
+
+QString skippedText()
+{
+    return AudioCaptureEngine::tr(
+        "Running on meeting audio only — this computer wouldn't hand over the microphone earlier, so your own answers "
+        "aren't transcribed.");
+}
 
 struct MicStartBox
 {
     QSemaphore done;
-    std::optional<QString> error;
+    Result<void> started;
 };
 
 } // namespace
@@ -109,11 +116,11 @@ void AudioCaptureEngine::checkRecordingWrites()
     });
 }
 
-std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, StreamSource streamSource, bool record)
+Result<void> AudioCaptureEngine::start(const CaptureSource &source, StreamSource streamSource, bool record)
 {
     std::lock_guard guard(m_control);
     if (m_running)
-        return std::nullopt;
+        return {};
     m_isRecording = record;
     m_meetingFIFO.clear();
     {
@@ -128,22 +135,22 @@ std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, St
     m_archiveClock = ArchiveClock::awaitingMic;
     m_micSource.clear();
     m_micName.clear();
-    std::optional<QString> error;
+    Result<void> started;
     m_usingRecording = false;
     if (const auto *tap = std::get_if<SystemTapSource>(&source)) {
         m_usingTap = true;
-        error = startTapMode(*tap, streamSource);
+        started = startTapMode(*tap, streamSource);
     } else if (const auto *recording = std::get_if<RecordingFileSource>(&source)) {
         m_usingTap = false;
         m_usingRecording = true;
-        error = startRecordingMode(*recording);
+        started = startRecordingMode(*recording);
     } else {
         m_usingTap = false;
-        error = startDeviceMode(std::get<DeviceChannelsSource>(source), streamSource);
+        started = startDeviceMode(std::get<DeviceChannelsSource>(source), streamSource);
     }
-    if (error) {
+    if (!started.ok()) {
         releaseSession();
-        return error;
+        return started;
     }
     m_running = true;
     m_meetingUp = true;
@@ -159,17 +166,17 @@ std::optional<QString> AudioCaptureEngine::start(const CaptureSource &source, St
             scheduleCheck(healthyCheckMs);
         }, Qt::QueuedConnection);
     }
-    return std::nullopt;
+    return {};
 }
 
-std::optional<QString> AudioCaptureEngine::startRecordingMode(const RecordingFileSource &source)
+Result<void> AudioCaptureEngine::startRecordingMode(const RecordingFileSource &source)
 {
     // The file alone is the meeting; there is no microphone to hear or to transcribe.
     m_streamSource = int(StreamSource::meetingOnly);
     m_deviceChannels = 1;
     prepareConverters();
-    if (auto error = openRecording())
-        return error;
+    if (auto opened = openRecording(); !opened.ok())
+        return opened;
     // The file clocks the archive, as the microphone does otherwise.
     m_archiveClock = ArchiveClock::micFeeds;
     if (!m_player) {
@@ -189,7 +196,7 @@ std::optional<QString> AudioCaptureEngine::startRecordingMode(const RecordingFil
     return m_player->start(source.path, source.playAloud);
 }
 
-std::optional<QString> AudioCaptureEngine::openRecording()
+Result<void> AudioCaptureEngine::openRecording()
 {
     m_recWriter.reset();
     m_recordingPath.reset();
@@ -199,17 +206,16 @@ std::optional<QString> AudioCaptureEngine::openRecording()
         m_recordError.reset();
     }
     if (!m_isRecording)
-        return std::nullopt;
+        return {};
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QStringLiteral("/Ketterbloom");
     if (!QDir().mkpath(folder))
-        return QStringLiteral("Could not create the folder ") + folder + QLatin1Char('.');
+        return Result<void>::failure(tr("Could not create the folder %1.").arg(folder));
     const QString path = folder + QStringLiteral("/meeting_")
         + QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd_HH-mm-ss")) + QStringLiteral(".wav");
-    QString why;
-    std::unique_ptr<WavWriter> writer = WavWriter::create(path, recordRate, recordChannels, &why);
-    if (!writer)
-        return QStringLiteral("Could not create the recording ") + path + QStringLiteral(" (") + why + QStringLiteral(").");
-    m_recWriter = std::move(writer);
+    auto writer = WavWriter::create(path, recordRate, recordChannels);
+    if (!writer.ok())
+        return Result<void>::failure(tr("Could not create the recording %1 (%2).").arg(path, writer.error()));
+    m_recWriter = std::move(writer).value();
     m_recordingPath = path;
     m_recordFIFO.clear();
     // Small header steps: a crash loses at most a tenth of a second more than the last drain.
@@ -222,7 +228,7 @@ std::optional<QString> AudioCaptureEngine::openRecording()
                            std::chrono::steady_clock::now().time_since_epoch())
                            .count();
     m_recordingOpen = true;
-    return std::nullopt;
+    return {};
 }
 
 void AudioCaptureEngine::prepareConverters()
@@ -254,7 +260,7 @@ void AudioCaptureEngine::attachMicCallbacks(MicInput &mic)
     };
 }
 
-std::optional<QString> AudioCaptureEngine::startDeviceMode(const DeviceChannelsSource &source, StreamSource streamSource)
+Result<void> AudioCaptureEngine::startDeviceMode(const DeviceChannelsSource &source, StreamSource streamSource)
 {
     std::optional<AudioInputDevice> device;
     if (!source.deviceUID.isEmpty())
@@ -262,13 +268,13 @@ std::optional<QString> AudioCaptureEngine::startDeviceMode(const DeviceChannelsS
     if (!device)
         device = AudioDeviceManager::defaultInputDevice();
     if (!device)
-        return describe(EngineError::noDevice);
+        return Result<void>::failure(describe(EngineError::noDevice));
     auto mic = std::make_shared<MicInput>();
-    if (mic->bind(device->uid))
-        return describe(EngineError::noDevice);
+    if (!mic->bind(device->uid).ok())
+        return Result<void>::failure(describe(EngineError::noDevice));
     const int channels = mic->channelCount();
     if (channels <= 0)
-        return describe(EngineError::badFormat);
+        return Result<void>::failure(describe(EngineError::badFormat));
     m_deviceChannels = channels;
     m_micChannel = std::min(channels - 1, std::max(source.micChannel, 0));
     m_meetingChannel.reset();
@@ -278,23 +284,23 @@ std::optional<QString> AudioCaptureEngine::startDeviceMode(const DeviceChannelsS
         streamSource = StreamSource::micOnly;
     m_streamSource = int(streamSource);
     prepareConverters();
-    if (auto error = openRecording())
-        return error;
+    if (auto opened = openRecording(); !opened.ok())
+        return opened;
     attachMicCallbacks(*mic);
     m_mic = mic;
-    if (auto error = mic->startStream(micStreamTimeoutMs)) {
+    if (auto started = mic->startStream(micStreamTimeoutMs); !started.ok()) {
         m_mic.reset();
-        return QStringLiteral("The microphone couldn't be opened (") + *error + QStringLiteral(").");
+        return Result<void>::failure(tr("The microphone couldn't be opened (%1).").arg(started.error()));
     }
     m_micExpected = true;
     m_micUp = true;
     m_micSource = device->uid;
     m_micName = mic->description();
     m_micChannelWanted = source.micChannel;
-    return std::nullopt;
+    return {};
 }
 
-std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &source, StreamSource streamSource)
+Result<void> AudioCaptureEngine::startTapMode(const SystemTapSource &source, StreamSource streamSource)
 {
     StartupTrace::begin(QStringLiteral("tap mode"));
     std::optional<AudioInputDevice> device;
@@ -304,14 +310,14 @@ std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &s
         device = AudioDeviceManager::defaultInputDevice();
     if (!device) {
         StartupTrace::step(QStringLiteral("no input device"));
-        return describe(EngineError::noDevice);
+        return Result<void>::failure(describe(EngineError::noDevice));
     }
     StartupTrace::step(QStringLiteral("chose mic"), device->name);
 
     auto mic = std::make_shared<MicInput>();
-    if (auto why = mic->bind(device->uid)) {
-        StartupTrace::step(QStringLiteral("FAILED bind mic"), *why);
-        return describe(EngineError::noDevice);
+    if (auto bound = mic->bind(device->uid); !bound.ok()) {
+        StartupTrace::step(QStringLiteral("FAILED bind mic"), bound.error());
+        return Result<void>::failure(describe(EngineError::noDevice));
     }
     StartupTrace::step(QStringLiteral("bound mic"));
     const int channels = mic->channelCount();
@@ -319,27 +325,27 @@ std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &s
                        QString::number(MicInput::sampleRate) + QStringLiteral(" Hz, ") + QString::number(channels)
                            + QStringLiteral(" ch"));
     if (channels <= 0)
-        return describe(EngineError::badFormat);
+        return Result<void>::failure(describe(EngineError::badFormat));
     m_deviceChannels = channels;
     m_micChannel = std::min(channels - 1, std::max(source.micChannel, 0));
     m_meetingChannel.reset();
     m_streamSource = int(streamSource);
     prepareConverters();
     StartupTrace::step(QStringLiteral("prepared formats"));
-    if (auto error = openRecording())
-        return error;
+    if (auto opened = openRecording(); !opened.ok())
+        return opened;
 
     m_tap.onAudio = [this](const float *samples, int frames) { handleTapAudio(samples, frames); };
     m_tap.onInterrupted = [this] { noteTrouble(); };
     m_tapTarget = source.target;
-    if (auto error = m_tap.start(source.target)) {
-        StartupTrace::step(QStringLiteral("FAILED create tap"), error->description());
-        return error->description();
+    if (auto tapped = m_tap.start(source.target); !tapped.ok()) {
+        StartupTrace::step(QStringLiteral("FAILED create tap"), tapped.error().description());
+        return Result<void>::failure(tapped.error().description());
     }
     StartupTrace::step(QStringLiteral("tap running"));
     if (!m_tap.format()) {
         m_tap.cleanUp();
-        return TapError{TapError::Kind::formatUnavailable, {}}.description();
+        return Result<void>::failure(TapError{TapError::Kind::formatUnavailable, {}}.description());
     }
 
     if (m_micEngineUnusable) {
@@ -352,9 +358,9 @@ std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &s
         m_recordingPath.reset();
         postToOwner([this] {
             if (onMicUnavailable)
-                onMicUnavailable(kSkippedText);
+                onMicUnavailable(skippedText());
         });
-        return std::nullopt;
+        return {};
     }
 
     attachMicCallbacks(*mic);
@@ -367,7 +373,7 @@ std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &s
     std::thread([box, mic, delayMs] {
         if (delayMs > 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
-        box->error = mic->startStream(micStreamTimeoutMs);
+        box->started = mic->startStream(micStreamTimeoutMs);
         box->done.release();
     }).detach();
 
@@ -376,22 +382,22 @@ std::optional<QString> AudioCaptureEngine::startTapMode(const SystemTapSource &s
         mic->setEnabled(false);
         m_stalledMic = std::exchange(m_mic, nullptr);
         StartupTrace::step(QStringLiteral("MIC ENGINE STALLED — continuing on meeting audio only"));
-        fallBackToMeetingOnly(kStalledText);
-        return std::nullopt;
+        fallBackToMeetingOnly(stalledText());
+        return {};
     }
-    if (box->error) {
+    if (!box->started.ok()) {
         mic->setEnabled(false);
         m_mic.reset();
-        StartupTrace::step(QStringLiteral("FAILED start engine"), *box->error);
-        fallBackToMeetingOnly(QStringLiteral("The microphone couldn't be opened (") + *box->error
-                              + QStringLiteral("). The interviewer is still heard and answered, but your own answers "
-                                               "aren't transcribed and the .wav archive is off."));
-        return std::nullopt;
+        StartupTrace::step(QStringLiteral("FAILED start engine"), box->started.error());
+        fallBackToMeetingOnly(tr("The microphone couldn't be opened (%1). The interviewer is still heard and "
+                                 "answered, but your own answers aren't transcribed and the .wav archive is off.")
+                                  .arg(box->started.error()));
+        return {};
     }
     StartupTrace::step(QStringLiteral("engine started — capture live"));
     m_micExpected = true;
     m_micUp = true;
-    return std::nullopt;
+    return {};
 }
 
 void AudioCaptureEngine::fallBackToMeetingOnly(const QString &message)
@@ -424,20 +430,20 @@ void AudioCaptureEngine::closeRecording()
     }, Qt::BlockingQueuedConnection);
 }
 
-std::optional<QString> AudioCaptureEngine::retarget(const TapTarget &meeting)
+Result<void> AudioCaptureEngine::retarget(const TapTarget &meeting)
 {
     std::lock_guard guard(m_control);
     if (!m_running || !m_usingTap)
-        return std::nullopt;
+        return {};
     m_tap.cleanUp();
     m_tapTarget = meeting;
-    if (auto error = m_tap.start(meeting))
-        return error->description();
+    if (auto tapped = m_tap.start(meeting); !tapped.ok())
+        return Result<void>::failure(tapped.error().description());
     if (!m_tap.format())
-        return describe(EngineError::badFormat);
+        return Result<void>::failure(describe(EngineError::badFormat));
     m_meetingFIFO.clear();
     m_meetingUp = true;
-    return std::nullopt;
+    return {};
 }
 
 void AudioCaptureEngine::stop()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/AudioTypes.h"
+#include "audio/CaptureLink.h"
 #include "audio/MonoRingBuffer.h"
 #include "audio/ProcessTapCapture.h"
 
@@ -39,8 +40,9 @@ class WavWriter;
 // wall-clock time with silence for what is missing, its channels aligned.
 //
 // Threads: control calls from any one thread at a time (start may block for seconds);
-// callbacks marked GUI arrive on the thread this object lives in, through queued calls.
-class AudioCaptureEngine : public QObject
+// callbacks marked GUI (CaptureLink's) arrive on the thread this object lives in, through
+// queued calls.
+class AudioCaptureEngine : public QObject, public CaptureLink
 {
     Q_OBJECT
 
@@ -69,44 +71,24 @@ public:
     explicit AudioCaptureEngine(QObject *parent = nullptr);
     ~AudioCaptureEngine() override;
 
-    // Audio thread: 24 kHz mono PCM16 for the model.
-    std::function<void(const QByteArray &pcm16)> onPCM16;
-    // GUI thread, at most every 0.05 s: peak levels 0...1.
-    std::function<void(float mic, float meeting)> onLevels;
-    // GUI thread: the microphone is lost for this session.
-    std::function<void(const QString &message)> onMicUnavailable;
-    // Audio thread: the selected microphone channel, 48 kHz float mono.
-    std::function<void(const float *samples, int frames)> onMicBuffer;
-    // GUI thread: an asynchronous failure after start.
-    std::function<void(const QString &message)> onError;
-    // GUI thread: a part of the running capture was lost or came back.
-    std::function<void(const CaptureHealth &health)> onHealth;
-    // GUI thread: the recording could not be written (a full disk ...) and has stopped; the
-    // capture goes on. `error` is the system's reason. Once per recording.
-    std::function<void(const QString &path, const QString &error)> onRecordingFailed;
-    // GUI thread: the recording that stands for the meeting has been played to its end.
+    // Besides CaptureLink's callbacks. GUI thread: the recording that stands for the meeting
+    // has been played to its end.
     std::function<void()> onRecordingEnded;
 
     // There is no microphone permission on Linux desktops: always granted.
-    MicPermission micPermission() const { return MicPermission::granted; }
+    MicPermission micPermission() const override { return MicPermission::granted; }
     // Answers on this object's thread.
-    void requestMicAccess(std::function<void(bool granted)> completion);
+    void requestMicAccess(std::function<void(bool granted)> completion) override;
 
-    // Does nothing (and succeeds) when already running. Returns a user-readable error.
-    std::optional<QString> start(const CaptureSource &source, StreamSource streamSource, bool record);
-    // Idempotent; closes the recording before returning.
-    void stop();
-    bool isRunning() const { return m_running; }
-    std::optional<QString> recordingPath() const;
-    // Why the last recording is not complete, if it is not (also after stop()).
-    std::optional<QString> recordingError() const;
-    // Points the tap at another target while a tap session runs.
-    std::optional<QString> retarget(const TapTarget &meeting);
+    Result<void> start(const CaptureSource &source, StreamSource streamSource, bool record) override;
+    void stop() override;
+    bool isRunning() const override { return m_running; }
+    std::optional<QString> recordingPath() const override;
+    std::optional<QString> recordingError() const override;
+    Result<void> retarget(const TapTarget &meeting) override;
 
-    // Records from another microphone (tap sessions; or the device of a device session) without
-    // stopping the session. Returns at once; the switch runs in the background and onHealth
-    // reports a microphone that cannot be opened.
-    void switchMicrophone(const std::optional<QString> &deviceUID, int channel);
+    // Tap sessions; or the device of a device session. The switch runs in the background.
+    void switchMicrophone(const std::optional<QString> &deviceUID, int channel) override;
     CaptureHealth health() const;
 
     bool micIsStalled() const { return m_micIsStalled; }
@@ -123,10 +105,10 @@ public:
     void setRecordingClockForTesting(std::function<qint64()> clock) { m_recordingClock = std::move(clock); }
 
 private:
-    std::optional<QString> startDeviceMode(const DeviceChannelsSource &source, StreamSource streamSource);
-    std::optional<QString> startTapMode(const SystemTapSource &source, StreamSource streamSource);
-    std::optional<QString> startRecordingMode(const RecordingFileSource &source);
-    std::optional<QString> openRecording();
+    Result<void> startDeviceMode(const DeviceChannelsSource &source, StreamSource streamSource);
+    Result<void> startTapMode(const SystemTapSource &source, StreamSource streamSource);
+    Result<void> startRecordingMode(const RecordingFileSource &source);
+    Result<void> openRecording();
     void fallBackToMeetingOnly(const QString &message);
     // Stops writing the archive and closes its file on the writer thread.
     void closeRecording();

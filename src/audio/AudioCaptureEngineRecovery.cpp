@@ -124,8 +124,8 @@ bool AudioCaptureEngine::recoverMeeting()
     if (m_tap.isHealthy())
         return true;
     m_tap.cleanUp();
-    if (const auto error = m_tap.start(m_tapTarget)) {
-        qCInfo(lcAudio, "[Ketterbloom] meeting capture not back yet: %s", qUtf8Printable(error->description()));
+    if (const auto tapped = m_tap.start(m_tapTarget); !tapped.ok()) {
+        qCInfo(lcAudio, "[Ketterbloom] meeting capture not back yet: %s", qUtf8Printable(tapped.error().description()));
         return false;
     }
     qCInfo(lcAudio, "[Ketterbloom] meeting capture resumed on %s",
@@ -143,8 +143,8 @@ bool AudioCaptureEngine::recoverMic()
     dropMic();
     // Only the same device (by name) comes back on its own; another one is the user's choice.
     auto mic = std::make_shared<MicInput>();
-    if (auto why = mic->bind(m_micSource)) {
-        qCInfo(lcAudio, "[Ketterbloom] microphone not back yet: %s", qUtf8Printable(*why));
+    if (auto bound = mic->bind(m_micSource); !bound.ok()) {
+        qCInfo(lcAudio, "[Ketterbloom] microphone not back yet: %s", qUtf8Printable(bound.error()));
         return false;
     }
     const int channels = mic->channelCount();
@@ -156,8 +156,8 @@ bool AudioCaptureEngine::recoverMic()
         m_meetingChannel = std::min(channels - 1, std::max(*m_meetingChannel, 0));
     attachMicCallbacks(*mic);
     m_mic = mic;
-    if (auto why = mic->startStream(reattachStreamTimeoutMs)) {
-        qCInfo(lcAudio, "[Ketterbloom] microphone not back yet: %s", qUtf8Printable(*why));
+    if (auto started = mic->startStream(reattachStreamTimeoutMs); !started.ok()) {
+        qCInfo(lcAudio, "[Ketterbloom] microphone not back yet: %s", qUtf8Printable(started.error()));
         dropMic();
         return false;
     }

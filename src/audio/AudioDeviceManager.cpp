@@ -4,6 +4,7 @@
 #include "audio/PulseQueries.h"
 
 #include <QCollator>
+#include <QCoreApplication>
 
 #include <algorithm>
 
@@ -16,7 +17,7 @@ AudioInputDevice AudioDeviceManager::fromSource(const PulseQueries::SourceEntry 
     AudioInputDevice d;
     d.id = source.index;
     d.uid = source.name;
-    d.name = source.description.isEmpty() ? QStringLiteral("Device ") + QString::number(source.index)
+    d.name = source.description.isEmpty() ? QCoreApplication::translate("AudioDeviceManager", "Device %1").arg(source.index)
                                           : source.description;
     d.channelCount = std::max(1, int(source.spec.channels));
     d.sampleRate = double(source.spec.rate);
@@ -46,7 +47,7 @@ QList<AudioInputDevice> AudioDeviceManager::listFrom(const QList<PulseQueries::S
 QList<AudioInputDevice> AudioDeviceManager::inputDevices()
 {
     PulseConnection c("Ketterbloom device list");
-    if (!c.connect(connectTimeoutMs))
+    if (!c.connect(connectTimeoutMs).ok())
         return {};
     PulseLock lock(c);
     return listFrom(PulseQueries::sources(c));
@@ -64,7 +65,7 @@ std::optional<AudioInputDevice> AudioDeviceManager::device(const QString &uid)
 std::optional<AudioInputDevice> AudioDeviceManager::defaultInputDevice()
 {
     PulseConnection c("Ketterbloom device list");
-    if (!c.connect(connectTimeoutMs))
+    if (!c.connect(connectTimeoutMs).ok())
         return std::nullopt;
     PulseLock lock(c);
     const auto info = PulseQueries::serverInfo(c);

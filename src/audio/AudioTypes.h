@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QString>
 #include <QtGlobal>
 
@@ -78,11 +79,12 @@ inline QString describe(EngineError error)
 {
     switch (error) {
     case EngineError::noDevice:
-        return QStringLiteral("Selected audio input device is not available.");
+        return QCoreApplication::translate("EngineError", "Selected audio input device is not available.");
     case EngineError::badFormat:
-        return QStringLiteral("Could not read a valid input format from the device.");
+        return QCoreApplication::translate("EngineError", "Could not read a valid input format from the device.");
     case EngineError::micDenied:
-        return QStringLiteral("Microphone access was denied. Enable it in your desktop's Settings ▸ Privacy ▸ Microphone.");
+        return QCoreApplication::translate(
+            "EngineError", "Microphone access was denied. Enable it in your desktop's Settings ▸ Privacy ▸ Microphone.");
     }
     return {};
 }

@@ -3,6 +3,7 @@
 #include "audio/PulseConnection.h"
 #include "audio/PulseQueries.h"
 
+
 namespace {
 constexpr int connectTimeoutMs = 3000;
 }
@@ -26,37 +27,36 @@ MicInput::~MicInput()
     m_connection.reset();
 }
 
-std::optional<QString> MicInput::bind(const QString &sourceName)
+Result<void> MicInput::bind(const QString &sourceName)
 {
     m_connection = std::make_unique<PulseConnection>("Ketterbloom microphone");
     pa_threaded_mainloop_set_name(m_connection->mainloop(), "kb-mic");
-    QString reason;
-    if (!m_connection->connect(connectTimeoutMs, &reason))
-        return reason;
+    if (auto connected = m_connection->connect(connectTimeoutMs); !connected.ok())
+        return connected;
     PulseLock lock(*m_connection);
     const auto source = PulseQueries::source(*m_connection, sourceName);
     if (!source)
-        return QStringLiteral("no input device named ") + sourceName;
+        return Result<void>::failure(tr("no input device named %1").arg(sourceName));
     m_source = sourceName;
     m_description = source->description.isEmpty() ? sourceName : source->description;
     m_spec.channels = source->spec.channels;
     m_map = source->channelMap;
     if (!pa_channel_map_valid(&m_map) || m_map.channels != m_spec.channels)
         pa_channel_map_init_auto(&m_map, m_spec.channels, PA_CHANNEL_MAP_AUX);
-    return std::nullopt;
+    return {};
 }
 
-std::optional<QString> MicInput::startStream(int timeoutMs)
+Result<void> MicInput::startStream(int timeoutMs)
 {
     if (!m_connection || !m_connection->isConnected())
-        return QStringLiteral("not connected to the sound server");
+        return Result<void>::failure(tr("not connected to the sound server"));
     PulseConnection &c = *m_connection;
     PulseLock lock(c);
     if (!pa_sample_spec_valid(&m_spec))
-        return QStringLiteral("unusable input format");
+        return Result<void>::failure(tr("unusable input format"));
     m_stream = pa_stream_new(c.context(), "Ketterbloom microphone", &m_spec, &m_map);
     if (!m_stream)
-        return QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
+        return Result<void>::failure(QString::fromUtf8(pa_strerror(pa_context_errno(c.context()))));
     pa_stream_set_read_callback(m_stream, &MicInput::streamRead, this);
     pa_stream_set_state_callback(m_stream, &MicInput::streamState, this);
     pa_buffer_attr attr;
@@ -70,7 +70,7 @@ std::optional<QString> MicInput::startStream(int timeoutMs)
     // the user's back (the server would pick any, even a speaker's monitor).
     const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_NO_REMIX_CHANNELS | PA_STREAM_DONT_MOVE);
     if (pa_stream_connect_record(m_stream, device.constData(), &attr, flags) < 0)
-        return QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
+        return Result<void>::failure(QString::fromUtf8(pa_strerror(pa_context_errno(c.context()))));
     pa_stream *s = m_stream;
     c.waitUntil([s] { return pa_stream_get_state(s) != PA_STREAM_CREATING; }, timeoutMs);
     const auto state = pa_stream_get_state(s);
@@ -84,17 +84,17 @@ std::optional<QString> MicInput::startStream(int timeoutMs)
                 markLost();
         };
         if (!c.subscribe(PA_SUBSCRIPTION_MASK_SOURCE, timeoutMs))
-            return QStringLiteral("the sound server did not answer");
+            return Result<void>::failure(tr("the sound server did not answer"));
         // Gone between the stream's start and the subscription: nothing would tell.
         if (!PulseQueries::source(c, m_source, timeoutMs))
-            return QStringLiteral("no input device named ") + m_source;
+            return Result<void>::failure(tr("no input device named %1").arg(m_source));
         m_alive = true;
         c.onConnectionLost = [this] { markLost(); };
-        return std::nullopt;
+        return {};
     }
     if (state == PA_STREAM_CREATING)
-        return QStringLiteral("the input device did not start");
-    return QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
+        return Result<void>::failure(tr("the input device did not start"));
+    return Result<void>::failure(QString::fromUtf8(pa_strerror(pa_context_errno(c.context()))));
 }
 
 void MicInput::streamRead(pa_stream *s, size_t, void *userdata)

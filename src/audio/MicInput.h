@@ -1,5 +1,8 @@
 #pragma once
 
+#include "common/Result.h"
+
+#include <QCoreApplication>
 #include <QString>
 
 #include <pulse/pulseaudio.h>
@@ -20,6 +23,8 @@ class PulseConnection;
 // linked to nothing, and either way onLost tells.
 class MicInput
 {
+    Q_DECLARE_TR_FUNCTIONS(MicInput)
+
 public:
     static constexpr int sampleRate = 48000;
 
@@ -29,14 +34,14 @@ public:
     MicInput &operator=(const MicInput &) = delete;
 
     // Connects to the server and reads the source's format. Returns a reason on failure.
-    std::optional<QString> bind(const QString &sourceName);
+    Result<void> bind(const QString &sourceName);
     int channelCount() const { return m_spec.channels; }
     // The source's name and its display name, after bind().
     QString sourceName() const { return m_source; }
     QString description() const { return m_description; }
 
     // Opens the record stream and waits until it runs or timeoutMs pass.
-    std::optional<QString> startStream(int timeoutMs);
+    Result<void> startStream(int timeoutMs);
     // While false, delivered frames are dropped (a stalled start that comes back late).
     void setEnabled(bool enabled) { m_enabled = enabled; }
 

@@ -6,6 +6,8 @@
 #include "audio/PulseQueries.h"
 #include "audio/StartupTrace.h"
 
+#include <QCoreApplication>
+
 #include <pulse/rtclock.h>
 
 #include <algorithm>
@@ -43,12 +45,13 @@ QString TapError::description() const
 {
     switch (kind) {
     case Kind::tapFailed:
-        return QStringLiteral("Could not listen to this computer's audio output (") + reason
-            + QStringLiteral("). Make sure PulseAudio or PipeWire is running, then press Start again.");
+        return QCoreApplication::translate("TapError", "Could not listen to this computer's audio output (%1). Make "
+                                                       "sure PulseAudio or PipeWire is running, then press Start again.")
+            .arg(reason);
     case Kind::unsupported:
-        return QStringLiteral("Capturing this computer's audio needs PulseAudio or PipeWire.");
+        return QCoreApplication::translate("TapError", "Capturing this computer's audio needs PulseAudio or PipeWire.");
     case Kind::formatUnavailable:
-        return QStringLiteral("The tapped audio stream reported no usable format.");
+        return QCoreApplication::translate("TapError", "The tapped audio stream reported no usable format.");
     }
     return {};
 }
@@ -59,6 +62,19 @@ struct ProcessTapCapture::MonitorStream
     quint32 key = 0;
     pa_stream *stream = nullptr;
 };
+
+namespace {
+// A reason within TapError's sentence.
+QString soundServerSilent()
+{
+    return QCoreApplication::translate("ProcessTapCapture", "the sound server did not answer");
+}
+
+Result<void, TapError> tapFailure(TapError::Kind kind, const QString &detail)
+{
+    return Result<void, TapError>::failure(TapError{kind, detail});
+}
+} // namespace
 
 ProcessTapCapture::ProcessTapCapture()
 {
@@ -94,21 +110,21 @@ QString ProcessTapCapture::monitoredSink() const
     return m_monitoredSink;
 }
 
-std::optional<TapError> ProcessTapCapture::start(const TapTarget &target)
+Result<void, TapError> ProcessTapCapture::start(const TapTarget &target)
 {
     std::lock_guard guard(m_control);
     if (m_running)
-        return std::nullopt;
+        return {};
     m_target = target;
     m_healthy = false;
     StartupTrace::step(QStringLiteral("creating process tap"));
     m_connection = std::make_unique<PulseConnection>("Ketterbloom meeting tap");
     pa_threaded_mainloop_set_name(m_connection->mainloop(), "kb-tap");
-    QString reason;
-    if (!m_connection->connect(connectTimeoutMs, &reason)) {
+    if (auto connected = m_connection->connect(connectTimeoutMs); !connected.ok()) {
+        const QString &reason = connected.error();
         StartupTrace::step(QStringLiteral("process tap created"), QStringLiteral("status ") + reason);
         m_connection.reset();
-        return TapError{TapError::Kind::tapFailed, reason};
+        return tapFailure(TapError::Kind::tapFailed, reason);
     }
     m_connection->onEvent = [this](pa_subscription_event_type_t t, uint32_t i) { onEvent(t, i); };
     // A sound server that goes away (or restarts) interrupts the tap like a device change.
@@ -117,20 +133,20 @@ std::optional<TapError> ProcessTapCapture::start(const TapTarget &target)
         m_healthy = false;
         interrupted();
     };
-    std::optional<TapError> error = target.kind == TapTarget::Kind::systemOutput ? startSystemOutput()
-                                                                                 : startProcess(target.appID);
+    Result<void, TapError> started = target.kind == TapTarget::Kind::systemOutput ? startSystemOutput()
+                                                                                : startProcess(target.appID);
     StartupTrace::step(QStringLiteral("process tap created"),
-                       QStringLiteral("status ") + (error ? error->description() : QStringLiteral("0")));
-    if (error) {
+                       QStringLiteral("status ") + (started.ok() ? QStringLiteral("0") : started.error().description()));
+    if (!started.ok()) {
         m_connection.reset();
         m_streams.clear();
         m_mixer.reset();
         m_streamCount = 0;
-        return error;
+        return started;
     }
     m_healthy = true;
     m_running = true;
-    return std::nullopt;
+    return {};
 }
 
 void ProcessTapCapture::interrupted()
@@ -139,32 +155,34 @@ void ProcessTapCapture::interrupted()
         onInterrupted();
 }
 
-std::optional<TapError> ProcessTapCapture::startSystemOutput()
+Result<void, TapError> ProcessTapCapture::startSystemOutput()
 {
     PulseConnection &c = *m_connection;
     PulseLock lock(c);
     const auto info = PulseQueries::serverInfo(c);
     if (!info)
-        return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
+        return tapFailure(TapError::Kind::tapFailed, soundServerSilent());
     // While an output is replaced, the server may name the default "@DEFAULT_SINK@" for a moment.
     if (info->defaultSink.isEmpty() || info->defaultSink.startsWith(QLatin1Char('@')))
-        return TapError{TapError::Kind::tapFailed, QStringLiteral("there is no default output right now")};
+        return tapFailure(TapError::Kind::tapFailed,
+                          QCoreApplication::translate("ProcessTapCapture", "there is no default output right now"));
     const auto sinkInfo = PulseQueries::sink(c, info->defaultSink);
     if (!sinkInfo || sinkInfo->monitorSource.isEmpty())
-        return TapError{TapError::Kind::tapFailed, QStringLiteral("the default output has no monitor")};
+        return tapFailure(TapError::Kind::tapFailed,
+                          QCoreApplication::translate("ProcessTapCapture", "the default output has no monitor"));
     m_monitoredSink = sinkInfo->name;
     // Sources too: the owner reattaches a microphone that comes back as soon as it appears.
     if (!c.subscribe(pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SERVER | PA_SUBSCRIPTION_MASK_SINK
                                             | PA_SUBSCRIPTION_MASK_SOURCE),
                      streamTimeoutMs))
-        return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
+        return tapFailure(TapError::Kind::tapFailed, soundServerSilent());
 
     auto ms = std::make_unique<MonitorStream>();
     ms->owner = this;
     ms->key = systemKey;
     ms->stream = newRecordStream("Ketterbloom meeting", ms.get());
     if (!ms->stream)
-        return TapError{TapError::Kind::formatUnavailable, {}};
+        return tapFailure(TapError::Kind::formatUnavailable, {});
     const pa_buffer_attr attr = tapBufferAttr();
     const QByteArray device = sinkInfo->monitorSource.toUtf8();
     // Pinned: when the sink goes away the stream ends (and we look for the new default)
@@ -173,7 +191,7 @@ std::optional<TapError> ProcessTapCapture::startSystemOutput()
                                  pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE)) < 0) {
         const QString why = QString::fromUtf8(pa_strerror(pa_context_errno(c.context())));
         pa_stream_unref(ms->stream);
-        return TapError{TapError::Kind::tapFailed, why};
+        return tapFailure(TapError::Kind::tapFailed, why);
     }
     pa_stream *s = ms->stream;
     c.waitUntil([s] { return pa_stream_get_state(s) != PA_STREAM_CREATING; }, streamTimeoutMs);
@@ -183,7 +201,7 @@ std::optional<TapError> ProcessTapCapture::startSystemOutput()
         pa_stream_set_state_callback(s, nullptr, nullptr);
         pa_stream_disconnect(s);
         pa_stream_unref(s);
-        return TapError{TapError::Kind::tapFailed, why};
+        return tapFailure(TapError::Kind::tapFailed, why);
     }
     m_monitoredSinkIndex = sinkInfo->index;
     m_monitorSourceIndex = pa_stream_get_device_index(s);
@@ -191,22 +209,22 @@ std::optional<TapError> ProcessTapCapture::startSystemOutput()
     m_mixer.addStream(int(systemKey));
     m_streams[systemKey] = std::move(ms);
     m_streamCount = 1;
-    return std::nullopt;
+    return {};
 }
 
-std::optional<TapError> ProcessTapCapture::startProcess(const QString &appID)
+Result<void, TapError> ProcessTapCapture::startProcess(const QString &appID)
 {
     PulseConnection &c = *m_connection;
     PulseLock lock(c);
     const auto info = PulseQueries::serverInfo(c);
     if (!info)
-        return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
+        return tapFailure(TapError::Kind::tapFailed, soundServerSilent());
     if (info->protocolVersion < 13)
-        return TapError{TapError::Kind::unsupported, {}};
+        return tapFailure(TapError::Kind::unsupported, {});
     m_monitoredSink.clear();
     m_mixer.reset();
     if (!c.subscribe(pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK_INPUT | PA_SUBSCRIPTION_MASK_SOURCE), streamTimeoutMs))
-        return TapError{TapError::Kind::tapFailed, QStringLiteral("the sound server did not answer")};
+        return tapFailure(TapError::Kind::tapFailed, soundServerSilent());
     for (const auto &e : PulseQueries::sinkInputs(c)) {
         if (e.sink != PA_INVALID_INDEX && AudioApplications::belongsToOrHelper(e.properties, appID))
             attachSinkInput(e.index);
@@ -216,7 +234,7 @@ std::optional<TapError> ProcessTapCapture::startProcess(const QString &appID)
     m_quietFrames = 0;
     m_quietLineClock = pa_context_rttime_new(c.context(), m_lastAudioUs + quietLineTickUs,
                                              &ProcessTapCapture::quietLineTick, this);
-    return std::nullopt;
+    return {};
 }
 
 pa_stream *ProcessTapCapture::newRecordStream(const char *name, void *userdata)
@@ -458,7 +476,7 @@ void ProcessTapCapture::deliverQuietLine()
 std::optional<QString> ProcessTapCapture::usableDefaultSink(int timeoutMs)
 {
     PulseConnection c("Ketterbloom output check");
-    if (!c.connect(timeoutMs))
+    if (!c.connect(timeoutMs).ok())
         return std::nullopt;
     PulseLock lock(c);
     const auto info = PulseQueries::serverInfo(c, timeoutMs);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include "audio/AudioTypes.h"
 #include "audio/TapMixer.h"
 
@@ -62,7 +64,7 @@ public:
     std::function<void()> onInterrupted;
 
     // Does nothing when already running. Call from a control thread, never the tap thread.
-    std::optional<TapError> start(const TapTarget &target);
+    Result<void, TapError> start(const TapTarget &target);
     // Tears down whatever exists; safe at any stage and when stopped.
     void cleanUp();
 
@@ -93,8 +95,8 @@ public:
 
 private:
     struct MonitorStream;
-    std::optional<TapError> startSystemOutput();
-    std::optional<TapError> startProcess(const QString &appID);
+    Result<void, TapError> startSystemOutput();
+    Result<void, TapError> startProcess(const QString &appID);
     pa_stream *newRecordStream(const char *name, void *userdata);
     void attachSinkInput(quint32 sinkInput);   // loop thread or lock held
     void dropStream(quint32 sinkInput);                       // loop thread or lock held

@@ -46,7 +46,7 @@ Snapshot snapshot(bool withClients)
 {
     Snapshot s;
     PulseConnection c("Ketterbloom app list");
-    if (!c.connect(connectTimeoutMs))
+    if (!c.connect(connectTimeoutMs).ok())
         return s;
     PulseLock lock(c);
     s.sinkInputs = PulseQueries::sinkInputs(c);
@@ -76,9 +76,8 @@ QList<AudioProcessInfo> playingFrom(const Snapshot &s)
 bool ProcessTapCapture::probeTapAccess()
 {
     PulseConnection c("Ketterbloom probe");
-    QString reason;
-    if (!c.connect(connectTimeoutMs, &reason)) {
-        qCWarning(lcAudio, "[Ketterbloom] tap probe failed: %s", qUtf8Printable(reason));
+    if (auto connected = c.connect(connectTimeoutMs); !connected.ok()) {
+        qCWarning(lcAudio, "[Ketterbloom] tap probe failed: %s", qUtf8Printable(connected.error()));
         return false;
     }
     PulseLock lock(c);

@@ -1,5 +1,6 @@
 #include "audio/PulseConnection.h"
 
+
 #include <pulse/rtclock.h>
 
 PulseConnection::PulseConnection(const QByteArray &clientName)
@@ -37,20 +38,16 @@ PulseConnection::~PulseConnection()
         pa_threaded_mainloop_free(m_loop);
 }
 
-bool PulseConnection::connect(int timeoutMs, QString *reason)
+Result<void> PulseConnection::connect(int timeoutMs)
 {
-    auto fail = [reason](const QString &why) {
-        if (reason)
-            *reason = why;
-        return false;
-    };
+    auto fail = [](const QString &why) { return Result<void>::failure(why); };
     if (!m_loop || !m_context)
-        return fail(QStringLiteral("no sound server client"));
+        return fail(tr("no sound server client"));
     if (m_ready)
-        return true;
+        return {};
     if (!m_started) {
         if (pa_threaded_mainloop_start(m_loop) < 0)
-            return fail(QStringLiteral("could not start the sound server client thread"));
+            return fail(tr("could not start the sound server client thread"));
         m_started = true;
     }
     PulseLock lock(*this);
@@ -63,10 +60,10 @@ bool PulseConnection::connect(int timeoutMs, QString *reason)
     const auto state = pa_context_get_state(m_context);
     if (state == PA_CONTEXT_READY) {
         m_ready = true;
-        return true;
+        return {};
     }
     if (PA_CONTEXT_IS_GOOD(state))
-        return fail(QStringLiteral("the sound server did not answer"));
+        return fail(tr("the sound server did not answer"));
     return fail(QString::fromUtf8(pa_strerror(pa_context_errno(m_context))));
 }
 

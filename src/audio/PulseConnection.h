@@ -1,5 +1,8 @@
 #pragma once
 
+#include "common/Result.h"
+
+#include <QCoreApplication>
 #include <QByteArray>
 #include <QString>
 
@@ -15,6 +18,8 @@
 // it held, as each says. Never call them from the loop thread except where noted.
 class PulseConnection
 {
+    Q_DECLARE_TR_FUNCTIONS(PulseConnection)
+
 public:
     explicit PulseConnection(const QByteArray &clientName);
     ~PulseConnection();
@@ -22,8 +27,8 @@ public:
     PulseConnection &operator=(const PulseConnection &) = delete;
 
     // Starts the loop thread and connects to the server named by the environment (or the
-    // default one). On failure or time-out returns false and gives a short reason.
-    bool connect(int timeoutMs, QString *reason = nullptr);
+    // default one). On failure or time-out, a short reason.
+    Result<void> connect(int timeoutMs);
     bool isConnected() const;
 
     pa_threaded_mainloop *mainloop() const { return m_loop; }

@@ -38,16 +38,17 @@ RecordingPlayer::~RecordingPlayer()
     m_thread.wait();
 }
 
-std::optional<QString> RecordingPlayer::start(const QString &path, bool aloud)
+Result<void> RecordingPlayer::start(const QString &path, bool aloud)
 {
     stop();
     SF_INFO info{};
     SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
     if (!file)
-        return QStringLiteral("The recording %1 can't be played (%2).").arg(path, QString::fromUtf8(sf_strerror(nullptr)));
+        return Result<void>::failure(
+            tr("The recording %1 can't be played (%2).").arg(path, QString::fromUtf8(sf_strerror(nullptr))));
     if (info.channels <= 0 || info.samplerate <= 0) {
         sf_close(file);
-        return QStringLiteral("The recording %1 has no audio.").arg(path);
+        return Result<void>::failure(tr("The recording %1 has no audio.").arg(path));
     }
     m_file = file;
     m_fileChannels = info.channels;
@@ -59,7 +60,8 @@ std::optional<QString> RecordingPlayer::start(const QString &path, bool aloud)
         m_soxr = soxr_create(m_fileRate, outputRate, 1, &error, nullptr, &quality, nullptr);
         if (!m_soxr) {
             closeFile();
-            return QStringLiteral("The recording %1 can't be converted (%2).").arg(path, QString::fromUtf8(error));
+            return Result<void>::failure(
+                tr("The recording %1 can't be converted (%2).").arg(path, QString::fromUtf8(error)));
         }
     }
     m_interleaved.assign(size_t(readFrames) * size_t(m_fileChannels), 0.0f);
@@ -104,7 +106,7 @@ std::optional<QString> RecordingPlayer::start(const QString &path, bool aloud)
         m_startMs = m_clock();
         m_timer.start();
     }, Qt::BlockingQueuedConnection);
-    return std::nullopt;
+    return {};
 }
 
 void RecordingPlayer::stop()

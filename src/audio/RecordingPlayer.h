@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QObject>
 #include <QProcess>
 #include <QString>
@@ -41,7 +43,7 @@ public:
     // Opens the file and starts playing it; with `aloud`, to the speakers as well (paplay, when
     // a sound server answers; without one the file still plays as the meeting). Returns a
     // user-readable error.
-    std::optional<QString> start(const QString &path, bool aloud = false);
+    Result<void> start(const QString &path, bool aloud = false);
     // Idempotent; no onBlock follows its return.
     void stop();
     bool isPlaying() const { return m_playing; }

@@ -67,29 +67,28 @@ WavWriter::WavWriter(const QString &path, int sampleRate, int channels)
 {
 }
 
-std::unique_ptr<WavWriter> WavWriter::create(const QString &path, int sampleRate, int channels, QString *error)
+Result<std::unique_ptr<WavWriter>> WavWriter::create(const QString &path, int sampleRate, int channels)
 {
     std::unique_ptr<WavWriter> w(new WavWriter(path, sampleRate, channels));
-    if (!w->openFile(path, error))
-        return nullptr;
+    if (auto opened = w->openFile(path); !opened.ok())
+        return Result<std::unique_ptr<WavWriter>>::failure(opened.error());
     return w;
 }
 
-bool WavWriter::openFile(const QString &path, QString *error)
+Result<void> WavWriter::openFile(const QString &path)
 {
     const QByteArray h = header(m_sampleRate, m_channels, 0);
     m_file.setFileName(path);
     // Unbuffered: every write reaches the file system at once, so its failure is seen here.
     if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered) || m_file.write(h) != h.size()) {
-        if (error)
-            *error = m_file.errorString();
+        const QString error = m_file.errorString();
         m_file.close();
-        return false;
+        return Result<void>::failure(error);
     }
     m_paths << path;
     m_dataBytes = 0;
     m_bytesSinceHeaderUpdate = 0;
-    return true;
+    return {};
 }
 
 WavWriter::~WavWriter()
@@ -190,11 +189,10 @@ bool WavWriter::startNextFile()
     }
     m_file.close();
     const QString next = continuationPath(m_firstPath, int(m_paths.size()) + 1);
-    QString why;
-    if (!openFile(next, &why)) {
+    if (auto opened = openFile(next); !opened.ok()) {
         qCWarning(lcAudio, "[Ketterbloom] could not continue the recording in %s: %s", qUtf8Printable(next),
-                  qUtf8Printable(why));
-        m_error = why;
+                  qUtf8Printable(opened.error()));
+        m_error = opened.error();
         m_closed = true;
         return false;
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QString>
@@ -24,10 +26,8 @@ public:
     // The most sample bytes one file can hold: the RIFF size (36 + data) must fit 32 bits.
     static constexpr qint64 maxDataBytesPerFile = qint64(0xFFFFFFFFu) - 36;
 
-    // Creates (replacing) the file and writes a header with no data. Nothing on failure, with
-    // the reason in *error.
-    static std::unique_ptr<WavWriter> create(const QString &path, int sampleRate, int channels,
-                                             QString *error = nullptr);
+    // Creates (replacing) the file and writes a header with no data; on failure, the system's reason.
+    static Result<std::unique_ptr<WavWriter>> create(const QString &path, int sampleRate, int channels);
     ~WavWriter();
 
     // Appends `frames` frames of non-interleaved float channels. File channel c takes buffer
@@ -60,7 +60,7 @@ public:
 
 private:
     WavWriter(const QString &path, int sampleRate, int channels);
-    bool openFile(const QString &path, QString *error);
+    Result<void> openFile(const QString &path);
     // Finishes the current file and opens the next; false (and the writer closed) on failure.
     bool startNextFile();
     void writeFrames(const float *const *channelData, int bufferChannels, int from, int frames);

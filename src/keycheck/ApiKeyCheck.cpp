@@ -32,11 +32,11 @@ void ApiKeyCheck::setTimeout(int ms)
     m_timeout->setInterval(ms);
 }
 
-QUrl ApiKeyCheck::modelsUrl(const QString &realtimeOverride, QString *error)
+::Result<QUrl> ApiKeyCheck::modelsUrl(const QString &realtimeOverride)
 {
     const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::httpEndpoint(realtimeOverride, QStringLiteral("/v1/models"));
-    if (!endpoint.error.isEmpty() && error)
-        *error = endpoint.error;
+    if (endpoint.url.isEmpty())
+        return ::Result<QUrl>::failure(endpoint.error);
     return endpoint.url;
 }
 
@@ -71,12 +71,12 @@ void ApiKeyCheck::check(const QString &key, const QString &realtimeOverride)
         QTimer::singleShot(0, this, [this] { finish({Outcome::refused, tr("Enter a key first.")}); });
         return;
     }
-    QString error;
-    const QUrl url = modelsUrl(realtimeOverride, &error);
-    if (url.isEmpty()) {
-        QTimer::singleShot(0, this, [this, error] { finish({Outcome::refused, error}); });
+    const auto address = modelsUrl(realtimeOverride);
+    if (!address.ok()) {
+        QTimer::singleShot(0, this, [this, error = address.error()] { finish({Outcome::refused, error}); });
         return;
     }
+    const QUrl url = address.value();
     // A service on this machine (tests, the simulator) is never asked through a proxy.
     m_network->setProxy(RealtimeProtocol::isLoopbackHost(url.host()) ? QNetworkProxy(QNetworkProxy::NoProxy) : QNetworkProxy(QNetworkProxy::DefaultProxy));
     QNetworkRequest request(url);

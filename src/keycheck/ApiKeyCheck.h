@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -38,8 +40,8 @@ public:
     bool isRunning() const { return !m_reply.isNull(); }
     void setTimeout(int ms);
 
-    // The address asked, or an empty URL and the reason in `error`.
-    static QUrl modelsUrl(const QString &realtimeOverride, QString *error = nullptr);
+    // The address asked; fails with the reason where the key must not be sent.
+    static ::Result<QUrl> modelsUrl(const QString &realtimeOverride);
     // What an HTTP status means for the user.
     static Result fromStatus(int httpStatus);
 

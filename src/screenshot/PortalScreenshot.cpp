@@ -37,7 +37,7 @@ PortalScreenshot::PortalScreenshot(const QDBusConnection &bus, QObject *parent)
     m_timeout.setSingleShot(true);
     m_timeout.setInterval(defaultTimeoutMs);
     connect(&m_timeout, &QTimer::timeout, this, [this] {
-        finish(ScreenshotResult::failed(QStringLiteral("the desktop's screenshot portal did not answer")));
+        finish(ScreenshotResult::failed(tr("the desktop's screenshot portal did not answer")));
     });
 }
 
@@ -49,7 +49,7 @@ PortalScreenshot::~PortalScreenshot()
 void PortalScreenshot::request(const QString &parentWindow)
 {
     if (m_busy) {
-        emit finished(ScreenshotResult::failed(QStringLiteral("a screenshot is already being taken")));
+        emit finished(ScreenshotResult::failed(tr("a screenshot is already being taken")));
         return;
     }
     if (!m_bus.isConnected()) {
@@ -114,7 +114,7 @@ void PortalScreenshot::handleResponse(uint response, const QVariantMap &results)
     }
     const QUrl uri(results.value(QStringLiteral("uri")).toString());
     if (!uri.isLocalFile()) {
-        finish(ScreenshotResult::failed(QStringLiteral("the portal gave no file")));
+        finish(ScreenshotResult::failed(tr("the portal gave no file")));
         return;
     }
     QImageReader reader(uri.toLocalFile());

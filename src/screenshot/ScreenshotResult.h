@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QImage>
 #include <QMetaType>
 #include <QString>
@@ -27,5 +28,7 @@ struct ScreenshotResult
     static ScreenshotResult refused();
     static ScreenshotResult unavailable();
     static ScreenshotResult failed(const QString &why);
+
+    Q_DECLARE_TR_FUNCTIONS(ScreenshotResult)
 };
 Q_DECLARE_METATYPE(ScreenshotResult)

@@ -21,7 +21,7 @@ void ScreenshotTaker::take(const QString &parentWindow, QScreen *screen)
     if (m_busy) {
         // Reported later, like every other result, so callers see one order of events.
         QTimer::singleShot(0, this, [this] {
-            emit finished(ScreenshotResult::failed(QStringLiteral("a screenshot is already being taken")));
+            emit finished(ScreenshotResult::failed(tr("a screenshot is already being taken")));
         });
         return;
     }

@@ -22,7 +22,7 @@ ScreenshotResult X11ScreenGrab::grab(QScreen *screen)
     // Window 0 is the root window; the grab covers this screen's part of it.
     const QImage image = screen->grabWindow(0).toImage();
     if (image.isNull())
-        return ScreenshotResult::failed(QStringLiteral("the X server gave no picture of the screen"));
+        return ScreenshotResult::failed(tr("the X server gave no picture of the screen"));
     qCInfo(lcScreenshot, "[Ketterbloom] grabbed the X11 screen (%dx%d)", image.width(), image.height());
     return ScreenshotResult::captured(image);
 }

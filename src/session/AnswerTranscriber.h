@@ -1,6 +1,6 @@
 #pragma once
 
-#include "session/MicTranscription.h"
+#include "speech/MicTranscription.h"
 #include "session/ServiceTranscription.h"
 
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
 #include "session/AppNarrowing.h"
 
-#include "session/CaptureLink.h"
+#include "audio/CaptureLink.h"
 #include "session/TapQueries.h"
 
 AppNarrowing::AppNarrowing(Clock &clock, TapQueries &taps, CaptureLink &audio)
@@ -58,8 +58,8 @@ void AppNarrowing::pollTick()
     }
     appendEvent(QStringLiteral("tap_narrowed"), {{QStringLiteral("app"), bundleID}});
     const QString appID = app->bundleID.isEmpty() ? bundleID : app->bundleID;
-    if (const std::optional<QString> error = m_audio.retarget(TapTarget::process(appID))) {
-        showBanner(tr("Stayed on this computer's audio — could not switch to %1: %2").arg(name, *error));
+    if (const auto retargeted = m_audio.retarget(TapTarget::process(appID)); !retargeted.ok()) {
+        showBanner(tr("Stayed on this computer's audio — could not switch to %1: %2").arg(name, retargeted.error()));
     } else {
         showBanner(tr("Now listening to %1 only.").arg(name));
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "speech/RecordingJob.h"
 #include "speech/SpeechTypes.h"
 
 #include <QString>
@@ -7,7 +8,6 @@
 
 #include <functional>
 #include <optional>
-#include <variant>
 
 // Transcribes a saved session recording into Markdown beside it: on the device, or, when the
 // user chooses it for that recording, with the service. Works off the GUI thread; progress
@@ -17,14 +17,10 @@ class RecordingTranscription
 public:
     virtual ~RecordingTranscription() = default;
 
-    struct Written
-    {
-        QString transcriptPath;
-        QVariantMap usage = {}; // with the service: its usage summed over the recording
-        double secondsSent = 0; // with the service: the audio sent to it
-    };
-    struct Failed { QString message; };
-    using Result = std::variant<Written, Failed>;
+    // The transcript's path; with the service, its usage summed over the recording and the
+    // seconds of audio sent to it. Or one sentence for the user on why there is none.
+    using Written = RecordingJob::Written;
+    using Result = RecordingJob::Result;
 
     // What transcribing with the service needs, from the settings.
     struct ServiceOptions

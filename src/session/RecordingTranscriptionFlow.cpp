@@ -2,7 +2,7 @@
 
 #include "session/CostModel.h"
 #include "session/FileRevealer.h"
-#include "session/MicTranscription.h"
+#include "speech/MicTranscription.h"
 #include "session/RecordingPicker.h"
 #include "session/RecordingTranscription.h"
 #include "session/RecordingTranscriptionPrompt.h"
@@ -122,10 +122,10 @@ void RecordingTranscriptionFlow::onDevice(const QString &path)
                 if (!alive.lock()) {
                     return;
                 }
-                if (const auto *written = std::get_if<RecordingTranscription::Written>(&result)) {
-                    finished(written->transcriptPath, {});
+                if (result.ok()) {
+                    finished(result->transcriptPath, {});
                 } else {
-                    failed(std::get<RecordingTranscription::Failed>(result).message);
+                    failed(result.error());
                 }
             });
     });
@@ -157,11 +157,11 @@ void RecordingTranscriptionFlow::withService(const QString &path)
             if (!alive.lock()) {
                 return;
             }
-            if (const auto *written = std::get_if<RecordingTranscription::Written>(&result)) {
-                const std::optional<QString> used = CostModel::transcriptionSummary(written->usage, model, written->secondsSent);
-                finished(written->transcriptPath, used ? tr("OpenAI: %1").arg(*used) : QString());
+            if (result.ok()) {
+                const std::optional<QString> used = CostModel::transcriptionSummary(result->usage, model, result->secondsSent);
+                finished(result->transcriptPath, used ? tr("OpenAI: %1").arg(*used) : QString());
             } else {
-                failed(std::get<RecordingTranscription::Failed>(result).message);
+                failed(result.error());
             }
         });
 }

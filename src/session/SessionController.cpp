@@ -1,8 +1,8 @@
 #include "session/SessionController.h"
 
-#include "session/CaptureLink.h"
+#include "audio/CaptureLink.h"
 #include "session/IdleInhibitor.h"
-#include "session/MicTranscription.h"
+#include "speech/MicTranscription.h"
 #include "session/RealtimeLink.h"
 #include "session/SessionSnapshot.h"
 #include "session/TapQueries.h"

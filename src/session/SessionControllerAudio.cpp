@@ -3,7 +3,7 @@
 
 #include "session/SessionController.h"
 
-#include "session/CaptureLink.h"
+#include "audio/CaptureLink.h"
 #include "session/SessionLogging.h"
 #include "settings/AppSettings.h"
 

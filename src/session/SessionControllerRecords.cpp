@@ -3,7 +3,7 @@
 
 #include "session/SessionController.h"
 
-#include "session/CaptureLink.h"
+#include "audio/CaptureLink.h"
 #include "session/FileRevealer.h"
 #include "session/RealtimeLink.h"
 #include "session/SessionLogging.h"

@@ -3,7 +3,7 @@
 
 #include "session/SessionController.h"
 
-#include "session/MicTranscription.h"
+#include "speech/MicTranscription.h"
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
 

@@ -3,8 +3,8 @@
 
 #include "session/SessionController.h"
 
-#include "session/CaptureLink.h"
-#include "session/MicTranscription.h"
+#include "audio/CaptureLink.h"
+#include "speech/MicTranscription.h"
 #include "session/RealtimeLink.h"
 #include "session/SessionLog.h"
 #include "session/SessionLogging.h"
@@ -206,7 +206,7 @@ void SessionController::continueStartWithMic(bool granted)
     const bool record = m_parts.settings.saveAudio();
     const std::weak_ptr<bool> alive = m_alive;
     m_parts.runInBackground([audio, source, streamSource, record, alive, generation, this] {
-        const std::optional<QString> error = audio->start(source, streamSource, record);
+        const std::optional<QString> error = audio->start(source, streamSource, record).errorIfAny();
         // Back to the GUI thread; dropped there if the controller has gone meanwhile.
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),

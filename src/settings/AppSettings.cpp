@@ -167,11 +167,11 @@ void AppSettings::load()
 void AppSettings::validateLoaded()
 {
     namespace V = SettingsValidation;
-    const auto reset = [this](const std::optional<QString> &problem, auto &member, const auto &fallback, const char *key) {
-        if (!problem)
+    const auto reset = [this](const Result<void> &check, auto &member, const auto &fallback, const char *key) {
+        if (check.ok())
             return;
-        qCWarning(lcSettings).noquote() << "[Ketterbloom]" << *problem;
-        m_loadNotices.append(*problem);
+        qCWarning(lcSettings).noquote() << "[Ketterbloom]" << check.error();
+        m_loadNotices.append(check.error());
         member = fallback;
         m_store->setValue(QLatin1String(key), fallback);
     };
@@ -181,8 +181,8 @@ void AppSettings::validateLoaded()
           "silenceDurationMs");
     const QString model = QString::fromLatin1(defaultModel);
     const QString transcribeModel = QString::fromLatin1(defaultTranscribeModel);
-    reset(V::checkModelName(m_model, QStringLiteral("realtime model"), model), m_model, model, "model");
-    reset(V::checkModelName(m_transcribeModel, QStringLiteral("transcription model"), transcribeModel),
+    reset(V::checkModelName(m_model, tr("realtime model"), model), m_model, model, "model");
+    reset(V::checkModelName(m_transcribeModel, tr("transcription model"), transcribeModel),
           m_transcribeModel, transcribeModel, "transcribeModel");
 }
 
@@ -233,10 +233,10 @@ void AppSettings::setHasCompletedOnboarding(bool value)
 void AppSettings::setModel(const QString &requested)
 {
     const QString fallback = QString::fromLatin1(defaultModel);
-    const auto problem = SettingsValidation::checkModelName(requested, QStringLiteral("realtime model"), fallback);
-    const QString value = problem ? fallback : requested;
-    if (problem)
-        reportReset(*problem);
+    const auto check = SettingsValidation::checkModelName(requested, tr("realtime model"), fallback);
+    const QString value = check.ok() ? requested : fallback;
+    if (!check.ok())
+        reportReset(check.error());
     if (assign(*m_store, m_model, value, "model", value))
         emit modelChanged(m_model);
 }
@@ -244,10 +244,10 @@ void AppSettings::setModel(const QString &requested)
 void AppSettings::setTranscribeModel(const QString &requested)
 {
     const QString fallback = QString::fromLatin1(defaultTranscribeModel);
-    const auto problem = SettingsValidation::checkModelName(requested, QStringLiteral("transcription model"), fallback);
-    const QString value = problem ? fallback : requested;
-    if (problem)
-        reportReset(*problem);
+    const auto check = SettingsValidation::checkModelName(requested, tr("transcription model"), fallback);
+    const QString value = check.ok() ? requested : fallback;
+    if (!check.ok())
+        reportReset(check.error());
     if (assign(*m_store, m_transcribeModel, value, "transcribeModel", value))
         emit transcribeModelChanged(m_transcribeModel);
 }
@@ -284,30 +284,30 @@ void AppSettings::setAlwaysOnTop(bool value)
 
 void AppSettings::setVadThreshold(double requested)
 {
-    const auto problem = SettingsValidation::checkVadThreshold(requested);
-    const double value = problem ? SettingsValidation::defaultVadThreshold : requested;
-    if (problem)
-        reportReset(*problem);
+    const auto check = SettingsValidation::checkVadThreshold(requested);
+    const double value = check.ok() ? requested : SettingsValidation::defaultVadThreshold;
+    if (!check.ok())
+        reportReset(check.error());
     if (assign(*m_store, m_vadThreshold, value, "vadThreshold", value))
         emit vadThresholdChanged(m_vadThreshold);
 }
 
 void AppSettings::setPrefixPaddingMs(int requested)
 {
-    const auto problem = SettingsValidation::checkPrefixPaddingMs(requested);
-    const int value = problem ? SettingsValidation::defaultPrefixPaddingMs : requested;
-    if (problem)
-        reportReset(*problem);
+    const auto check = SettingsValidation::checkPrefixPaddingMs(requested);
+    const int value = check.ok() ? requested : SettingsValidation::defaultPrefixPaddingMs;
+    if (!check.ok())
+        reportReset(check.error());
     if (assign(*m_store, m_prefixPaddingMs, value, "prefixPaddingMs", value))
         emit prefixPaddingMsChanged(m_prefixPaddingMs);
 }
 
 void AppSettings::setSilenceDurationMs(int requested)
 {
-    const auto problem = SettingsValidation::checkSilenceDurationMs(requested);
-    const int value = problem ? SettingsValidation::defaultSilenceDurationMs : requested;
-    if (problem)
-        reportReset(*problem);
+    const auto check = SettingsValidation::checkSilenceDurationMs(requested);
+    const int value = check.ok() ? requested : SettingsValidation::defaultSilenceDurationMs;
+    if (!check.ok())
+        reportReset(check.error());
     if (assign(*m_store, m_silenceDurationMs, value, "silenceDurationMs", value))
         emit silenceDurationMsChanged(m_silenceDurationMs);
 }

@@ -178,18 +178,18 @@ QString ContextLoader::fileDialogFilter()
         patterns.append(QStringLiteral("*.") + ext);
         patterns.append(QStringLiteral("*.") + ext.toUpper());
     }
-    return QStringLiteral("Documents (") + patterns.join(QLatin1Char(' ')) + QLatin1Char(')');
+    return tr("Documents (%1)").arg(patterns.join(QLatin1Char(' ')));
 }
 
 QString ContextLoader::panelNothingReadMessage()
 {
-    return QStringLiteral("Couldn't read any text from those files. A scanned PDF has no text "
-                          "layer \u2014 export it as text first.");
+    return tr("Couldn't read any text from those files. A scanned PDF has no text "
+              "layer \u2014 export it as text first.");
 }
 
 QString ContextLoader::onboardingNothingReadMessage()
 {
-    return QStringLiteral("Couldn't read any text from that file.");
+    return tr("Couldn't read any text from that file.");
 }
 
 QStringList ContextLoader::notes(const Result &result)
@@ -198,13 +198,13 @@ QStringList ContextLoader::notes(const Result &result)
     QStringList lines;
     for (const QString &name : result.noText) {
         const bool pdf = name.endsWith(QLatin1String(".pdf"), Qt::CaseInsensitive);
-        lines.append(pdf ? QStringLiteral("%1: no text found \u2014 a scanned PDF?").arg(name)
-                         : QStringLiteral("%1: no text found").arg(name));
+        lines.append(pdf ? tr("%1: no text found \u2014 a scanned PDF?").arg(name)
+                         : tr("%1: no text found").arg(name));
     }
     for (const QString &name : result.unreadable)
-        lines.append(QStringLiteral("%1: could not be read (not a PDF, RTF or UTF-8 text file?)").arg(name));
+        lines.append(tr("%1: could not be read (not a PDF, RTF or UTF-8 text file?)").arg(name));
     for (const Cut &cut : result.cut)
-        lines.append(QStringLiteral("%1: first %2 of %3 characters used")
+        lines.append(tr("%1: first %2 of %3 characters used")
                          .arg(cut.name, locale.toString(cut.used), locale.toString(cut.total)));
     return lines;
 }

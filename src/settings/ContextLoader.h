@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QString>
 #include <QStringList>
 
@@ -11,6 +12,8 @@
 // (text layer of every page), "rtf" (see RtfReader), anything else strict UTF-8 text.
 class ContextLoader
 {
+    Q_DECLARE_TR_FUNCTIONS(ContextLoader)
+
 public:
     // A file cut to the per-file limit: its first `used` of `total` characters were kept.
     struct Cut

@@ -145,7 +145,7 @@ SecretStore::KeyFile SecretStore::inspectKeyFile() const
     const QByteArray native = QFile::encodeName(path);
     const auto ignored = [&path](const char *why) {
         KeyFile result;
-        result.ignoredBecause = QStringLiteral("The key file %1 %2, so it was ignored.").arg(path, QLatin1String(why));
+        result.ignoredBecause = tr("The key file %1 %2, so it was ignored.").arg(path, tr(why));
         qCWarning(lcSettings).noquote() << "[Ketterbloom]" << result.ignoredBecause;
         return result;
     };
@@ -154,38 +154,38 @@ SecretStore::KeyFile SecretStore::inspectKeyFile() const
     if (::lstat(native.constData(), &info) != 0)
         return {}; // no key file: not a problem
     if (S_ISLNK(info.st_mode))
-        return ignored("is a symbolic link (it must be a regular file)");
+        return ignored(QT_TR_NOOP("is a symbolic link (it must be a regular file)"));
     if (S_ISDIR(info.st_mode))
-        return ignored("is a folder");
+        return ignored(QT_TR_NOOP("is a folder"));
     if (!S_ISREG(info.st_mode))
-        return ignored("is not a regular file");
+        return ignored(QT_TR_NOOP("is not a regular file"));
 
     tightenMode(m_directory, 0700, "folder");
     // O_NOFOLLOW: the file cannot be swapped for a link between the check above and the read.
     const int fd = ::open(native.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0)
-        return ignored("cannot be read");
+        return ignored(QT_TR_NOOP("cannot be read"));
     QFile file;
     if (!file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
         ::close(fd);
-        return ignored("cannot be read");
+        return ignored(QT_TR_NOOP("cannot be read"));
     }
     if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))
-        return ignored("is not a regular file");
+        return ignored(QT_TR_NOOP("is not a regular file"));
     tightenMode(path, 0600, "file");
     if (info.st_size > kMaxKeyFileBytes)
-        return ignored("is too large to hold a key");
+        return ignored(QT_TR_NOOP("is too large to hold a key"));
     const QByteArray bytes = file.read(kMaxKeyFileBytes + 1);
 
     QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::Stateless);
     const QString text = decoder.decode(bytes);
     if (decoder.hasError())
-        return ignored("is not UTF-8 text");
+        return ignored(QT_TR_NOOP("is not UTF-8 text"));
     const QString key = text.trimmed();
     if (key.isEmpty())
         return {};
     if (key.contains(QLatin1Char('\n')) || key.contains(QLatin1Char('\r')))
-        return ignored("holds more than one line (it must hold the key alone)");
+        return ignored(QT_TR_NOOP("holds more than one line (it must hold the key alone)"));
     KeyFile result;
     result.key = key;
     return result;

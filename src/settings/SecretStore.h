@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <optional>
@@ -12,6 +13,8 @@
 // ~/.local/share/Tallowmere, honouring XDG_DATA_HOME); tests pass their own folders.
 class SecretStore
 {
+    Q_DECLARE_TR_FUNCTIONS(SecretStore)
+
 public:
     static constexpr const char *keyFileName = "openai.key";
     static constexpr const char *environmentVariable = "OPENAI_API_KEY";

@@ -29,7 +29,7 @@ void GlobalShortcuts::start()
             if (offered) {
                 adopt(std::make_unique<PortalShortcuts>(m_bus), Mechanism::portal);
             } else {
-                m_passedOver.append(QStringLiteral("The desktop offers no shortcut service (XDG desktop portal)."));
+                m_passedOver.append(tr("The desktop offers no shortcut service (XDG desktop portal)."));
                 tryKde();
             }
         });
@@ -59,7 +59,7 @@ void GlobalShortcuts::tryX11()
         adopt(std::make_unique<X11KeyGrabs>(), Mechanism::x11);
         return;
     }
-    m_passedOver.append(QStringLiteral("The window is not on an X11 display, so keys can't be grabbed."));
+    m_passedOver.append(tr("The window is not on an X11 display, so keys can't be grabbed."));
     settle(Mechanism::none);
 }
 
@@ -69,7 +69,7 @@ void GlobalShortcuts::giveWay(const QString &reason)
     if (m_backend)
         m_backend.release()->deleteLater();
     const Mechanism failed = m_mechanism;
-    m_passedOver.append(failed == Mechanism::portal ? QStringLiteral("Desktop portal: ") + reason : reason);
+    m_passedOver.append(failed == Mechanism::portal ? tr("Desktop portal: %1").arg(reason) : reason);
     m_mechanism = Mechanism::probing;
     if (failed == Mechanism::portal)
         tryKde();
@@ -158,24 +158,24 @@ QString GlobalShortcuts::statusText() const
 {
     QString text;
     switch (m_mechanism) {
-    case Mechanism::probing: return QStringLiteral("Looking for the desktop's global shortcut service…");
+    case Mechanism::probing: return tr("Looking for the desktop's global shortcut service…");
     case Mechanism::portal:
-        text = QStringLiteral("Global shortcuts go through the desktop's shortcut service (XDG desktop portal); "
-                              "the desktop may ask you to confirm them, and its own settings can change them.");
+        text = tr("Global shortcuts go through the desktop's shortcut service (XDG desktop portal); "
+                  "the desktop may ask you to confirm them, and its own settings can change them.");
         break;
     case Mechanism::kde:
-        text = QStringLiteral("Global shortcuts go through KDE Plasma's shortcut service; Plasma's Shortcuts "
-                              "settings list them under Ketterbloom and can change them.");
+        text = tr("Global shortcuts go through KDE Plasma's shortcut service; Plasma's Shortcuts "
+                  "settings list them under Ketterbloom and can change them.");
         break;
     case Mechanism::x11:
-        text = QStringLiteral("Global shortcuts are X11 key grabs. On a Wayland desktop (through XWayland) they "
-                              "work only while an X11 window has the focus.");
+        text = tr("Global shortcuts are X11 key grabs. On a Wayland desktop (through XWayland) they "
+                  "work only while an X11 window has the focus.");
         break;
     case Mechanism::none:
-        return QStringLiteral("No global shortcuts on this desktop. ") + m_passedOver.join(QLatin1Char(' '));
+        return tr("No global shortcuts on this desktop. %1").arg(m_passedOver.join(QLatin1Char(' ')));
     }
     if (!m_passedOver.isEmpty() && m_mechanism != Mechanism::portal)
-        text += QStringLiteral(" (Passed over: %1)").arg(m_passedOver.join(QLatin1Char(' ')));
+        text += tr(" (Passed over: %1)").arg(m_passedOver.join(QLatin1Char(' ')));
     if (!m_failure.isEmpty())
         text += QLatin1Char(' ') + m_failure;
     return text;

@@ -109,12 +109,12 @@ void KdeShortcuts::bind(const QList<Binding> &bindings)
         if (--outcome->waiting > 0 || generation != m_generation)
             return;
         if (!outcome->error.isEmpty()) {
-            emit failed(QStringLiteral("KDE's shortcut service refused: %1").arg(outcome->error));
+            emit failed(tr("KDE's shortcut service refused: %1").arg(outcome->error));
             return;
         }
         if (!outcome->refused.isEmpty()) {
             // A grant is what the service answers, not what was asked.
-            emit failed(QStringLiteral("KDE's shortcut service did not give %1 (taken by another application?).")
+            emit failed(tr("KDE's shortcut service did not give %1 (taken by another application?).")
                             .arg(outcome->refused.join(QStringLiteral(", "))));
             return;
         }
@@ -169,7 +169,7 @@ void KdeShortcuts::listen()
         const QDBusPendingReply<QDBusObjectPath> reply = *watcher;
         if (reply.isError() || !m_componentPath.isEmpty()) {
             if (reply.isError())
-                emit failed(QStringLiteral("KDE's shortcut service lost the application's shortcuts: %1")
+                emit failed(tr("KDE's shortcut service lost the application's shortcuts: %1")
                                 .arg(reply.error().message()));
             return;
         }

@@ -124,7 +124,7 @@ void PortalShortcuts::request(QDBusMessage call, const QString &token, Step step
         if (m_step != step)
             return;
         if (reply.isError()) {
-            fail(QStringLiteral("The desktop's shortcut service refused: %1").arg(reply.error().message()));
+            fail(tr("The desktop's shortcut service refused: %1").arg(reply.error().message()));
             return;
         }
         // Older portals choose the request path themselves.
@@ -194,8 +194,8 @@ void PortalShortcuts::onResponse(uint response, const QVariantMap &results, cons
         return;
     }
     if (response != success) {
-        fail(response == cancelled ? QStringLiteral("Global shortcuts were declined in the desktop's dialog.")
-                                   : QStringLiteral("The desktop's shortcut service could not set up the shortcuts."));
+        fail(response == cancelled ? tr("Global shortcuts were declined in the desktop's dialog.")
+                                   : tr("The desktop's shortcut service could not set up the shortcuts."));
         return;
     }
     if (step == Step::creatingSession) {
@@ -204,7 +204,7 @@ void PortalShortcuts::onResponse(uint response, const QVariantMap &results, cons
         m_session = handle.userType() == qMetaTypeId<QDBusObjectPath>() ? handle.value<QDBusObjectPath>().path()
                                                                           : handle.toString();
         if (m_session.isEmpty()) {
-            fail(QStringLiteral("The desktop's shortcut service gave no session."));
+            fail(tr("The desktop's shortcut service gave no session."));
             return;
         }
         sendBindings();
@@ -236,7 +236,7 @@ void PortalShortcuts::emitBound(const QVariant &shortcuts, bool checkGrant)
         for (const Binding &binding : std::as_const(m_bindings))
             missing += granted.contains(binding.id) ? 0 : 1;
         if (missing > 0) {
-            fail(QStringLiteral("The desktop's shortcut service granted %1 of %2 shortcuts.")
+            fail(tr("The desktop's shortcut service granted %1 of %2 shortcuts.")
                      .arg(m_bindings.size() - missing)
                      .arg(m_bindings.size()));
             return;

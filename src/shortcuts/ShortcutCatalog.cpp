@@ -4,13 +4,13 @@ ShortcutCatalog ShortcutCatalog::standard()
 {
     constexpr auto chord = Qt::CTRL | Qt::ALT | Qt::SHIFT;
     ShortcutCatalog catalog;
-    catalog.add({QString::fromLatin1(toggleSession), QStringLiteral("Start or stop the session"),
+    catalog.add({QString::fromLatin1(toggleSession), tr("Start or stop the session"),
                  QKeySequence(chord | Qt::Key_S)});
-    catalog.add({QString::fromLatin1(toggleWindow), QStringLiteral("Show or hide the window"),
+    catalog.add({QString::fromLatin1(toggleWindow), tr("Show or hide the window"),
                  QKeySequence(chord | Qt::Key_K)});
-    catalog.add({QString::fromLatin1(scrollToNewest), QStringLiteral("Scroll to the newest answer"),
+    catalog.add({QString::fromLatin1(scrollToNewest), tr("Scroll to the newest answer"),
                  QKeySequence(chord | Qt::Key_N)});
-    catalog.add({QString::fromLatin1(copyNewestAnswer), QStringLiteral("Copy the newest answer"),
+    catalog.add({QString::fromLatin1(copyNewestAnswer), tr("Copy the newest answer"),
                  QKeySequence(chord | Qt::Key_C)});
     return catalog;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QKeySequence>
 #include <QList>
 #include <QString>
@@ -19,6 +20,8 @@ struct ShortcutAction
 // standard list holds the window's own actions; others are added with add().
 class ShortcutCatalog
 {
+    Q_DECLARE_TR_FUNCTIONS(ShortcutCatalog)
+
 public:
     static constexpr const char *toggleSession = "toggle-session";
     static constexpr const char *toggleWindow = "toggle-window";

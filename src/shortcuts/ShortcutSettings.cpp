@@ -44,28 +44,28 @@ std::optional<QString> ShortcutSettings::actionUsing(const QKeySequence &keys, c
     return std::nullopt;
 }
 
-std::optional<QString> ShortcutSettings::setKeys(const QString &id, const QKeySequence &keys)
+Result<void, ShortcutSettings::Taken> ShortcutSettings::setKeys(const QString &id, const QKeySequence &keys)
 {
     if (!m_catalog.find(id))
-        return std::nullopt;
+        return {};
     const QKeySequence single = keys.isEmpty() ? QKeySequence() : QKeySequence(keys[0]);
     if (const std::optional<QString> other = actionUsing(single, id))
-        return other;
+        return Result<void, Taken>::failure(Taken{*other});
     if (single == this->keys(id) && m_store.contains(keyFor(id)))
-        return std::nullopt;
+        return {};
     m_store.setValue(keyFor(id), single.toString(QKeySequence::PortableText));
     emit changed();
-    return std::nullopt;
+    return {};
 }
 
-std::optional<QString> ShortcutSettings::resetToDefault(const QString &id)
+Result<void, ShortcutSettings::Taken> ShortcutSettings::resetToDefault(const QString &id)
 {
     const std::optional<ShortcutAction> action = m_catalog.find(id);
     if (!action)
-        return std::nullopt;
+        return {};
     if (const std::optional<QString> other = actionUsing(action->defaultKeys, id))
-        return other;
+        return Result<void, Taken>::failure(Taken{*other});
     m_store.remove(keyFor(id));
     emit changed();
-    return std::nullopt;
+    return {};
 }

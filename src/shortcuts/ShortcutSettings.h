@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include "shortcuts/ShortcutCatalog.h"
 
 #include <QKeySequence>
@@ -24,11 +26,16 @@ public:
     // The keys bound to `id` (empty when off or unknown).
     QKeySequence keys(const QString &id) const;
 
+    // Why keys were refused: another action has them.
+    struct Taken
+    {
+        QString actionID;
+    };
     // Binds `keys` to `id`; empty turns the shortcut off. Refused (nothing changes) when the
-    // keys are already another action's: returns that action's id.
-    std::optional<QString> setKeys(const QString &id, const QKeySequence &keys);
+    // keys are already another action's. An unknown `id` changes nothing and succeeds.
+    Result<void, Taken> setKeys(const QString &id, const QKeySequence &keys);
     // Back to the default keys; refused like setKeys() when another action uses them.
-    std::optional<QString> resetToDefault(const QString &id);
+    Result<void, Taken> resetToDefault(const QString &id);
 
     // The action already using `keys`, other than `except`.
     std::optional<QString> actionUsing(const QKeySequence &keys, const QString &except = {}) const;

@@ -57,13 +57,13 @@ void X11KeyGrabs::releaseAll()
 void X11KeyGrabs::bind(const QList<Binding> &bindings)
 {
     if (!m_connection || !m_root) {
-        emit failed(QStringLiteral("Key grabs need an X11 display."));
+        emit failed(tr("Key grabs need an X11 display."));
         return;
     }
     releaseAll();
     xcb_key_symbols_t *symbols = xcb_key_symbols_alloc(m_connection);
     if (!symbols) {
-        emit failed(QStringLiteral("The X11 keyboard map could not be read."));
+        emit failed(tr("The X11 keyboard map could not be read."));
         return;
     }
     QMap<QString, QString> triggers;

@@ -65,21 +65,20 @@ QString SingleInstance::socketPath() const
 SingleInstance::Outcome SingleInstance::claim(const Request &request, std::chrono::milliseconds timeout)
 {
     if (!QDir().mkpath(m_directory))
-        return {Role::alone, QStringLiteral("Can't create %1 to check for a running Ketterbloom.").arg(m_directory)};
+        return {Role::alone, tr("Can't create %1 to check for a running Ketterbloom.").arg(m_directory)};
     const QDeadlineTimer deadline(timeout);
     m_lock = std::make_unique<QLockFile>(fileName("lock"));
     // A lock left by a copy that crashed is taken over at once (its process is gone).
     m_lock->setStaleLockTime(0);
     while (true) {
         if (m_lock->tryLock(0)) {
-            QString error;
-            if (!listen(&error))
-                return {Role::alone, error};
+            if (const auto listening = listen(); !listening.ok())
+                return {Role::alone, listening.error()};
             return {Role::primary, {}};
         }
         if (m_lock->error() != QLockFile::LockFailedError) {
             return {Role::alone,
-                    QStringLiteral("Can't check for a running Ketterbloom: %1 is not writable.").arg(m_directory)};
+                    tr("Can't check for a running Ketterbloom: %1 is not writable.").arg(m_directory)};
         }
         const Outcome outcome = handOver(request, std::chrono::milliseconds(deadline.remainingTime()));
         if (outcome.role == Role::handedOver || deadline.hasExpired())
@@ -89,51 +88,51 @@ SingleInstance::Outcome SingleInstance::claim(const Request &request, std::chron
     }
 }
 
-bool SingleInstance::listen(QString *error)
+Result<void> SingleInstance::listen()
 {
     // A socket file left by a copy that crashed would block listening.
     QLocalServer::removeServer(socketPath());
     m_server = new QLocalServer(this);
     m_server->setSocketOptions(QLocalServer::UserAccessOption);
-    if (!m_server->listen(socketPath())) {
-        *error = QStringLiteral("Can't listen on %1: %2").arg(socketPath(), m_server->errorString());
-        return false;
-    }
+    if (!m_server->listen(socketPath()))
+        return Result<void>::failure(tr("Can't listen on %1: %2").arg(socketPath(), m_server->errorString()));
     connect(m_server, &QLocalServer::newConnection, this, &SingleInstance::onConnection);
-    return true;
+    return {};
 }
 
-QJsonObject SingleInstance::exchange(const QString &socketPath, const QByteArray &line,
-                                     std::chrono::milliseconds timeout, QString *error)
+Result<QJsonObject> SingleInstance::exchange(const QString &socketPath, const QByteArray &line,
+                                             std::chrono::milliseconds timeout)
 {
     const QDeadlineTimer deadline(timeout);
     const auto remaining = [&deadline] { return int(std::max<qint64>(deadline.remainingTime(), 0)); };
     QLocalSocket socket;
     socket.connectToServer(socketPath);
     if (!socket.waitForConnected(remaining())) {
-        *error = QStringLiteral("Ketterbloom is already running but does not answer (%1).").arg(socket.errorString());
-        return {};
+        return Result<QJsonObject>::failure(
+            tr("Ketterbloom is already running but does not answer (%1).").arg(socket.errorString()));
     }
     socket.write(line);
     socket.waitForBytesWritten(remaining());
     while (!socket.canReadLine()) {
-        if (!socket.waitForReadyRead(remaining())) {
-            *error = QStringLiteral("Ketterbloom is already running but did not confirm the request.");
-            return {};
-        }
+        if (!socket.waitForReadyRead(remaining()))
+            return Result<QJsonObject>::failure(
+                tr("Ketterbloom is already running but did not confirm the request."));
     }
-    const QJsonObject reply = QJsonDocument::fromJson(socket.readLine()).object();
-    if (!reply.value(QStringLiteral("ok")).toBool())
-        *error = QStringLiteral("Ketterbloom is already running but refused the request.");
-    return reply;
+    return QJsonDocument::fromJson(socket.readLine()).object();
+}
+
+QString SingleInstance::refusedText()
+{
+    return tr("Ketterbloom is already running but refused the request.");
 }
 
 SingleInstance::Outcome SingleInstance::handOver(const Request &request, std::chrono::milliseconds timeout)
 {
-    QString error;
-    exchange(socketPath(), encode(request), timeout, &error);
-    if (!error.isEmpty())
-        return {Role::failed, error};
+    const auto reply = exchange(socketPath(), encode(request), timeout);
+    if (!reply.ok())
+        return {Role::failed, reply.error()};
+    if (!reply->value(QStringLiteral("ok")).toBool())
+        return {Role::failed, refusedText()};
     qCInfo(lcSingleInstance) << "[Ketterbloom] handed over to the running copy";
     return {Role::handedOver, {}};
 }
@@ -147,8 +146,14 @@ SingleInstance::Status SingleInstance::status(std::chrono::milliseconds timeout)
         return {};
     Status status;
     status.running = true;
-    const QJsonObject reply = exchange(socketPath(), QByteArrayLiteral("{\"status\":true}\n"), timeout, &status.error);
-    status.sessionRunning = reply.value(QStringLiteral("session")).toBool();
+    const auto reply = exchange(socketPath(), QByteArrayLiteral("{\"status\":true}\n"), timeout);
+    if (!reply.ok()) {
+        status.error = reply.error();
+        return status;
+    }
+    if (!reply->value(QStringLiteral("ok")).toBool())
+        status.error = refusedText();
+    status.sessionRunning = reply->value(QStringLiteral("session")).toBool();
     return status;
 }
 

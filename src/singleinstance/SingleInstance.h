@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QLockFile>
 #include <QObject>
 #include <QString>
@@ -68,11 +70,12 @@ signals:
     void requested(const SingleInstance::Request &request);
 
 private:
-    bool listen(QString *error);
+    Result<void> listen();
     Outcome handOver(const Request &request, std::chrono::milliseconds timeout);
-    // Sends one line to the running copy and returns its one-line answer (empty: none).
-    static QJsonObject exchange(const QString &socketPath, const QByteArray &line, std::chrono::milliseconds timeout,
-                                QString *error);
+    // Sends one line to the running copy and returns its one-line answer; fails when none came.
+    static Result<QJsonObject> exchange(const QString &socketPath, const QByteArray &line,
+                                        std::chrono::milliseconds timeout);
+    static QString refusedText();
     void onConnection();
 
     QString fileName(const char *suffix) const;

@@ -11,14 +11,15 @@ EngineRecogniser::EngineRecogniser(SpeechEngine &engine, const QLocale &locale, 
 {
 }
 
-std::optional<QString> EngineRecogniser::prepare()
+Result<void> EngineRecogniser::prepare()
 {
     const SpeechAvailability availability = m_engine.availability(m_locale);
     if (availability.kind != SpeechAvailability::Kind::ready)
-        return availability.message;
-    if (auto error = m_engine.load())
-        return QStringLiteral("On-device transcription failed: ") + error->description;
-    return std::nullopt;
+        return Result<void>::failure(availability.message);
+    if (auto loaded = m_engine.load(); !loaded.ok())
+        return Result<void>::failure(tr("On-device transcription failed: %1")
+                                         .arg(loaded.error().description));
+    return {};
 }
 
 QString EngineRecogniser::description() const
@@ -30,13 +31,14 @@ void EngineRecogniser::recognise(std::vector<std::int16_t> samples, Completion c
 {
     auto result = m_engine.recognise(samples.data(), samples.size(), m_stop);
     QString text;
-    if (auto *error = std::get_if<SpeechEngine::Error>(&result)) {
+    if (!result.ok()) {
         // An utterance the decoder could not make out stays out of the transcript.
-        if (!SpeechEngine::isSilentError(error->code))
+        const SpeechEngine::Error &error = result.error();
+        if (!SpeechEngine::isSilentError(error.code))
             qCWarning(lcSpeech, "[Ketterbloom] speech recognition failed: %s (%d)",
-                      qUtf8Printable(error->description), error->code);
+                      qUtf8Printable(error.description), error.code);
     } else {
-        text = SpeechText::format(std::get<QString>(result));
+        text = SpeechText::format(result.value());
     }
     if (completion)
         completion(text);

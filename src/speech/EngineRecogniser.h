@@ -2,6 +2,7 @@
 
 #include "speech/UtteranceRecogniser.h"
 
+#include <QCoreApplication>
 #include <QLocale>
 
 #include <atomic>
@@ -12,10 +13,12 @@ class SpeechEngine;
 // after its completion. Decoding stops within a quarter second of audio once `stop` is set.
 class EngineRecogniser final : public UtteranceRecogniser
 {
+    Q_DECLARE_TR_FUNCTIONS(EngineRecogniser)
+
 public:
     EngineRecogniser(SpeechEngine &engine, const QLocale &locale, const std::atomic<bool> &stop);
 
-    std::optional<QString> prepare() override;
+    Result<void> prepare() override;
     QString description() const override;
     void recognise(std::vector<std::int16_t> samples, Completion completion) override;
     void cancel() override {}

@@ -51,8 +51,8 @@ MicDecoderWorker::~MicDecoderWorker()
 
 void MicDecoderWorker::preload()
 {
-    if (auto error = m_engine->load())
-        qCWarning(lcSpeech, "[Ketterbloom] speech model not loaded: %s", qUtf8Printable(error->description));
+    if (auto loaded = m_engine->load(); !loaded.ok())
+        qCWarning(lcSpeech, "[Ketterbloom] speech model not loaded: %s", qUtf8Printable(loaded.error().description));
 }
 
 void MicDecoderWorker::setContextText(const QString &text)
@@ -66,8 +66,8 @@ void MicDecoderWorker::startSegment(int segment)
     stopUtterance(false);
     if (segment != m_currentSegment.load(std::memory_order_acquire))
         return; // already replaced
-    if (auto error = m_engine->startUtterance()) {
-        fail(segment, *error);
+    if (auto started = m_engine->startUtterance(); !started.ok()) {
+        fail(segment, started.error());
         return;
     }
     m_segment = segment;
@@ -87,8 +87,8 @@ void MicDecoderWorker::endSegment(int segment)
     m_resampler.flush(m_pcm);
     if (m_secondsHeard < kColdSeconds && m_segmentAudio.size() <= kMaxRedecodeSamples)
         m_segmentAudio.insert(m_segmentAudio.end(), m_pcm.begin(), m_pcm.end());
-    if (auto error = m_engine->process(m_pcm.data(), m_pcm.size())) {
-        fail(segment, *error);
+    if (auto processed = m_engine->process(m_pcm.data(), m_pcm.size()); !processed.ok()) {
+        fail(segment, processed.error());
         return;
     }
     m_poll->stop();
@@ -98,14 +98,14 @@ void MicDecoderWorker::endSegment(int segment)
     m_secondsHeard += static_cast<double>(m_segmentAudio.size()) / SpeechEngine::kSampleRate;
     if (cold && !m_segmentAudio.empty() && m_segmentAudio.size() <= kMaxRedecodeSamples) {
         auto again = m_engine->decodeAgain(m_segmentAudio.data(), m_segmentAudio.size());
-        if (std::holds_alternative<QString>(again))
+        if (again.ok())
             result = again;
     }
     m_segmentAudio.clear();
-    if (auto *text = std::get_if<QString>(&result))
-        m_report(segment, {Event::Kind::final, *text, {}});
+    if (result.ok())
+        m_report(segment, {Event::Kind::final, result.value(), {}});
     else
-        m_report(segment, {Event::Kind::failed, {}, std::get<SpeechEngine::Error>(result)});
+        m_report(segment, {Event::Kind::failed, {}, result.error()});
 }
 
 void MicDecoderWorker::cancelSegment(std::size_t queuePosition)
@@ -126,8 +126,8 @@ MicDecoderWorker::Drain MicDecoderWorker::drain()
         m_resampler.process(m_floats.data(), n, m_pcm);
         if (m_secondsHeard < kColdSeconds && m_segmentAudio.size() <= kMaxRedecodeSamples)
             m_segmentAudio.insert(m_segmentAudio.end(), m_pcm.begin(), m_pcm.end());
-        if (auto error = m_engine->process(m_pcm.data(), m_pcm.size())) {
-            fail(m_segment, *error);
+        if (auto processed = m_engine->process(m_pcm.data(), m_pcm.size()); !processed.ok()) {
+            fail(m_segment, processed.error());
             return Drain::failed;
         }
         fed = true;

@@ -165,7 +165,7 @@ void MicTranscriber::handleEvent(int segment, int kind, const QString &text, int
             return;
         qCWarning(lcSpeech, "[Ketterbloom] speech recognition failed: %s (%d)", qUtf8Printable(description), code);
         if (onFailure)
-            onFailure(QStringLiteral("On-device transcription failed: ") + description);
+            onFailure(tr("On-device transcription failed: %1").arg(description));
         return;
     }
 }

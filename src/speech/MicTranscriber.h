@@ -1,5 +1,6 @@
 #pragma once
 
+#include "speech/MicTranscription.h"
 #include "speech/SampleQueue.h"
 #include "speech/SpeechTypes.h"
 
@@ -25,7 +26,7 @@ class SpeechEngine;
 // copies into a lock-free queue. Resampling and decoding run on the transcriber's own worker
 // thread ("kb-mic-speech"). Segment numbers keep results of cancelled or replaced segments
 // from reaching the callbacks.
-class MicTranscriber : public QObject
+class MicTranscriber : public QObject, public MicTranscription
 {
     Q_OBJECT
 public:
@@ -43,29 +44,24 @@ public:
 
     // Whether recognition can run; calls `completion` on the owning thread, through the
     // event loop. When ready, loading the model starts on the worker thread.
-    void requestAuthorization(std::function<void(const SpeechAvailability &)> completion);
+    void requestAuthorization(std::function<void(const SpeechAvailability &)> completion) override;
     SpeechAvailability availability() const;
 
     // The user's documents; the words they mention are favoured from the next segment on
     // (see ContextWords). Cheap here; the work happens on the worker thread.
-    void setContextText(const QString &text);
-    void begin();
-    void end();
-    void stopTask(bool silent);
+    void setContextText(const QString &text) override;
+    void begin() override;
+    void end() override;
+    void stopTask(bool silent) override;
     // Audio thread: 48 kHz float mono. Queued (and counted) only while a segment takes audio.
-    void appendMicBuffer(const float *samples, int frames);
+    void appendMicBuffer(const float *samples, int frames) override;
 
     // Whether a segment is running: from begin() until its final text, its error, the
     // fallback after end(), or stopTask(). A second end() while it waits does nothing.
-    bool isSegmentRunning() const { return m_taskRunning; }
+    bool isSegmentRunning() const override { return m_taskRunning; }
     int segmentId() const { return m_segmentId; }
     qint64 appendedFrames() const { return m_appendedFrames.load(std::memory_order_relaxed); }
     QString latest() const { return m_latest; }
-
-    std::function<void(const QString &text)> onPartial;
-    // Never called with empty text.
-    std::function<void(const QString &text)> onFinal;
-    std::function<void(const QString &message)> onFailure;
 
 private:
     void post(std::function<void(MicDecoderWorker *)> call);

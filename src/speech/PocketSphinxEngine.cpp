@@ -57,33 +57,32 @@ SpeechAvailability PocketSphinxEngine::availability(const QLocale &locale) const
     const bool english = locale.language() == QLocale::English || locale.language() == QLocale::C;
     if (!english)
         return SpeechAvailability::unsupported(
-            QStringLiteral("Speech recognition is unavailable for %1.").arg(localeName(locale)));
+            tr("Speech recognition is unavailable for %1.").arg(localeName(locale)));
     if (!modelInstalled(m_modelDir))
         return SpeechAvailability::unsupported(
-            QStringLiteral("On-device speech recognition is not installed for %1. "
-                           "Install the pocketsphinx-en-us package.")
+            tr("On-device speech recognition is not installed for %1. Install the pocketsphinx-en-us package.")
                 .arg(localeName(locale)));
     return SpeechAvailability::ready();
 }
 
-std::optional<SpeechEngine::Error> PocketSphinxEngine::load()
+SpeechEngine::Outcome PocketSphinxEngine::load()
 {
     if (!m_decoder) {
-        if (auto error = loadDecoder())
-            return error;
+        if (auto loaded = loadDecoder(); !loaded.ok())
+            return loaded;
     }
     // New context words take effect between utterances.
     if (m_contextPending && !m_inUtterance) {
         m_contextPending = false;
         applyContextWords();
     }
-    return std::nullopt;
+    return {};
 }
 
-std::optional<SpeechEngine::Error> PocketSphinxEngine::loadDecoder()
+SpeechEngine::Outcome PocketSphinxEngine::loadDecoder()
 {
     if (!modelInstalled(m_modelDir))
-        return Error{kModelLoadFailed, QStringLiteral("the speech model is missing from %1").arg(m_modelDir)};
+        return Outcome::failure(Error{kModelLoadFailed, tr("the speech model is missing from %1").arg(m_modelDir)});
 
     QElapsedTimer timer;
     timer.start();
@@ -97,7 +96,7 @@ std::optional<SpeechEngine::Error> PocketSphinxEngine::loadDecoder()
     for (const QString &argument : m_options.extraArguments)
         extra.push_back(argument.toUtf8());
     if (extra.size() > kExtraSlots || extra.size() % 2 != 0)
-        return Error{kModelLoadFailed, QStringLiteral("the speech model settings were rejected")};
+        return Outcome::failure(Error{kModelLoadFailed, tr("the speech model settings were rejected")});
     const char *x[kExtraSlots + 1] = {};
     for (std::size_t i = 0; i < extra.size(); ++i)
         x[i] = extra[i].constData();
@@ -109,15 +108,15 @@ std::optional<SpeechEngine::Error> PocketSphinxEngine::loadDecoder()
                                    x[0], x[1], x[2], x[3], x[4], x[5], x[6], x[7], x[8], x[9], x[10], x[11],
                                    static_cast<char *>(nullptr));
     if (!config)
-        return Error{kModelLoadFailed, QStringLiteral("the speech model settings were rejected")};
+        return Outcome::failure(Error{kModelLoadFailed, tr("the speech model settings were rejected")});
     m_decoder = ps_init(config);
     cmd_ln_free_r(config);
     if (!m_decoder)
-        return Error{kModelLoadFailed, QStringLiteral("the speech model could not be loaded")};
+        return Outcome::failure(Error{kModelLoadFailed, tr("the speech model could not be loaded")});
     if (m_options.warmUp)
         warmUp();
     qCInfo(lcSpeech, "[Ketterbloom] speech model loaded in %lld ms", static_cast<long long>(timer.elapsed()));
-    return std::nullopt;
+    return {};
 }
 
 std::vector<std::int16_t> PocketSphinxEngine::warmUpAudio()
@@ -166,7 +165,7 @@ void PocketSphinxEngine::warmUp()
     ps_end_utt(m_decoder);
 }
 
-std::optional<SpeechEngine::Error> PocketSphinxEngine::prepareUtterance()
+SpeechEngine::Outcome PocketSphinxEngine::prepareUtterance()
 {
     // Outside an utterance, load() also switches to new context words.
     cancelUtterance();
@@ -181,25 +180,25 @@ void PocketSphinxEngine::setContextWords(const QStringList &words)
     m_contextPending = true;
 }
 
-std::optional<SpeechEngine::Error> PocketSphinxEngine::startUtterance()
+SpeechEngine::Outcome PocketSphinxEngine::startUtterance()
 {
-    if (auto error = prepareUtterance())
-        return error;
+    if (auto prepared = prepareUtterance(); !prepared.ok())
+        return prepared;
     if (ps_start_utt(m_decoder) < 0)
-        return Error{kDecodeFailed, QStringLiteral("the decoder could not start an utterance")};
+        return Outcome::failure(Error{kDecodeFailed, tr("the decoder could not start an utterance")});
     m_inUtterance = true;
-    return std::nullopt;
+    return {};
 }
 
-std::optional<SpeechEngine::Error> PocketSphinxEngine::process(const std::int16_t *samples, std::size_t count)
+SpeechEngine::Outcome PocketSphinxEngine::process(const std::int16_t *samples, std::size_t count)
 {
     if (!m_inUtterance)
-        return Error{kDecodeFailed, QStringLiteral("no utterance is running")};
+        return Outcome::failure(Error{kDecodeFailed, tr("no utterance is running")});
     if (count == 0)
-        return std::nullopt;
+        return {};
     if (ps_process_raw(m_decoder, samples, count, FALSE, FALSE) < 0)
-        return Error{kDecodeFailed, QStringLiteral("the decoder rejected the audio")};
-    return std::nullopt;
+        return Outcome::failure(Error{kDecodeFailed, tr("the decoder rejected the audio")});
+    return {};
 }
 
 QString PocketSphinxEngine::hypothesis()
@@ -214,16 +213,16 @@ QString PocketSphinxEngine::partialHypothesis()
     return m_inUtterance ? hypothesis() : QString();
 }
 
-std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::endUtterance()
+SpeechEngine::Text PocketSphinxEngine::endUtterance()
 {
     if (!m_inUtterance)
-        return Error{kDecodeFailed, QStringLiteral("no utterance is running")};
+        return Text::failure(Error{kDecodeFailed, tr("no utterance is running")});
     m_inUtterance = false;
     if (ps_end_utt(m_decoder) < 0)
-        return Error{kDecodeFailed, QStringLiteral("the decoder could not finish the utterance")};
+        return Text::failure(Error{kDecodeFailed, tr("the decoder could not finish the utterance")});
     QString text = hypothesis();
     if (text.isEmpty())
-        return Error{kNothingRecognised, QStringLiteral("No speech detected")};
+        return Text::failure(Error{kNothingRecognised, tr("No speech detected")});
     return text;
 }
 
@@ -235,39 +234,39 @@ void PocketSphinxEngine::cancelUtterance()
     ps_end_utt(m_decoder);
 }
 
-std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::recognise(const std::int16_t *samples, std::size_t count,
-                                                                        const std::atomic<bool> &stop)
+SpeechEngine::Text PocketSphinxEngine::recognise(const std::int16_t *samples, std::size_t count,
+                                                  const std::atomic<bool> &stop)
 {
     // Fed in quarter-second blocks so that a stop request is seen quickly; the decoder gives
     // the same words as when it gets the utterance in one piece.
     constexpr std::size_t kBlock = kSampleRate / 4;
-    if (auto error = startUtterance())
-        return *error;
+    if (auto started = startUtterance(); !started.ok())
+        return Text::failure(started.error());
     for (std::size_t i = 0; i < count; i += kBlock) {
         if (stop.load(std::memory_order_acquire)) {
             cancelUtterance();
-            return Error{kCancelled, QStringLiteral("The decoding was stopped")};
+            return Text::failure(Error{kCancelled, tr("The decoding was stopped")});
         }
-        if (auto error = process(samples + i, std::min(kBlock, count - i))) {
+        if (auto processed = process(samples + i, std::min(kBlock, count - i)); !processed.ok()) {
             cancelUtterance();
-            return *error;
+            return Text::failure(processed.error());
         }
     }
     return endUtterance();
 }
 
-std::variant<QString, SpeechEngine::Error> PocketSphinxEngine::recogniseWhole(const std::int16_t *samples, std::size_t count)
+SpeechEngine::Text PocketSphinxEngine::recogniseWhole(const std::int16_t *samples, std::size_t count)
 {
-    if (auto error = prepareUtterance())
-        return *error;
+    if (auto prepared = prepareUtterance(); !prepared.ok())
+        return Text::failure(prepared.error());
     if (ps_start_utt(m_decoder) < 0)
-        return Error{kDecodeFailed, QStringLiteral("the decoder could not start an utterance")};
+        return Text::failure(Error{kDecodeFailed, tr("the decoder could not start an utterance")});
     const int processed = ps_process_raw(m_decoder, samples, count, FALSE, TRUE);
     ps_end_utt(m_decoder);
     if (processed < 0)
-        return Error{kDecodeFailed, QStringLiteral("the decoder rejected the audio")};
+        return Text::failure(Error{kDecodeFailed, tr("the decoder rejected the audio")});
     QString text = hypothesis();
     if (text.isEmpty())
-        return Error{kNothingRecognised, QStringLiteral("No speech detected")};
+        return Text::failure(Error{kNothingRecognised, tr("No speech detected")});
     return text;
 }

@@ -2,6 +2,7 @@
 
 #include "speech/SpeechEngine.h"
 
+#include <QCoreApplication>
 #include <QString>
 #include <QStringList>
 
@@ -38,6 +39,8 @@ struct PocketSphinxOptions
 // utterance after loading is decoded with a cold normaliser and comes out worse.
 class PocketSphinxEngine final : public SpeechEngine
 {
+    Q_DECLARE_TR_FUNCTIONS(PocketSphinxEngine)
+
 public:
     using Options = PocketSphinxOptions;
 
@@ -53,11 +56,11 @@ public:
     static bool modelInstalled(const QString &modelDir);
 
     SpeechAvailability availability(const QLocale &locale) const override;
-    std::optional<Error> load() override;
-    std::optional<Error> startUtterance() override;
-    std::optional<Error> process(const std::int16_t *samples, std::size_t count) override;
+    Outcome load() override;
+    Outcome startUtterance() override;
+    Outcome process(const std::int16_t *samples, std::size_t count) override;
     QString partialHypothesis() override;
-    std::variant<QString, Error> endUtterance() override;
+    Text endUtterance() override;
     void cancelUtterance() override;
     // Takes effect at the next load() or utterance start.
     void setContextWords(const QStringList &words) override;
@@ -66,21 +69,20 @@ public:
     int favouredWordCount() const { return m_favouredCount; }
     // Decodes a whole utterance in one pass, normalised over the utterance itself, so that the
     // result does not depend on what the engine heard before (measured against decodeAgain()).
-    std::variant<QString, Error> recogniseWhole(const std::int16_t *samples, std::size_t count);
-    std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
-                                           const std::atomic<bool> &stop) override;
+    Text recogniseWhole(const std::int16_t *samples, std::size_t count);
+    Text recognise(const std::int16_t *samples, std::size_t count, const std::atomic<bool> &stop) override;
 
     // One second of a generated voice (a glottal pulse train through vowel formants, in
     // syllables) at a speaking level, 16 kHz.
     static std::vector<std::int16_t> warmUpAudio();
 
 private:
-    std::optional<Error> loadDecoder();
+    Outcome loadDecoder();
     QString hypothesis();
     void warmUp();
     // Switches the decoder to the general model, or to it mixed with the context words.
     void applyContextWords();
-    std::optional<Error> prepareUtterance();
+    Outcome prepareUtterance();
 
     QString m_modelDir;
     Options m_options;

@@ -53,7 +53,7 @@ RecordingJob::~RecordingJob()
 
 QString RecordingJob::cancelledMessage()
 {
-    return QStringLiteral("The transcription was cancelled.");
+    return tr("The transcription was cancelled.");
 }
 
 void RecordingJob::start()
@@ -62,21 +62,21 @@ void RecordingJob::start()
     m_file = std::make_unique<SndFileHandle>();
     m_file->file = sf_open(QFile::encodeName(m_wavPath).constData(), SFM_READ, &m_file->info);
     if (!m_file->file) {
-        finish(Failed{QStringLiteral("Could not read %1: %2").arg(fileName, QString::fromUtf8(sf_strerror(nullptr)))});
+        finish(Result::failure(tr("Could not read %1: %2").arg(fileName, QString::fromUtf8(sf_strerror(nullptr)))));
         return;
     }
     const SF_INFO &info = m_file->info;
     if (info.channels < 1 || info.samplerate < 1) {
-        finish(Failed{QStringLiteral("Could not read %1: it holds no audio.").arg(fileName)});
+        finish(Result::failure(tr("Could not read %1: it holds no audio.").arg(fileName)));
         return;
     }
     // Cancelled while waiting its turn: the recogniser is not even prepared (models stay unloaded).
     if (isCancelled()) {
-        finish(Failed{cancelledMessage()});
+        finish(Result::failure(cancelledMessage()));
         return;
     }
-    if (const std::optional<QString> problem = m_recogniser.prepare()) {
-        finish(Failed{*problem});
+    if (const auto prepared = m_recogniser.prepare(); !prepared.ok()) {
+        finish(Result::failure(prepared.error()));
         return;
     }
 
@@ -87,7 +87,7 @@ void RecordingJob::start()
     m_transcript.emplace(fileName, m_totalSeconds, m_recogniser.description());
     m_resampler = std::make_unique<Resampler>(m_rate, UtteranceRecogniser::kSampleRate);
     if (!m_resampler->isValid()) {
-        finish(Failed{QStringLiteral("Could not convert the audio of %1.").arg(fileName)});
+        finish(Result::failure(tr("Could not convert the audio of %1.").arg(fileName)));
         return;
     }
 
@@ -96,7 +96,7 @@ void RecordingJob::start()
     m_interleaved.resize(static_cast<std::size_t>(kScanFrames) * m_channels);
     for (;;) {
         if (isCancelled()) {
-            finish(Failed{cancelledMessage()});
+            finish(Result::failure(cancelledMessage()));
             return;
         }
         const sf_count_t read = sf_readf_float(m_file->file, m_interleaved.data(), kScanFrames);
@@ -119,7 +119,7 @@ void RecordingJob::pump()
     m_pumping = true;
     while (!m_done && m_inFlight < std::max(m_recogniser.concurrency(), 1) && m_next < m_utterances.size()) {
         if (isCancelled()) {
-            finish(Failed{cancelledMessage()});
+            finish(Result::failure(cancelledMessage()));
             break;
         }
         if (!send(m_next++))
@@ -132,12 +132,12 @@ void RecordingJob::pump()
     if (m_progress)
         m_progress({m_totalSeconds, m_totalSeconds});
     const auto written = RecordingTranscript::writeBeside(m_wavPath, m_transcript->markdown());
-    if (written.path.isEmpty()) {
-        finish(Failed{written.error});
+    if (!written.ok()) {
+        finish(Result::failure(written.error()));
         return;
     }
-    qCInfo(lcSpeech, "[Ketterbloom] recording transcribed: %s", qUtf8Printable(written.path));
-    finish(Written{written.path, m_recogniser.usage(), m_secondsSent});
+    qCInfo(lcSpeech, "[Ketterbloom] recording transcribed: %s", qUtf8Printable(written.value()));
+    finish(Written{written.value(), m_recogniser.usage(), m_secondsSent});
 }
 
 bool RecordingJob::send(std::size_t index)
@@ -147,8 +147,8 @@ bool RecordingJob::send(std::size_t index)
     const sf_count_t from = std::max<sf_count_t>(0, utterance.startFrame - padding);
     const sf_count_t to = std::min<sf_count_t>(m_frames, utterance.endFrame + padding);
     if (sf_seek(m_file->file, from, SEEK_SET) < 0) {
-        finish(Failed{QStringLiteral("Could not read %1: %2")
-                          .arg(QFileInfo(m_wavPath).fileName(), QString::fromUtf8(sf_strerror(m_file->file)))});
+        finish(Result::failure(tr("Could not read %1: %2")
+                                   .arg(QFileInfo(m_wavPath).fileName(), QString::fromUtf8(sf_strerror(m_file->file)))));
         return false;
     }
     m_interleaved.resize(static_cast<std::size_t>(to - from) * m_channels);
@@ -167,28 +167,28 @@ bool RecordingJob::send(std::size_t index)
         return !m_done;
     }
     m_secondsSent += static_cast<double>(pcm.size()) / UtteranceRecogniser::kSampleRate;
-    m_recogniser.recognise(std::move(pcm), [this, index](const UtteranceRecogniser::Result &result) {
+    m_recogniser.recognise(std::move(pcm), [this, index](const UtteranceRecogniser::Text &result) {
         utteranceDone(index, result);
     });
     return !m_done;
 }
 
-void RecordingJob::utteranceDone(std::size_t index, const UtteranceRecogniser::Result &result)
+void RecordingJob::utteranceDone(std::size_t index, const UtteranceRecogniser::Text &result)
 {
     --m_inFlight;
     if (m_done)
         return;
     if (isCancelled()) {
-        finish(Failed{cancelledMessage()});
+        finish(Result::failure(cancelledMessage()));
         return;
     }
-    if (const auto *failure = std::get_if<UtteranceRecogniser::Failure>(&result)) {
-        finish(Failed{failure->message});
+    if (!result.ok()) {
+        finish(Result::failure(result.error()));
         return;
     }
     const UtteranceSplitter::Utterance &utterance = m_utterances[index];
     m_transcript->addUtterance(utterance.channel, static_cast<double>(utterance.startFrame) / m_rate,
-                               std::get<QString>(result));
+                               result.value());
     m_secondsDone = std::max(m_secondsDone, static_cast<double>(utterance.endFrame) / m_rate);
     if (m_progress)
         m_progress({m_secondsDone, m_totalSeconds});
@@ -198,7 +198,7 @@ void RecordingJob::utteranceDone(std::size_t index, const UtteranceRecogniser::R
 void RecordingJob::cancel()
 {
     if (!m_done)
-        finish(Failed{cancelledMessage()});
+        finish(Result::failure(cancelledMessage()));
 }
 
 void RecordingJob::finish(const Result &result)

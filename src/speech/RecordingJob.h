@@ -5,6 +5,7 @@
 #include "speech/UtteranceRecogniser.h"
 #include "speech/UtteranceSplitter.h"
 
+#include <QCoreApplication>
 #include <QString>
 #include <QVariantMap>
 
@@ -12,7 +13,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <variant>
 #include <vector>
 
 class Resampler;
@@ -25,6 +25,8 @@ struct SndFileHandle;
 // through that thread's event loop. A job that fails or is cancelled writes nothing.
 class RecordingJob
 {
+    Q_DECLARE_TR_FUNCTIONS(RecordingJob)
+
 public:
     struct Written
     {
@@ -32,11 +34,8 @@ public:
         QVariantMap usage = {}; // the recogniser's usage (empty on the device)
         double secondsSent = 0; // audio handed to the recogniser
     };
-    struct Failed
-    {
-        QString message;
-    };
-    using Result = std::variant<Written, Failed>;
+    // The transcript written, or one sentence for the user on why there is none.
+    using Result = ::Result<Written>;
     using ProgressHandler = std::function<void(const RecordingProgress &)>;
     // Called once. The job may not be destroyed from inside it.
     using Finished = std::function<void(const Result &)>;
@@ -60,7 +59,7 @@ public:
 private:
     void pump();
     bool send(std::size_t index);
-    void utteranceDone(std::size_t index, const UtteranceRecogniser::Result &result);
+    void utteranceDone(std::size_t index, const UtteranceRecogniser::Text &result);
     void finish(const Result &result);
     bool isCancelled() const { return m_cancelled.load(std::memory_order_acquire); }
 

@@ -33,7 +33,6 @@ class RecordingTranscriber : public QObject
     Q_OBJECT
 public:
     using Written = RecordingJob::Written;
-    using Failed = RecordingJob::Failed;
     using Result = RecordingJob::Result;
     using ProgressHandler = RecordingJob::ProgressHandler;
     // Makes the recogniser of one transcription; called on the worker thread, and the
@@ -53,7 +52,7 @@ public:
     void transcribe(const QString &wavPath, RecogniserFactory makeRecogniser, ProgressHandler progress,
                     std::function<void(const Result &)> completion);
     // Stops every running or waiting transcription: the decoder gives up within a quarter
-    // second of audio, requests under way are aborted; each completes with a Failed result
+    // second of audio, requests under way are aborted; each completes with a failed result
     // and writes no file.
     void cancel();
     bool isRunning() const { return !m_jobs.empty(); }

@@ -27,7 +27,7 @@ QString RecordingTranscript::outputPath(const QString &recordingPath, int attemp
     return base + QStringLiteral(".recording.md");
 }
 
-RecordingTranscript::WriteResult RecordingTranscript::writeBeside(const QString &recordingPath, const QString &text)
+Result<QString> RecordingTranscript::writeBeside(const QString &recordingPath, const QString &text)
 {
     constexpr int kMaxAttempts = 1000;
     const QByteArray bytes = text.toUtf8();
@@ -40,18 +40,19 @@ RecordingTranscript::WriteResult RecordingTranscript::writeBeside(const QString 
         if (!out.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
             if (QFileInfo::exists(path))
                 continue;
-            return {{}, QStringLiteral("Could not write %1: %2").arg(QFileInfo(path).fileName(), out.errorString())};
+            return Result<QString>::failure(
+                tr("Could not write %1: %2").arg(QFileInfo(path).fileName(), out.errorString()));
         }
         if (out.write(bytes) != bytes.size() || !out.flush()) {
-            const QString message = QStringLiteral("Could not write %1: %2").arg(QFileInfo(path).fileName(), out.errorString());
+            const QString message = tr("Could not write %1: %2").arg(QFileInfo(path).fileName(), out.errorString());
             out.remove();
-            return {{}, message};
+            return Result<QString>::failure(message);
         }
         out.close();
-        return {path, {}};
+        return path;
     }
-    return {{}, QStringLiteral("Could not write a transcript beside %1: too many earlier transcripts.")
-        .arg(QFileInfo(recordingPath).fileName())};
+    return Result<QString>::failure(tr("Could not write a transcript beside %1: too many earlier transcripts.")
+                                        .arg(QFileInfo(recordingPath).fileName()));
 }
 
 QString RecordingTranscript::channelLabel(int channel)

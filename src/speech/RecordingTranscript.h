@@ -1,5 +1,8 @@
 #pragma once
 
+#include "common/Result.h"
+
+#include <QCoreApplication>
 #include <QString>
 #include <QStringList>
 
@@ -8,6 +11,8 @@
 // the user, every other channel the meeting.
 class RecordingTranscript
 {
+    Q_DECLARE_TR_FUNCTIONS(RecordingTranscript)
+
 public:
     // `fileName` is the recording's file name; `seconds` its length; `method` how it was
     // transcribed ("Transcribed on-device.").
@@ -19,13 +24,8 @@ public:
     // session's own transcript, whose stamp the recording shares.)
     static QString outputPath(const QString &recordingPath, int attempt = 1);
     // Creates the first of outputPath(…, 1), outputPath(…, 2), … that does not exist yet and
-    // writes `text` into it; never replaces a file.
-    struct WriteResult
-    {
-        QString path;  // set when written
-        QString error; // set when not
-    };
-    static WriteResult writeBeside(const QString &recordingPath, const QString &text);
+    // writes `text` into it; never replaces a file. The path written.
+    static Result<QString> writeBeside(const QString &recordingPath, const QString &text);
     static QString channelLabel(int channel);
 
     // Adds what `channel` said from `startSeconds` on; empty text adds nothing. Utterances

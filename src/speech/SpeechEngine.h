@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Result.h"
 #include "speech/SpeechTypes.h"
 
 #include <QLocale>
@@ -8,8 +9,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <optional>
-#include <variant>
 
 // A speech recogniser working on one utterance at a time: 16 kHz mono signed 16-bit audio in,
 // the running hypothesis while the utterance lasts, and the final hypothesis at its end.
@@ -24,6 +23,10 @@ public:
         QString description;
         friend bool operator==(const Error &, const Error &) = default;
     };
+    // What a step returns: nothing, or why it failed.
+    using Outcome = Result<void, Error>;
+    // A hypothesis, or why there is none.
+    using Text = Result<QString, Error>;
 
     // Error codes. Those that mean "nothing was said" or "stopped on purpose" are silent.
     static constexpr int kNoMatch = 203;            // speech heard but no words matched
@@ -43,15 +46,15 @@ public:
     // Whether recognition can run for `locale` on this machine (cheap; loads nothing).
     virtual SpeechAvailability availability(const QLocale &locale) const = 0;
     // Loads the models once; later calls return at once. Slow the first time.
-    virtual std::optional<Error> load() = 0;
-    virtual std::optional<Error> startUtterance() = 0;
+    virtual Outcome load() = 0;
+    virtual Outcome startUtterance() = 0;
     // Feeds audio to the running utterance.
-    virtual std::optional<Error> process(const std::int16_t *samples, std::size_t count) = 0;
+    virtual Outcome process(const std::int16_t *samples, std::size_t count) = 0;
     // The whole hypothesis of the running utterance so far (empty if none yet).
     virtual QString partialHypothesis() = 0;
     // Ends the running utterance and returns its final text, or kNothingRecognised when
     // it holds no words.
-    virtual std::variant<QString, Error> endUtterance() = 0;
+    virtual Text endUtterance() = 0;
     // Drops the running utterance, if any.
     virtual void cancelUtterance() = 0;
     // Words from the user's own documents to expect more readily, from the next utterance on
@@ -59,13 +62,12 @@ public:
     virtual void setContextWords(const QStringList &words) { (void)words; }
     // Decodes a segment the engine has just decoded live a second time, now that its running
     // normalisation has adapted to that very audio (a cold engine's first segments).
-    virtual std::variant<QString, Error> decodeAgain(const std::int16_t *samples, std::size_t count)
+    virtual Text decodeAgain(const std::int16_t *samples, std::size_t count)
     {
         const std::atomic<bool> keepGoing{false};
         return recognise(samples, count, keepGoing);
     }
     // Decodes a whole utterance. Once `stop` is set (checked at least every quarter second of
     // audio) it gives up and returns kCancelled.
-    virtual std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
-                                                   const std::atomic<bool> &stop) = 0;
+    virtual Text recognise(const std::int16_t *samples, std::size_t count, const std::atomic<bool> &stop) = 0;
 };

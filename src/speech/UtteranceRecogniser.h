@@ -1,12 +1,12 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QString>
 #include <QVariantMap>
 
 #include <cstdint>
 #include <functional>
-#include <optional>
-#include <variant>
 #include <vector>
 
 // Turns one utterance of a recording into text, for RecordingTranscriber: on the device, or
@@ -19,19 +19,16 @@ public:
     // 16 kHz mono signed 16-bit audio of one utterance.
     static constexpr int kSampleRate = 16000;
 
-    struct Failure
-    {
-        QString message; // one sentence for the user; ends the whole recording's transcription
-    };
-    // The utterance's text, formatted for reading (empty when nothing was said).
-    using Result = std::variant<QString, Failure>;
-    using Completion = std::function<void(const Result &)>;
+    // The utterance's text, formatted for reading (empty when nothing was said); or one sentence
+    // for the user, which ends the whole recording's transcription.
+    using Text = Result<QString>;
+    using Completion = std::function<void(const Text &)>;
 
     virtual ~UtteranceRecogniser() = default;
 
-    // Why nothing can be recognised (models missing, no key …), or nothing; may be slow the
+    // Fails with why nothing can be recognised (models missing, no key …); may be slow the
     // first time (loads what is needed). Called once before the first utterance.
-    virtual std::optional<QString> prepare() = 0;
+    virtual Result<void> prepare() = 0;
     // Utterances that may be under way at once.
     virtual int concurrency() const { return 1; }
     // How the transcript says it was made: "Transcribed on-device."

@@ -71,10 +71,10 @@ QWidget *DesktopSettingsPage::buildShortcuts()
                 commit(id);
         });
         connect(reset, &QPushButton::clicked, this, [this, id] {
-            const std::optional<QString> taken = m_shortcuts.resetToDefault(id);
-            if (taken) {
+            const auto reset = m_shortcuts.resetToDefault(id);
+            if (!reset.ok()) {
                 m_message->setText(tr("The default keys are used by \u201c%1\u201d; change that one first.")
-                                       .arg(m_shortcuts.catalog().find(*taken)->label));
+                                       .arg(m_shortcuts.catalog().find(reset.error().actionID)->label));
             } else {
                 m_message->clear();
             }
@@ -125,10 +125,10 @@ void DesktopSettingsPage::commit(const QString &actionID)
 {
     QKeySequenceEdit *edit = m_edits.value(actionID);
     const QKeySequence keys = edit->keySequence();
-    if (const std::optional<QString> taken = m_shortcuts.setKeys(actionID, keys)) {
+    if (const auto set = m_shortcuts.setKeys(actionID, keys); !set.ok()) {
         m_message->setText(tr("%1 is already used by \u201c%2\u201d.")
                                .arg(keys.toString(QKeySequence::NativeText),
-                                    m_shortcuts.catalog().find(*taken)->label));
+                                    m_shortcuts.catalog().find(set.error().actionID)->label));
     } else {
         m_message->clear();
     }

@@ -41,8 +41,9 @@ void PackageKitClient::findUpdate(const QString &package, bool interactive,
                 return;
             // A background check that may not refresh the lists still reads the ones the
             // system keeps fresh itself.
-            const bool useCachedLists = refreshed.problem == Problem::notAuthorized && !interactive;
-            if (refreshed.problem != Problem::none && !useCachedLists) {
+            const bool useCachedLists = !refreshed.ok() && refreshed.error().problem == Problem::notAuthorized
+                                        && !interactive;
+            if (!refreshed.ok() && !useCachedLists) {
                 done(refreshed, std::nullopt);
                 return;
             }
@@ -50,8 +51,8 @@ void PackageKitClient::findUpdate(const QString &package, bool interactive,
                 self->m_bus, hints, QStringLiteral("GetUpdates"), {QVariant::fromValue(filterNone)},
                 [package, done](const Result &listed) {
                     std::optional<QString> found;
-                    if (listed.problem == Problem::none) {
-                        for (const PackageKitTransaction::Package &update : listed.packages) {
+                    if (listed.ok()) {
+                        for (const PackageKitTransaction::Package &update : listed.value()) {
                             if (nameOf(update.id) == package && update.info != PackageKitTransaction::infoBlocked)
                                 found = update.id;
                         }

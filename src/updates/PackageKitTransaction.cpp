@@ -31,14 +31,14 @@ void PackageKitTransaction::run(const QDBusConnection &bus, const QStringList &h
 {
     auto *transaction = new PackageKitTransaction(bus, std::move(done), parent);
     if (!bus.isConnected()) {
-        transaction->fail(Problem::missing, QStringLiteral("the system bus is not available"));
+        transaction->fail(Problem::missing, tr("the system bus is not available"));
         return;
     }
     // A daemon that goes away before the transaction has finished will never finish it.
     transaction->m_daemonWatcher = new QDBusServiceWatcher(QString::fromLatin1(service), transaction->m_bus,
                                                            QDBusServiceWatcher::WatchForUnregistration, transaction);
     connect(transaction->m_daemonWatcher, &QDBusServiceWatcher::serviceUnregistered, transaction,
-            [transaction] { transaction->fail(Problem::failed, QStringLiteral("PackageKit stopped")); });
+            [transaction] { transaction->fail(Problem::failed, tr("PackageKit stopped")); });
 
     const QDBusMessage create = QDBusMessage::createMethodCall(
         QString::fromLatin1(service), QString::fromLatin1(daemonPath), QString::fromLatin1(daemonInterface),
@@ -103,7 +103,7 @@ void PackageKitTransaction::onFinished(uint exit, uint runtime)
 {
     Q_UNUSED(runtime);
     if (exit == exitSuccess) {
-        report({Problem::none, {}, m_packages});
+        report(m_packages);
         return;
     }
     if (m_errorCode == errorNotAuthorized) {
@@ -112,28 +112,28 @@ void PackageKitTransaction::onFinished(uint exit, uint runtime)
     }
     QString details = m_errorDetails;
     if (details.isEmpty())
-        details = exit == exitCancelled ? QStringLiteral("cancelled") : QStringLiteral("PackageKit reported a failure");
+        details = exit == exitCancelled ? tr("cancelled") : tr("PackageKit reported a failure");
     fail(Problem::failed, details);
 }
 
 void PackageKitTransaction::onDestroy()
 {
-    fail(Problem::failed, QStringLiteral("the transaction ended without a result"));
+    fail(Problem::failed, tr("the transaction ended without a result"));
 }
 
 void PackageKitTransaction::fail(Problem problem, const QString &details)
 {
-    report({problem, details, {}});
+    report(Result::failure(Failure{problem, details}));
 }
 
-void PackageKitTransaction::report(Result result)
+void PackageKitTransaction::report(const Result &result)
 {
     if (m_reported)
         return;
     m_reported = true;
     disconnectSignals();
-    if (result.problem != Problem::none)
-        qCInfo(lcUpdates).noquote() << "[Ketterbloom] PackageKit:" << result.details;
+    if (!result.ok())
+        qCInfo(lcUpdates).noquote() << "[Ketterbloom] PackageKit:" << result.error().details;
     Done done = std::move(m_done);
     deleteLater();
     if (done)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QDBusConnection>
 #include <QList>
 #include <QObject>
@@ -34,7 +36,6 @@ public:
     static constexpr uint infoEnumMask = 0xffff;
 
     enum class Problem {
-        none,
         missing,        // no PackageKit on the bus (or no bus at all)
         notAuthorized,  // the user or the policy refused
         failed,         // anything else; `details` says what
@@ -47,12 +48,14 @@ public:
         friend bool operator==(const Package &, const Package &) = default;
     };
 
-    struct Result
+    // Why a transaction did not succeed.
+    struct Failure
     {
-        Problem problem = Problem::none;
+        Problem problem = Problem::failed;
         QString details;
-        QList<Package> packages;
     };
+    // The packages the transaction reported, or why it failed.
+    using Result = ::Result<QList<Package>, Failure>;
     using Done = std::function<void(const Result &)>;
 
     // Starts a transaction; `done` is called exactly once unless `parent` goes first.
@@ -71,7 +74,7 @@ private:
 
     void created(const QString &path, const QStringList &hints, const QString &method, const QVariantList &arguments);
     void fail(Problem problem, const QString &details);
-    void report(Result result);
+    void report(const Result &result);
     void disconnectSignals();
     static Problem problemOf(const QString &dbusErrorName);
 

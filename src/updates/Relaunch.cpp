@@ -1,15 +1,14 @@
 #include "updates/Relaunch.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QProcess>
 
-bool Relaunch::afterExit(qint64 pid, const QString &program, const QStringList &arguments, QString *error)
+Result<void> Relaunch::afterExit(qint64 pid, const QString &program, const QStringList &arguments)
 {
-    if (!QFileInfo(program).isExecutable()) {
-        if (error)
-            *error = program + QStringLiteral(" is not an executable file");
-        return false;
-    }
+    if (!QFileInfo(program).isExecutable())
+        return Result<void>::failure(
+            QCoreApplication::translate("Relaunch", "%1 is not an executable file").arg(program));
     // A small shell waits for the old process, then becomes the new one.
     const QString script = QStringLiteral(
         "pid=\"$1\"; shift; i=0; "
@@ -19,10 +18,7 @@ bool Relaunch::afterExit(qint64 pid, const QString &program, const QStringList &
     QStringList shellArguments{QStringLiteral("-c"), script, QStringLiteral("ketterbloom-relaunch"),
                                QString::number(pid), program};
     shellArguments += arguments;
-    if (!QProcess::startDetached(QStringLiteral("/bin/sh"), shellArguments)) {
-        if (error)
-            *error = QStringLiteral("/bin/sh could not be started");
-        return false;
-    }
-    return true;
+    if (!QProcess::startDetached(QStringLiteral("/bin/sh"), shellArguments))
+        return Result<void>::failure(QCoreApplication::translate("Relaunch", "/bin/sh could not be started"));
+    return {};
 }

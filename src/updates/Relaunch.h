@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -10,8 +12,8 @@ namespace Relaunch {
 constexpr int maxWaitSeconds = 10;
 
 // Starts `program` with `arguments` as a detached process once the process `pid` has exited
-// (at most maxWaitSeconds later), so that the new copy never meets the old one. False with a
-// reason in `error` when nothing could be started.
-bool afterExit(qint64 pid, const QString &program, const QStringList &arguments, QString *error);
+// (at most maxWaitSeconds later), so that the new copy never meets the old one. Fails with a
+// reason when nothing could be started.
+Result<void> afterExit(qint64 pid, const QString &program, const QStringList &arguments);
 
 } // namespace Relaunch

@@ -147,24 +147,20 @@ void UpdateController::checkFinished(const PackageKitTransaction::Result &result
     const bool manual = m_checkIsManual;
     m_checking = false;
     m_checkIsManual = false;
-    if (result.problem != Problem::none && !manual) {
-        // A daily check that could not run is no news worth a banner at every launch (many
-        // computers have no PackageKit at all); the log says why, the menu item tells on demand.
-        qCInfo(lcUpdates).noquote() << "[Ketterbloom] daily update check did not run:"
-                                    << (result.problem == Problem::missing ? QStringLiteral("PackageKit isn't available")
-                                                                           : result.details);
-        return;
-    }
-    switch (result.problem) {
-    case Problem::none:
-        break;
-    case Problem::missing:
-        deliver({UpdateTexts::packageKitMissing(), std::nullopt}, manual);
-        emit checkAnswered(CheckOutcome::notChecked);
-        return;
-    case Problem::notAuthorized:
-    case Problem::failed:
-        deliver({UpdateTexts::checkFailed(result.details), std::nullopt}, manual);
+    if (!result.ok()) {
+        const PackageKitTransaction::Failure &failure = result.error();
+        if (!manual) {
+            // A daily check that could not run is no news worth a banner at every launch (many
+            // computers have no PackageKit at all); the log says why, the menu item tells on demand.
+            qCInfo(lcUpdates).noquote() << "[Ketterbloom] daily update check did not run:"
+                                        << (failure.problem == Problem::missing ? QStringLiteral("PackageKit isn't available")
+                                                                                : failure.details);
+            return;
+        }
+        deliver({failure.problem == Problem::missing ? UpdateTexts::packageKitMissing()
+                                                     : UpdateTexts::checkFailed(failure.details),
+                 std::nullopt},
+                manual);
         emit checkAnswered(CheckOutcome::notChecked);
         return;
     }
@@ -216,11 +212,12 @@ void UpdateController::installFinished(const PackageKitTransaction::Result &resu
     m_installing = false;
     // Whatever came of it, the progress line has had its day.
     m_components.host.clearBanner(UpdateTexts::installing(version));
-    switch (result.problem) {
-    case Problem::none:
+    if (result.ok()) {
         m_availableId.reset();
         readInstalledVersion(version);
         return;
+    }
+    switch (result.error().problem) {
     case Problem::missing:
         show({UpdateTexts::installMissing(version), std::nullopt});
         break;
@@ -228,7 +225,7 @@ void UpdateController::installFinished(const PackageKitTransaction::Result &resu
         show({UpdateTexts::installRefused(version), UpdateHost::Action::installUpdate});
         break;
     case Problem::failed:
-        show({UpdateTexts::installFailed(version, result.details), UpdateHost::Action::installUpdate});
+        show({UpdateTexts::installFailed(version, result.error().details), UpdateHost::Action::installUpdate});
         break;
     }
     emit installAnswered(false);
@@ -314,10 +311,9 @@ void UpdateController::restartNow()
     }
     if (m_restarting || m_origin != Origin::package || !m_installedVersion)
         return;
-    QString error;
-    if (!m_components.host.relaunch(m_components.executablePath, &error)) {
-        qCWarning(lcUpdates).noquote() << "[Ketterbloom] restart failed:" << error;
-        show({UpdateTexts::restartFailed(*m_installedVersion, error), std::nullopt});
+    if (const auto relaunched = m_components.host.relaunch(m_components.executablePath); !relaunched.ok()) {
+        qCWarning(lcUpdates).noquote() << "[Ketterbloom] restart failed:" << relaunched.error();
+        show({UpdateTexts::restartFailed(*m_installedVersion, relaunched.error()), std::nullopt});
         return;
     }
     m_restarting = true;

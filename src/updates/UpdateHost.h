@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QString>
 
 #include <optional>
@@ -20,7 +22,7 @@ public:
     // Clears the banner if, and only if, it still shows `text`.
     virtual void clearBanner(const QString &text) = 0;
     // Keeps what the next launch restores (the window frame), starts `executable` once this
-    // process has exited, and quits. False with a reason when it could not be started; the
+    // process has exited, and quits. Fails with a reason when it could not be started; the
     // program then keeps running.
-    virtual bool relaunch(const QString &executable, QString *error) = 0;
+    virtual Result<void> relaunch(const QString &executable) = 0;
 };

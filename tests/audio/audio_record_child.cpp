@@ -11,9 +11,9 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     const QString mic = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
     AudioCaptureEngine engine;
-    const auto error = engine.start(SystemTapSource{TapTarget::systemOutput(), mic, 0}, StreamSource::meetingOnly, true);
-    if (error || !engine.recordingPath()) {
-        std::fprintf(stderr, "%s\n", qPrintable(error.value_or(QStringLiteral("no recording"))));
+    const auto started = engine.start(SystemTapSource{TapTarget::systemOutput(), mic, 0}, StreamSource::meetingOnly, true);
+    if (!started.ok() || !engine.recordingPath()) {
+        std::fprintf(stderr, "%s\n", qPrintable(started.errorIfAny().value_or(QStringLiteral("no recording"))));
         return 1;
     }
     std::printf("%s\n", qPrintable(*engine.recordingPath()));

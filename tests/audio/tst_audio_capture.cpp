@@ -93,7 +93,7 @@ private slots:
     {
         CaptureWatch c;
         AudioCaptureEngine &engine = c.engine;
-        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false).errorIfAny(), std::nullopt);
         QVERIFY(engine.isRunning());
         QCOMPARE(engine.recordingPath(), std::nullopt);
         play("t440.wav");
@@ -135,7 +135,7 @@ private slots:
         AudioCaptureEngine &engine = c.engine;
         QCOMPARE(engine.start(SystemTapSource{TapTarget::process(QStringLiteral("org.example.Meet")),
                                               QStringLiteral("vmic"), 0},
-                              StreamSource::meetingOnly, false),
+                              StreamSource::meetingOnly, false).errorIfAny(),
                  std::nullopt);
         QCOMPARE(engine.tapCapture().attachedStreamCount(), 1);
         // Until the first block of the application's audio arrives (late on PulseAudio), the
@@ -189,7 +189,7 @@ private slots:
         ProcessTapCapture tap;
         std::atomic<int> frames{0};
         tap.onAudio = [&frames](const float *, int n) { frames += n; };
-        QCOMPARE(tap.start(TapTarget::process(QStringLiteral("pw-cat"))), std::nullopt);
+        QCOMPARE(tap.start(TapTarget::process(QStringLiteral("pw-cat"))).errorIfAny(), std::nullopt);
         QCOMPARE(tap.attachedStreamCount(), 1);
         QTRY_VERIFY_WITH_TIMEOUT(frames > 48000, 10000);
         tap.cleanUp();
@@ -209,7 +209,7 @@ private slots:
             for (int i = 0; i < n; ++i)
                 loudFrames += std::fabs(samples[i]) > 0.05f ? 1 : 0;
         };
-        QCOMPARE(tap.start(TapTarget::process(QStringLiteral("org.example.Quiet"))), std::nullopt);
+        QCOMPARE(tap.start(TapTarget::process(QStringLiteral("org.example.Quiet"))).errorIfAny(), std::nullopt);
         QCOMPARE(tap.attachedStreamCount(), 0);
         QTest::qWait(1500);
         QVERIFY2(frames >= 48000 && frames <= 48000 * 2, qPrintable(QString::number(frames)));
@@ -227,7 +227,7 @@ private slots:
         CaptureWatch c;
         AudioCaptureEngine &engine = c.engine;
         // Left (aux0) carries 440 Hz, right (aux1) 1000 Hz. The meeting is channel 0.
-        QCOMPARE(engine.start(DeviceChannelsSource{QStringLiteral("dev2"), 1, 0}, StreamSource::meetingOnly, true),
+        QCOMPARE(engine.start(DeviceChannelsSource{QStringLiteral("dev2"), 1, 0}, StreamSource::meetingOnly, true).errorIfAny(),
                  std::nullopt);
         const QString wav = engine.recordingPath().value_or(QString());
         QVERIFY(wav.endsWith(QStringLiteral(".wav")));
@@ -253,7 +253,7 @@ private slots:
         CaptureWatch c;
         AudioCaptureEngine &engine = c.engine;
         QCOMPARE(engine.start(DeviceChannelsSource{QStringLiteral("vmic"), 5, std::nullopt}, StreamSource::meetingOnly,
-                              false),
+                              false).errorIfAny(),
                  std::nullopt);
         QCOMPARE(engine.streamSource(), StreamSource::micOnly);
         play("t660.wav", QStringLiteral("vmic_feed"));
@@ -262,8 +262,8 @@ private slots:
         engine.stop();
         QCOMPARE(engine.start(DeviceChannelsSource{QStringLiteral("no-such-device-and-no-default"), 0, 0},
                               StreamSource::meetingOnly, false)
-                     .has_value(),
-                 false);   // falls back to the default input
+                     .ok(),
+                 true);   // falls back to the default input
         engine.stop();
     }
 
@@ -273,7 +273,7 @@ private slots:
         QVERIFY(more.nullSink(QStringLiteral("headset")) >= 0);
         CaptureWatch c;
         AudioCaptureEngine &engine = c.engine;
-        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false).errorIfAny(), std::nullopt);
         QCOMPARE(engine.tapCapture().monitoredSink(), QStringLiteral("speakers"));
         QVERIFY(setDefaultSink(QStringLiteral("headset")));
         QTRY_COMPARE_WITH_TIMEOUT(engine.tapCapture().monitoredSink(), QStringLiteral("headset"), 10000);
@@ -300,7 +300,7 @@ private slots:
         CaptureWatch c;
         AudioCaptureEngine &engine = c.engine;
         QCOMPARE(engine.start(wholeMachine(QStringLiteral("loopmic")),
-                              StreamSource::both, true),
+                              StreamSource::both, true).errorIfAny(),
                  std::nullopt);
         const QString wav = *engine.recordingPath();
         play("noise.wav");
@@ -340,7 +340,7 @@ private slots:
         AudioCaptureEngine &engine = c.engine;
         engine.setMicStartDeadlineForTesting(100);
         engine.setMicStartDelayForTesting(400);
-        QCOMPARE(engine.start(wholeMachine(), StreamSource::both, true), std::nullopt);
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::both, true).errorIfAny(), std::nullopt);
         QVERIFY(engine.isRunning());
         QVERIFY(engine.micIsStalled());
         QCOMPARE(engine.streamSource(), StreamSource::meetingOnly);
@@ -354,7 +354,7 @@ private slots:
         engine.stop();
 
         // Later sessions of this process skip the microphone.
-        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false).errorIfAny(), std::nullopt);
         QTRY_COMPARE_WITH_TIMEOUT(c.micUnavailable.size(), 2, 5000);
         QVERIFY(c.micUnavailable[1].startsWith(
             QStringLiteral("Running on meeting audio only — this computer wouldn't hand over the microphone earlier")));
@@ -381,9 +381,9 @@ private slots:
                  QStringLiteral("Capturing this computer's audio needs PulseAudio or PipeWire."));
         qputenv("PULSE_SERVER", "unix:/nonexistent/socket");
         ProcessTapCapture tap;
-        const auto error = tap.start(TapTarget::systemOutput());
-        QVERIFY(error.has_value());
-        QCOMPARE(error->kind, TapError::Kind::tapFailed);
+        const auto started = tap.start(TapTarget::systemOutput());
+        QVERIFY(!started.ok());
+        QCOMPARE(started.error().kind, TapError::Kind::tapFailed);
         QVERIFY(!ProcessTapCapture::probeTapAccess());
         QVERIFY(AudioDeviceManager::inputDevices().isEmpty());
         qputenv("PULSE_SERVER", m_server);

@@ -55,7 +55,7 @@ private slots:
         QVERIFY(waitForDefaultSink(QStringLiteral("headset")));
         CaptureWatch w;
         AudioCaptureEngine &engine = w.engine;
-        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false).errorIfAny(), std::nullopt);
         QCOMPARE(engine.tapCapture().monitoredSink(), QStringLiteral("headset"));
 
         const int pausesMs[] = {0, 150, 300, 1000, 0, 250};
@@ -90,7 +90,7 @@ private slots:
         QVERIFY(sinks.nullSink(QStringLiteral("headset")) >= 0);
         CaptureWatch w;
         AudioCaptureEngine &engine = w.engine;
-        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false).errorIfAny(), std::nullopt);
         if (!isPipeWire())
             keepAwake(QStringLiteral("headset"));
         for (const QString &sink : {QStringLiteral("headset"), QStringLiteral("speakers"), QStringLiteral("headset"),
@@ -119,7 +119,7 @@ private slots:
         AudioCaptureEngine &engine = w.engine;
         const qint64 beforeStart = steadyNs();
         QCOMPARE(engine.start(wholeMachine(QStringLiteral("vmic2")),
-                              StreamSource::both, true),
+                              StreamSource::both, true).errorIfAny(),
                  std::nullopt);
         const QString wav = engine.recordingPath().value_or(QString());
         QVERIFY(!wav.isEmpty());
@@ -190,7 +190,7 @@ private slots:
         play("t440.wav", QStringLiteral("vmic2_feed"));
         CaptureWatch w;
         AudioCaptureEngine &engine = w.engine;
-        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false), std::nullopt);
+        QCOMPARE(engine.start(wholeMachine(), StreamSource::meetingOnly, false).errorIfAny(), std::nullopt);
         QTRY_VERIFY_WITH_TIMEOUT(w.micSeconds() > 1.0, 20000);
         QVERIFY(toneShare(w.lastMic(0.5), 48000, 1000, 440) > 0.95);
         engine.switchMicrophone(QStringLiteral("vmic2"), 0);
@@ -225,7 +225,7 @@ private slots:
         CaptureWatch w;
         AudioCaptureEngine &engine = w.engine;
         const qint64 beforeStart = steadyNs();
-        QCOMPARE(engine.start(SystemTapSource{target, QStringLiteral("vmic"), 0}, StreamSource::meetingOnly, true), std::nullopt);
+        QCOMPARE(engine.start(SystemTapSource{target, QStringLiteral("vmic"), 0}, StreamSource::meetingOnly, true).errorIfAny(), std::nullopt);
         const QString wav = engine.recordingPath().value_or(QString());
         if (app.isEmpty())
             play("t440.wav");

@@ -39,7 +39,7 @@ private slots:
     void closedBeforeAnyWriteIsAnEmptyValidFile()
     {
         const QString path = m_dir.filePath(QStringLiteral("empty.wav"));
-        auto w = WavWriter::create(path, 48000, 2);
+        auto w = WavWriter::create(path, 48000, 2).value();
         QVERIFY(w);
         w->close();
         const QByteArray b = readAll(path);
@@ -61,7 +61,7 @@ private slots:
     void samplesAreScaledClampedAndTruncated()
     {
         const QString path = m_dir.filePath(QStringLiteral("values.wav"));
-        auto w = WavWriter::create(path, 48000, 1);
+        auto w = WavWriter::create(path, 48000, 1).value();
         const float v[] = {1.5f, -1.5f, 0.5f, -0.5f, 1.0f, -1.0f, 0.0f};
         const float *ch[] = {v};
         w->write(ch, 1, 7);
@@ -76,7 +76,7 @@ private slots:
     void monoBufferFillsBothChannelsAndStereoInterleaves()
     {
         const QString path = m_dir.filePath(QStringLiteral("channels.wav"));
-        auto w = WavWriter::create(path, 48000, 2);
+        auto w = WavWriter::create(path, 48000, 2).value();
         const float mono[] = {0.25f, -0.25f};
         const float *one[] = {mono};
         w->write(one, 1, 2);
@@ -99,7 +99,7 @@ private slots:
     void headerIsCurrentWithoutCloseAfterEachSecond()
     {
         const QString path = m_dir.filePath(QStringLiteral("interrupted.wav"));
-        auto w = WavWriter::create(path, 48000, 2);
+        auto w = WavWriter::create(path, 48000, 2).value();
         QCOMPARE(w->headerUpdateInterval(), qint64(192000));
         std::vector<float> left(48000, 0.1f), right(48000, -0.1f);
         const float *ch[] = {left.data(), right.data()};
@@ -134,7 +134,7 @@ private slots:
         QCOMPARE(WavWriter::continuationPath(QStringLiteral("/d/meeting_2026-01-02_10-00-00.wav"), 2),
                  QStringLiteral("/d/meeting_2026-01-02_10-00-00-2.wav"));
         const QString path = m_dir.filePath(QStringLiteral("meeting_long.wav"));
-        auto w = WavWriter::create(path, 48000, 2);
+        auto w = WavWriter::create(path, 48000, 2).value();
         w->setMaxDataBytes(1000 * 4 + 2);   // rounded down to whole frames: 1000 frames per file
         std::vector<float> ramp(2500);
         for (size_t i = 0; i < ramp.size(); ++i)
@@ -165,7 +165,7 @@ private slots:
     void stopsAtTheFirstFailedWrite()
     {
         const QString path = m_dir.filePath(QStringLiteral("full.wav"));
-        auto w = WavWriter::create(path, 48000, 2);
+        auto w = WavWriter::create(path, 48000, 2).value();
         QVERIFY(w);
         std::vector<float> samples(4800, 0.25f);
         const float *channels[1] = {samples.data()};
@@ -200,12 +200,12 @@ private slots:
             QVERIFY(f.open(QIODevice::WriteOnly));
             f.write(QByteArray(1000, 'x'));
         }
-        WavWriter::create(path, 24000, 1)->close();
+        WavWriter::create(path, 24000, 1).value()->close();
         QCOMPARE(readAll(path).size(), 44);
 
-        QString error;
-        QVERIFY(!WavWriter::create(m_dir.filePath(QStringLiteral("missing/dir/x.wav")), 48000, 2, &error));
-        QVERIFY(!error.isEmpty());
+        const auto failed = WavWriter::create(m_dir.filePath(QStringLiteral("missing/dir/x.wav")), 48000, 2);
+        QVERIFY(!failed.ok());
+        QVERIFY(!failed.error().isEmpty());
     }
 
 private:

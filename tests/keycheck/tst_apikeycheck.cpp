@@ -70,15 +70,15 @@ private slots:
 
     void addressFollowsTheRealtimeHost()
     {
-        QCOMPARE(ApiKeyCheck::modelsUrl(QString()), QUrl(QStringLiteral("https://api.openai.com/v1/models")));
-        QCOMPARE(ApiKeyCheck::modelsUrl(QStringLiteral("ws://127.0.0.1:8099/v1/realtime")),
+        QCOMPARE(ApiKeyCheck::modelsUrl(QString()).valueOr({}), QUrl(QStringLiteral("https://api.openai.com/v1/models")));
+        QCOMPARE(ApiKeyCheck::modelsUrl(QStringLiteral("ws://127.0.0.1:8099/v1/realtime")).valueOr({}),
                  QUrl(QStringLiteral("http://127.0.0.1:8099/v1/models")));
-        QCOMPARE(ApiKeyCheck::modelsUrl(QStringLiteral("wss://proxy.example.com:8443/v1/realtime")),
+        QCOMPARE(ApiKeyCheck::modelsUrl(QStringLiteral("wss://proxy.example.com:8443/v1/realtime")).valueOr({}),
                  QUrl(QStringLiteral("https://proxy.example.com:8443/v1/models")));
         // Where the realtime connection would not send the key, neither does the check.
-        QString error;
-        QVERIFY(ApiKeyCheck::modelsUrl(QStringLiteral("ws://192.0.2.7:8099/v1/realtime"), &error).isEmpty());
-        QVERIFY(error.contains(QStringLiteral("unencrypted")));
+        const auto refused = ApiKeyCheck::modelsUrl(QStringLiteral("ws://192.0.2.7:8099/v1/realtime"));
+        QVERIFY(!refused.ok());
+        QVERIFY(refused.error().contains(QStringLiteral("unencrypted")));
     }
 
     void verdicts()

@@ -23,7 +23,7 @@ private slots:
 
         rig.controller->cancelRecordingTranscription();
         QCOMPARE(rig.recordingTranscriber.cancelCount, 1);
-        rig.recordingTranscriber.completion(RecordingTranscription::Failed{QStringLiteral("The transcription was cancelled.")});
+        rig.recordingTranscriber.completion(RecordingTranscription::Result::failure(QStringLiteral("The transcription was cancelled.")));
         QCOMPARE(rig.controller->banner(), QStringLiteral("Transcription failed: The transcription was cancelled."));
         QVERIFY(!rig.controller->bannerAction());
         QVERIFY(rig.controller->bannerLinks().isEmpty());

@@ -87,24 +87,28 @@ private slots:
         const QString window = QStringLiteral("toggle-window");
 
         QCOMPARE(settings.keys(session), catalog.find(session)->defaultKeys);
-        QVERIFY(!settings.setKeys(session, QKeySequence(Qt::META | Qt::Key_F9)));
+        QVERIFY(settings.setKeys(session, QKeySequence(Qt::META | Qt::Key_F9)).ok());
         QCOMPARE(changed.size(), 1);
         // Taken by another action: refused, nothing changes.
-        QCOMPARE(settings.setKeys(window, QKeySequence(Qt::META | Qt::Key_F9)).value_or(QString()), session);
+        const auto refused = settings.setKeys(window, QKeySequence(Qt::META | Qt::Key_F9));
+        QVERIFY(!refused.ok());
+        QCOMPARE(refused.error().actionID, session);
         QCOMPARE(settings.keys(window), catalog.find(window)->defaultKeys);
         QCOMPARE(changed.size(), 1);
         // Cleared stays cleared (not back to the default) across a reload.
-        QVERIFY(!settings.setKeys(window, QKeySequence()));
+        QVERIFY(settings.setKeys(window, QKeySequence()).ok());
         store->sync();
         QSettings reread(store->fileName(), QSettings::IniFormat);
         ShortcutSettings again(reread, catalog);
         QCOMPARE(again.keys(session), QKeySequence(Qt::META | Qt::Key_F9));
         QVERIFY(again.keys(window).isEmpty());
         // A default now used elsewhere can't come back until that one moves.
-        QVERIFY(!again.setKeys(session, catalog.find(window)->defaultKeys));
-        QCOMPARE(again.resetToDefault(window).value_or(QString()), session);
-        QVERIFY(!again.setKeys(session, QKeySequence()));
-        QVERIFY(!again.resetToDefault(window));
+        QVERIFY(again.setKeys(session, catalog.find(window)->defaultKeys).ok());
+        const auto notReset = again.resetToDefault(window);
+        QVERIFY(!notReset.ok());
+        QCOMPARE(notReset.error().actionID, session);
+        QVERIFY(again.setKeys(session, QKeySequence()).ok());
+        QVERIFY(again.resetToDefault(window).ok());
         QCOMPARE(again.keys(window), catalog.find(window)->defaultKeys);
         // A stored value that is no key sequence means off, not a crash or the default.
         reread.setValue(QStringLiteral("globalShortcuts/scroll-to-newest"), QStringLiteral("Ctrl+Nonsense+"));
@@ -154,7 +158,7 @@ private slots:
         const ShortcutCatalog catalog = ShortcutCatalog::standard();
         auto store = freshStore(QStringLiteral("portal"));
         ShortcutSettings settings(*store, catalog);
-        QVERIFY(!settings.setKeys(QStringLiteral("scroll-to-newest"), QKeySequence()));
+        QVERIFY(settings.setKeys(QStringLiteral("scroll-to-newest"), QKeySequence()).ok());
         GlobalShortcuts shortcuts(settings, QDBusConnection::sessionBus(), true);
         QSignalSpy activated(&shortcuts, &GlobalShortcuts::activated);
         shortcuts.start();
@@ -184,7 +188,7 @@ private slots:
         QCOMPARE(activated.first().first().toString(), QStringLiteral("toggle-window"));
 
         // New keys: the old session closes and a new one carries them.
-        QVERIFY(!settings.setKeys(QStringLiteral("toggle-window"), QKeySequence(Qt::META | Qt::Key_F8)));
+        QVERIFY(settings.setKeys(QStringLiteral("toggle-window"), QKeySequence(Qt::META | Qt::Key_F8)).ok());
         QTRY_COMPARE_WITH_TIMEOUT(portal.bindCalls.size(), 2, 10000);
         QTRY_COMPARE_WITH_TIMEOUT(shortcuts.triggers().value(QStringLiteral("toggle-window")),
                                   QStringLiteral("LOGO+F8"), 10000);

@@ -38,8 +38,8 @@ public:
         QMutexLocker lock(&m_mutex);
         return m_availability;
     }
-    std::optional<Error> load() override { return std::nullopt; }
-    std::optional<Error> startUtterance() override
+    Outcome load() override { return {}; }
+    Outcome startUtterance() override
     {
         ++starts;
         {
@@ -50,29 +50,29 @@ public:
             holding = false;
         }
         m_utteranceSamples = 0;
-        return std::nullopt;
+        return {};
     }
-    std::optional<Error> process(const std::int16_t *, std::size_t count) override
+    Outcome process(const std::int16_t *, std::size_t count) override
     {
         m_utteranceSamples += static_cast<long>(count);
         samplesProcessed += static_cast<long>(count);
-        return std::nullopt;
+        return {};
     }
     QString partialHypothesis() override
     {
         QMutexLocker lock(&m_mutex);
         return m_utteranceSamples > 0 ? m_hypothesis : QString();
     }
-    std::variant<QString, Error> endUtterance() override
+    Text endUtterance() override
     {
         ++ends;
         lastUtteranceSamples = m_utteranceSamples;
         QMutexLocker lock(&m_mutex);
         waitWhileHeld();
         if (m_endError)
-            return *m_endError;
+            return Text::failure(*m_endError);
         if (m_hypothesis.isEmpty())
-            return Error{kNothingRecognised, QStringLiteral("No speech detected")};
+            return Text::failure(Error{kNothingRecognised, QStringLiteral("No speech detected")});
         return m_hypothesis;
     }
     void cancelUtterance() override { ++cancels; }
@@ -81,7 +81,7 @@ public:
     void setSecondPassText(std::optional<QString> text) { QMutexLocker lock(&m_mutex); m_secondPassText = std::move(text); }
     std::atomic<int> secondPasses{0};
     std::atomic<long> lastSecondPassSamples{0};
-    std::variant<QString, Error> decodeAgain(const std::int16_t *, std::size_t count) override
+    Text decodeAgain(const std::int16_t *, std::size_t count) override
     {
         ++secondPasses;
         lastSecondPassSamples = static_cast<long>(count);
@@ -89,14 +89,13 @@ public:
         if (m_secondPassText)
             return *m_secondPassText;
         if (m_endError)
-            return *m_endError;
+            return Text::failure(*m_endError);
         if (m_hypothesis.isEmpty())
-            return Error{kNothingRecognised, QStringLiteral("No speech detected")};
+            return Text::failure(Error{kNothingRecognised, QStringLiteral("No speech detected")});
         return m_hypothesis;
     }
     // A held recognition gives up as soon as `stop` is set.
-    std::variant<QString, Error> recognise(const std::int16_t *samples, std::size_t count,
-                                           const std::atomic<bool> &stop) override
+    Text recognise(const std::int16_t *samples, std::size_t count, const std::atomic<bool> &stop) override
     {
         ++recognitions;
         QMutexLocker lock(&m_mutex);
@@ -105,12 +104,12 @@ public:
             m_released.wait(&m_mutex, 10);
         holding = false;
         if (stop.load())
-            return Error{kCancelled, QStringLiteral("The decoding was stopped")};
+            return Text::failure(Error{kCancelled, QStringLiteral("The decoding was stopped")});
         double energy = 0;
         for (std::size_t i = 0; i < count; ++i)
             energy += double(samples[i]) * samples[i];
         if (energy == 0)
-            return Error{kNothingRecognised, QStringLiteral("No speech detected")};
+            return Text::failure(Error{kNothingRecognised, QStringLiteral("No speech detected")});
         const double rms = std::sqrt(energy / double(count)) / 32768.0;
         return QStringLiteral("level %1").arg(std::lround(rms * std::sqrt(2.0) * 10.0));
     }

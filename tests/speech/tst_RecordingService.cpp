@@ -69,9 +69,9 @@ private slots:
         Run run;
         transcribe(transcriber, wav, run);
         QTRY_VERIFY_WITH_TIMEOUT(run.result.has_value(), kWait);
-        const auto *written = std::get_if<RecordingTranscriber::Written>(&*run.result);
-        if (!written)
-            QFAIL(qPrintable(std::get<RecordingTranscriber::Failed>(*run.result).message));
+        if (!run.result->ok())
+            QFAIL(qPrintable(run.result->error()));
+        const RecordingTranscriber::Written *written = &run.result->value();
         QCOMPARE(written->transcriptPath, m_dir.filePath(QStringLiteral("meeting.recording.md")));
 
         // Requests may be answered in any order: each text belongs to the utterance whose
@@ -115,7 +115,7 @@ private slots:
         Run run;
         transcribe(transcriber, wav, run);
         QTRY_VERIFY_WITH_TIMEOUT(run.result.has_value(), kWait);
-        QCOMPARE(std::get<RecordingTranscriber::Failed>(*run.result).message, RealtimeFailure::keyMessage());
+        QCOMPARE(run.result->error(), RealtimeFailure::keyMessage());
         QVERIFY(!QFile::exists(m_dir.filePath(QStringLiteral("refused.recording.md"))));
 
         // Cancel while two requests are under way: they are aborted and nothing is written.
@@ -129,7 +129,7 @@ private slots:
         QVERIFY(transcriber.isRunning());
         transcriber.cancel();
         QTRY_VERIFY_WITH_TIMEOUT(run.result.has_value(), kWait);
-        QCOMPARE(std::get<RecordingTranscriber::Failed>(*run.result).message, RecordingTranscriber::cancelledMessage());
+        QCOMPARE(run.result->error(), RecordingTranscriber::cancelledMessage());
         QTRY_COMPARE_WITH_TIMEOUT(m_sim->openHttpConnectionCount(), 0, kWait);
         QCOMPARE(requests().size(), before + 2); // the third utterance was never sent
         QVERIFY(!QFile::exists(m_dir.filePath(QStringLiteral("refused.recording.md"))));

@@ -39,8 +39,8 @@ private slots:
         QVERIFY(transcriber.isRunning());
         QTRY_VERIFY(run.result.has_value());
         QVERIFY(!transcriber.isRunning());
-        const auto *written = std::get_if<RecordingTranscriber::Written>(&*run.result);
-        QVERIFY(written);
+        QVERIFY(run.result->ok());
+        const RecordingTranscriber::Written *written = &run.result->value();
         QCOMPARE(written->transcriptPath, m_dir.filePath(QStringLiteral("three.recording.md")));
         QFile file(written->transcriptPath);
         QVERIFY(file.open(QIODevice::ReadOnly));
@@ -75,7 +75,7 @@ private slots:
         FakeSpeechEngine engine;
         std::atomic<bool> cancelled{false};
         const auto result = RecordingTranscriber::run(wav, engine, QLocale::c(), {}, cancelled);
-        QVERIFY(std::holds_alternative<RecordingTranscriber::Written>(result));
+        QVERIFY(result.ok());
         QFile file(m_dir.filePath(QStringLiteral("mono.recording.md")));
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
@@ -99,9 +99,8 @@ private slots:
         transcriber.cancel();
         QTRY_VERIFY(run.result.has_value());
         engine->release();
-        const auto *failed = std::get_if<RecordingTranscriber::Failed>(&*run.result);
-        QVERIFY(failed);
-        QCOMPARE(failed->message, RecordingTranscriber::cancelledMessage());
+        QVERIFY(!run.result->ok());
+        QCOMPARE(run.result->error(), RecordingTranscriber::cancelledMessage());
         QCOMPARE(engine->recognitions.load(), 1);
         QCOMPARE(run.progress.size(), 1); // the utterances were found; the first one was given up
         QCOMPARE(run.progress[0].secondsDone, 0.0);
@@ -111,7 +110,7 @@ private slots:
         run = {};
         transcriber.transcribe(wav, {}, run.onResult());
         QTRY_VERIFY(run.result.has_value());
-        QVERIFY(std::holds_alternative<RecordingTranscriber::Written>(*run.result));
+        QVERIFY(run.result->ok());
     }
 
     void failures()
@@ -120,14 +119,14 @@ private slots:
         std::atomic<bool> cancelled{false};
 
         auto result = RecordingTranscriber::run(m_dir.filePath(QStringLiteral("missing.wav")), engine, QLocale::c(), {}, cancelled);
-        QVERIFY(std::holds_alternative<RecordingTranscriber::Failed>(result));
-        QVERIFY(std::get<RecordingTranscriber::Failed>(result).message.startsWith(QStringLiteral("Could not read missing.wav: ")));
+        QVERIFY(!result.ok());
+        QVERIFY(result.error().startsWith(QStringLiteral("Could not read missing.wav: ")));
 
         const QString wav = m_dir.filePath(QStringLiteral("short.wav"));
         QVERIFY(writeWav(wav, kRate, {track(2, {{0, 2}}, 0.5f)}));
         engine.setAvailability(SpeechAvailability::unsupported(QStringLiteral("Speech recognition is unavailable for fr_FR.")));
         result = RecordingTranscriber::run(wav, engine, QLocale(QStringLiteral("fr_FR")), {}, cancelled);
-        QCOMPARE(std::get<RecordingTranscriber::Failed>(result).message, QStringLiteral("Speech recognition is unavailable for fr_FR."));
+        QCOMPARE(result.error(), QStringLiteral("Speech recognition is unavailable for fr_FR."));
     }
 
     void neverOverwrites()
@@ -153,8 +152,8 @@ private slots:
         QStringList paths;
         for (int run = 0; run < 2; ++run) {
             const auto result = RecordingTranscriber::run(wav, engine, QLocale::c(), {}, cancelled);
-            QVERIFY(std::holds_alternative<RecordingTranscriber::Written>(result));
-            paths << std::get<RecordingTranscriber::Written>(result).transcriptPath;
+            QVERIFY(result.ok());
+            paths << result->transcriptPath;
         }
         QCOMPARE(paths, (QStringList{m_dir.filePath(stamp + QStringLiteral(".recording.md")),
                                      m_dir.filePath(stamp + QStringLiteral(".recording-3.md"))}));

@@ -34,14 +34,13 @@ public:
         if (current == text)
             current.reset();
     }
-    bool relaunch(const QString &executable, QString *error) override
+    Result<void> relaunch(const QString &executable) override
     {
         if (!relaunchError.isEmpty()) {
-            *error = relaunchError;
-            return false;
+            return Result<void>::failure(relaunchError);
         }
         relaunched.append(executable);
-        return true;
+        return {};
     }
 
     qsizetype count(const QString &text) const

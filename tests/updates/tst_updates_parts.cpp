@@ -124,9 +124,8 @@ private slots:
         QProcess old;
         old.start(QStringLiteral("sleep"), {QStringLiteral("30")});
         QVERIFY(old.waitForStarted());
-        QString error;
-        QVERIFY2(Relaunch::afterExit(old.processId(), program, {marker, QStringLiteral("--second")}, &error),
-                 qPrintable(error));
+        const auto started = Relaunch::afterExit(old.processId(), program, {marker, QStringLiteral("--second")});
+        QVERIFY2(started.ok(), qPrintable(started.errorIfAny().value_or(QString())));
         QTest::qWait(400);
         QVERIFY(!QFile::exists(marker));
 
@@ -137,8 +136,9 @@ private slots:
         QVERIFY(args.open(QIODevice::ReadOnly));
         QCOMPARE(args.readAll().trimmed(), (marker + QStringLiteral(" --second")).toUtf8());
 
-        QVERIFY(!Relaunch::afterExit(old.processId(), dir.filePath(QStringLiteral("missing")), {}, &error));
-        QVERIFY(error.contains(QStringLiteral("not an executable file")));
+        const auto missing = Relaunch::afterExit(old.processId(), dir.filePath(QStringLiteral("missing")), {});
+        QVERIFY(!missing.ok());
+        QVERIFY(missing.error().contains(QStringLiteral("not an executable file")));
     }
 };
 

@@ -86,10 +86,10 @@ private slots:
         QVERIFY(QTest::qWaitForWindowExposed(rig.window.get()));
         rig.window->setGeometry(QRect(120, 80, 520, 640));
         ShellUpdateHost host(*rig.session.controller, *rig.window);
-        QString error;
         // Nothing to start: the program keeps running, and says why.
-        QVERIFY(!host.relaunch(QStringLiteral("/nonexistent/ketterbloom"), &error));
-        QVERIFY(error.contains(QStringLiteral("not an executable file")));
+        const auto relaunched = host.relaunch(QStringLiteral("/nonexistent/ketterbloom"));
+        QVERIFY(!relaunched.ok());
+        QVERIFY(relaunched.error().contains(QStringLiteral("not an executable file")));
         QCOMPARE(rig.session.settings.store().value(QLatin1String(MainWindow::frameKey)).toRect(),
                  rig.window->geometry());
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "session/CaptureLink.h"
+#include "audio/CaptureLink.h"
 
 #include <QList>
 
@@ -13,7 +13,7 @@ public:
     MicPermission micPermission() const override { return permission; }
     void requestMicAccess(std::function<void(bool)> completion) override { pendingMicRequest = std::move(completion); }
 
-    std::optional<QString> start(const CaptureSource &source, StreamSource streamSource, bool record) override
+    Result<void> start(const CaptureSource &source, StreamSource streamSource, bool record) override
     {
         startedSource = source;
         startedStreamSource = streamSource;
@@ -21,8 +21,9 @@ public:
         ++startCount;
         if (!startError) {
             running = true;
+            return {};
         }
-        return startError;
+        return Result<void>::failure(*startError);
     }
     void stop() override
     {
@@ -38,10 +39,13 @@ public:
         recordError = error;
         onRecordingFailed(recording.value_or(QString()), error);
     }
-    std::optional<QString> retarget(const TapTarget &meeting) override
+    Result<void> retarget(const TapTarget &meeting) override
     {
         retargets.append(meeting);
-        return retargetError;
+        if (retargetError) {
+            return Result<void>::failure(*retargetError);
+        }
+        return {};
     }
 
     void switchMicrophone(const std::optional<QString> &deviceUID, int channel) override

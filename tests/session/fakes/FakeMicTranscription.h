@@ -1,6 +1,6 @@
 #pragma once
 
-#include "session/MicTranscription.h"
+#include "speech/MicTranscription.h"
 
 #include <atomic>
 #include <optional>

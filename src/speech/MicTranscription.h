@@ -7,7 +7,8 @@
 
 #include <functional>
 
-// What the session controller needs of the live transcriber of the user's microphone.
+// A live transcriber of the user's microphone, in segments, as the session controller uses it:
+// MicTranscriber on the device, or the router between it and the service (AnswerTranscriber).
 // begin(), end() and stopTask() are called on the GUI thread; callbacks arrive there too.
 class MicTranscription
 {
