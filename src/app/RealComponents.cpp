@@ -4,11 +4,11 @@
 #include "app/MicTranscriberLink.h"
 #include "app/PulseAudioEnvironment.h"
 #include "app/PulseTapQueries.h"
-#include "app/RealtimeClientLink.h"
 #include "app/RecordingTranscriberLink.h"
 #include "app/ServiceTranscriptionLink.h"
 #include "session/AnswerTranscriber.h"
 #include "audio/StartupTrace.h"
+#include "realtime/RealtimeClient.h"
 
 struct RealComponents::Parts
 {
@@ -20,7 +20,6 @@ struct RealComponents::Parts
     MicTranscriber micTranscriber;
     RecordingTranscriber recordingTranscriber;
 
-    RealtimeClientLink realtime{realtimeClient};
     AudioCaptureLink capture{captureEngine};
     PulseTapQueries taps;
     MicTranscriberLink micTranscription{micTranscriber};
@@ -33,7 +32,8 @@ struct RealComponents::Parts
 RealComponents::RealComponents(AppSettings &settings)
     : m_parts(std::make_unique<Parts>(settings))
 {
-    m_parts->realtimeClient.onTrace = [](const QString &line) { StartupTrace::write(line); };
+    RealtimeClient *client = &m_parts->realtimeClient;
+    QObject::connect(client, &RealtimeEvents::traceLine, client, [](const QString &line) { StartupTrace::write(line); });
 }
 
 RealComponents::~RealComponents()
@@ -44,7 +44,7 @@ RealComponents::~RealComponents()
     m_parts->captureEngine.stop();
 }
 
-RealtimeLink &RealComponents::realtime() { return m_parts->realtime; }
+RealtimeService &RealComponents::realtime() { return m_parts->realtimeClient; }
 CaptureLink &RealComponents::capture() { return m_parts->capture; }
 TapQueries &RealComponents::taps() { return m_parts->taps; }
 MicTranscription &RealComponents::micTranscription() { return m_parts->answers; }

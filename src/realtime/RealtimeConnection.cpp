@@ -16,11 +16,11 @@ const QString kNoKeyMessage = QStringLiteral("No API key set — open Settings a
 
 } // namespace
 
-RealtimeConnection::RealtimeConnection(const RealtimeTiming &timing, Sink sink, QObject *parent)
+RealtimeConnection::RealtimeConnection(const RealtimeTiming &timing, QObject *parent)
     : QObject(parent),
       m_timing(timing),
-      m_sink(std::move(sink)),
       // Parented, so that they move to the client's thread with this object.
+      m_events(this),
       m_socket(timing, this),
       m_cycleTimer(this)
 {
@@ -126,9 +126,9 @@ void RealtimeConnection::handleSocketError(QAbstractSocket::SocketError error, c
         return;
     }
     // Said once per cause, not on every attempt of a retry loop.
-    if (m_shouldRun && *unreachable != m_lastNotice && m_sink.notice) {
+    if (m_shouldRun && *unreachable != m_lastNotice) {
         m_lastNotice = *unreachable;
-        m_sink.notice(redact(unreachable->at(0).toUpper() + unreachable->mid(1) + QStringLiteral(". Reconnecting…")));
+        emit m_events.noticeRaised(redact(unreachable->at(0).toUpper() + unreachable->mid(1) + QStringLiteral(". Reconnecting…")));
     }
     scheduleReconnect(*unreachable);
 }
@@ -297,20 +297,17 @@ void RealtimeConnection::send(const QJsonObject &message)
 
 void RealtimeConnection::report(const RealtimeStatus &status)
 {
-    if (m_sink.status)
-        m_sink.status(status);
+    emit m_events.statusChanged(status);
 }
 
 void RealtimeConnection::log(const QString &rawLine)
 {
     const QString line = redact(rawLine);
     qCInfo(lcRealtime, "[Ketterbloom] %s", qUtf8Printable(line));
-    if (m_sink.log)
-        m_sink.log(line);
+    emit m_events.logLine(line);
 }
 
 void RealtimeConnection::trace(const QString &line)
 {
-    if (m_sink.trace)
-        m_sink.trace(redact(line));
+    emit m_events.traceLine(redact(line));
 }

@@ -5,7 +5,7 @@
 
 #include "session/CaptureLink.h"
 #include "session/FileRevealer.h"
-#include "session/RealtimeLink.h"
+#include "realtime/RealtimeService.h"
 #include "session/SessionLogging.h"
 #include "session/TapQueries.h"
 #include "session/TextRules.h"
