@@ -15,7 +15,7 @@ public:
     explicit ServiceUtteranceRecogniser(const AudioTranscriptionConfig &config,
                                         const AudioTranscriptionClient::Timing &timing = {});
 
-    std::optional<QString> prepare() override { return m_client.problem(); }
+    std::optional<QString> prepare() override { return m_client.usable().errorIfAny(); }
     int concurrency() const override { return kInFlight; }
     QString description() const override;
     void recognise(std::vector<std::int16_t> samples, Completion completion) override;

@@ -34,10 +34,10 @@ void ApiKeyCheck::setTimeout(int ms)
 
 QUrl ApiKeyCheck::modelsUrl(const QString &realtimeOverride, QString *error)
 {
-    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::httpEndpoint(realtimeOverride, QStringLiteral("/v1/models"));
-    if (!endpoint.error.isEmpty() && error)
-        *error = endpoint.error;
-    return endpoint.url;
+    const ::Result<QUrl> endpoint = RealtimeProtocol::httpEndpoint(realtimeOverride, QStringLiteral("/v1/models"));
+    if (!endpoint.ok() && error)
+        *error = endpoint.error();
+    return endpoint.valueOr(QUrl());
 }
 
 ApiKeyCheck::Result ApiKeyCheck::fromStatus(int httpStatus)

@@ -10,12 +10,6 @@
 #include <QUuid>
 
 
-namespace {
-
-const QString kNoKeyMessage = QStringLiteral("No API key set — open Settings and paste your OpenAI key.");
-
-} // namespace
-
 RealtimeConnection::RealtimeConnection(const RealtimeTiming &timing, QObject *parent)
     : QObject(parent),
       m_timing(timing),
@@ -84,7 +78,7 @@ void RealtimeConnection::openSocket()
         return;
     report(m_socket.attempt() != 0 ? RealtimeStatus::reconnecting() : RealtimeStatus::connecting());
     if (m_config->apiKey.isEmpty()) {
-        report(RealtimeStatus::failed(kNoKeyMessage));
+        report(RealtimeStatus::failed(tr("No API key set — open Settings and paste your OpenAI key.")));
         return;
     }
     connectSocket();
@@ -92,17 +86,16 @@ void RealtimeConnection::openSocket()
 
 void RealtimeConnection::connectSocket()
 {
-    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::resolveEndpoint(RealtimeProtocol::endpointOverride(),
-                                                                                  m_config->model);
-    if (!endpoint.error.isEmpty()) {
+    const Result<QUrl> endpoint = RealtimeProtocol::resolveEndpoint(RealtimeProtocol::endpointOverride(), m_config->model);
+    if (!endpoint.ok()) {
         // Not retried: the address will not change while the process runs.
-        log(endpoint.error);
+        log(endpoint.error());
         m_shouldRun = false;
-        report(RealtimeStatus::failed(endpoint.error));
+        report(RealtimeStatus::failed(endpoint.error()));
         return;
     }
 
-    QNetworkRequest request(endpoint.url);
+    QNetworkRequest request(endpoint.value());
     request.setTransferTimeout(60000);
     request.setRawHeader("Authorization", "Bearer " + m_config->apiKey.toUtf8());
     // The legacy session shape and the "text" content type exist only on the beta interface.
@@ -128,7 +121,8 @@ void RealtimeConnection::handleSocketError(QAbstractSocket::SocketError error, c
     // Said once per cause, not on every attempt of a retry loop.
     if (m_shouldRun && *unreachable != m_lastNotice) {
         m_lastNotice = *unreachable;
-        emit m_events.noticeRaised(redact(unreachable->at(0).toUpper() + unreachable->mid(1) + QStringLiteral(". Reconnecting…")));
+        const QString cause = unreachable->at(0).toUpper() + unreachable->mid(1);
+        emit m_events.noticeRaised(redact(tr("%1. Reconnecting…").arg(cause)));
     }
     scheduleReconnect(*unreachable);
 }
