@@ -2,13 +2,13 @@
 
 #include "app/PulseAudioEnvironment.h"
 #include "app/PulseTapQueries.h"
-#include "app/RealtimeClientLink.h"
 #include "app/RecordingTranscriberLink.h"
 #include "app/ServiceTranscriptionLink.h"
 #include "session/AnswerTranscriber.h"
 #include "audio/AudioCaptureEngine.h"
 #include "audio/StartupTrace.h"
 #include "speech/MicTranscriber.h"
+#include "realtime/RealtimeClient.h"
 
 struct RealComponents::Parts
 {
@@ -20,7 +20,6 @@ struct RealComponents::Parts
     MicTranscriber micTranscriber;
     RecordingTranscriber recordingTranscriber;
 
-    RealtimeClientLink realtime{realtimeClient};
     PulseTapQueries taps;
     RecordingTranscriberLink recordingTranscription{recordingTranscriber};
     ServiceTranscriptionLink serviceTranscription{transcriptionClient};
@@ -31,7 +30,8 @@ struct RealComponents::Parts
 RealComponents::RealComponents(AppSettings &settings)
     : m_parts(std::make_unique<Parts>(settings))
 {
-    m_parts->realtimeClient.onTrace = [](const QString &line) { StartupTrace::write(line); };
+    RealtimeClient *client = &m_parts->realtimeClient;
+    QObject::connect(client, &RealtimeEvents::traceLine, client, [](const QString &line) { StartupTrace::write(line); });
 }
 
 RealComponents::~RealComponents()
@@ -42,7 +42,7 @@ RealComponents::~RealComponents()
     m_parts->captureEngine.stop();
 }
 
-RealtimeLink &RealComponents::realtime() { return m_parts->realtime; }
+RealtimeService &RealComponents::realtime() { return m_parts->realtimeClient; }
 CaptureLink &RealComponents::capture() { return m_parts->captureEngine; }
 TapQueries &RealComponents::taps() { return m_parts->taps; }
 MicTranscription &RealComponents::micTranscription() { return m_parts->answers; }

@@ -7,7 +7,7 @@ class AppSettings;
 class AudioEnvironment;
 class CaptureLink;
 class MicTranscription;
-class RealtimeLink;
+class RealtimeService;
 class RecordingTranscription;
 class TapQueries;
 
@@ -20,7 +20,7 @@ public:
     explicit RealComponents(AppSettings &settings);
     ~RealComponents();
 
-    RealtimeLink &realtime();
+    RealtimeService &realtime();
     CaptureLink &capture();
     TapQueries &taps();
     MicTranscription &micTranscription();

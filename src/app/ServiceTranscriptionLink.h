@@ -6,9 +6,10 @@
 
 #include <atomic>
 
-// Presents the service's transcription session to the session controller: the microphone
-// (48 kHz float, from the audio thread) is converted to 24 kHz 16-bit PCM there and handed
-// to the client, which sends it from its own thread.
+// Presents the service's transcription session to the session controller. An adapter because
+// it translates: the microphone (48 kHz float, from the audio thread) is converted to 24 kHz
+// 16-bit PCM there and handed to the client, which sends it from its own thread; the session's
+// configuration becomes the client's; and a failed status becomes onFailure.
 class ServiceTranscriptionLink final : public ServiceTranscription
 {
 public:

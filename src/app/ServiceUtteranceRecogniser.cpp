@@ -26,12 +26,12 @@ void ServiceUtteranceRecogniser::recognise(std::vector<std::int16_t> samples, Co
     const auto bytes = static_cast<qsizetype>(samples.size() * sizeof(std::int16_t));
     QByteArray wav = WavWriter::header(kSampleRate, 1, bytes);
     wav.append(reinterpret_cast<const char *>(samples.data()), bytes);
-    m_client.transcribe(wav, [this, completion = std::move(completion)](const AudioTranscriptionClient::Result &result) {
-        if (const auto *failure = std::get_if<AudioTranscriptionClient::Failure>(&result)) {
-            completion(Text::failure(failure->message));
+    m_client.transcribe(wav, [this, completion = std::move(completion)](const AudioTranscriptionClient::Outcome &result) {
+        if (!result.ok()) {
+            completion(Text::failure(result.error()));
             return;
         }
-        const auto &text = std::get<AudioTranscriptionClient::Text>(result);
+        const AudioTranscriptionClient::Text &text = result.value();
         addUsage(text.usage);
         completion(text.text.simplified());
     });

@@ -19,12 +19,7 @@ public:
     explicit ServiceUtteranceRecogniser(const AudioTranscriptionConfig &config,
                                         const AudioTranscriptionClient::Timing &timing = {});
 
-    Result<void> prepare() override
-    {
-        if (const auto problem = m_client.problem())
-            return Result<void>::failure(*problem);
-        return {};
-    }
+    Result<void> prepare() override { return m_client.usable(); }
     int concurrency() const override { return kInFlight; }
     QString description() const override;
     void recognise(std::vector<std::int16_t> samples, Completion completion) override;

@@ -34,10 +34,7 @@ void ApiKeyCheck::setTimeout(int ms)
 
 ::Result<QUrl> ApiKeyCheck::modelsUrl(const QString &realtimeOverride)
 {
-    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::httpEndpoint(realtimeOverride, QStringLiteral("/v1/models"));
-    if (endpoint.url.isEmpty())
-        return ::Result<QUrl>::failure(endpoint.error);
-    return endpoint.url;
+    return RealtimeProtocol::httpEndpoint(realtimeOverride, QStringLiteral("/v1/models"));
 }
 
 ApiKeyCheck::Result ApiKeyCheck::fromStatus(int httpStatus)

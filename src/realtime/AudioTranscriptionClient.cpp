@@ -20,7 +20,6 @@
 namespace {
 
 const QString kPath = QStringLiteral("/v1/audio/transcriptions");
-const QString kNoKeyMessage = QStringLiteral("No API key set — open Settings and paste your OpenAI key.");
 
 QString stringAt(const QJsonObject &object, const char *key)
 {
@@ -45,9 +44,11 @@ AudioTranscriptionClient::AudioTranscriptionClient(const AudioTranscriptionConfi
     , m_timing(timing)
     , m_network(new QNetworkAccessManager(this))
 {
-    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::httpEndpoint(realtimeOverride, kPath);
-    m_url = endpoint.url;
-    m_addressError = endpoint.error;
+    const Result<QUrl> endpoint = RealtimeProtocol::httpEndpoint(realtimeOverride, kPath);
+    if (endpoint.ok())
+        m_url = endpoint.value();
+    else
+        m_addressError = endpoint.error();
     // A service on this machine (tests, the simulator) is never asked through a proxy.
     if (!m_url.isEmpty() && RealtimeProtocol::isLoopbackHost(m_url.host()))
         m_network->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
@@ -63,13 +64,13 @@ AudioTranscriptionClient::~AudioTranscriptionClient()
     cancel();
 }
 
-std::optional<QString> AudioTranscriptionClient::problem() const
+Result<void> AudioTranscriptionClient::usable() const
 {
     if (m_config.apiKey.trimmed().isEmpty())
-        return kNoKeyMessage;
+        return Result<void>::failure(tr("No API key set — open Settings and paste your OpenAI key."));
     if (!m_addressError.isEmpty())
-        return m_addressError;
-    return std::nullopt;
+        return Result<void>::failure(m_addressError);
+    return Result<void>::success();
 }
 
 void AudioTranscriptionClient::transcribe(const QByteArray &wav, Completion completion)
@@ -78,9 +79,9 @@ void AudioTranscriptionClient::transcribe(const QByteArray &wav, Completion comp
     Request &request = m_requests[id];
     request.wav = wav;
     request.completion = std::move(completion);
-    if (const std::optional<QString> refused = problem()) {
+    if (const Result<void> checked = usable(); !checked.ok()) {
         // Reported after returning, like every other outcome.
-        QTimer::singleShot(0, this, [this, id, message = *refused] { finish(id, Failure{message}); });
+        QTimer::singleShot(0, this, [this, id, message = checked.error()] { finish(id, Outcome::failure(message)); });
         return;
     }
     send(id);
@@ -128,14 +129,14 @@ void AudioTranscriptionClient::replyFinished(quint64 id)
     if (status <= 0) {
         const QString message = unreachableMessage(reply->error(), m_url.host(), reply->errorString());
         qCWarning(lcRealtime, "[Ketterbloom] recording transcription: %s", qUtf8Printable(message));
-        finish(id, Failure{message});
+        finish(id, Outcome::failure(message));
         return;
     }
     const QByteArray body = reply->readAll();
     if (status >= 200 && status < 300) {
         const QJsonObject answer = QJsonDocument::fromJson(body).object();
         if (!answer.value(QLatin1String("text")).isString()) {
-            finish(id, Failure{QStringLiteral("The service's answer (HTTP %1) could not be read.").arg(status)});
+            finish(id, Outcome::failure(tr("The service's answer (HTTP %1) could not be read.").arg(status)));
             return;
         }
         finish(id, Text{answer.value(QLatin1String("text")).toString().trimmed(),
@@ -150,7 +151,7 @@ void AudioTranscriptionClient::replyFinished(quint64 id)
                          || stringAt(error, "type") == QLatin1String("insufficient_quota");
     if (status == 429 && !noQuota && retryLater(id, reply))
         return;
-    finish(id, Failure{failureMessage(status, body, m_config.model)});
+    finish(id, Outcome::failure(failureMessage(status, body, m_config.model)));
 }
 
 bool AudioTranscriptionClient::retryLater(quint64 id, QNetworkReply *reply)
@@ -177,7 +178,7 @@ bool AudioTranscriptionClient::retryLater(quint64 id, QNetworkReply *reply)
     return true;
 }
 
-void AudioTranscriptionClient::finish(quint64 id, const Result &result)
+void AudioTranscriptionClient::finish(quint64 id, const Outcome &outcome)
 {
     const auto found = m_requests.find(id);
     if (found == m_requests.end())
@@ -186,7 +187,7 @@ void AudioTranscriptionClient::finish(quint64 id, const Result &result)
     const Completion completion = std::move(found->second.completion);
     m_requests.erase(found);
     if (completion)
-        completion(result);
+        completion(outcome);
 }
 
 void AudioTranscriptionClient::cancel()
@@ -216,21 +217,21 @@ QString AudioTranscriptionClient::failureMessage(int httpStatus, const QByteArra
     if (httpStatus == 401 && (code.isEmpty() || code == QLatin1String("invalid_api_key")))
         return RealtimeFailure::keyMessage();
     if (code == QLatin1String("insufficient_quota") || type == QLatin1String("insufficient_quota"))
-        return QStringLiteral("Your OpenAI account has no quota left (insufficient_quota) — add credit, then "
-                              "transcribe the recording again.");
+        return tr("Your OpenAI account has no quota left (insufficient_quota) — add credit, then "
+                  "transcribe the recording again.");
     if (httpStatus == 429)
-        return QStringLiteral("OpenAI is rate-limiting this account (rate_limit_exceeded) — try again in a minute.");
+        return tr("OpenAI is rate-limiting this account (rate_limit_exceeded) — try again in a minute.");
     const QString lower = text.toLower();
     if (code == QLatin1String("model_not_found")
         || (lower.contains(QLatin1String("model")) && (lower.contains(QLatin1String("does not exist"))
                                                        || lower.contains(QLatin1String("not supported"))
                                                        || lower.contains(QLatin1String("do not have access")))))
-        return QStringLiteral("The transcription model %1 can't be used for recordings (%2). Choose another "
-                              "transcription model in Settings.")
+        return tr("The transcription model %1 can't be used for recordings (%2). Choose another "
+                  "transcription model in Settings.")
             .arg(model, code.isEmpty() ? QStringLiteral("HTTP %1").arg(httpStatus) : code);
     if (text.isEmpty())
-        return QStringLiteral("The service answered HTTP %1.").arg(httpStatus);
-    return QStringLiteral("The service answered HTTP %1: %2").arg(httpStatus).arg(text);
+        return tr("The service answered HTTP %1.").arg(httpStatus);
+    return tr("The service answered HTTP %1: %2").arg(QString::number(httpStatus), text);
 }
 
 QString AudioTranscriptionClient::unreachableMessage(int networkError, const QString &host, const QString &errorString)
@@ -238,24 +239,24 @@ QString AudioTranscriptionClient::unreachableMessage(int networkError, const QSt
     QString reason;
     switch (QNetworkReply::NetworkError(networkError)) {
     case QNetworkReply::ConnectionRefusedError:
-        reason = QStringLiteral("connection refused");
+        reason = tr("connection refused");
         break;
     case QNetworkReply::HostNotFoundError:
-        reason = QStringLiteral("host not found");
+        reason = tr("host not found");
         break;
     case QNetworkReply::TimeoutError:
     case QNetworkReply::OperationCanceledError: // only the transfer timeout aborts a request we still want
-        reason = QStringLiteral("timed out");
+        reason = tr("timed out");
         break;
     case QNetworkReply::RemoteHostClosedError:
-        reason = QStringLiteral("the connection was closed before an answer came");
+        reason = tr("the connection was closed before an answer came");
         break;
     case QNetworkReply::TemporaryNetworkFailureError:
     case QNetworkReply::NetworkSessionFailedError:
-        reason = QStringLiteral("network unreachable");
+        reason = tr("network unreachable");
         break;
     case QNetworkReply::SslHandshakeFailedError:
-        reason = QStringLiteral("TLS handshake failed (%1)").arg(errorString);
+        reason = tr("TLS handshake failed (%1)").arg(errorString);
         break;
     case QNetworkReply::ProxyConnectionRefusedError:
     case QNetworkReply::ProxyConnectionClosedError:
@@ -263,13 +264,13 @@ QString AudioTranscriptionClient::unreachableMessage(int networkError, const QSt
     case QNetworkReply::ProxyTimeoutError:
     case QNetworkReply::ProxyAuthenticationRequiredError:
     case QNetworkReply::UnknownProxyError:
-        reason = QStringLiteral("proxy failed (%1)").arg(errorString);
+        reason = tr("proxy failed (%1)").arg(errorString);
         break;
     default:
         reason = errorString;
         break;
     }
-    return QStringLiteral("can't reach %1: %2").arg(host, reason);
+    return tr("can't reach %1: %2").arg(host, reason);
 }
 
 std::optional<double> AudioTranscriptionClient::retryAfterSeconds(const QByteArray &retryAfterMs, const QByteArray &retryAfter)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Result.h"
+
 #include <QByteArray>
 #include <QObject>
 #include <QPointer>
@@ -11,7 +13,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <variant>
 
 class QNetworkAccessManager;
 class QNetworkReply;
@@ -44,12 +45,9 @@ public:
         QString text;
         QVariantMap usage; // the answer's "usage" object; empty when it had none
     };
-    struct Failure
-    {
-        QString message;
-    };
-    using Result = std::variant<Text, Failure>;
-    using Completion = std::function<void(const Result &)>;
+    // The clip's text, or one sentence for the user on why there is none.
+    using Outcome = Result<Text>;
+    using Completion = std::function<void(const Outcome &)>;
 
     // Time constants; tests shorten them.
     struct Timing
@@ -67,8 +65,8 @@ public:
     explicit AudioTranscriptionClient(const AudioTranscriptionConfig &config, QObject *parent = nullptr);
     ~AudioTranscriptionClient() override;
 
-    // Why no clip can be sent (no key, an address the key may not go to), or nothing.
-    std::optional<QString> problem() const;
+    // Whether a clip can be sent: fails with why not (no key, an address the key may not go to).
+    Result<void> usable() const;
     QUrl url() const { return m_url; }
 
     // Sends one clip (a WAV file); `completion` is called once, unless cancel() comes first.
@@ -97,7 +95,7 @@ private:
     void send(quint64 id);
     void replyFinished(quint64 id);
     bool retryLater(quint64 id, QNetworkReply *reply);
-    void finish(quint64 id, const Result &result);
+    void finish(quint64 id, const Outcome &outcome);
 
     const AudioTranscriptionConfig m_config;
     const Timing m_timing;

@@ -31,6 +31,9 @@ public:
     ConnectionThread(const ConnectionThread &) = delete;
     ConnectionThread &operator=(const ConnectionThread &) = delete;
 
+    // For wiring signals only (connect is safe from any thread); never call it from here.
+    Connection *object() const { return m_connection; }
+
     // Queues `fn(connection)` on the connection's thread; calls run in the order they were posted.
     template<typename Fn>
     void post(Fn &&fn)

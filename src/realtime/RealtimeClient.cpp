@@ -4,36 +4,10 @@
 
 RealtimeClient::RealtimeClient(QObject *parent) : RealtimeClient(Timing{}, parent) {}
 
-namespace {
-
-RealtimeConnection::Sink sinkFor(RealtimeClient *client)
-{
-    RealtimeConnection::Sink sink;
-    sink.status = deliverTo(client, &RealtimeClient::onStatus);
-    sink.transcript = deliverTo(client, &RealtimeClient::onTranscript);
-    sink.delta = deliverTo(client, &RealtimeClient::onDelta);
-    sink.responseDone = deliverTo(client, &RealtimeClient::onResponseDone);
-    sink.usage = deliverTo(client, &RealtimeClient::onUsage);
-    sink.log = deliverTo(client, &RealtimeClient::onLog);
-    sink.trace = deliverTo(client, &RealtimeClient::onTrace);
-    sink.speechStarted = deliverTo(client, &RealtimeClient::onSpeechStarted);
-    sink.speechStopped = deliverTo(client, &RealtimeClient::onSpeechStopped);
-    sink.transcriptDelta = deliverTo(client, &RealtimeClient::onTranscriptDelta);
-    sink.transcriptFailed = deliverTo(client, &RealtimeClient::onTranscriptFailed);
-    sink.transcriptionUsage = deliverTo(client, &RealtimeClient::onTranscriptionUsage);
-    sink.responseCreated = deliverTo(client, &RealtimeClient::onResponseCreated);
-    sink.responseEnded = deliverTo(client, &RealtimeClient::onResponseEnded);
-    sink.configured = deliverTo(client, &RealtimeClient::onConfigured);
-    sink.transcribeModelFallback = deliverTo(client, &RealtimeClient::onTranscribeModelFallback);
-    sink.notice = deliverTo(client, &RealtimeClient::onNotice);
-    return sink;
-}
-
-} // namespace
-
 RealtimeClient::RealtimeClient(const Timing &timing, QObject *parent)
-    : QObject(parent), m_connection(QStringLiteral("kb-realtime"), new RealtimeConnection(timing, sinkFor(this)))
+    : RealtimeService(parent), m_connection(QStringLiteral("kb-realtime"), new RealtimeConnection(timing))
 {
+    RealtimeEvents::relay(&m_connection.object()->events(), this);
 }
 
 RealtimeClient::~RealtimeClient() = default;
@@ -68,7 +42,8 @@ void RealtimeClient::regenerate(const QString &question)
     m_connection.post([question](RealtimeConnection &c) { c.regenerate(question); });
 }
 
-void RealtimeClient::askAboutImage(const QByteArray &jpeg, const QString &text)
+bool RealtimeClient::askAboutImage(const QByteArray &jpeg, const QString &text)
 {
     m_connection.post([jpeg, text](RealtimeConnection &c) { c.askAboutImage(jpeg, text); });
+    return true;
 }

@@ -10,17 +10,11 @@
 #include <QUuid>
 
 
-namespace {
-
-const QString kNoKeyMessage = QStringLiteral("No API key set — open Settings and paste your OpenAI key.");
-
-} // namespace
-
-RealtimeConnection::RealtimeConnection(const RealtimeTiming &timing, Sink sink, QObject *parent)
+RealtimeConnection::RealtimeConnection(const RealtimeTiming &timing, QObject *parent)
     : QObject(parent),
       m_timing(timing),
-      m_sink(std::move(sink)),
       // Parented, so that they move to the client's thread with this object.
+      m_events(this),
       m_socket(timing, this),
       m_cycleTimer(this)
 {
@@ -84,7 +78,7 @@ void RealtimeConnection::openSocket()
         return;
     report(m_socket.attempt() != 0 ? RealtimeStatus::reconnecting() : RealtimeStatus::connecting());
     if (m_config->apiKey.isEmpty()) {
-        report(RealtimeStatus::failed(kNoKeyMessage));
+        report(RealtimeStatus::failed(tr("No API key set — open Settings and paste your OpenAI key.")));
         return;
     }
     connectSocket();
@@ -92,17 +86,16 @@ void RealtimeConnection::openSocket()
 
 void RealtimeConnection::connectSocket()
 {
-    const RealtimeProtocol::Endpoint endpoint = RealtimeProtocol::resolveEndpoint(RealtimeProtocol::endpointOverride(),
-                                                                                  m_config->model);
-    if (!endpoint.error.isEmpty()) {
+    const Result<QUrl> endpoint = RealtimeProtocol::resolveEndpoint(RealtimeProtocol::endpointOverride(), m_config->model);
+    if (!endpoint.ok()) {
         // Not retried: the address will not change while the process runs.
-        log(endpoint.error);
+        log(endpoint.error());
         m_shouldRun = false;
-        report(RealtimeStatus::failed(endpoint.error));
+        report(RealtimeStatus::failed(endpoint.error()));
         return;
     }
 
-    QNetworkRequest request(endpoint.url);
+    QNetworkRequest request(endpoint.value());
     request.setTransferTimeout(60000);
     request.setRawHeader("Authorization", "Bearer " + m_config->apiKey.toUtf8());
     // The legacy session shape and the "text" content type exist only on the beta interface.
@@ -126,9 +119,10 @@ void RealtimeConnection::handleSocketError(QAbstractSocket::SocketError error, c
         return;
     }
     // Said once per cause, not on every attempt of a retry loop.
-    if (m_shouldRun && *unreachable != m_lastNotice && m_sink.notice) {
+    if (m_shouldRun && *unreachable != m_lastNotice) {
         m_lastNotice = *unreachable;
-        m_sink.notice(redact(unreachable->at(0).toUpper() + unreachable->mid(1) + QStringLiteral(". Reconnecting…")));
+        const QString cause = unreachable->at(0).toUpper() + unreachable->mid(1);
+        emit m_events.noticeRaised(redact(tr("%1. Reconnecting…").arg(cause)));
     }
     scheduleReconnect(*unreachable);
 }
@@ -297,20 +291,17 @@ void RealtimeConnection::send(const QJsonObject &message)
 
 void RealtimeConnection::report(const RealtimeStatus &status)
 {
-    if (m_sink.status)
-        m_sink.status(status);
+    emit m_events.statusChanged(status);
 }
 
 void RealtimeConnection::log(const QString &rawLine)
 {
     const QString line = redact(rawLine);
     qCInfo(lcRealtime, "[Ketterbloom] %s", qUtf8Printable(line));
-    if (m_sink.log)
-        m_sink.log(line);
+    emit m_events.logLine(line);
 }
 
 void RealtimeConnection::trace(const QString &line)
 {
-    if (m_sink.trace)
-        m_sink.trace(redact(line));
+    emit m_events.traceLine(redact(line));
 }

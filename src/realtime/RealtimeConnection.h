@@ -1,5 +1,6 @@
 #pragma once
 
+#include "realtime/RealtimeEvents.h"
 #include "realtime/RealtimeTiming.h"
 #include "realtime/RealtimeTypes.h"
 #include "realtime/ServiceSocket.h"
@@ -12,39 +13,17 @@
 #include <QTimer>
 #include <QVariantMap>
 
-#include <functional>
 #include <optional>
 
 // The realtime client's state machine over its ServiceSocket: the session configuration, the
 // event dispatch, history seeding, audio batching, reconnects and session cycling.
-// Lives on the client's thread and is only ever called there; what it reports goes to the
-// `Sink`, called on that same thread (RealtimeClient forwards it to the owner's thread).
+// Lives on the client's thread and is only ever called there; what it reports is emitted by
+// `events()` on that same thread (RealtimeClient relays it to the owner's thread).
 class RealtimeConnection : public QObject
 {
     Q_OBJECT
 public:
-    struct Sink
-    {
-        std::function<void(const RealtimeStatus &)> status;
-        std::function<void(const QString &itemID, const QString &transcript)> transcript;
-        std::function<void(const QString &responseID, const QString &delta)> delta;
-        std::function<void(const QString &responseID)> responseDone;
-        std::function<void(const QVariantMap &usage)> usage;
-        std::function<void(const QString &line)> log;
-        std::function<void(const QString &line)> trace;
-        std::function<void(const QString &itemID)> speechStarted;
-        std::function<void(const QString &itemID)> speechStopped;
-        std::function<void(const QString &itemID, const QString &delta)> transcriptDelta;
-        std::function<void(const QString &itemID, const QString &message)> transcriptFailed;
-        std::function<void(const QString &itemID, const QVariantMap &usage)> transcriptionUsage;
-        std::function<void(const QString &responseID, bool requested)> responseCreated;
-        std::function<void(const QString &responseID, const QString &status, const QString &reason, bool transient)> responseEnded;
-        std::function<void()> configured;
-        std::function<void(const QString &refused, const QString &model)> transcribeModelFallback;
-        std::function<void(const QString &message)> notice;
-    };
-
-    RealtimeConnection(const RealtimeTiming &timing, Sink sink, QObject *parent = nullptr);
+    explicit RealtimeConnection(const RealtimeTiming &timing, QObject *parent = nullptr);
     ~RealtimeConnection() override;
 
     void start(const RealtimeConfig &config);
@@ -56,6 +35,9 @@ public:
     // A picture of the screen (JPEG) and a question about it; a response is asked for. Before
     // the session is configured it waits and is sent right after the history.
     void askAboutImage(const QByteArray &jpeg, const QString &text);
+
+    // What this connection reports, emitted on its thread.
+    RealtimeEvents &events() { return m_events; }
 
     // One frame of text from the service. Public so the fuzz target can drive it without a socket.
     void handleText(const QString &text);
@@ -96,7 +78,7 @@ private:
     QString redact(const QString &text) const { return m_socket.redact(text); }
 
     const RealtimeTiming m_timing;
-    const Sink m_sink;
+    RealtimeEvents m_events;
 
     std::optional<RealtimeConfig> m_config;
     ServiceSocket m_socket;

@@ -58,18 +58,16 @@ void RealtimeConnection::handleText(const QString &text)
     } else if (type.startsWith(QLatin1String("conversation.item.input_audio_transcription."))) {
         handleTranscription(type, event);
     } else if (type == QLatin1String("input_audio_buffer.speech_started")) {
-        if (m_sink.speechStarted)
-            m_sink.speechStarted(stringOr(event, "item_id"));
+        emit m_events.meetingSpeechStarted(stringOr(event, "item_id"));
     } else if (type == QLatin1String("input_audio_buffer.speech_stopped")) {
-        if (m_sink.speechStopped)
-            m_sink.speechStopped(stringOr(event, "item_id"));
+        emit m_events.meetingSpeechStopped(stringOr(event, "item_id"));
     } else if (type == QLatin1String("response.created")) {
         handleResponseCreated(event);
     } else if (type == QLatin1String("response.output_text.delta") || type == QLatin1String("response.text.delta")) {
         const QString responseID = stringOr(event, "response_id", QStringLiteral("current"));
         const QString delta = stringOr(event, "delta");
-        if (!delta.isEmpty() && m_sink.delta)
-            m_sink.delta(responseID, delta);
+        if (!delta.isEmpty())
+            emit m_events.answerDelta(responseID, delta);
     } else if (type == QLatin1String("response.done")) {
         handleResponseDone(event);
     } else if (type == QLatin1String("error")) {
@@ -90,8 +88,7 @@ void RealtimeConnection::handleConfigured()
     sendPendingImage();
     startTimers();
     report(RealtimeStatus::connected());
-    if (m_sink.configured)
-        m_sink.configured();
+    emit m_events.sessionConfigured();
 }
 
 void RealtimeConnection::handleTranscription(const QString &type, const QJsonObject &event)
@@ -99,22 +96,21 @@ void RealtimeConnection::handleTranscription(const QString &type, const QJsonObj
     const QString suffix = type.mid(type.lastIndexOf(QLatin1Char('.')) + 1);
     if (suffix == QLatin1String("delta")) {
         const QString delta = stringOr(event, "delta");
-        if (!delta.isEmpty() && m_sink.transcriptDelta)
-            m_sink.transcriptDelta(stringOr(event, "item_id"), delta);
+        if (!delta.isEmpty())
+            emit m_events.transcriptDeltaReceived(stringOr(event, "item_id"), delta);
     } else if (suffix == QLatin1String("completed")) {
         const QString itemID = stringOr(event, "item_id", QUuid::createUuid().toString(QUuid::WithoutBraces));
         const QString transcript = stringOr(event, "transcript").trimmed();
-        if (!transcript.isEmpty() && m_sink.transcript)
-            m_sink.transcript(itemID, transcript);
+        if (!transcript.isEmpty())
+            emit m_events.transcriptCompleted(itemID, transcript);
         // Billed even when nothing was understood.
         const QJsonValue usage = event.value(QLatin1String("usage"));
-        if (usage.isObject() && m_sink.transcriptionUsage)
-            m_sink.transcriptionUsage(itemID, usage.toObject().toVariantMap());
+        if (usage.isObject())
+            emit m_events.transcriptionUsageReported(itemID, usage.toObject().toVariantMap());
     } else if (suffix == QLatin1String("failed")) {
         const RealtimeFailure::ServiceError error = RealtimeFailure::ServiceError::fromEvent(event);
         log(QStringLiteral("Transcription failed: %1").arg(error.message));
-        if (m_sink.transcriptFailed)
-            m_sink.transcriptFailed(stringOr(event, "item_id"), redact(error.message));
+        emit m_events.transcriptionFailed(stringOr(event, "item_id"), redact(error.message));
     }
 }
 
@@ -126,10 +122,8 @@ void RealtimeConnection::handleResponseCreated(const QJsonObject &event)
         return;
     m_activeResponseID = id.toString();
     const bool requested = std::exchange(m_awaitingRegeneratedResponse, false);
-    if (m_sink.responseCreated)
-        m_sink.responseCreated(id.toString(), requested);
-    if (m_sink.delta)
-        m_sink.delta(id.toString(), QString());
+    emit m_events.responseCreated(id.toString(), requested);
+    emit m_events.answerDelta(id.toString(), QString());
 }
 
 void RealtimeConnection::handleResponseDone(const QJsonObject &event)
@@ -143,8 +137,8 @@ void RealtimeConnection::handleResponseDone(const QJsonObject &event)
     if (m_cancelledResponseID == responseID)
         m_cancelledResponseID.reset();
     const QJsonValue usage = response.value(QLatin1String("usage"));
-    if (usage.isObject() && m_sink.usage)
-        m_sink.usage(usage.toObject().toVariantMap());
+    if (usage.isObject())
+        emit m_events.usageReported(usage.toObject().toVariantMap());
     const QString status = stringOr(response, "status");
     if (status == QLatin1String("failed") || status == QLatin1String("incomplete")
         || status == QLatin1String("cancelled")) {
@@ -154,11 +148,9 @@ void RealtimeConnection::handleResponseDone(const QJsonObject &event)
         const QJsonObject error = response.value(QLatin1String("status_details")).toObject().value(QLatin1String("error")).toObject();
         const bool transient = status == QLatin1String("failed")
                                && RealtimeFailure::isTransient(RealtimeFailure::ServiceError::fromObject(error));
-        if (m_sink.responseEnded)
-            m_sink.responseEnded(responseID, status, reason, transient);
+        emit m_events.responseEnded(responseID, status, reason, transient);
     }
-    if (m_sink.responseDone)
-        m_sink.responseDone(responseID);
+    emit m_events.responseDone(responseID);
 
     if (m_retryCreateOnDone && !m_cancelledResponseID && !m_activeResponseID) {
         m_retryCreateOnDone = false;
@@ -196,8 +188,7 @@ void RealtimeConnection::handleError(const QJsonObject &event)
         return;
     }
     if (RealtimeFailure::isRateLimit(error)) {
-        if (m_sink.notice)
-            m_sink.notice(RealtimeFailure::rateLimitNotice());
+        emit m_events.noticeRaised(RealtimeFailure::rateLimitNotice());
         return;
     }
     if (!m_isConfigured)
@@ -219,8 +210,7 @@ bool RealtimeConnection::handleFallback(const QJsonObject &event)
         m_transcribeFallback = true;
         m_config->transcribeModel = kFallbackTranscribeModel;
         log(QStringLiteral("Transcription model %1 refused; using %2").arg(transcribeModel, kFallbackTranscribeModel));
-        if (m_sink.transcribeModelFallback)
-            m_sink.transcribeModelFallback(transcribeModel, kFallbackTranscribeModel);
+        emit m_events.transcribeModelFellBack(transcribeModel, kFallbackTranscribeModel);
         sendSessionUpdate(m_usedLegacyShape);
         return true;
     }

@@ -1,5 +1,7 @@
 #include "realtime/RealtimeFailure.h"
 
+#include <QCoreApplication>
+
 namespace RealtimeFailure {
 
 namespace {
@@ -20,13 +22,15 @@ bool namesModelUnavailable(const QString &message)
 
 QString quotaMessage()
 {
-    return QStringLiteral("Your OpenAI account has no quota left — add credit, then press Start again.");
+    return QCoreApplication::translate("RealtimeFailure",
+                                       "Your OpenAI account has no quota left — add credit, then press Start again.");
 }
 
 QString modelMessage(const QString &model)
 {
-    return QStringLiteral("The model %1 isn't available to your OpenAI account (model_not_found). "
-                          "Choose another model in Settings.")
+    return QCoreApplication::translate("RealtimeFailure",
+                                       "The model %1 isn't available to your OpenAI account (model_not_found). "
+                                       "Choose another model in Settings.")
         .arg(model);
 }
 
@@ -34,7 +38,8 @@ QString modelMessage(const QString &model)
 
 QString keyMessage()
 {
-    return QStringLiteral("The service refused the API key (invalid_api_key). Check it in Settings.");
+    return QCoreApplication::translate("RealtimeFailure",
+                                       "The service refused the API key (invalid_api_key). Check it in Settings.");
 }
 
 ServiceError ServiceError::fromObject(const QJsonObject &error)
@@ -86,9 +91,9 @@ std::optional<QString> finalCloseMessage(const QString &closeReason, const QStri
 
 QString repeatedCloseMessage(const QString &lastReason)
 {
-    return QStringLiteral("The service closed the connection %1 times in a row (%2). Press Start to try again.")
-        .arg(maxServiceClosesInARow)
-        .arg(lastReason);
+    return QCoreApplication::translate("RealtimeFailure",
+                                       "The service closed the connection %1 times in a row (%2). Press Start to try again.")
+        .arg(QString::number(maxServiceClosesInARow), lastReason);
 }
 
 bool isTransient(const ServiceError &error)
@@ -103,33 +108,34 @@ bool isRateLimit(const ServiceError &error)
 
 QString rateLimitNotice()
 {
-    return QStringLiteral("OpenAI is rate-limiting this account (rate_limit_exceeded); answers may pause for a moment.");
+    return QCoreApplication::translate("RealtimeFailure",
+                                       "OpenAI is rate-limiting this account (rate_limit_exceeded); answers may pause for a moment.");
 }
 
 std::optional<QString> unreachableReason(QAbstractSocket::SocketError error, const QString &host,
                                          const QString &errorString)
 {
-    const QString prefix = QStringLiteral("can't reach %1: ").arg(host);
     switch (error) {
     case QAbstractSocket::HostNotFoundError:
-        return prefix + QStringLiteral("host not found");
+        return QCoreApplication::translate("RealtimeFailure", "can't reach %1: host not found").arg(host);
     case QAbstractSocket::ConnectionRefusedError:
-        return prefix + QStringLiteral("connection refused");
+        return QCoreApplication::translate("RealtimeFailure", "can't reach %1: connection refused").arg(host);
     case QAbstractSocket::NetworkError:
-        return prefix + QStringLiteral("network unreachable");
+        return QCoreApplication::translate("RealtimeFailure", "can't reach %1: network unreachable").arg(host);
     case QAbstractSocket::SocketTimeoutError:
-        return prefix + QStringLiteral("timed out");
+        return QCoreApplication::translate("RealtimeFailure", "can't reach %1: timed out").arg(host);
     case QAbstractSocket::ProxyConnectionRefusedError:
     case QAbstractSocket::ProxyConnectionClosedError:
     case QAbstractSocket::ProxyConnectionTimeoutError:
     case QAbstractSocket::ProxyNotFoundError:
     case QAbstractSocket::ProxyProtocolError:
     case QAbstractSocket::ProxyAuthenticationRequiredError:
-        return prefix + QStringLiteral("proxy failed (%1)").arg(errorString);
+        return QCoreApplication::translate("RealtimeFailure", "can't reach %1: proxy failed (%2)").arg(host, errorString);
     case QAbstractSocket::SslHandshakeFailedError:
     case QAbstractSocket::SslInternalError:
     case QAbstractSocket::SslInvalidUserDataError:
-        return prefix + QStringLiteral("TLS handshake failed (%1)").arg(errorString);
+        return QCoreApplication::translate("RealtimeFailure", "can't reach %1: TLS handshake failed (%2)")
+            .arg(host, errorString);
     default:
         return std::nullopt;
     }

@@ -1,5 +1,6 @@
 #include "realtime/RealtimeProtocol.h"
 
+#include <QCoreApplication>
 #include <QHostAddress>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -153,38 +154,41 @@ bool isLoopbackHost(const QString &host)
     return !address.isNull() && address.isLoopback();
 }
 
-Endpoint resolveEndpoint(const QString &override, const QString &model)
+Result<QUrl> resolveEndpoint(const QString &override, const QString &model)
 {
     QUrl url(override.isNull() ? QString::fromLatin1(defaultEndpoint) : override.trimmed(),
              QUrl::StrictMode);
     const QString scheme = url.scheme().toLower();
     if (!url.isValid() || url.host().isEmpty() || (scheme != "ws" && scheme != "wss")) {
-        return {{}, QStringLiteral("%1 is not a valid WebSocket URL (expected ws:// or wss://); "
-                                   "the connection was not attempted.")
-                        .arg(QLatin1String(endpointVariable))};
+        return Result<QUrl>::failure(QCoreApplication::translate("RealtimeProtocol",
+                                                                 "%1 is not a valid WebSocket URL (expected ws:// or "
+                                                                 "wss://); the connection was not attempted.")
+                                         .arg(QLatin1String(endpointVariable)));
     }
     if (scheme == "ws" && !isLoopbackHost(url.host())) {
-        return {{}, QStringLiteral("%1 points to an unencrypted ws:// address on another machine; "
-                                   "use wss:// or a loopback address. The connection was not attempted.")
-                        .arg(QLatin1String(endpointVariable))};
+        return Result<QUrl>::failure(QCoreApplication::translate("RealtimeProtocol",
+                                                                 "%1 points to an unencrypted ws:// address on another "
+                                                                 "machine; use wss:// or a loopback address. The "
+                                                                 "connection was not attempted.")
+                                         .arg(QLatin1String(endpointVariable)));
     }
     QUrlQuery query;
     query.addQueryItem(QStringLiteral("model"), model);
     url.setQuery(query);
-    return {url, {}};
+    return url;
 }
 
-Endpoint httpEndpoint(const QString &override, const QString &path)
+Result<QUrl> httpEndpoint(const QString &override, const QString &path)
 {
-    Endpoint endpoint = resolveEndpoint(override, QString());
-    if (!endpoint.error.isEmpty())
+    const Result<QUrl> endpoint = resolveEndpoint(override, QString());
+    if (!endpoint.ok())
         return endpoint;
-    QUrl &url = endpoint.url;
+    QUrl url = endpoint.value();
     url.setScheme(url.scheme().compare(QLatin1String("wss"), Qt::CaseInsensitive) == 0 ? QStringLiteral("https")
                                                                                        : QStringLiteral("http"));
     url.setPath(path);
     url.setQuery(QString());
-    return endpoint;
+    return url;
 }
 
 } // namespace RealtimeProtocol

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Result.h"
 #include "realtime/RealtimeTypes.h"
 
 #include <QByteArray>
@@ -50,20 +51,16 @@ int backoffSeconds(int attempt);
 // Minutes between deliberate session cycles: the configured value, but never below 5.
 int cycleMinutes(int reconnectMinutes);
 
-struct Endpoint
-{
-    QUrl url;      // with the "model" query; empty when `error` is set
-    QString error; // why the endpoint may not be used; the key must not be sent then
-};
 // The value of KQ_REALTIME_URL, or a null string when the variable is unset or blank.
 QString endpointOverride();
 // "localhost" or a loopback address: this computer, where plain ws:// and http:// are allowed.
 bool isLoopbackHost(const QString &host);
-// `override` is endpointOverride() (or a test's own value).
-Endpoint resolveEndpoint(const QString &override, const QString &model);
+// The address with the "model" query, or why it may not be used (the key must not be sent
+// then). `override` is endpointOverride() (or a test's own value).
+Result<QUrl> resolveEndpoint(const QString &override, const QString &model);
 // The address of one of the service's HTTP paths (such as "/v1/models") on the host the realtime
 // connection would use, by the same rules: wss://host/… gives https://host<path>, and ws:// (only
 // ever on this computer) gives http://. No query.
-Endpoint httpEndpoint(const QString &override, const QString &path);
+Result<QUrl> httpEndpoint(const QString &override, const QString &path);
 
 } // namespace RealtimeProtocol

@@ -9,7 +9,6 @@
 
 namespace {
 
-const QString kNoKeyMessage = QStringLiteral("No API key set — open Settings and paste your OpenAI key.");
 
 QString stringOr(const QJsonObject &object, const char *key, const QString &fallback = {})
 {
@@ -65,16 +64,17 @@ QJsonObject TranscriptionConnection::sessionUpdate(const TranscriptionConfig &co
     return {{QStringLiteral("type"), QStringLiteral("session.update")}, {QStringLiteral("session"), session}};
 }
 
-TranscriptionConnection::Endpoint TranscriptionConnection::endpoint(const QString &override)
+Result<QUrl> TranscriptionConnection::endpoint(const QString &override)
 {
     // The same address rules as the main connection; only the query differs.
-    RealtimeProtocol::Endpoint checked = RealtimeProtocol::resolveEndpoint(override, QString());
-    if (!checked.error.isEmpty())
-        return {{}, checked.error};
+    const Result<QUrl> checked = RealtimeProtocol::resolveEndpoint(override, QString());
+    if (!checked.ok())
+        return checked;
+    QUrl url = checked.value();
     QUrlQuery query;
     query.addQueryItem(QStringLiteral("intent"), QStringLiteral("transcription"));
-    checked.url.setQuery(query);
-    return {checked.url, {}};
+    url.setQuery(query);
+    return url;
 }
 
 void TranscriptionConnection::start(const TranscriptionConfig &config)
@@ -103,18 +103,18 @@ void TranscriptionConnection::openSocket()
     report(m_socket.attempt() != 0 ? RealtimeStatus::reconnecting() : RealtimeStatus::connecting());
     if (m_config->apiKey.isEmpty()) {
         m_shouldRun = false;
-        report(RealtimeStatus::failed(kNoKeyMessage));
+        report(RealtimeStatus::failed(tr("No API key set — open Settings and paste your OpenAI key.")));
         return;
     }
-    const Endpoint target = endpoint(RealtimeProtocol::endpointOverride());
-    if (!target.error.isEmpty()) {
-        log(target.error);
+    const Result<QUrl> target = endpoint(RealtimeProtocol::endpointOverride());
+    if (!target.ok()) {
+        log(target.error());
         m_shouldRun = false;
-        report(RealtimeStatus::failed(target.error));
+        report(RealtimeStatus::failed(target.error()));
         return;
     }
 
-    QNetworkRequest request(target.url);
+    QNetworkRequest request(target.value());
     request.setTransferTimeout(60000);
     request.setRawHeader("Authorization", "Bearer " + m_config->apiKey.toUtf8());
     m_isConfigured = false;
@@ -181,19 +181,19 @@ void TranscriptionConnection::handleText(const QString &text)
             m_sink.usage(usage.toObject().toVariantMap());
     } else if (type == QLatin1String("conversation.item.input_audio_transcription.failed")) {
         const QString message = stringOr(event.value(QLatin1String("error")).toObject(), "message",
-                                         QStringLiteral("the service could not transcribe this part"));
+                                         tr("the service could not transcribe this part"));
         log(QStringLiteral("Answer transcription failed: %1").arg(message));
         if (m_sink.failed)
             m_sink.failed(itemID, message);
     } else if (type == QLatin1String("error")) {
         const QString message = stringOr(event.value(QLatin1String("error")).toObject(), "message",
-                                         QStringLiteral("unknown error"));
+                                         tr("unknown error"));
         log(QStringLiteral("Answer transcription: service error: %1").arg(message));
         if (!m_isConfigured) {
             // The configuration was refused: retrying would be refused again.
             m_shouldRun = false;
             teardown();
-            report(RealtimeStatus::failed(QStringLiteral("The transcription service refused the session: ") + message));
+            report(RealtimeStatus::failed(tr("The transcription service refused the session: %1").arg(message)));
         }
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Result.h"
 #include "realtime/RealtimeTiming.h"
 #include "realtime/RealtimeTypes.h"
 #include "realtime/ServiceSocket.h"
@@ -58,13 +59,9 @@ public:
 
     // {"type":"session.update","session":{"type":"transcription",...}}.
     static QJsonObject sessionUpdate(const TranscriptionConfig &config);
-    struct Endpoint
-    {
-        QUrl url;      // with "intent=transcription"; empty when `error` is set
-        QString error; // why the address may not be used; nothing is sent then
-    };
+    // The address with "intent=transcription", or why it may not be used (nothing is sent then).
     // `override` is KQ_REALTIME_URL, or a null string when it is unset or empty.
-    static Endpoint endpoint(const QString &override);
+    static Result<QUrl> endpoint(const QString &override);
 
     void handleText(const QString &text);
 

@@ -8,7 +8,7 @@ class Clock;
 class FileRevealer;
 class IdleInhibitor;
 class MicTranscription;
-class RealtimeLink;
+class RealtimeService;
 class RecordingPicker;
 class RecordingTranscription;
 class RecordingTranscriptionPrompt;
@@ -23,7 +23,7 @@ struct SessionComponents
     using BackgroundRunner = std::function<void(std::function<void()> job)>;
 
     AppSettings &settings;
-    RealtimeLink &client;
+    RealtimeService &client;
     CaptureLink &audio;
     TapQueries &taps;
     MicTranscription &micTranscriber;

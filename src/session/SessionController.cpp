@@ -3,7 +3,7 @@
 #include "audio/CaptureLink.h"
 #include "session/IdleInhibitor.h"
 #include "speech/MicTranscription.h"
-#include "session/RealtimeLink.h"
+#include "realtime/RealtimeService.h"
 #include "session/SessionSnapshot.h"
 #include "session/TapQueries.h"
 #include "session/TextRules.h"
@@ -67,50 +67,36 @@ SessionController::SessionController(const Components &components, QObject *pare
         };
     };
 
-    m_parts.client.onStatus = guard([](SessionController *self, const RealtimeStatus &status) {
-        self->setStatus(status);
+    // The service emits these on the GUI thread; connected to this object, none arrives once it is gone.
+    RealtimeService *client = &m_parts.client;
+    connect(client, &RealtimeEvents::statusChanged, this, [this](const RealtimeStatus &status) {
+        setStatus(status);
         if (status.isFailed()) {
             // The client's own words stay as the banner after the stop they cause.
-            self->setBannerText(status.message());
-            self->stopSession(status.message());
+            setBannerText(status.message());
+            stopSession(status.message());
         }
     });
-    m_parts.client.onTranscript = guard([](SessionController *self, const QString &itemID, const QString &text) {
-        self->ingestTranscript(itemID, text);
-    });
-    m_parts.client.onDelta = guard([](SessionController *self, const QString &responseID, const QString &delta) { self->ingestDelta(responseID, delta); });
-    m_parts.client.onResponseDone = guard([](SessionController *self, const QString &responseID) { self->completeResponse(responseID); });
-    m_parts.client.onLog = guard([](SessionController *self, const QString &message) { self->log(message); });
-    m_parts.client.onUsage = guard([](SessionController *self, const QVariantMap &usage) { self->recordUsage(usage); });
-    m_parts.client.onSpeechStarted = guard([](SessionController *self, const QString &itemID) { self->speechStarted(itemID); });
-    m_parts.client.onSpeechStopped = guard([](SessionController *self, const QString &itemID) { self->speechStopped(itemID); });
-    m_parts.client.onTranscriptDelta = guard([](SessionController *self, const QString &itemID, const QString &delta) {
-        self->ingestTranscriptDelta(itemID, delta);
-    });
-    m_parts.client.onTranscriptFailed = guard([](SessionController *self, const QString &itemID, const QString &message) {
-        self->transcriptFailed(itemID, message);
-    });
-    m_parts.client.onTranscriptionUsage = guard([](SessionController *self, const QString &itemID, const QVariantMap &usage) {
-        self->recordTranscriptionUsage(itemID, usage);
-    });
-    m_parts.client.onResponseCreated = guard([](SessionController *self, const QString &responseID, bool requested) {
-        self->responseCreated(responseID, requested);
-    });
-    m_parts.client.onResponseEnded = guard([](SessionController *self, const QString &responseID, const QString &status,
-                                        const QString &reason, bool transient) {
-        self->responseEnded(responseID, status, reason, transient);
-    });
-    m_parts.client.onConfigured = guard([](SessionController *self) { self->connectionConfigured(); });
-    m_parts.client.onTranscribeModelFallback = guard([](SessionController *self, const QString &refused, const QString &model) {
-        self->transcribeModelFellBack(refused, model);
-    });
-    m_parts.client.onNotice = guard([](SessionController *self, const QString &message) {
-        self->log(message);
-        self->setBannerText(message);
+    connect(client, &RealtimeEvents::transcriptCompleted, this, &SessionController::ingestTranscript);
+    connect(client, &RealtimeEvents::answerDelta, this, &SessionController::ingestDelta);
+    connect(client, &RealtimeEvents::responseDone, this, &SessionController::completeResponse);
+    connect(client, &RealtimeEvents::logLine, this, &SessionController::log);
+    connect(client, &RealtimeEvents::usageReported, this, &SessionController::recordUsage);
+    connect(client, &RealtimeEvents::meetingSpeechStarted, this, &SessionController::speechStarted);
+    connect(client, &RealtimeEvents::meetingSpeechStopped, this, &SessionController::speechStopped);
+    connect(client, &RealtimeEvents::transcriptDeltaReceived, this, &SessionController::ingestTranscriptDelta);
+    connect(client, &RealtimeEvents::transcriptionFailed, this, &SessionController::transcriptFailed);
+    connect(client, &RealtimeEvents::transcriptionUsageReported, this, &SessionController::recordTranscriptionUsage);
+    connect(client, &RealtimeEvents::responseCreated, this, &SessionController::responseCreated);
+    connect(client, &RealtimeEvents::responseEnded, this, &SessionController::responseEnded);
+    connect(client, &RealtimeEvents::sessionConfigured, this, &SessionController::connectionConfigured);
+    connect(client, &RealtimeEvents::transcribeModelFellBack, this, &SessionController::transcribeModelFellBack);
+    connect(client, &RealtimeEvents::noticeRaised, this, [this](const QString &message) {
+        log(message);
+        setBannerText(message);
     });
 
     // Audio thread: forward only, touch no state.
-    RealtimeLink *client = &m_parts.client;
     m_parts.audio.onPCM16 = [client](const QByteArray &pcm16) { client->append(pcm16); };
     MicTranscription *transcriber = &m_parts.micTranscriber;
     m_parts.audio.onMicBuffer = [transcriber](const float *samples, int frames) { transcriber->appendMicBuffer(samples, frames); };

@@ -4,7 +4,7 @@
 
 #include "session/SessionController.h"
 
-#include "session/RealtimeLink.h"
+#include "realtime/RealtimeService.h"
 #include "session/SessionLogging.h"
 #include "session/TextRules.h"
 

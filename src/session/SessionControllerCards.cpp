@@ -3,7 +3,7 @@
 
 #include "session/SessionController.h"
 
-#include "session/RealtimeLink.h"
+#include "realtime/RealtimeService.h"
 #include "session/TextRules.h"
 #include "settings/AppSettings.h"
 

@@ -5,7 +5,7 @@
 
 #include "audio/CaptureLink.h"
 #include "session/FileRevealer.h"
-#include "session/RealtimeLink.h"
+#include "realtime/RealtimeService.h"
 #include "session/SessionLogging.h"
 #include "session/TapQueries.h"
 #include "session/TextRules.h"

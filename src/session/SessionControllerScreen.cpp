@@ -4,7 +4,7 @@
 #include "session/SessionController.h"
 
 #include "realtime/RealtimeScreenQuestion.h"
-#include "session/RealtimeLink.h"
+#include "realtime/RealtimeService.h"
 
 namespace {
 QString screenQuestionText()

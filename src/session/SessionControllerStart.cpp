@@ -5,7 +5,7 @@
 
 #include "audio/CaptureLink.h"
 #include "speech/MicTranscription.h"
-#include "session/RealtimeLink.h"
+#include "realtime/RealtimeService.h"
 #include "session/SessionLog.h"
 #include "session/SessionLogging.h"
 #include "session/SessionSnapshot.h"

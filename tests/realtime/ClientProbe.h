@@ -1,6 +1,6 @@
 #pragma once
 
-// Records everything a RealtimeClient reports, for the realtime tests.
+// Records everything a RealtimeClient emits, for the realtime tests.
 
 #include "realtime/RealtimeClient.h"
 
@@ -43,26 +43,26 @@ struct ClientProbe
                 ++offThreadCalls;
             order.append(QString::fromLatin1(what));
         };
-        client.onStatus = [this, mark](const RealtimeStatus &status) { mark("status"); statuses.append(status); };
-        client.onTranscript = [this, mark](const QString &id, const QString &text) { mark("transcript"); transcripts.append({id, text}); };
-        client.onDelta = [this, mark](const QString &id, const QString &delta) { mark("delta"); deltas.append({id, delta}); };
-        client.onResponseDone = [this, mark](const QString &id) { mark("done"); done.append(id); };
-        client.onUsage = [this, mark](const QVariantMap &usage) { mark("usage"); usages.append(usage); };
-        client.onLog = [this](const QString &line) { logs.append(line); };
-        client.onTrace = [this](const QString &line) { traces.append(line); };
-        client.onSpeechStarted = [this, mark](const QString &id) { mark("speech"); speech.append("started " + id); };
-        client.onSpeechStopped = [this, mark](const QString &id) { mark("speech"); speech.append("stopped " + id); };
-        client.onTranscriptDelta = [this, mark](const QString &id, const QString &delta) { mark("transcript-delta"); transcriptDeltas.append({id, delta}); };
-        client.onTranscriptFailed = [this, mark](const QString &id, const QString &message) { mark("transcript-failed"); transcriptFailures.append({id, message}); };
-        client.onTranscriptionUsage = [this, mark](const QString &id, const QVariantMap &usage) { mark("transcription-usage"); transcriptionUsages.append({id, usage}); };
-        client.onResponseCreated = [this, mark](const QString &id, bool requested) { mark("created"); created.append({id, requested}); };
-        client.onResponseEnded = [this, mark](const QString &id, const QString &status, const QString &reason, bool transient) {
+        QObject::connect(&client, &RealtimeEvents::statusChanged, &client, [this, mark](const RealtimeStatus &status) { mark("status"); statuses.append(status); });
+        QObject::connect(&client, &RealtimeEvents::transcriptCompleted, &client, [this, mark](const QString &id, const QString &text) { mark("transcript"); transcripts.append({id, text}); });
+        QObject::connect(&client, &RealtimeEvents::answerDelta, &client, [this, mark](const QString &id, const QString &delta) { mark("delta"); deltas.append({id, delta}); });
+        QObject::connect(&client, &RealtimeEvents::responseDone, &client, [this, mark](const QString &id) { mark("done"); done.append(id); });
+        QObject::connect(&client, &RealtimeEvents::usageReported, &client, [this, mark](const QVariantMap &usage) { mark("usage"); usages.append(usage); });
+        QObject::connect(&client, &RealtimeEvents::logLine, &client, [this](const QString &line) { logs.append(line); });
+        QObject::connect(&client, &RealtimeEvents::traceLine, &client, [this](const QString &line) { traces.append(line); });
+        QObject::connect(&client, &RealtimeEvents::meetingSpeechStarted, &client, [this, mark](const QString &id) { mark("speech"); speech.append("started " + id); });
+        QObject::connect(&client, &RealtimeEvents::meetingSpeechStopped, &client, [this, mark](const QString &id) { mark("speech"); speech.append("stopped " + id); });
+        QObject::connect(&client, &RealtimeEvents::transcriptDeltaReceived, &client, [this, mark](const QString &id, const QString &delta) { mark("transcript-delta"); transcriptDeltas.append({id, delta}); });
+        QObject::connect(&client, &RealtimeEvents::transcriptionFailed, &client, [this, mark](const QString &id, const QString &message) { mark("transcript-failed"); transcriptFailures.append({id, message}); });
+        QObject::connect(&client, &RealtimeEvents::transcriptionUsageReported, &client, [this, mark](const QString &id, const QVariantMap &usage) { mark("transcription-usage"); transcriptionUsages.append({id, usage}); });
+        QObject::connect(&client, &RealtimeEvents::responseCreated, &client, [this, mark](const QString &id, bool requested) { mark("created"); created.append({id, requested}); });
+        QObject::connect(&client, &RealtimeEvents::responseEnded, &client, [this, mark](const QString &id, const QString &status, const QString &reason, bool transient) {
             mark("ended");
             ended.append(id + " " + status + " " + reason + (transient ? " (transient)" : ""));
-        };
-        client.onConfigured = [this, mark] { mark("configured"); ++configured; };
-        client.onTranscribeModelFallback = [this, mark](const QString &refused, const QString &model) { mark("fallback"); transcribeFallbacks.append({refused, model}); };
-        client.onNotice = [this, mark](const QString &message) { mark("notice"); notices.append(message); };
+        });
+        QObject::connect(&client, &RealtimeEvents::sessionConfigured, &client, [this, mark] { mark("configured"); ++configured; });
+        QObject::connect(&client, &RealtimeEvents::transcribeModelFellBack, &client, [this, mark](const QString &refused, const QString &model) { mark("fallback"); transcribeFallbacks.append({refused, model}); });
+        QObject::connect(&client, &RealtimeEvents::noticeRaised, &client, [this, mark](const QString &message) { mark("notice"); notices.append(message); });
     }
 
     int failedCount() const

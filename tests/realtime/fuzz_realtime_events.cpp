@@ -23,10 +23,9 @@ RealtimeConnection &connection()
         // An address the client refuses, so start() keeps the configuration but opens nothing.
         qputenv("KQ_REALTIME_URL", "fuzz://nowhere");
         QLoggingCategory::setFilterRules(QStringLiteral("ketterbloom.realtime.info=false"));
-        RealtimeConnection::Sink sink;
-        sink.delta = [](const QString &, const QString &) {};
-        sink.usage = [](const QVariantMap &usage) { (void)usage.size(); };
-        auto *c = new RealtimeConnection(RealtimeTiming{}, sink);
+        auto *c = new RealtimeConnection(RealtimeTiming{});
+        QObject::connect(&c->events(), &RealtimeEvents::answerDelta, [](const QString &, const QString &) {});
+        QObject::connect(&c->events(), &RealtimeEvents::usageReported, [](const QVariantMap &usage) { (void)usage.size(); });
         c->updateHistory({{QStringLiteral("Earlier question?"), QStringLiteral("Earlier answer.")}});
         return c;
     }();

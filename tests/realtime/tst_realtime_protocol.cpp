@@ -81,27 +81,27 @@ private slots:
 
     void endpointChecksTheOverride()
     {
-        const Endpoint fallback = resolveEndpoint(QString(), QStringLiteral("gpt-realtime"));
-        QVERIFY(fallback.error.isEmpty());
-        QCOMPARE(fallback.url.scheme(), QStringLiteral("wss"));
-        QCOMPARE(fallback.url.path(), QStringLiteral("/v1/realtime"));
-        QCOMPARE(QUrlQuery(fallback.url).queryItemValue(QStringLiteral("model")), QStringLiteral("gpt-realtime"));
+        const Result<QUrl> fallback = resolveEndpoint(QString(), QStringLiteral("gpt-realtime"));
+        QVERIFY(fallback.ok());
+        QCOMPARE(fallback->scheme(), QStringLiteral("wss"));
+        QCOMPARE(fallback->path(), QStringLiteral("/v1/realtime"));
+        QCOMPARE(QUrlQuery(*fallback).queryItemValue(QStringLiteral("model")), QStringLiteral("gpt-realtime"));
 
         // The model replaces any query of the base address.
-        const Endpoint local = resolveEndpoint(QStringLiteral("ws://127.0.0.1:4100/v1/realtime?model=x&debug=1"),
-                                               QStringLiteral("m1"));
-        QVERIFY(local.error.isEmpty());
-        QCOMPARE(local.url.query(), QStringLiteral("model=m1"));
+        const Result<QUrl> local = resolveEndpoint(QStringLiteral("ws://127.0.0.1:4100/v1/realtime?model=x&debug=1"),
+                                                   QStringLiteral("m1"));
+        QVERIFY(local.ok());
+        QCOMPARE(local->query(), QStringLiteral("model=m1"));
 
         for (const char *accepted : {"ws://localhost:1/v1/realtime", "ws://[::1]:1/v1/realtime",
                                      "wss://realtime.example.com/v1/realtime"}) {
-            QVERIFY2(resolveEndpoint(QString::fromLatin1(accepted), "m").error.isEmpty(), accepted);
+            QVERIFY2(resolveEndpoint(QString::fromLatin1(accepted), "m").ok(), accepted);
         }
         for (const char *refused : {"not a url", "http://127.0.0.1:1/v1/realtime", "ws://", "ws://example.com/v1/realtime",
                                     "ws://10.0.0.5:80/v1/realtime", "ws://127.0.0.1.evil.example/v1/realtime"}) {
-            const Endpoint endpoint = resolveEndpoint(QString::fromLatin1(refused), "m");
-            QVERIFY2(endpoint.url.isEmpty(), refused);
-            QVERIFY2(endpoint.error.contains(QLatin1String("KQ_REALTIME_URL")), refused);
+            const Result<QUrl> endpoint = resolveEndpoint(QString::fromLatin1(refused), "m");
+            QVERIFY2(!endpoint.ok(), refused);
+            QVERIFY2(endpoint.error().contains(QLatin1String("KQ_REALTIME_URL")), refused);
         }
     }
 

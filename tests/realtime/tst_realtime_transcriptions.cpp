@@ -53,18 +53,17 @@ private:
         return std::make_unique<AudioTranscriptionClient>(c, m_sim->url().toString(), timing);
     }
     // One clip; none when no answer came.
-    static std::optional<AudioTranscriptionClient::Result> transcribe(AudioTranscriptionClient &c, double seconds = 1.0)
+    static std::optional<AudioTranscriptionClient::Outcome> transcribe(AudioTranscriptionClient &c, double seconds = 1.0)
     {
-        std::optional<AudioTranscriptionClient::Result> result;
-        c.transcribe(tone(seconds), [&result](const AudioTranscriptionClient::Result &r) { result = r; });
+        std::optional<AudioTranscriptionClient::Outcome> result;
+        c.transcribe(tone(seconds), [&result](const AudioTranscriptionClient::Outcome &r) { result = r; });
         if (!QTest::qWaitFor([&result] { return result.has_value(); }, kWait))
             qWarning("no answer within %d ms", kWait);
         return result;
     }
-    static QString failure(const std::optional<AudioTranscriptionClient::Result> &result)
+    static QString failure(const std::optional<AudioTranscriptionClient::Outcome> &result)
     {
-        const auto *failed = result ? std::get_if<AudioTranscriptionClient::Failure>(&*result) : nullptr;
-        return failed ? failed->message : QStringLiteral("(no failure)");
+        return result && !result->ok() ? result->error() : QStringLiteral("(no failure)");
     }
     qsizetype requests() const { return m_sim->received(QStringLiteral("POST /v1/audio/transcriptions")).size(); }
 
@@ -82,11 +81,11 @@ private slots:
     {
         m_sim->setTranscriptionTexts({QStringLiteral("Tell me about the ledger.")});
         auto c = client(config(QStringLiteral("gpt-4o-transcribe"), QStringLiteral("de")));
-        QVERIFY(!c->problem());
+        QVERIFY(c->usable().ok());
         QCOMPARE(c->url(), m_sim->transcriptionsUrl());
         const auto result = transcribe(*c, 1.0);
-        QVERIFY(result && std::holds_alternative<AudioTranscriptionClient::Text>(*result));
-        const auto &text = std::get<AudioTranscriptionClient::Text>(*result);
+        QVERIFY(result && result->ok());
+        const AudioTranscriptionClient::Text &text = result->value();
         QCOMPARE(text.text, QStringLiteral("Tell me about the ledger."));
         QCOMPARE(text.usage.value("type").toString(), QStringLiteral("tokens"));
         QCOMPARE(text.usage.value("input_tokens").toInt(), 10);
@@ -115,8 +114,8 @@ private slots:
         // whisper-1 reports seconds; no language, no language field.
         auto whisper = client(config(QStringLiteral("whisper-1")));
         const auto billed = transcribe(*whisper, 1.5);
-        QVERIFY(billed && std::holds_alternative<AudioTranscriptionClient::Text>(*billed));
-        QCOMPARE(std::get<AudioTranscriptionClient::Text>(*billed).usage,
+        QVERIFY(billed && billed->ok());
+        QCOMPARE(billed->value().usage,
                  (QVariantMap{{"type", "duration"}, {"seconds", 2}}));
         QCOMPARE(m_sim->received(QStringLiteral("POST /v1/audio/transcriptions")).last().value("fields").toArray(),
                  (QJsonArray{"file", "model", "response_format"}));
@@ -131,7 +130,7 @@ private slots:
         QCOMPARE(proxy.url(), QUrl(QStringLiteral("https://proxy.example.com:8443/v1/audio/transcriptions")));
         // The key never goes over plain http to another machine; without a key nothing is sent.
         AudioTranscriptionClient plain(config(), QStringLiteral("ws://192.0.2.7:8099/v1/realtime"), timing);
-        QVERIFY(plain.problem().value_or(QString()).contains(QStringLiteral("unencrypted")));
+        QVERIFY(plain.usable().errorIfAny().value_or(QString()).contains(QStringLiteral("unencrypted")));
         QVERIFY(failure(transcribe(plain)).contains(QStringLiteral("unencrypted")));
         AudioTranscriptionClient keyless({QString(), QStringLiteral("whisper-1"), {}}, m_sim->url().toString(), timing);
         QCOMPARE(failure(transcribe(keyless)), QStringLiteral("No API key set — open Settings and paste your OpenAI key."));
@@ -176,8 +175,8 @@ private slots:
         answered.text = QStringLiteral("Third time lucky.");
         m_sim->setAudioTranscriptions({limited, limitedNoHint, answered});
         const auto result = transcribe(*client());
-        QVERIFY(result && std::holds_alternative<AudioTranscriptionClient::Text>(*result));
-        QCOMPARE(std::get<AudioTranscriptionClient::Text>(*result).text, QStringLiteral("Third time lucky."));
+        QVERIFY(result && result->ok());
+        QCOMPARE(result->value().text, QStringLiteral("Third time lucky."));
         QCOMPARE(requests(), 3);
 
         // Bounded: three retries, and no Retry-After beyond the longest wait.
@@ -199,8 +198,8 @@ private slots:
         m_sim->setAudioTranscriptions({slow, slow});
         auto c = client();
         int completions = 0;
-        c->transcribe(tone(1), [&completions](const AudioTranscriptionClient::Result &) { ++completions; });
-        c->transcribe(tone(1), [&completions](const AudioTranscriptionClient::Result &) { ++completions; });
+        c->transcribe(tone(1), [&completions](const AudioTranscriptionClient::Outcome &) { ++completions; });
+        c->transcribe(tone(1), [&completions](const AudioTranscriptionClient::Outcome &) { ++completions; });
         QTRY_COMPARE_WITH_TIMEOUT(requests(), 2, kWait);
         QCOMPARE(m_sim->openHttpConnectionCount(), 2); // both at once
         c->cancel();

@@ -3,7 +3,6 @@
 
 #include "SessionRig.h"
 
-#include "app/RealtimeClientLink.h"
 #include "realtime/RealtimeClient.h"
 #include "realtimesim/RealtimeSimulator.h"
 #include "screenshot/ScreenImage.h"
@@ -163,7 +162,6 @@ private slots:
         settings.setJobDescription(QStringLiteral("Backend engineer."));
         settings.setContextText(QStringLiteral("Ten years of Go."));
         RealtimeClient realtime;
-        RealtimeClientLink link(realtime);
         FakeCaptureLink audio;
         FakeTapQueries taps;
         FakeMicTranscription mic;
@@ -173,7 +171,7 @@ private slots:
         FakeFileRevealer revealer;
         FakeRecordingPicker picker;
         SessionController controller(SessionController::Components{
-            settings, link, audio, taps, mic, recordings, clock, idle, revealer, picker,
+            settings, realtime, audio, taps, mic, recordings, clock, idle, revealer, picker,
             [](std::function<void()> job) { job(); }});
         controller.start();
         QTRY_VERIFY_WITH_TIMEOUT(controller.isSessionActive(), 15000);

@@ -3,7 +3,7 @@
 #include "FakeCaptureLink.h"
 #include "FakeDesktop.h"
 #include "FakeMicTranscription.h"
-#include "FakeRealtimeLink.h"
+#include "FakeRealtimeService.h"
 #include "FakeRecordingTranscription.h"
 #include "FakeTapQueries.h"
 #include "ManualClock.h"
@@ -84,7 +84,7 @@ public:
 
     QTemporaryDir dir;
     AppSettings settings;
-    FakeRealtimeLink client;
+    FakeRealtimeService client;
     FakeCaptureLink audio;
     FakeTapQueries taps;
     FakeMicTranscription mic;

@@ -1,16 +1,30 @@
 #pragma once
 
-#include "session/RealtimeLink.h"
+#include "realtime/RealtimeService.h"
 
 #include <QList>
 #include <QSet>
 
-// Records every call; tests raise the callbacks themselves through the helpers, in the
-// order the service sends its events. Like the service, delta() and done() announce a
+// Records every call; tests raise the events themselves through the helpers, in the
+// order the service sends them. Like the service, delta() and done() announce a
 // response first (response.created) unless the test did; strayDelta() and strayDone() don't.
-class FakeRealtimeLink final : public RealtimeLink
+class FakeRealtimeService final : public RealtimeService
 {
 public:
+    // One event raised by itself, without the helpers' bookkeeping: onResponseCreated(id, true).
+    template<typename... Args>
+    class RawEvent
+    {
+    public:
+        RawEvent(RealtimeEvents *events, void (RealtimeEvents::*signal)(Args...)) : m_events(events), m_signal(signal) {}
+        void operator()(Args... args) const { (m_events->*m_signal)(args...); }
+        explicit operator bool() const { return true; }
+
+    private:
+        RealtimeEvents *m_events;
+        void (RealtimeEvents::*m_signal)(Args...);
+    };
+
     void start(const RealtimeConfig &config) override { starts.append(config); }
     void stop() override { ++stopCount; }
     void append(const QByteArray &pcm16) override { appended.append(pcm16); }
@@ -32,17 +46,17 @@ public:
     // A completed transcript; without an item id each call names an item of its own.
     void transcript(const QString &text, const QString &itemID = QString())
     {
-        onTranscript(itemID.isEmpty() ? QStringLiteral("item_auto_%1").arg(++m_items) : itemID, text);
+        emit transcriptCompleted(itemID.isEmpty() ? QStringLiteral("item_auto_%1").arg(++m_items) : itemID, text);
     }
     void delta(const QString &responseID, const QString &text)
     {
         announce(responseID);
-        onDelta(responseID, text);
+        emit answerDelta(responseID, text);
     }
     void done(const QString &responseID)
     {
         announce(responseID);
-        onResponseDone(responseID);
+        emit responseDone(responseID);
     }
     // A whole answer in one delta; requestedAnswer() is the response to a request of ours.
     void answer(const QString &responseID, const QString &text)
@@ -55,13 +69,13 @@ public:
         created(responseID, true);
         answer(responseID, text);
     }
-    void strayDelta(const QString &responseID, const QString &text) { onDelta(responseID, text); }
-    void strayDone(const QString &responseID) { onResponseDone(responseID); }
-    void usage(const QVariantMap &usage) { onUsage(usage); }
-    void status(const RealtimeStatus &status) { onStatus(status); }
+    void strayDelta(const QString &responseID, const QString &text) { emit answerDelta(responseID, text); }
+    void strayDone(const QString &responseID) { emit responseDone(responseID); }
+    void usage(const QVariantMap &usage) { emit usageReported(usage); }
+    void status(const RealtimeStatus &status) { emit statusChanged(status); }
 
-    void speechStarted(const QString &itemID) { onSpeechStarted(itemID); }
-    void speechStopped(const QString &itemID) { onSpeechStopped(itemID); }
+    void speechStarted(const QString &itemID) { emit meetingSpeechStarted(itemID); }
+    void speechStopped(const QString &itemID) { emit meetingSpeechStopped(itemID); }
     // Speech that starts and stops; opened() also has the service create its response.
     void speech(const QString &itemID)
     {
@@ -73,9 +87,9 @@ public:
         speech(itemID);
         created(responseID);
     }
-    void transcriptDelta(const QString &itemID, const QString &text) { onTranscriptDelta(itemID, text); }
-    void transcriptFailed(const QString &itemID, const QString &message) { onTranscriptFailed(itemID, message); }
-    void transcriptionUsage(const QString &itemID, const QVariantMap &usage) { onTranscriptionUsage(itemID, usage); }
+    void transcriptDelta(const QString &itemID, const QString &text) { emit transcriptDeltaReceived(itemID, text); }
+    void transcriptFailed(const QString &itemID, const QString &message) { emit transcriptionFailed(itemID, message); }
+    void transcriptionUsage(const QString &itemID, const QVariantMap &usage) { emit transcriptionUsageReported(itemID, usage); }
     void transcribedSeconds(const QString &itemID, double seconds)
     {
         transcriptionUsage(itemID, {{QStringLiteral("type"), QStringLiteral("duration")}, {QStringLiteral("seconds"), seconds}});
@@ -84,16 +98,16 @@ public:
     {
         m_announced.insert(responseID);
         m_asked = false;
-        onResponseCreated(responseID, requested);
+        emit responseCreated(responseID, requested);
     }
     void ended(const QString &responseID, const QString &status, const QString &reason = QString(), bool transient = false)
     {
-        onResponseEnded(responseID, status, reason, transient);
+        emit responseEnded(responseID, status, reason, transient);
     }
     void configured()
     {
         m_announced.clear();
-        onConfigured();
+        emit sessionConfigured();
     }
 
     // One whole turn the way the service reports it with turn detection: speech, the
@@ -109,6 +123,11 @@ public:
         delta(responseID, answer.mid(answer.size() / 2));
         done(responseID);
     }
+
+    const RawEvent<const QString &, bool> onResponseCreated{this, &RealtimeEvents::responseCreated};
+    const RawEvent<const QString &> onLog{this, &RealtimeEvents::logLine};
+    const RawEvent<const QString &> onNotice{this, &RealtimeEvents::noticeRaised};
+    const RawEvent<const QString &, const QString &> onTranscribeModelFallback{this, &RealtimeEvents::transcribeModelFellBack};
 
     QList<RealtimeConfig> starts;
     int stopCount = 0;
