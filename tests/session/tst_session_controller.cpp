@@ -431,9 +431,9 @@ private slots:
         SessionRig rig;
         SessionController &c = *rig.controller;
         QVERIFY(rig.startSession());
-        rig.client.onNotice(QStringLiteral("The service is rate limiting requests; answers may be slower."));
+        rig.client.notice(QStringLiteral("The service is rate limiting requests; answers may be slower."));
         QCOMPARE(c.banner(), QStringLiteral("The service is rate limiting requests; answers may be slower."));
-        rig.client.onTranscribeModelFallback(QStringLiteral("gpt-live-transcribe"), QStringLiteral("gpt-transcribe"));
+        rig.client.modelFallback(QStringLiteral("gpt-live-transcribe"), QStringLiteral("gpt-transcribe"));
         QVERIFY(c.isSessionActive());
         QVERIFY2(c.banner().contains(QStringLiteral("gpt-live-transcribe")) && c.banner().contains(QStringLiteral("gpt-transcribe")),
                  qPrintable(c.banner()));

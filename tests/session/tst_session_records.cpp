@@ -178,7 +178,7 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         rig.client.transcript(QStringLiteral("Are you still there?"));
         rig.client.delta(QStringLiteral("r9"), QStringLiteral("Yes."));
         rig.client.done(QStringLiteral("r9"));
-        rig.client.onLog(QStringLiteral("socket closed"));
+        rig.client.log(QStringLiteral("socket closed"));
         QCOMPARE(readText(folder + QStringLiteral("/meeting_") + stamp + QStringLiteral(".events.jsonl")), eventsBefore);
         QCOMPARE(QDir(folder).entryList(QDir::Files).size(), 2);
     }

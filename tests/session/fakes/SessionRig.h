@@ -82,6 +82,15 @@ public:
         return controller->isSessionActive();
     }
 
+    // Every card's answer, in order.
+    QStringList answers() const
+    {
+        QStringList out;
+        for (const QAPair &pair : controller->pairs())
+            out << pair.answer;
+        return out;
+    }
+
     QTemporaryDir dir;
     AppSettings settings;
     FakeRealtimeService client;
