@@ -258,7 +258,6 @@ private slots:
         QVERIFY(!c.isSessionActive());
         QVERIFY(!SessionSnapshot::isSessionActive());
         QCOMPARE(ended.count(), 1);
-        QCOMPARE(QString::fromLatin1(SessionEvents::sessionEndedName), QStringLiteral("ketterbloom.session.ended"));
         QCOMPARE(rig.audio.stopCount, 1);
         QCOMPARE(rig.client.stopCount, 1);
         QCOMPARE(rig.mic.stopTaskCount, 1);

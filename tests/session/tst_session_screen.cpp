@@ -75,8 +75,7 @@ private slots:
         // The response we asked for streams into the card.
         rig.client.created(QStringLiteral("r-screen"), true);
         rig.client.delta(QStringLiteral("r-screen"), QStringLiteral("Approach: two pointers. "));
-        rig.client.delta(QStringLiteral("r-screen"), QStringLiteral("Code: ..."));
-        rig.client.done(QStringLiteral("r-screen"));
+        rig.client.answer(QStringLiteral("r-screen"), QStringLiteral("Code: ..."));
         QCOMPARE(rig.controller->pairs().size(), 1);
         QCOMPARE(rig.controller->pairs().last().answer, QStringLiteral("Approach: two pointers. Code: ..."));
         QVERIFY(rig.controller->pairs().last().isComplete);

@@ -55,6 +55,12 @@ public:
         created(responseID, true);
         answer(responseID, text);
     }
+    // The question completed first, then its whole answer.
+    void exchange(const QString &question, const QString &responseID, const QString &text)
+    {
+        transcript(question);
+        answer(responseID, text);
+    }
     void strayDelta(const QString &responseID, const QString &text) { emit answerDelta(responseID, text); }
     void strayDone(const QString &responseID) { emit responseDone(responseID); }
     void usage(const QVariantMap &usage) { emit usageReported(usage); }

@@ -82,12 +82,14 @@ public:
         return controller->isSessionActive();
     }
 
-    // Every card's answer, in order.
-    QStringList answers() const
+    // Every card's question, or answer, in order.
+    QStringList questions() const { return column(&QAPair::question); }
+    QStringList answers() const { return column(&QAPair::answer); }
+    QStringList column(QString QAPair::*field) const
     {
         QStringList out;
         for (const QAPair &pair : controller->pairs())
-            out << pair.answer;
+            out << pair.*field;
         return out;
     }
 
