@@ -20,8 +20,7 @@ private slots:
 
         rig.client.delta(QStringLiteral("r1"), QStringLiteral("We moved "));
         rig.client.delta(QStringLiteral("r1"), QStringLiteral("to Postgres."));
-        QCOMPARE(c.pairs().size(), 1);
-        QCOMPARE(c.pairs()[0].question, QString());
+        QCOMPARE(rig.questions(), QStringList{QString()});
         QCOMPARE(c.pairs()[0].answer, QStringLiteral("We moved to Postgres."));
         QCOMPARE(c.pairs()[0].responseID, std::optional<QString>(QStringLiteral("r1")));
         QCOMPARE(inserted.count(), 1);
@@ -29,8 +28,7 @@ private slots:
         QCOMPARE(changed.last().at(0).toModelIndex().row(), 0);
 
         rig.client.transcript(QStringLiteral("Which database did you pick?"));
-        QCOMPARE(c.pairs().size(), 1);
-        QCOMPARE(c.pairs()[0].question, QStringLiteral("Which database did you pick?"));
+        QCOMPARE(rig.questions(), QStringList{QStringLiteral("Which database did you pick?")});
         QCOMPARE(inserted.count(), 1);
 
         // A further new question opens its own card, and its answer lands there.
@@ -142,8 +140,7 @@ private slots:
         rig.client.delta(QStringLiteral("r2"), QString());
         QCOMPARE(c.pairs().size(), 2);
         rig.client.done(QStringLiteral("r2"));
-        QCOMPARE(c.pairs().size(), 1);
-        QCOMPARE(c.pairs()[0].answer, QStringLiteral("Yes."));
+        QCOMPARE(rig.answers(), QStringList{QStringLiteral("Yes.")});
         QCOMPARE(reset.count(), 1);
     }
 
