@@ -6,7 +6,6 @@
 #include "SessionFiles.h"
 #include "SessionRig.h"
 
-#include <QFile>
 #include <QTest>
 
 namespace {
@@ -111,12 +110,7 @@ private slots:
         rig.audio.onHealth(health(true, true, false));
         rig.audio.onHealth(health(true, true, true));
         rig.controller->stop();
-        const QStringList logs = QDir(SessionController::sessionFolder())
-                                     .entryList({QStringLiteral("*.events.jsonl")}, QDir::Files, QDir::Time);
-        QVERIFY(!logs.isEmpty());
-        QFile file(SessionController::sessionFolder() + QLatin1Char('/') + logs.first());
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QString text = QString::fromUtf8(file.readAll());
+        const QString text = eventsText();
         QCOMPARE(text.count(QStringLiteral("\"event\":\"audio_health\"")), 2);
         QVERIFY(text.contains(QStringLiteral("\"microphone\":false")));
     }

@@ -258,7 +258,6 @@ private slots:
         QVERIFY(!c.isSessionActive());
         QVERIFY(!SessionSnapshot::isSessionActive());
         QCOMPARE(ended.count(), 1);
-        QCOMPARE(QString::fromLatin1(SessionEvents::sessionEndedName), QStringLiteral("ketterbloom.session.ended"));
         QCOMPARE(rig.audio.stopCount, 1);
         QCOMPARE(rig.client.stopCount, 1);
         QCOMPARE(rig.mic.stopTaskCount, 1);
@@ -431,9 +430,9 @@ private slots:
         SessionRig rig;
         SessionController &c = *rig.controller;
         QVERIFY(rig.startSession());
-        rig.client.onNotice(QStringLiteral("The service is rate limiting requests; answers may be slower."));
+        rig.client.notice(QStringLiteral("The service is rate limiting requests; answers may be slower."));
         QCOMPARE(c.banner(), QStringLiteral("The service is rate limiting requests; answers may be slower."));
-        rig.client.onTranscribeModelFallback(QStringLiteral("gpt-live-transcribe"), QStringLiteral("gpt-transcribe"));
+        rig.client.modelFallback(QStringLiteral("gpt-live-transcribe"), QStringLiteral("gpt-transcribe"));
         QVERIFY(c.isSessionActive());
         QVERIFY2(c.banner().contains(QStringLiteral("gpt-live-transcribe")) && c.banner().contains(QStringLiteral("gpt-transcribe")),
                  qPrintable(c.banner()));

@@ -2,6 +2,7 @@
 // line; token costs and the cost summary; silence when no log is open; a folder that cannot
 // be written.
 
+#include "SessionFiles.h"
 #include "SessionRig.h"
 
 #include "session/CostModel.h"
@@ -40,15 +41,6 @@ private:
     rlimit m_saved{};
 };
 
-QString readText(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return QStringLiteral("<missing %1>").arg(path);
-    }
-    return QString::fromUtf8(file.readAll());
-}
-
 QStringList lines(const QString &text)
 {
     QStringList out = text.split(QLatin1Char('\n'));
@@ -59,6 +51,8 @@ QStringList lines(const QString &text)
 }
 
 } // namespace
+
+using namespace sessionfiles;
 
 class SessionRecordsTest : public QObject
 {
@@ -117,8 +111,6 @@ private slots:
         QCOMPARE(c.pairs().size(), 2);
         const QString p1 = c.pairs()[0].id;
         const QString p2 = c.pairs()[1].id;
-        const QString stamp = QStringLiteral("2025-03-04_14-05-09");
-        const QString folder = SessionController::sessionFolder();
         const qsizetype instructionsChars = TextRules::characterCount(rig.settings.instructions());
 
         const QString expectedEvents = QStringLiteral(
@@ -142,7 +134,7 @@ R"({"event":"session_started","t":0}
 {"event":"session_ended","t":21}
 )").arg(instructionsChars).replace(QStringLiteral("\"P1\""), QLatin1Char('"') + p1 + QLatin1Char('"'))
                                            .replace(QStringLiteral("\"P2\""), QLatin1Char('"') + p2 + QLatin1Char('"'));
-        QCOMPARE(lines(readText(folder + QStringLiteral("/meeting_") + stamp + QStringLiteral(".events.jsonl"))), lines(expectedEvents));
+        QCOMPARE(lines(eventsText()), lines(expectedEvents));
 
         const QString expectedTranscript = QStringLiteral(
 R"(# Meeting transcript — 2025-03-04_14-05-09
@@ -162,9 +154,8 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
 
 **Copilot:** —
 )");
-        const QString transcriptPath = folder + QStringLiteral("/meeting_") + stamp + QStringLiteral(".transcript.md");
-        QCOMPARE(readText(transcriptPath), expectedTranscript);
-        QCOMPARE(c.lastTranscriptURL(), QUrl::fromLocalFile(transcriptPath));
+        QCOMPARE(transcriptText(), expectedTranscript);
+        QCOMPARE(c.lastTranscriptURL(), QUrl::fromLocalFile(transcriptPath()));
 
         QCOMPARE(c.banner(), QStringLiteral("Transcript saved · $0.03 this session · $0.09/min · 1410 tokens"));
         // The usage stays with its session until the next one starts.
@@ -174,13 +165,11 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
                                 "[14:05:29] Q: Thanks.\nA: "));
 
         // Between sessions nothing is written.
-        const QString eventsBefore = readText(folder + QStringLiteral("/meeting_") + stamp + QStringLiteral(".events.jsonl"));
-        rig.client.transcript(QStringLiteral("Are you still there?"));
-        rig.client.delta(QStringLiteral("r9"), QStringLiteral("Yes."));
-        rig.client.done(QStringLiteral("r9"));
-        rig.client.onLog(QStringLiteral("socket closed"));
-        QCOMPARE(readText(folder + QStringLiteral("/meeting_") + stamp + QStringLiteral(".events.jsonl")), eventsBefore);
-        QCOMPARE(QDir(folder).entryList(QDir::Files).size(), 2);
+        const QString eventsBefore = eventsText();
+        rig.client.exchange(QStringLiteral("Are you still there?"), QStringLiteral("r9"), QStringLiteral("Yes."));
+        rig.client.log(QStringLiteral("socket closed"));
+        QCOMPARE(eventsText(), eventsBefore);
+        QCOMPARE(QDir(SessionController::sessionFolder()).entryList(QDir::Files).size(), 2);
     }
 
     void shortSessionWithoutTime()
@@ -195,10 +184,10 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         rig.clock.advance(0.5);
         c.stop();
 
-        const QString events = readText(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.events.jsonl"));
-        QCOMPARE(lines(events).at(3),
+        const QStringList events = lines(eventsText());
+        QCOMPARE(events.at(3),
                  QStringLiteral(R"({"audio_in":0,"audio_in_cached":0,"event":"usage","response_cost_usd":0.004,"session_cost_per_min_usd":0.24,"session_cost_usd":0.004,"t":0,"text_in":1000,"text_in_cached":0,"text_out":0,"transcription_cost_usd":0})"));
-        QCOMPARE(lines(events).at(4),
+        QCOMPARE(events.at(4),
                  QStringLiteral(R"({"audio_in":0,"audio_in_cached":0,"cost_per_min_usd":0.24,"cost_usd":0.004,"event":"session_cost","minutes":0.02,"t":0.5,"text_in":1000,"text_in_cached":0,"text_out":0,"tokens":1000,"transcription_cost_usd":0})"));
         QCOMPARE(c.banner(), QStringLiteral("Session saved — transcript and recording"));
 
@@ -207,9 +196,8 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         QVERIFY(quiet.startSession());
         quiet.clock.advance(3725);
         quiet.controller->stop();
-        const QString base = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09");
-        QCOMPARE(lines(readText(base + QStringLiteral(".events.jsonl"))).size(), 4);
-        QCOMPARE(readText(base + QStringLiteral(".transcript.md")),
+        QCOMPARE(lines(eventsText()).size(), 4);
+        QCOMPARE(transcriptText(),
                  QStringLiteral("# Meeting transcript — 2025-03-04_14-05-09\n\nLength: 62 min 05 s\n"
                                 "Events: `meeting_2025-03-04_14-05-09.events.jsonl`\n"));
         QCOMPARE(quiet.controller->costSummary(), std::nullopt);
@@ -231,9 +219,7 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         QVERIFY2(c.banner().startsWith(QStringLiteral("The events log stopped: it could not be written (")), qPrintable(c.banner()));
         QVERIFY(c.banner().endsWith(QStringLiteral("). The session goes on without it.")));
         rig.clock.advance(2);
-        rig.client.transcript(QStringLiteral("Why payments?"));
-        rig.client.delta(QStringLiteral("r1"), QStringLiteral("Because money moves."));
-        rig.client.done(QStringLiteral("r1"));
+        rig.client.exchange(QStringLiteral("Why payments?"), QStringLiteral("r1"), QStringLiteral("Because money moves."));
         QVERIFY(c.pairs()[0].isComplete);
         // Told at the first card that could not be saved.
         QVERIFY2(c.banner().startsWith(QStringLiteral("The transcript could not be saved: it could not be written (")),
@@ -272,9 +258,7 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
             rig.audio.recording = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.wav");
         }
         QVERIFY(rig.startSession());
-        rig.client.transcript(QStringLiteral("Why payments?"));
-        rig.client.delta(QStringLiteral("r1"), QStringLiteral("Because money moves."));
-        rig.client.done(QStringLiteral("r1"));
+        rig.client.exchange(QStringLiteral("Why payments?"), QStringLiteral("r1"), QStringLiteral("Because money moves."));
         QVERIFY(c.banner().isEmpty());
 
         const QString full = qt_error_string(ENOSPC);
@@ -287,9 +271,7 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
             // No file may grow from here: the events log and the next transcript fail.
             const FileSizeLimit limit(1);
             rig.clock.advance(5);
-            rig.client.transcript(QStringLiteral("What about the ledger?"));
-            rig.client.delta(QStringLiteral("r2"), QStringLiteral("It balanced."));
-            rig.client.done(QStringLiteral("r2"));
+            rig.client.exchange(QStringLiteral("What about the ledger?"), QStringLiteral("r2"), QStringLiteral("It balanced."));
         }
         const QString tooBig = qt_error_string(EFBIG);
         QVERIFY(c.isSessionActive());
@@ -313,8 +295,7 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
         }
         QCOMPARE(linked, (QStringList{QStringLiteral("Transcript"), QStringLiteral("Folder")}));
         QCOMPARE(c.lastRecordingURL(), QUrl());
-        QVERIFY(readText(SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.transcript.md"))
-                    .contains(QStringLiteral("It balanced.")));
+        QVERIFY(transcriptText().contains(QStringLiteral("It balanced.")));
     }
 
     void sessionLogLines()
@@ -423,17 +404,14 @@ Events: `meeting_2025-03-04_14-05-09.events.jsonl`
     {
         SessionRig rig;
         QVERIFY(rig.startSession());
-        const QString path = SessionController::sessionFolder() + QStringLiteral("/meeting_2025-03-04_14-05-09.transcript.md");
         rig.client.turn(QStringLiteral("i1"), QStringLiteral("r1"), QStringLiteral("First?"), QStringLiteral("One."));
-        QVERIFY(readText(path).contains(QStringLiteral("**Interviewer:** First?\n\n**Copilot:** One.")));
-        rig.client.speechStarted(QStringLiteral("i2"));
-        rig.client.speechStopped(QStringLiteral("i2"));
-        rig.client.created(QStringLiteral("r2"));
+        QVERIFY(transcriptText().contains(QStringLiteral("**Interviewer:** First?\n\n**Copilot:** One.")));
+        rig.client.opened(QStringLiteral("i2"), QStringLiteral("r2"));
         rig.client.delta(QStringLiteral("r2"), QStringLiteral("Half an ans"));
-        QVERIFY(!readText(path).contains(QStringLiteral("Half an ans")));   // unfinished cards wait
+        QVERIFY(!transcriptText().contains(QStringLiteral("Half an ans")));   // unfinished cards wait
         rig.client.transcript(QStringLiteral("Second?"), QStringLiteral("i2"));
         rig.client.done(QStringLiteral("r2"));
-        QVERIFY(readText(path).contains(QStringLiteral("**Interviewer:** Second?\n\n**Copilot:** Half an ans")));
+        QVERIFY(transcriptText().contains(QStringLiteral("**Interviewer:** Second?\n\n**Copilot:** Half an ans")));
         QVERIFY(QDir(SessionController::sessionFolder()).entryList({QStringLiteral("*.transcript.md*")}, QDir::Files).size() == 1);
     }
 };

@@ -73,11 +73,9 @@ private slots:
         QCOMPARE(card.screenThumbnail, picture.thumbnailJpeg);
 
         // The response we asked for streams into the card.
-        if (rig.client.onResponseCreated)
-            rig.client.onResponseCreated(QStringLiteral("r-screen"), true);
+        rig.client.created(QStringLiteral("r-screen"), true);
         rig.client.delta(QStringLiteral("r-screen"), QStringLiteral("Approach: two pointers. "));
-        rig.client.delta(QStringLiteral("r-screen"), QStringLiteral("Code: ..."));
-        rig.client.done(QStringLiteral("r-screen"));
+        rig.client.answer(QStringLiteral("r-screen"), QStringLiteral("Code: ..."));
         QCOMPARE(rig.controller->pairs().size(), 1);
         QCOMPARE(rig.controller->pairs().last().answer, QStringLiteral("Approach: two pointers. Code: ..."));
         QVERIFY(rig.controller->pairs().last().isComplete);
@@ -101,9 +99,9 @@ private slots:
         SessionRig rig;
         QVERIFY(rig.startSession());
         QVERIFY(rig.controller->askAboutScreen(QByteArray("jpeg"), QByteArray("thumb")));
-        rig.client.onResponseCreated(QStringLiteral("r-vad"), false);
+        rig.client.created(QStringLiteral("r-vad"), false);
         rig.client.delta(QStringLiteral("r-vad"), QStringLiteral("Answer to something heard."));
-        rig.client.onResponseCreated(QStringLiteral("r-screen"), true);
+        rig.client.created(QStringLiteral("r-screen"), true);
         rig.client.delta(QStringLiteral("r-screen"), QStringLiteral("Answer to the screen."));
         const QList<QAPair> &pairs = rig.controller->pairs();
         QCOMPARE(pairs.size(), 2);
@@ -127,7 +125,7 @@ private slots:
         QVERIFY(rig.controller->pairs().last().isComplete);
         QCOMPARE(rig.controller->pairs().last().answerNote, QAPair::couldNotAnswerNote(QStringLiteral("no response")));
         // A late response no longer lands in it.
-        rig.client.onResponseCreated(QStringLiteral("late"), true);
+        rig.client.created(QStringLiteral("late"), true);
         QVERIFY(!rig.controller->pairs().first().responseID);
     }
 
@@ -136,7 +134,7 @@ private slots:
     {
         SessionRig rig;
         QVERIFY(rig.startSession());
-        rig.client.onResponseCreated(QStringLiteral("r-vad"), false);
+        rig.client.created(QStringLiteral("r-vad"), false);
         rig.client.delta(QStringLiteral("r-vad"), QStringLiteral("Answer to something heard."));
         QVERIFY(rig.controller->askAboutScreen(QByteArray("jpeg"), QByteArray("thumb")));
         QVERIFY(rig.client.images.isEmpty());

@@ -78,11 +78,9 @@ struct UiRig
         client.done(QStringLiteral("r1"));
         session.clock.advance(20);
 
-        client.transcript(QStringLiteral("Tell me about a time you disagreed with your manager."));
-        client.delta(QStringLiteral("r2"), QStringLiteral(
+        client.exchange(QStringLiteral("Tell me about a time you disagreed with your manager."), QStringLiteral("r2"), QStringLiteral(
             "On the payments team my manager wanted to ship the retry queue without idempotency keys. "
             "I wrote a one-page risk note with two double-charge scenarios; we shipped a week later with keys."));
-        client.done(QStringLiteral("r2"));
         session.audio.levels(0.3f);
         session.clock.advance(0.4);
         session.mic.final(QStringLiteral("So at Northwind I pushed back on shipping the retry queue without keys and "
@@ -91,9 +89,7 @@ struct UiRig
         session.audio.levels(0.0f);
         session.clock.advance(3);
 
-        client.transcript(QStringLiteral("How do you keep a large migration safe?"));
-        client.delta(QStringLiteral("r3"), QStringLiteral("Dual writes behind a flag, "));
-        client.done(QStringLiteral("r3"));
+        client.exchange(QStringLiteral("How do you keep a large migration safe?"), QStringLiteral("r3"), QStringLiteral("Dual writes behind a flag, "));
         client.transcript(QStringLiteral("and how do you roll it back if reads disagree?"));
         session.clock.advance(20);
 

@@ -349,9 +349,7 @@ private slots:
         // The user is still answering aloud when the session stops.
         rig.session.settings.setTranscribeMyAnswers(true);
         QVERIFY(rig.session.startSession());
-        rig.session.client.transcript(QStringLiteral("Tell me about a hard bug."));
-        rig.session.client.delta(QStringLiteral("r1"), QStringLiteral("The ledger race."));
-        rig.session.client.done(QStringLiteral("r1"));
+        rig.session.client.exchange(QStringLiteral("Tell me about a hard bug."), QStringLiteral("r1"), QStringLiteral("The ledger race."));
         rig.session.audio.levels(0.4f);
         rig.session.clock.advance(0.4);
         rig.session.mic.partial(QStringLiteral("So the race was"));

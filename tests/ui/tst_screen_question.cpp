@@ -114,7 +114,7 @@ private slots:
         QVERIFY(thumbnail);
         QVERIFY(thumbnail->hasPicture());
         QCOMPARE(thumbnail->pixmap().size(), QSize(160, 60));
-        rig.session.client.onResponseCreated(QStringLiteral("r1"), true);
+        rig.session.client.created(QStringLiteral("r1"), true);
         rig.session.client.delta(QStringLiteral("r1"), QStringLiteral("Approach: one pass with a hash map."));
         QTRY_VERIFY(rig.transcript().isVisible());
         saveShot(rig.window.get(), QStringLiteral("screen-question-card"));

@@ -11,20 +11,6 @@
 class FakeRealtimeService final : public RealtimeService
 {
 public:
-    // One event raised by itself, without the helpers' bookkeeping: onResponseCreated(id, true).
-    template<typename... Args>
-    class RawEvent
-    {
-    public:
-        RawEvent(RealtimeEvents *events, void (RealtimeEvents::*signal)(Args...)) : m_events(events), m_signal(signal) {}
-        void operator()(Args... args) const { (m_events->*m_signal)(args...); }
-        explicit operator bool() const { return true; }
-
-    private:
-        RealtimeEvents *m_events;
-        void (RealtimeEvents::*m_signal)(Args...);
-    };
-
     void start(const RealtimeConfig &config) override { starts.append(config); }
     void stop() override { ++stopCount; }
     void append(const QByteArray &pcm16) override { appended.append(pcm16); }
@@ -69,6 +55,12 @@ public:
         created(responseID, true);
         answer(responseID, text);
     }
+    // The question completed first, then its whole answer.
+    void exchange(const QString &question, const QString &responseID, const QString &text)
+    {
+        transcript(question);
+        answer(responseID, text);
+    }
     void strayDelta(const QString &responseID, const QString &text) { emit answerDelta(responseID, text); }
     void strayDone(const QString &responseID) { emit responseDone(responseID); }
     void usage(const QVariantMap &usage) { emit usageReported(usage); }
@@ -87,6 +79,18 @@ public:
         speech(itemID);
         created(responseID);
     }
+    // Speech and its transcript, with no response from the service (it is busy); heard()
+    // is the same turn with the response the service creates at the end of speech.
+    void asked(const QString &itemID, const QString &question)
+    {
+        speech(itemID);
+        transcript(question, itemID);
+    }
+    void heard(const QString &itemID, const QString &responseID, const QString &question)
+    {
+        opened(itemID, responseID);
+        transcript(question, itemID);
+    }
     void transcriptDelta(const QString &itemID, const QString &text) { emit transcriptDeltaReceived(itemID, text); }
     void transcriptFailed(const QString &itemID, const QString &message) { emit transcriptionFailed(itemID, message); }
     void transcriptionUsage(const QString &itemID, const QVariantMap &usage) { emit transcriptionUsageReported(itemID, usage); }
@@ -104,6 +108,9 @@ public:
     {
         emit responseEnded(responseID, status, reason, transient);
     }
+    void log(const QString &line) { emit logLine(line); }
+    void notice(const QString &text) { emit noticeRaised(text); }
+    void modelFallback(const QString &refused, const QString &used) { emit transcribeModelFellBack(refused, used); }
     void configured()
     {
         m_announced.clear();
@@ -123,11 +130,6 @@ public:
         delta(responseID, answer.mid(answer.size() / 2));
         done(responseID);
     }
-
-    const RawEvent<const QString &, bool> onResponseCreated{this, &RealtimeEvents::responseCreated};
-    const RawEvent<const QString &> onLog{this, &RealtimeEvents::logLine};
-    const RawEvent<const QString &> onNotice{this, &RealtimeEvents::noticeRaised};
-    const RawEvent<const QString &, const QString &> onTranscribeModelFallback{this, &RealtimeEvents::transcribeModelFellBack};
 
     QList<RealtimeConfig> starts;
     int stopCount = 0;

@@ -82,6 +82,17 @@ public:
         return controller->isSessionActive();
     }
 
+    // Every card's question, or answer, in order.
+    QStringList questions() const { return column(&QAPair::question); }
+    QStringList answers() const { return column(&QAPair::answer); }
+    QStringList column(QString QAPair::*field) const
+    {
+        QStringList out;
+        for (const QAPair &pair : controller->pairs())
+            out << pair.*field;
+        return out;
+    }
+
     QTemporaryDir dir;
     AppSettings settings;
     FakeRealtimeService client;
