@@ -32,6 +32,12 @@ void AppNarrowing::startPolling()
     m_poll = m_clock.schedule(3.0, true, [this] { pollTick(); });
 }
 
+void AppNarrowing::stop()
+{
+    m_pendingApp.reset();
+    m_poll.reset();
+}
+
 void AppNarrowing::pollTick()
 {
     if (!sessionActive() || !m_pendingApp || *m_pendingApp != m_polledApp) {

@@ -34,6 +34,9 @@ public:
     void narrowLater(const QString &bundleID) { m_pendingApp = bundleID; }
     // The session runs: polls for the pending application, if any.
     void startPolling();
+    // The session ended or its start was given up: nothing is narrowed later, and a next
+    // session meant for the whole computer stays so.
+    void stop();
 
 private:
     void pollTick();

@@ -172,6 +172,7 @@ void SessionController::stopSession(const std::optional<QString> &keptBanner)
         recordFailed(RecordFaults::File::recording, m_parts.audio.recordingPath().value_or(lastRecordingURL().toLocalFile()), *error);
     }
     m_captureWatch.end();
+    m_narrowing.stop();
     m_parts.client.stop();
     m_parts.micTranscriber.stopTask(true);
     m_parts.micTranscriber.sessionStopped();

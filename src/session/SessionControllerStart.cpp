@@ -223,6 +223,7 @@ void SessionController::continueStartWithMic(bool granted)
 void SessionController::abandonStart(const QString &banner)
 {
     m_startUp.cancelWatchdogs();
+    m_narrowing.stop();
     setBannerText(banner);
     m_parts.client.stop();
     setSessionActive(false);

@@ -192,6 +192,17 @@ private slots:
         QCOMPARE(rig.audio.retargets.size(), 1);   // the poll has ended
         c.stop();
         QVERIFY(eventsText().contains(QStringLiteral(R"({"app":"us.zoom.Zoom","event":"tap_narrowed","t":12})")));
+
+        // Stopped before the application played: the next session, for the whole computer,
+        // is never narrowed to it.
+        rig.taps.playing.clear();
+        QVERIFY(rig.startSession());
+        c.stop();
+        rig.settings.setMeetingSource(AppSettings::MeetingSource::systemOutput);
+        QVERIFY(rig.startSession());
+        rig.taps.playing.insert(zoom, AudioProcessInfo{7, zoom, QStringLiteral("Zoom")});
+        rig.clock.advance(10);
+        QCOMPARE(rig.audio.retargets.size(), 1);
     }
 
     void narrowingGivesUpOrFails()
